@@ -1,0 +1,39 @@
+#!/usr/bin/env bash
+# Installs every Debian package Quorvel needs to build, test and run.
+# Safe to run again: apt-get skips what is already there.
+set -euo pipefail
+
+PACKAGES=(
+  build-essential cmake ninja-build pkg-config git
+  libavformat-dev libavcodec-dev libavutil-dev libswresample-dev libswscale-dev
+  ffmpeg
+  libfftw3-dev
+  libopencv-core-dev libopencv-imgproc-dev
+  libfreetype-dev fonts-dejavu-core
+  nlohmann-json3-dev libpugixml-dev
+  libgtest-dev googletest
+  qt6-base-dev qt6-multimedia-dev
+  locales
+)
+
+SUDO=""
+if [ "$(id -u)" -ne 0 ]; then SUDO="sudo"; fi
+
+missing=()
+for p in "${PACKAGES[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+
+if [ "${#missing[@]}" -gt 0 ]; then
+  echo "Installation de : ${missing[*]}"
+  export DEBIAN_FRONTEND=noninteractive
+  $SUDO apt-get update -qq
+  $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi
+
+# The tests run once under a French locale to prove numbers in files ignore it.
+if ! locale -a 2>/dev/null | grep -qi '^fr_FR\.utf-\?8$'; then
+  $SUDO sed -i 's/^# *fr_FR.UTF-8 UTF-8/fr_FR.UTF-8 UTF-8/' /etc/locale.gen
+  grep -q '^fr_FR.UTF-8 UTF-8' /etc/locale.gen || echo 'fr_FR.UTF-8 UTF-8' | $SUDO tee -a /etc/locale.gen >/dev/null
+  $SUDO locale-gen >/dev/null
+fi

@@ -1,0 +1,53 @@
+// Tolerant reading of JSON objects: every key is read on its own, and a key
+// that is missing or of the wrong type takes its default, so a damaged value
+// loses only itself. nlohmann writes numbers independently of the locale.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+
+namespace qv::json {
+
+using Json = nlohmann::json;
+
+inline const Json* field(const Json& j, const char* key) {
+    if (!j.is_object()) return nullptr;
+    auto it = j.find(key);
+    return it == j.end() ? nullptr : &*it;
+}
+
+inline double number(const Json& j, const char* key, double fallback) {
+    const Json* v = field(j, key);
+    return v && v->is_number() ? v->get<double>() : fallback;
+}
+
+inline long long integer(const Json& j, const char* key, long long fallback) {
+    const Json* v = field(j, key);
+    if (!v) return fallback;
+    if (v->is_number_integer()) return v->get<long long>();
+    if (v->is_number_float()) {
+        double d = v->get<double>();
+        if (d == static_cast<double>(static_cast<long long>(d))) return static_cast<long long>(d);
+    }
+    return fallback;
+}
+
+inline bool boolean(const Json& j, const char* key, bool fallback) {
+    const Json* v = field(j, key);
+    return v && v->is_boolean() ? v->get<bool>() : fallback;
+}
+
+inline std::string string(const Json& j, const char* key, const std::string& fallback) {
+    const Json* v = field(j, key);
+    return v && v->is_string() ? v->get<std::string>() : fallback;
+}
+
+// Parses text without throwing; nothing when it is not JSON.
+inline std::optional<Json> parse(const std::string& text) {
+    Json j = Json::parse(text, nullptr, false);
+    if (j.is_discarded()) return std::nullopt;
+    return j;
+}
+
+}  // namespace qv::json

@@ -1,0 +1,34 @@
+// Program entry: picks one of three modes from the command line before
+// anything else runs. `--selftest` wins over `--cli`; otherwise the desktop
+// application starts.
+#include <clocale>
+#include <cstring>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "entry/Cli.h"
+#include "entry/SelfTest.h"
+
+int main(int argc, char** argv) {
+    std::setlocale(LC_ALL, "");
+    std::vector<std::string> args(argv + 1, argv + argc);
+
+    for (size_t i = 0; i < args.size(); ++i) {
+        if (args[i] == "--selftest") {
+            std::string fixtures = i + 1 < args.size() ? args[i + 1] : "Tests/Fixtures";
+            return qv::SelfTest::run(fixtures, std::cout);
+        }
+    }
+    for (size_t i = 0; i < args.size(); ++i) {
+        if (args[i] == "--cli") {
+            std::vector<std::string> rest(args.begin() + static_cast<long>(i) + 1, args.end());
+            return qv::CLI::run(rest, std::cout);
+        }
+    }
+    std::cout << "Quorvel : montage multicaméra de sets DJ.\n"
+                 "  quorvel --cli <dossier du set> <sortie.xml> [options]   chaîne complète sans écran\n"
+                 "  quorvel --selftest [dossier]                            vérification intégrée\n"
+                 "L'interface graphique n'est pas encore disponible dans cette version.\n";
+    return 0;
+}

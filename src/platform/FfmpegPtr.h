@@ -1,0 +1,49 @@
+// Owning handles for FFmpeg objects. Private to the platform layer: nothing
+// outside src/platform includes FFmpeg headers. Every object is released by
+// its own deleter, so a reader that fails half-way leaks nothing.
+#pragma once
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/display.h>
+#include <libavutil/opt.h>
+#include <libswresample/swresample.h>
+}
+
+#include <memory>
+#include <string>
+
+namespace qv::ff {
+
+struct FormatCloser {
+    void operator()(AVFormatContext* c) const { avformat_close_input(&c); }
+};
+struct CodecFreer {
+    void operator()(AVCodecContext* c) const { avcodec_free_context(&c); }
+};
+struct FrameFreer {
+    void operator()(AVFrame* f) const { av_frame_free(&f); }
+};
+struct PacketFreer {
+    void operator()(AVPacket* p) const { av_packet_free(&p); }
+};
+struct SwrFreer {
+    void operator()(SwrContext* s) const { swr_free(&s); }
+};
+
+using FormatPtr = std::unique_ptr<AVFormatContext, FormatCloser>;
+using CodecPtr = std::unique_ptr<AVCodecContext, CodecFreer>;
+using FramePtr = std::unique_ptr<AVFrame, FrameFreer>;
+using PacketPtr = std::unique_ptr<AVPacket, PacketFreer>;
+using SwrPtr = std::unique_ptr<SwrContext, SwrFreer>;
+
+// Opens a file for reading and reads its stream information; null on failure.
+FormatPtr openInput(const std::string& path);
+
+// Opens a decoder for one stream; null when none exists or it won't open.
+CodecPtr openDecoder(const AVStream* stream, int threads = 1);
+
+std::string errorText(int code);
+
+}  // namespace qv::ff

@@ -1,0 +1,60 @@
+#include "platform/Fft.h"
+
+#include <fftw3.h>
+
+#include <cstring>
+#include <mutex>
+
+namespace qv::fft {
+
+namespace {
+std::mutex& plannerLock() {
+    static std::mutex lock;
+    return lock;
+}
+}  // namespace
+
+void Buffer::Free::operator()(float* p) const { fftwf_free(p); }
+
+Buffer::Buffer(size_t floats) : size_(floats) {
+    if (floats == 0) return;
+    data_.reset(static_cast<float*>(fftwf_malloc(sizeof(float) * floats)));
+    if (!data_) {
+        size_ = 0;
+        return;
+    }
+    std::memset(data_.get(), 0, sizeof(float) * floats);
+}
+
+std::shared_ptr<RealFft> RealFft::create(int n) {
+    if (n < 2) return nullptr;
+    // Plans are made on scratch buffers and executed later on the caller's,
+    // which FFTW allows for arrays of the same alignment (fftwf_malloc).
+    Buffer real(static_cast<size_t>(n));
+    Buffer spectrum(static_cast<size_t>(n) + 2);
+    if (real.empty() || spectrum.empty()) return nullptr;
+    std::shared_ptr<RealFft> fft(new RealFft(n));
+    std::lock_guard<std::mutex> guard(plannerLock());
+    auto* c = reinterpret_cast<fftwf_complex*>(spectrum.data());
+    fft->forward_ = fftwf_plan_dft_r2c_1d(n, real.data(), c, FFTW_ESTIMATE);
+    fft->inverse_ = fftwf_plan_dft_c2r_1d(n, c, real.data(), FFTW_ESTIMATE);
+    if (!fft->forward_ || !fft->inverse_) return nullptr;
+    return fft;
+}
+
+RealFft::~RealFft() {
+    std::lock_guard<std::mutex> guard(plannerLock());
+    if (forward_) fftwf_destroy_plan(static_cast<fftwf_plan>(forward_));
+    if (inverse_) fftwf_destroy_plan(static_cast<fftwf_plan>(inverse_));
+}
+
+void RealFft::forward(const float* in, std::complex<float>* out) const {
+    fftwf_execute_dft_r2c(static_cast<fftwf_plan>(forward_), const_cast<float*>(in),
+                          reinterpret_cast<fftwf_complex*>(out));
+}
+
+void RealFft::inverse(std::complex<float>* in, float* out) const {
+    fftwf_execute_dft_c2r(static_cast<fftwf_plan>(inverse_), reinterpret_cast<fftwf_complex*>(in), out);
+}
+
+}  // namespace qv::fft

@@ -1,0 +1,53 @@
+// Real FFTs in single precision (FFTW). One plan per size, shared by every
+// caller; planning is serialised because FFTW's planner is not thread-safe,
+// while transforms of different buffers may run on several threads at once.
+#pragma once
+
+#include <complex>
+#include <cstddef>
+#include <memory>
+
+namespace qv::fft {
+
+// SIMD-aligned float storage as FFTW wants it; owns its memory.
+class Buffer {
+public:
+    Buffer() = default;
+    explicit Buffer(size_t floats);  // zero-filled
+    float* data() { return data_.get(); }
+    const float* data() const { return data_.get(); }
+    size_t size() const { return size_; }
+    std::complex<float>* complex() { return reinterpret_cast<std::complex<float>*>(data_.get()); }
+    const std::complex<float>* complex() const { return reinterpret_cast<const std::complex<float>*>(data_.get()); }
+    bool empty() const { return size_ == 0; }
+
+private:
+    struct Free {
+        void operator()(float* p) const;
+    };
+    std::unique_ptr<float, Free> data_;
+    size_t size_ = 0;
+};
+
+class RealFft {
+public:
+    // Null when FFTW cannot make the plans (memory exhausted).
+    static std::shared_ptr<RealFft> create(int n);
+    ~RealFft();
+    RealFft(const RealFft&) = delete;
+    RealFft& operator=(const RealFft&) = delete;
+
+    int size() const { return n_; }
+    // in: n floats; out: n/2 + 1 complex values. Unnormalised.
+    void forward(const float* in, std::complex<float>* out) const;
+    // in: n/2 + 1 complex values (overwritten); out: n floats, scaled by n.
+    void inverse(std::complex<float>* in, float* out) const;
+
+private:
+    explicit RealFft(int n) : n_(n) {}
+    int n_;
+    void* forward_ = nullptr;
+    void* inverse_ = nullptr;
+};
+
+}  // namespace qv::fft

@@ -37,7 +37,7 @@ std::shared_ptr<RealFft> RealFft::create(int n) {
     std::lock_guard<std::mutex> guard(plannerLock());
     auto* c = reinterpret_cast<fftwf_complex*>(spectrum.data());
     fft->forward_ = fftwf_plan_dft_r2c_1d(n, real.data(), c, FFTW_ESTIMATE);
-    fft->inverse_ = fftwf_plan_dft_c2r_1d(n, c, real.data(), FFTW_ESTIMATE);
+    fft->inverse_ = fftwf_plan_dft_c2r_1d(n, c, spectrum.data(), FFTW_ESTIMATE);
     if (!fft->forward_ || !fft->inverse_) return nullptr;
     return fft;
 }
@@ -53,8 +53,9 @@ void RealFft::forward(const float* in, std::complex<float>* out) const {
                           reinterpret_cast<fftwf_complex*>(out));
 }
 
-void RealFft::inverse(std::complex<float>* in, float* out) const {
-    fftwf_execute_dft_c2r(static_cast<fftwf_plan>(inverse_), reinterpret_cast<fftwf_complex*>(in), out);
+void RealFft::inverse(std::complex<float>* inout) const {
+    fftwf_execute_dft_c2r(static_cast<fftwf_plan>(inverse_), reinterpret_cast<fftwf_complex*>(inout),
+                          reinterpret_cast<float*>(inout));
 }
 
 }  // namespace qv::fft

@@ -40,8 +40,9 @@ public:
     int size() const { return n_; }
     // in: n floats; out: n/2 + 1 complex values. Unnormalised.
     void forward(const float* in, std::complex<float>* out) const;
-    // in: n/2 + 1 complex values (overwritten); out: n floats, scaled by n.
-    void inverse(std::complex<float>* in, float* out) const;
+    // In place: n/2 + 1 complex values in, n real values out (scaled by n)
+    // in the same buffer, which must hold n + 2 floats.
+    void inverse(std::complex<float>* inout) const;
 
 private:
     explicit RealFft(int n) : n_(n) {}

@@ -1,0 +1,80 @@
+// Correlator: at which offsets does one signal line up with another, and how
+// strongly? A phase-transform cross-correlation (every frequency weighs the
+// same, whatever its energy) over real FFTs, returning several peaks.
+//
+// Lag sense: a positive lag means the material of `camera` comes that many
+// samples later than in `audio`: sample t of camera matches t - lag of audio.
+// Scores are a peak's |r| over the RMS of r across the searched lags.
+//
+// A Correlator is tied to one FFT size and may be used from several threads
+// at once. SpectrumCache keeps one synchronisation's spectra under a byte
+// budget; it is thread-safe too.
+#pragma once
+
+#include <complex>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+#include "platform/Fft.h"
+
+namespace qv {
+
+struct Spectrum {
+    fft::Buffer bins;  // n/2 + 1 complex values of the mean-removed, zero-padded signal
+    int length = 0;    // samples of the signal before padding
+};
+
+struct Match {
+    int lag = 0;      // samples at the analysis rate
+    float score = 0;  // peak / RMS of the correlation
+};
+
+class Correlator {
+public:
+    // Null when no FFT setup can be made for that size (memory exhausted).
+    static std::shared_ptr<Correlator> make(int minimumLength);
+
+    int n() const { return n_; }
+    int log2n() const { return log2n_; }
+
+    // The signal must not be longer than n.
+    std::shared_ptr<const Spectrum> spectrum(const std::vector<float>& signal) const;
+
+    // Both spectra must come from this correlator. Sorted by score,
+    // descending (of equal scores the lower lag first), no two closer than
+    // `separation` samples, at most `maxPeaks`.
+    std::vector<Match> correlate(const Spectrum& camera, const Spectrum& audio, int minOverlap, float minScore,
+                                 int maxPeaks, int separation) const;
+
+private:
+    Correlator(int n, int log2n, std::shared_ptr<fft::RealFft> fft) : n_(n), log2n_(log2n), fft_(std::move(fft)) {}
+    int n_;
+    int log2n_;
+    std::shared_ptr<fft::RealFft> fft_;
+};
+
+class SpectrumCache {
+public:
+    static constexpr long long defaultBudget = 1'500'000'000;
+    explicit SpectrumCache(long long budget = defaultBudget) : budget_(budget) {}
+
+    // One correlator per power-of-two size; null when it cannot be made.
+    std::shared_ptr<Correlator> correlator(int minimumLength);
+    // The spectrum of entry `index` at the correlator's size, computed once
+    // while the budget allows; past the budget every stored one is dropped.
+    std::shared_ptr<const Spectrum> spectrum(int index, const std::vector<float>& signal, const Correlator& c);
+
+    long long bytes() const;
+
+private:
+    mutable std::mutex lock_;  // guards everything below
+    std::map<int, std::shared_ptr<Correlator>> correlators_;
+    std::map<std::pair<int, int>, std::shared_ptr<const Spectrum>> spectra_;  // (index, n)
+    long long bytes_ = 0;
+    long long budget_;
+};
+
+}  // namespace qv

@@ -1,0 +1,64 @@
+// FolderSync: places every file of a set on one time line by its sound.
+//
+//   decode   every file's sound becomes a 2 kHz signal (libav, then ffmpeg);
+//            no usable sound -> unsynced
+//   order    longest first; the reference (longest sound file, else longest
+//            camera file) stands at 0
+//   passes   strict, then souple; each repeats sweeps until one places
+//            nothing. A file is correlated against every placed file of
+//            other sources; candidates cluster within 0.1 s, one vote per
+//            anchor, anchors that heard the stretch and disagree count
+//            against it; a sibling's date settles a choice; an unclear
+//            choice waits in the strict pass and is marked ambiguous in the
+//            souple one
+//   results  starts shifted so the earliest is 0, envelopes attached
+//
+// Blocking; run it off the interface thread. Decoding and correlation use
+// several threads, but the result never depends on their timing.
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "base/Result.h"
+#include "sync/Correlator.h"
+#include "sync/Media.h"
+#include "sync/SyncResult.h"
+
+namespace qv::FolderSync {
+
+// fraction 0..1 and a French text; called on the caller's thread or, while
+// decoding, on a worker (never two calls at once).
+using Progress = std::function<void(double, const std::string&)>;
+using Loader = std::function<Result<std::vector<float>>(const std::filesystem::path&)>;
+
+struct Options {
+    int threads = 0;  // 0: one per core
+    bool trace = false;  // candidates of every try on standard error
+    Loader primary;   // default: AudioLoader::loadWithLibav
+    Loader fallback;  // default: AudioLoader::loadWithFFmpeg
+    long long spectrumBudget = SpectrumCache::defaultBudget;
+};
+
+// Options with the defaults, `trace` set when QUORVEL_DEBUG exists.
+Options defaultOptions();
+
+SyncResult run(const std::vector<MediaSource>& sources, const Progress& progress);
+SyncResult run(const std::vector<MediaSource>& sources, const Progress& progress, const Options& options);
+
+// One file with its decoded signal, ready to be placed.
+struct Entry {
+    int sourceIndex = 0;
+    SourceKind kind = SourceKind::audio;
+    MediaItem item;
+    std::vector<float> signal;  // 2000 Hz
+};
+
+// The placing half of `run`, for signals already decoded. `unsynced` holds
+// the files already set aside; they stay first in the result's list.
+SyncResult place(std::vector<Entry> entries, std::vector<UnsyncedItem> unsynced, const Progress& progress,
+                 const Options& options);
+
+}  // namespace qv::FolderSync

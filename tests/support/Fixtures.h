@@ -1,0 +1,37 @@
+// Helpers shared by the suites: temporary folders, small media files made
+// with the ffmpeg executable, and generated sets (quorvel-setgen), cached in
+// the build tree so a set is made once per build.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace qv::test {
+
+// A fresh folder under the system's temporary folder, removed on destruction.
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+    const std::filesystem::path& path() const { return path_; }
+    std::filesystem::path operator/(const std::string& name) const { return path_ / name; }
+
+private:
+    std::filesystem::path path_;
+};
+
+bool haveFFmpeg();
+
+// Runs /usr/bin/ffmpeg with "-v error -y" and the given arguments; true on success.
+bool ffmpeg(const std::vector<std::string>& args);
+
+void writeText(const std::filesystem::path& file, const std::string& text);
+
+// A generated set (preset, seed) in the fixtures folder; generated on first
+// use. Empty path when the generator is missing or fails.
+std::filesystem::path generatedSet(const std::string& preset, int seed);
+
+}  // namespace qv::test

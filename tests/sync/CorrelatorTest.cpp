@@ -1,0 +1,108 @@
+// The correlator's contract: lags, their sense, scores, and the guards.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "base/SplitMix64.h"
+#include "sync/Correlator.h"
+
+namespace qv {
+namespace {
+
+std::vector<float> noise(uint64_t seed, size_t n) {
+    SplitMix64 rng(seed);
+    std::vector<float> x(n);
+    for (auto& v : x) v = static_cast<float>(rng.unit() * 2 - 1);
+    return x;
+}
+
+std::vector<Match> correlate(const std::vector<float>& cam, const std::vector<float>& aud, int minOverlap = 2000,
+                             int maxPeaks = 50, int separation = 500) {
+    auto c = Correlator::make(static_cast<int>(cam.size() + aud.size()));
+    auto sc = c->spectrum(cam);
+    auto sa = c->spectrum(aud);
+    return c->correlate(*sc, *sa, minOverlap, 9.0f, maxPeaks, separation);
+}
+
+TEST(Correlator, DelayedCopyGivesItsLagAndSwappingNegatesIt) {
+    auto master = noise(1, 40000);
+    const int d = 1234;
+    // camera holds the master's material d samples later than audio does
+    std::vector<float> audio(master.begin(), master.begin() + 20000);
+    std::vector<float> camera(static_cast<size_t>(d), 0.0f);
+    camera.insert(camera.end(), master.begin(), master.begin() + 15000);
+
+    auto m = correlate(camera, audio);
+    ASSERT_FALSE(m.empty());
+    EXPECT_EQ(m[0].lag, d);
+    EXPECT_GT(m[0].score, 50.0f);
+
+    auto swapped = correlate(audio, camera);
+    ASSERT_FALSE(swapped.empty());
+    EXPECT_EQ(swapped[0].lag, -d);
+    EXPECT_NEAR(swapped[0].score, m[0].score, m[0].score * 1e-3);
+}
+
+TEST(Correlator, InvertedPolarityScoresAlike) {
+    auto a = noise(2, 16000);
+    std::vector<float> shifted(a.begin() + 700, a.end());
+    std::vector<float> inverted = shifted;
+    for (auto& v : inverted) v = -v;
+    auto plain = correlate(shifted, a);
+    auto flipped = correlate(inverted, a);
+    ASSERT_FALSE(plain.empty());
+    ASSERT_FALSE(flipped.empty());
+    EXPECT_EQ(plain[0].lag, -700);
+    EXPECT_EQ(flipped[0].lag, plain[0].lag);
+    EXPECT_NEAR(flipped[0].score, plain[0].score, plain[0].score * 1e-4);
+}
+
+TEST(Correlator, GuardsGiveNothing) {
+    // Together shorter than twice the overlap: no lag can overlap enough.
+    EXPECT_TRUE(correlate(noise(3, 1500), noise(4, 1400), 1500).empty());
+    // Silence has an RMS of zero: no match, and nothing divided by zero.
+    std::vector<float> zeros(8000, 0.0f);
+    EXPECT_TRUE(correlate(zeros, zeros).empty());
+    // No peaks asked for, none given.
+    EXPECT_TRUE(correlate(noise(5, 8000), noise(5, 8000), 2000, 0).empty());
+}
+
+TEST(Correlator, KeptPeaksRespectTheSeparation) {
+    // Echoes at 0, 200, 1000, 1600 and 1900 samples, weaker each time: the
+    // greedy walk keeps 0, 1000 and 1600 and drops the two that crowd them.
+    auto a = noise(6, 30000);
+    const std::pair<int, float> echoes[] = {{0, 1.0f}, {200, 0.9f}, {1000, 0.8f}, {1600, 0.7f}, {1900, 0.6f}};
+    std::vector<float> camera(a.size() + 2000, 0.0f);
+    for (auto [delay, gain] : echoes)
+        for (size_t t = 0; t < a.size(); ++t) camera[t + static_cast<size_t>(delay)] += gain * a[t];
+    auto m = correlate(camera, a, 2000, 50, 500);
+    ASSERT_GE(m.size(), 3u);
+    EXPECT_EQ(m[0].lag, 0);
+    EXPECT_EQ(m[1].lag, 1000);
+    EXPECT_EQ(m[2].lag, 1600);
+    for (size_t i = 0; i < m.size(); ++i)
+        for (size_t j = i + 1; j < m.size(); ++j) EXPECT_GE(std::abs(m[i].lag - m[j].lag), 500);
+    for (size_t i = 1; i < m.size(); ++i) EXPECT_GE(m[i - 1].score, m[i].score);
+}
+
+TEST(SpectrumCache, SharesCorrelatorsAndFlushesPastTheBudget) {
+    SpectrumCache cache(3 * 4096 * 4);
+    auto c1 = cache.correlator(3000);
+    auto c2 = cache.correlator(4096);
+    EXPECT_EQ(c1, c2);
+    EXPECT_EQ(c1->n(), 4096);
+    EXPECT_EQ(cache.correlator(1)->n(), 2);
+
+    auto x = noise(7, 3000);
+    auto s0 = cache.spectrum(0, x, *c1);
+    EXPECT_EQ(cache.spectrum(0, x, *c1), s0);  // stored, not recomputed
+    cache.spectrum(1, x, *c1);
+    cache.spectrum(2, x, *c1);
+    EXPECT_EQ(cache.bytes(), 3 * 4096 * 4);
+    cache.spectrum(3, x, *c1);  // over budget: everything goes, then this one is stored
+    EXPECT_EQ(cache.bytes(), 4096 * 4);
+    EXPECT_NE(cache.spectrum(0, x, *c1), s0);
+}
+
+}  // namespace
+}  // namespace qv

@@ -1,0 +1,214 @@
+#include "effects/EffectSettings.h"
+
+#include <array>
+#include <cmath>
+#include <utility>
+
+namespace qv {
+
+namespace {
+
+using Json = json::Json;
+
+template <class E, size_t N>
+using RawTable = std::array<std::pair<E, const char*>, N>;
+
+constexpr RawTable<PlanEffect, 5> planEffectRaw{{
+    {PlanEffect::automatic, "auto"},
+    {PlanEffect::none, "none"},
+    {PlanEffect::zoomIn, "zoomIn"},
+    {PlanEffect::zoomOut, "zoomOut"},
+    {PlanEffect::shake, "shake"},
+}};
+constexpr RawTable<EffectSettings::ZoomStyle, 2> zoomStyleRaw{{
+    {EffectSettings::ZoomStyle::slow, "Lent"},
+    {EffectSettings::ZoomStyle::punch, "Rapide"},
+}};
+constexpr RawTable<EffectSettings::LensStyle, 2> lensStyleRaw{{
+    {EffectSettings::LensStyle::bokeh, "Bokeh"},
+    {EffectSettings::LensStyle::soft, "Doux"},
+}};
+constexpr RawTable<EffectSettings::LensAnimation, 3> lensAnimationRaw{{
+    {EffectSettings::LensAnimation::still, "Fixe"},
+    {EffectSettings::LensAnimation::focusIn, "Mise au point"},
+    {EffectSettings::LensAnimation::focusOut, "Perte de netteté"},
+}};
+
+template <class E, size_t N>
+const char* rawOf(const RawTable<E, N>& table, E value) {
+    for (const auto& [e, raw] : table)
+        if (e == value) return raw;
+    return table[0].second;
+}
+
+template <class E, size_t N>
+std::optional<E> fromRaw(const RawTable<E, N>& table, std::string_view raw) {
+    for (const auto& [e, text] : table)
+        if (raw == text) return e;
+    return std::nullopt;
+}
+
+template <class E, size_t N>
+E enumField(const Json& j, const char* key, const RawTable<E, N>& table, E fallback) {
+    const Json* v = json::field(j, key);
+    if (!v || !v->is_string()) return fallback;
+    return fromRaw(table, v->get_ref<const std::string&>()).value_or(fallback);
+}
+
+Json uuidArray(const std::set<Uuid>& ids) {
+    Json out = Json::array();
+    for (const Uuid& id : ids) out.push_back(id.text());
+    return out;
+}
+
+// One bad entry spoils the whole set, as it would a typed array decode.
+std::set<Uuid> uuidSet(const Json& j, const char* key) {
+    const Json* v = json::field(j, key);
+    if (!v || !v->is_array()) return {};
+    std::set<Uuid> out;
+    for (const Json& e : *v) {
+        auto id = e.is_string() ? Uuid::parse(e.get_ref<const std::string&>()) : std::nullopt;
+        if (!id) return {};
+        out.insert(*id);
+    }
+    return out;
+}
+
+uint64_t unsignedField(const Json& j, const char* key, uint64_t fallback) {
+    const Json* v = json::field(j, key);
+    if (!v) return fallback;
+    if (v->is_number_unsigned()) return v->get<uint64_t>();
+    if (v->is_number_float()) {
+        double d = v->get<double>();
+        if (d >= 0 && d < 0x1.0p64 && d == std::floor(d)) return static_cast<uint64_t>(d);
+    }
+    return fallback;
+}
+
+std::optional<bool> optionalBool(const Json& j, const char* key) {
+    const Json* v = json::field(j, key);
+    if (v && v->is_boolean()) return v->get<bool>();
+    return std::nullopt;
+}
+
+}  // namespace
+
+const char* rawValue(PlanEffect e) { return rawOf(planEffectRaw, e); }
+
+const char* label(PlanEffect e) {
+    switch (e) {
+    case PlanEffect::automatic: return "effet automatique";
+    case PlanEffect::none: return "aucun effet";
+    case PlanEffect::zoomIn: return "zoom avant";
+    case PlanEffect::zoomOut: return "zoom arrière";
+    case PlanEffect::shake: return "épaule";
+    }
+    return "effet automatique";
+}
+
+std::optional<PlanEffect> planEffectFromRaw(std::string_view raw) { return fromRaw(planEffectRaw, raw); }
+
+const char* rawValue(EffectSettings::ZoomStyle s) { return rawOf(zoomStyleRaw, s); }
+const char* rawValue(EffectSettings::LensStyle s) { return rawOf(lensStyleRaw, s); }
+const char* rawValue(EffectSettings::LensAnimation a) { return rawOf(lensAnimationRaw, a); }
+
+std::optional<EffectSettings::ZoomStyle> zoomStyleFromRaw(std::string_view raw) {
+    return fromRaw(zoomStyleRaw, raw);
+}
+std::optional<EffectSettings::LensStyle> lensStyleFromRaw(std::string_view raw) {
+    return fromRaw(lensStyleRaw, raw);
+}
+std::optional<EffectSettings::LensAnimation> lensAnimationFromRaw(std::string_view raw) {
+    return fromRaw(lensAnimationRaw, raw);
+}
+
+void to_json(Json& j, PlanEffect e) { j = rawValue(e); }
+
+void from_json(const Json& j, PlanEffect& e) {
+    e = j.is_string() ? planEffectFromRaw(j.get_ref<const std::string&>()).value_or(PlanEffect::automatic)
+                      : PlanEffect::automatic;
+}
+
+void to_json(Json& j, const PlanLooks& looks) {
+    j = Json::object();
+    if (looks.lens) j["lens"] = *looks.lens;
+    if (looks.shutter) j["shutter"] = *looks.shutter;
+    if (looks.vhs) j["vhs"] = *looks.vhs;
+}
+
+void from_json(const Json& j, PlanLooks& looks) {
+    looks.lens = optionalBool(j, "lens");
+    looks.shutter = optionalBool(j, "shutter");
+    looks.vhs = optionalBool(j, "vhs");
+}
+
+void to_json(Json& j, const EffectSettings& s) {
+    j = Json::object();
+    j["zoomEnabled"] = s.zoomEnabled;
+    j["zoomCameras"] = uuidArray(s.zoomCameras);
+    j["zoomInShare"] = s.zoomInShare;
+    j["zoomMax"] = s.zoomMax;
+    j["zoomStyle"] = rawValue(s.zoomStyle);
+    j["zoomPartial"] = s.zoomPartial;
+    j["zoomPartialAmount"] = s.zoomPartialAmount;
+    j["shakeEnabled"] = s.shakeEnabled;
+    j["shakeCameras"] = uuidArray(s.shakeCameras);
+    j["shakeIntensity"] = s.shakeIntensity;
+    j["shakeSpeed"] = s.shakeSpeed;
+    j["shakeExtent"] = s.shakeExtent;
+    j["lensEnabled"] = s.lensEnabled;
+    j["lensCameras"] = uuidArray(s.lensCameras);
+    j["lensAmount"] = s.lensAmount;
+    j["lensStyle"] = rawValue(s.lensStyle);
+    j["lensAnimation"] = rawValue(s.lensAnimation);
+    j["shutterEnabled"] = s.shutterEnabled;
+    j["shutterCameras"] = uuidArray(s.shutterCameras);
+    j["shutterTrail"] = s.shutterTrail;
+    j["shutterStep"] = s.shutterStep;
+    j["vhsEnabled"] = s.vhsEnabled;
+    j["vhsCameras"] = uuidArray(s.vhsCameras);
+    j["vhsIntensity"] = s.vhsIntensity;
+    j["vhsChroma"] = s.vhsChroma;
+    j["vhsNoise"] = s.vhsNoise;
+    j["vhsScanlines"] = s.vhsScanlines;
+    j["vhsTracking"] = s.vhsTracking;
+    j["vhsStamp"] = s.vhsStamp;
+    j["seed"] = s.seed;
+}
+
+void from_json(const Json& j, EffectSettings& s) {
+    const EffectSettings d;
+    s.zoomEnabled = json::boolean(j, "zoomEnabled", d.zoomEnabled);
+    s.zoomCameras = uuidSet(j, "zoomCameras");
+    s.zoomInShare = json::number(j, "zoomInShare", d.zoomInShare);
+    s.zoomMax = json::number(j, "zoomMax", d.zoomMax);
+    s.zoomStyle = enumField(j, "zoomStyle", zoomStyleRaw, d.zoomStyle);
+    s.zoomPartial = json::boolean(j, "zoomPartial", d.zoomPartial);
+    s.zoomPartialAmount = json::number(j, "zoomPartialAmount", d.zoomPartialAmount);
+    s.shakeEnabled = json::boolean(j, "shakeEnabled", d.shakeEnabled);
+    s.shakeCameras = uuidSet(j, "shakeCameras");
+    s.shakeIntensity = json::number(j, "shakeIntensity", d.shakeIntensity);
+    s.shakeSpeed = json::number(j, "shakeSpeed", d.shakeSpeed);
+    s.shakeExtent = json::number(j, "shakeExtent", d.shakeExtent);
+    s.lensEnabled = json::boolean(j, "lensEnabled", d.lensEnabled);
+    s.lensCameras = uuidSet(j, "lensCameras");
+    s.lensAmount = json::number(j, "lensAmount", d.lensAmount);
+    s.lensStyle = enumField(j, "lensStyle", lensStyleRaw, d.lensStyle);
+    s.lensAnimation = enumField(j, "lensAnimation", lensAnimationRaw, d.lensAnimation);
+    s.shutterEnabled = json::boolean(j, "shutterEnabled", d.shutterEnabled);
+    s.shutterCameras = uuidSet(j, "shutterCameras");
+    s.shutterTrail = json::number(j, "shutterTrail", d.shutterTrail);
+    long long step = json::integer(j, "shutterStep", d.shutterStep);
+    s.shutterStep = (step >= INT32_MIN && step <= INT32_MAX) ? static_cast<int>(step) : d.shutterStep;
+    s.vhsEnabled = json::boolean(j, "vhsEnabled", d.vhsEnabled);
+    s.vhsCameras = uuidSet(j, "vhsCameras");
+    s.vhsIntensity = json::number(j, "vhsIntensity", d.vhsIntensity);
+    s.vhsChroma = json::number(j, "vhsChroma", d.vhsChroma);
+    s.vhsNoise = json::number(j, "vhsNoise", d.vhsNoise);
+    s.vhsScanlines = json::number(j, "vhsScanlines", d.vhsScanlines);
+    s.vhsTracking = json::number(j, "vhsTracking", d.vhsTracking);
+    s.vhsStamp = json::boolean(j, "vhsStamp", d.vhsStamp);
+    s.seed = unsignedField(j, "seed", d.seed);
+}
+
+}  // namespace qv

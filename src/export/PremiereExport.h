@@ -1,0 +1,114 @@
+// PremiereExport: the interchange timeline (xmeml version 4) that Premiere Pro
+// and DaVinci Resolve import. `makeXML` writes every file of a set stacked on
+// its synchronised place; an edited sequence builds its own tracks and ends in
+// the same `render`, which knows nothing of edits.
+//
+// Pure functions of their arguments, except for the sequence's random uuid;
+// any thread. Times are seconds, turned into frames of the sequence by
+// round(seconds x real rate), half away from zero. Numbers are written
+// independently of the process locale.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "effects/EffectSettings.h"
+#include "effects/MotionFX.h"
+#include "effects/Reframe.h"
+#include "sync/Media.h"
+#include "sync/SyncResult.h"
+
+namespace qv::PremiereExport {
+
+struct SequenceRate {
+    int timebase = 25;  // nominal rate
+    bool ntsc = false;  // real rate is timebase x 1000 / 1001
+
+    double fps() const { return ntsc ? timebase * 1000.0 / 1001.0 : timebase; }
+
+    // The rate of the table nearest to `rate` (earlier entry on a tie);
+    // (25, not ntsc) for a rate that is not above 0 or not a number.
+    static SequenceRate closest(double rate);
+    bool operator==(const SequenceRate&) const = default;
+};
+
+// (24, ntsc), (24), (25), (30, ntsc), (30), (50), (60, ntsc), (60).
+extern const std::vector<SequenceRate> rateTable;
+
+// round(seconds x fps), half away from zero.
+int64_t frames(double seconds, double fps);
+
+enum class Kind { video, audio };
+
+// The plan a video clip belongs to, for its key frames. The plan's own start
+// and length (on the sequence) drive the curve, even when the clip shows
+// only part of it.
+struct ClipMotion {
+    ResolvedEffect effect;
+    double planStart = 0;
+    double planDuration = 0;
+};
+
+// One use of a media file on a track.
+struct ExportClip {
+    MediaItem item;
+    int sourceIndex = 0;  // into the `sources` given to render
+    double start = 0;     // seconds on the sequence
+    double sourceIn = 0;  // seconds into the file
+    double duration = 0;  // seconds
+    Uuid group;           // clips sharing a group are linked
+    std::optional<ClipMotion> motion;  // video clips only
+};
+
+struct Fade {
+    double start = 0;  // seconds on the sequence
+    double end = 0;
+    std::string alignment;  // "start-black", "end-black" or "center"
+};
+
+struct Track {
+    Kind kind = Kind::video;
+    std::vector<ExportClip> clips;  // ascending start
+    int channel = 1;                // 1 or 2: output channel and source track
+    std::map<std::string, std::string> attributes;  // written sorted by key
+    std::vector<Fade> fades;
+};
+
+// Spreads clips on the fewest lanes on which none overlaps; overlap is
+// judged on whole frames, so a clip that starts on the frame where the
+// previous one ends shares its lane.
+std::vector<std::vector<ExportClip>> lanes(std::vector<ExportClip> clips, SequenceRate rate);
+
+// The two tracks (channels 1 and 2) of a stereo pair holding `clips`.
+std::vector<Track> audioPair(const std::vector<ExportClip>& clips);
+
+// One lane of sound: a stereo pair when any clip has two channels or more,
+// else one mono track.
+std::vector<Track> soundTracks(const std::vector<ExportClip>& lane);
+
+// "file://localhost/..." with the path percent-escaped as in a file URL.
+std::string pathURL(const std::filesystem::path& path);
+
+// The synchro document: every placed file on its place, cameras as video
+// tracks, all sound (recorders first) as audio tracks, picture and sound of
+// one file linked.
+std::string makeXML(const std::string& name, const std::vector<MediaSource>& sources,
+                    const SyncResult& result, const std::map<Uuid, double>& levels,
+                    const std::set<Uuid>& muted);
+
+// The document itself. `duration`: sequence length in seconds. `levels`: gain
+// in dB per source id; `muted`: sources whose audio clips are disabled;
+// `framing`: crop per camera source id. The sequence size is the format's,
+// or in landscape the most common size among the video clips.
+std::string render(const std::string& name, const std::vector<MediaSource>& sources,
+                   SequenceRate rate, const std::vector<Track>& video,
+                   const std::vector<Track>& audio, double duration,
+                   const std::map<Uuid, double>& levels, const std::set<Uuid>& muted,
+                   const EffectSettings& effects, OutputFormat format,
+                   const std::map<Uuid, CameraFrame>& framing);
+
+}  // namespace qv::PremiereExport

@@ -1,0 +1,240 @@
+#include "edit/AutoEditor.h"
+
+#include <algorithm>
+#include <cmath>
+#include <optional>
+
+#include "base/SplitMix64.h"
+
+namespace qv {
+
+namespace {
+
+using Json = json::Json;
+
+constexpr double mergeGap = 0.5;      // clips closer than this count as one take
+constexpr double lastFrames = 0.05;   // a plan never starts on a clip's last frames
+constexpr double endMargin = 0.04;    // closer to the end than this, no new plan
+constexpr double dropWindow = 16.0;   // seconds of shorter plans after a drop
+constexpr double snapReach = 0.4;     // how far a plan end moves to an onset
+constexpr double defaultWeight = 100;
+
+uint64_t unsignedField(const Json& j, const char* key, uint64_t fallback) {
+    const Json* v = json::field(j, key);
+    if (!v) return fallback;
+    if (v->is_number_unsigned()) return v->get<uint64_t>();
+    if (v->is_number_float()) {
+        double d = v->get<double>();
+        if (d >= 0 && d < 0x1.0p64 && d == std::floor(d)) return static_cast<uint64_t>(d);
+    }
+    return fallback;
+}
+
+// Where `camera` films at t, leaving out the last frames of each range.
+const TimeRange* filmingRange(const std::vector<std::vector<TimeRange>>& ranges, int camera, double t) {
+    if (camera < 0 || static_cast<size_t>(camera) >= ranges.size()) return nullptr;
+    for (const TimeRange& r : ranges[camera])
+        if (r.start <= t && t < r.end - lastFrames) return &r;
+    return nullptr;
+}
+
+}  // namespace
+
+void to_json(Json& j, const AutoSettings& s) {
+    j = Json::object();
+    Json cameras = Json::array();
+    for (const Uuid& id : s.cameras) cameras.push_back(id.text());
+    Json weights = Json::object();
+    for (const auto& [id, w] : s.weights) weights[id.text()] = w;
+    j["cameras"] = std::move(cameras);
+    j["minPlan"] = s.minPlan;
+    j["maxPlan"] = s.maxPlan;
+    j["snapToBeat"] = s.snapToBeat;
+    j["fasterOnDrops"] = s.fasterOnDrops;
+    j["weights"] = std::move(weights);
+    j["seed"] = s.seed;
+}
+
+void from_json(const Json& j, AutoSettings& s) {
+    const AutoSettings d;
+    s = d;
+    s.minPlan = json::number(j, "minPlan", d.minPlan);
+    s.maxPlan = json::number(j, "maxPlan", d.maxPlan);
+    s.snapToBeat = json::boolean(j, "snapToBeat", d.snapToBeat);
+    s.fasterOnDrops = json::boolean(j, "fasterOnDrops", d.fasterOnDrops);
+    s.seed = unsignedField(j, "seed", d.seed);
+    // One bad entry spoils the whole collection, as a typed decode would.
+    if (const Json* v = json::field(j, "cameras"); v && v->is_array()) {
+        for (const Json& e : *v) {
+            auto id = e.is_string() ? Uuid::parse(e.get_ref<const std::string&>()) : std::nullopt;
+            if (!id) {
+                s.cameras.clear();
+                break;
+            }
+            s.cameras.insert(*id);
+        }
+    }
+    if (const Json* v = json::field(j, "weights"); v && v->is_object()) {
+        for (const auto& [key, value] : v->items()) {
+            auto id = Uuid::parse(key);
+            if (!id || !value.is_number()) {
+                s.weights.clear();
+                break;
+            }
+            s.weights[*id] = value.get<double>();
+        }
+    }
+}
+
+namespace AutoEditor {
+
+std::vector<std::vector<TimeRange>> cameraRanges(const SyncResult& result, const std::vector<int>& cameraSources) {
+    std::vector<std::vector<TimeRange>> out;
+    out.reserve(cameraSources.size());
+    for (int source : cameraSources) {
+        std::vector<const PlacedItem*> files;
+        for (const PlacedItem& p : result.placed)
+            if (p.sourceIndex == source && p.item.hasVideo) files.push_back(&p);
+        std::stable_sort(files.begin(), files.end(),
+                         [](const PlacedItem* a, const PlacedItem* b) { return a->start < b->start; });
+        std::vector<TimeRange> ranges;
+        for (const PlacedItem* p : files) {
+            if (!ranges.empty() && p->start < ranges.back().end + mergeGap)
+                ranges.back().end = std::max(ranges.back().end, p->end());
+            else
+                ranges.push_back({p->start, p->end()});
+        }
+        out.push_back(std::move(ranges));
+    }
+    return out;
+}
+
+std::vector<Cut> generate(TimeRange range, const std::vector<std::vector<TimeRange>>& cameraRanges,
+                          const std::set<int>& allowed, const std::vector<Drop>& drops,
+                          const std::vector<double>& onsets, const AutoSettings& settings,
+                          const std::map<int, double>& weights) {
+    const double lo = range.start, hi = range.end;
+    const double minP = std::max(settings.minPlan, 0.5);
+    const double maxP = std::max(settings.maxPlan, minP);
+    const double shortP = std::max(minP * 0.5, 0.5);
+    const double endLimit = hi - endMargin;
+    if (!(endLimit > lo)) return {};
+
+    // Seeded by the range start too: an edit of a part of the set does not
+    // repeat the edit of the whole, and the same start repeats itself.
+    const auto startMs = static_cast<uint64_t>(static_cast<int64_t>(std::trunc(lo * 1000)));
+    SplitMix64 rng(settings.seed * 0x9E3779B97F4A7C15ull ^ startMs);
+
+    auto weightOf = [&](int c) {
+        auto it = weights.find(c);
+        return it == weights.end() ? defaultWeight : std::max(it->second, 0.0);
+    };
+    double total = 0;
+    for (int c : allowed) total += weightOf(c);
+    auto share = [&](int c) {
+        return total > 0 ? weightOf(c) / total : 1.0 / static_cast<double>(std::max<size_t>(allowed.size(), 1));
+    };
+    auto filming = [&](int c, double at) { return filmingRange(cameraRanges, c, at); };
+
+    std::vector<Cut> cuts;
+    std::map<int, double> shown;  // seconds on screen per camera
+    std::optional<int> current;
+    double t = lo;
+    while (t < endLimit) {
+        if (current && hi - t < 0.5) {
+            const TimeRange* r = filming(*current, t);
+            if (r && r->end >= endLimit) break;  // the last plan runs to the end
+        }
+
+        double length = minP + rng.unit() * (maxP - minP);
+        double snapFloor = minP;
+        if (settings.fasterOnDrops && std::any_of(drops.begin(), drops.end(), [t](const Drop& d) {
+                return d.time - 0.1 <= t && t < d.time + dropWindow;
+            })) {
+            length = std::max(length * 0.5, 0.5);
+            snapFloor = shortP;
+        }
+
+        // The current camera stays only when nobody else can take over.
+        std::vector<int> filmingNow, pool;
+        for (int c : allowed)
+            if (filming(c, t)) filmingNow.push_back(c);
+        for (int c : filmingNow)
+            if (c != current) pool.push_back(c);
+        if (pool.empty()) pool = filmingNow;
+
+        if (pool.empty()) {
+            // Nobody films: go on at the next start, keeping the camera in use.
+            std::optional<double> next;
+            for (int c : allowed) {
+                if (c < 0 || static_cast<size_t>(c) >= cameraRanges.size()) continue;
+                for (const TimeRange& r : cameraRanges[c])
+                    if (r.start > t && (!next || r.start < *next)) next = r.start;
+            }
+            if (!next || *next >= hi) break;
+            t = *next;
+            continue;
+        }
+
+        std::vector<int> base;
+        for (int c : pool)
+            if (filming(c, t)->end >= t + std::min(minP, length)) base.push_back(c);
+        if (base.empty()) base = pool;
+
+        // A camera at 0 % is taken only when nothing else films.
+        std::vector<int> candidates;
+        for (int c : base)
+            if (share(c) > 0) candidates.push_back(c);
+        if (candidates.empty()) {
+            const TimeRange* r = current ? filming(*current, t) : nullptr;
+            if (current && share(*current) > 0 && r && r->end > t + 0.5)
+                candidates = {*current};
+            else
+                candidates = base;
+        }
+
+        // A camera behind its share weighs more, one ahead of it less.
+        const double elapsed = std::max(t - lo, 0.001);
+        std::vector<double> weightsNow;
+        double sum = 0;
+        for (int c : candidates) {
+            const double s = share(c);
+            const double achieved = shown.count(c) ? shown[c] / elapsed : 0;
+            const double w = std::max(s, 0.001) * std::max(1 + 4 * (s - achieved) / std::max(s, 0.05), 0.1);
+            weightsNow.push_back(w);
+            sum += w;
+        }
+        double r = rng.unit() * sum;
+        int chosen = candidates.back();
+        for (size_t i = 0; i < candidates.size(); ++i) {
+            if (r < weightsNow[i]) {
+                chosen = candidates[i];
+                break;
+            }
+            r -= weightsNow[i];
+        }
+
+        const TimeRange* take = filming(chosen, t);
+        double e = std::min({t + length, take->end, hi});
+        if (settings.snapToBeat && e < hi - 0.2 && !onsets.empty()) {
+            const double* nearest = &onsets.front();
+            for (const double& o : onsets)
+                if (std::abs(o - e) < std::abs(*nearest - e)) nearest = &o;
+            if (std::abs(*nearest - e) < snapReach && *nearest >= t + snapFloor && *nearest <= take->end) e = *nearest;
+        }
+
+        if (chosen != current) {
+            Cut cut;
+            cut.time = t;
+            cut.camera = chosen;
+            cuts.push_back(cut);
+        }
+        shown[chosen] += e - t;
+        current = chosen;
+        t = e;
+    }
+    return cuts;
+}
+
+}  // namespace AutoEditor
+}  // namespace qv

@@ -1,9 +1,14 @@
 #include "platform/FfmpegPtr.h"
 
+#include <sys/stat.h>
+
 namespace qv::ff {
 
 FormatPtr openInput(const std::string& path) {
     av_log_set_level(AV_LOG_QUIET);
+    // Only regular files: opening a FIFO or a device would block for ever.
+    struct stat st {};
+    if (stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return nullptr;
     AVFormatContext* raw = nullptr;
     if (avformat_open_input(&raw, path.c_str(), nullptr, nullptr) < 0) return nullptr;
     FormatPtr ctx(raw);

@@ -1,0 +1,190 @@
+// Placement rules on signals made in memory: each test builds the sources it
+// needs from slices of one noise "set", so true starts are known exactly.
+#include <gtest/gtest.h>
+
+#include <chrono>
+
+#include "base/SplitMix64.h"
+#include "sync/FolderSync.h"
+
+namespace qv {
+namespace {
+
+constexpr int kRate = 2000;
+
+std::vector<float> noise(uint64_t seed, double seconds) {
+    SplitMix64 rng(seed);
+    std::vector<float> x(static_cast<size_t>(seconds * kRate));
+    for (auto& v : x) v = static_cast<float>(rng.unit() * 2 - 1);
+    return x;
+}
+
+std::vector<float> slice(const std::vector<float>& x, double from, double seconds) {
+    auto a = x.begin() + static_cast<long>(from * kRate);
+    return std::vector<float>(a, a + static_cast<long>(seconds * kRate));
+}
+
+// Mixes some independent noise in, so two copies of one stretch never score
+// exactly alike.
+std::vector<float> withNoise(std::vector<float> x, uint64_t seed, float amount) {
+    SplitMix64 rng(seed);
+    for (auto& v : x) v += amount * static_cast<float>(rng.unit() * 2 - 1);
+    return x;
+}
+
+FolderSync::Entry entry(int source, SourceKind kind, const std::string& name, std::vector<float> signal) {
+    FolderSync::Entry e;
+    e.sourceIndex = source;
+    e.kind = kind;
+    e.item.id = Uuid::make();
+    e.item.url = "/set/" + name;
+    e.item.duration = static_cast<double>(signal.size()) / kRate;
+    e.item.audioChannels = 1;
+    e.signal = std::move(signal);
+    return e;
+}
+
+SyncResult place(std::vector<FolderSync::Entry> entries, int threads = 1) {
+    FolderSync::Options options = FolderSync::defaultOptions();
+    options.trace = false;
+    options.threads = threads;
+    return FolderSync::place(std::move(entries), {}, nullptr, options);
+}
+
+const PlacedItem* find(const SyncResult& r, const std::string& name) {
+    for (const auto& p : r.placed)
+        if (p.item.fileName() == name) return &p;
+    return nullptr;
+}
+
+TEST(FolderSync, LoneCameraIsTheReference) {
+    auto r = place({entry(0, SourceKind::camera, "cam.mp4", noise(1, 20))});
+    ASSERT_EQ(r.placed.size(), 1u);
+    EXPECT_EQ(r.placed[0].start, 0.0);
+    EXPECT_FALSE(r.placed[0].score.has_value());
+    EXPECT_FALSE(r.placed[0].anchorName.has_value());
+    EXPECT_EQ(r.placed[0].waveform.size(), 20u * 20);
+    EXPECT_EQ(r.placed[0].bass.size(), 20u * 10);
+}
+
+TEST(FolderSync, PlacesSlicesAtTheirTrueStartsWithTheEarliestAtZero) {
+    auto set = noise(2, 120);
+    auto r = place({entry(0, SourceKind::audio, "rec.wav", slice(set, 10, 100)),
+                    entry(1, SourceKind::camera, "a.mp4", slice(set, 3, 30)),
+                    entry(1, SourceKind::camera, "b.mp4", slice(set, 50.25, 40)),
+                    entry(2, SourceKind::camera, "c.mp4", slice(set, 60, 50))});
+    ASSERT_EQ(r.placed.size(), 4u);
+    EXPECT_TRUE(r.unsynced.empty());
+    EXPECT_EQ(find(r, "a.mp4")->start, 0.0);
+    EXPECT_DOUBLE_EQ(find(r, "rec.wav")->start, 7.0);
+    EXPECT_DOUBLE_EQ(find(r, "b.mp4")->start, 47.25);
+    EXPECT_DOUBLE_EQ(find(r, "c.mp4")->start, 57.0);
+    EXPECT_TRUE(find(r, "b.mp4")->anchorName.has_value());
+    for (size_t i = 1; i < r.placed.size(); ++i) EXPECT_LE(r.placed[i - 1].start, r.placed[i].start);
+}
+
+TEST(FolderSync, ClipsOfOneSourceAreNeverMatchedTogether) {
+    // Two clips of one camera share 10 s of sound, but nothing else links them.
+    auto set = noise(3, 60);
+    auto r = place({entry(0, SourceKind::camera, "a.mp4", slice(set, 0, 30)),
+                    entry(0, SourceKind::camera, "b.mp4", slice(set, 20, 25))});
+    ASSERT_EQ(r.placed.size(), 1u);
+    EXPECT_EQ(r.placed[0].item.fileName(), "a.mp4");
+    ASSERT_EQ(r.unsynced.size(), 1u);
+    EXPECT_EQ(r.unsynced[0].item.fileName(), "b.mp4");
+}
+
+TEST(FolderSync, SiblingOverlapOfOneSecondIsAllowedAndMoreIsNot) {
+    auto set = noise(4, 80);
+    for (auto [from, allowed] : {std::pair{19.0, true}, std::pair{18.99, false}}) {
+        auto r = place({entry(0, SourceKind::audio, "rec.wav", slice(set, 0, 80)),
+                        entry(1, SourceKind::camera, "a.mp4", slice(set, 0, 20)),
+                        entry(1, SourceKind::camera, "b.mp4", slice(set, from, 15))});
+        EXPECT_EQ(find(r, "b.mp4") != nullptr, allowed) << "b starts at " << from;
+    }
+}
+
+TEST(FolderSync, SecondAgreeingAnchorBeatsABetterScoringWrongBar) {
+    // rec1 holds the clip's sound twice: at its true place under noise, and
+    // cleanly 2 s later. Alone, rec1 would pick the clean copy; rec2 heard
+    // the true place, agrees with it and stays silent at the wrong one.
+    auto set = noise(5, 120);
+    auto clip = slice(set, 40, 20);
+    auto rec1 = withNoise(set, 50, 1.5f);
+    std::copy(clip.begin(), clip.end(), rec1.begin() + 42 * kRate);
+    auto rec2 = withNoise(slice(set, 10, 90), 51, 0.3f);
+
+    auto alone = place({entry(0, SourceKind::audio, "rec1.wav", rec1), entry(2, SourceKind::camera, "cam.mp4", clip)});
+    ASSERT_NE(find(alone, "cam.mp4"), nullptr);
+    EXPECT_NEAR(find(alone, "cam.mp4")->start, 42.0, 1e-9);
+
+    auto both = place({entry(0, SourceKind::audio, "rec1.wav", rec1), entry(1, SourceKind::audio, "rec2.wav", rec2),
+                       entry(2, SourceKind::camera, "cam.mp4", clip)});
+    ASSERT_NE(find(both, "cam.mp4"), nullptr);
+    EXPECT_NEAR(find(both, "cam.mp4")->start, 40.0, 1e-9);
+    EXPECT_FALSE(find(both, "cam.mp4")->ambiguous);
+}
+
+TEST(FolderSync, SiblingDateChoosesTheNearStartWithoutAmbiguity) {
+    // b's sound lies at 100 s past a, as the dates say, and once more, cleaner,
+    // far away in the recording.
+    auto set = noise(6, 300);
+    auto a = slice(set, 10, 30), b = slice(set, 110, 30);
+    auto rec = withNoise(set, 60, 1.0f);
+    std::copy(b.begin(), b.end(), rec.begin() + 250 * kRate);
+    auto ea = entry(1, SourceKind::camera, "a.mp4", a), eb = entry(1, SourceKind::camera, "b.mp4", b);
+    Date base{};
+    ea.item.recordedAt = base;
+    eb.item.recordedAt = base + std::chrono::seconds(100);
+    auto r = place({entry(0, SourceKind::audio, "rec.wav", rec), ea, eb});
+    ASSERT_NE(find(r, "b.mp4"), nullptr);
+    EXPECT_NEAR(find(r, "b.mp4")->start - find(r, "a.mp4")->start, 100.0, 1e-9);
+    EXPECT_FALSE(find(r, "b.mp4")->ambiguous);
+}
+
+TEST(FolderSync, DoubtIsMarkedOnlyWhenNoLaterAnchorSettlesIt) {
+    // rec holds u's sound twice, exactly alike: alone, u is a genuine doubt.
+    auto set = noise(7, 300);
+    auto u = slice(set, 20, 60);
+    auto rec = set;
+    std::copy(u.begin(), u.end(), rec.begin() + 200 * kRate);
+    auto doubt = place({entry(0, SourceKind::audio, "rec.wav", rec), entry(1, SourceKind::camera, "u.mp4", u)});
+    ASSERT_NE(find(doubt, "u.mp4"), nullptr);
+    EXPECT_TRUE(find(doubt, "u.mp4")->ambiguous);
+
+    // x covers the second half of u's true place and beyond: it is placed in
+    // the first sweep while u waits, and settles u in the next one.
+    auto x = slice(set, 50, 50);
+    auto settled = place({entry(0, SourceKind::audio, "rec.wav", rec), entry(1, SourceKind::camera, "u.mp4", u),
+                          entry(2, SourceKind::camera, "x.mp4", x)});
+    ASSERT_NE(find(settled, "u.mp4"), nullptr);
+    EXPECT_NEAR(find(settled, "u.mp4")->start - find(settled, "rec.wav")->start, 20.0, 1e-9);
+    EXPECT_FALSE(find(settled, "u.mp4")->ambiguous);
+}
+
+TEST(FolderSync, NothingCorrelatesLeavesTheReferenceAlone) {
+    auto r = place({entry(0, SourceKind::audio, "rec.wav", noise(8, 60)),
+                    entry(1, SourceKind::camera, "a.mp4", noise(9, 30)),
+                    entry(2, SourceKind::camera, "b.mp4", noise(10, 30))});
+    ASSERT_EQ(r.placed.size(), 1u);
+    EXPECT_EQ(r.placed[0].item.fileName(), "rec.wav");
+    EXPECT_EQ(r.unsynced.size(), 2u);
+}
+
+TEST(FolderSync, ThreadsNeverChangeTheResult) {
+    auto set = noise(11, 200);
+    std::vector<FolderSync::Entry> entries = {entry(0, SourceKind::audio, "rec.wav", slice(set, 0, 200))};
+    for (int i = 0; i < 8; ++i)
+        entries.push_back(entry(1 + i % 4, SourceKind::camera, "c" + std::to_string(i) + ".mp4",
+                                withNoise(slice(set, 5 + 23 * i, 20), 100 + i, 0.5f)));
+    auto one = place(entries, 1), two = place(entries, 2);
+    ASSERT_EQ(one.placed.size(), two.placed.size());
+    for (size_t i = 0; i < one.placed.size(); ++i) {
+        EXPECT_EQ(one.placed[i].item.fileName(), two.placed[i].item.fileName());
+        EXPECT_EQ(one.placed[i].start, two.placed[i].start);
+        EXPECT_EQ(one.placed[i].score, two.placed[i].score);
+    }
+}
+
+}  // namespace
+}  // namespace qv

@@ -1,0 +1,119 @@
+#include "looks/ColorGrade.h"
+
+#include <functional>
+
+namespace qv {
+
+const ColorGrade ColorGrade::neutral{};
+
+namespace {
+
+// One table drives writing, reading and hashing, so a new field cannot be
+// forgotten in one of them. Wheels and the LUT name are handled apart.
+struct NumberField {
+    const char* key;
+    double ColorGrade::*member;
+};
+
+constexpr NumberField kBeforeLut[] = {
+    {"temperature", &ColorGrade::temperature}, {"tint", &ColorGrade::tint},
+    {"exposure", &ColorGrade::exposure},       {"contrast", &ColorGrade::contrast},
+    {"highlights", &ColorGrade::highlights},   {"shadows", &ColorGrade::shadows},
+    {"whites", &ColorGrade::whites},           {"blacks", &ColorGrade::blacks},
+    {"saturation", &ColorGrade::saturation},
+};
+
+constexpr NumberField kAfterLut[] = {
+    {"lutIntensity", &ColorGrade::lutIntensity}, {"fadedFilm", &ColorGrade::fadedFilm},
+    {"sharpen", &ColorGrade::sharpen},           {"vibrance", &ColorGrade::vibrance},
+    {"creativeSaturation", &ColorGrade::creativeSaturation},
+};
+
+struct WheelField {
+    const char* key;
+    ColorWheel ColorGrade::*member;
+};
+
+constexpr WheelField kWheels[] = {
+    {"shadowTint", &ColorGrade::shadowTint},       {"highlightTint", &ColorGrade::highlightTint},
+    {"wheelShadows", &ColorGrade::wheelShadows},   {"wheelMidtones", &ColorGrade::wheelMidtones},
+    {"wheelHighlights", &ColorGrade::wheelHighlights},
+};
+
+constexpr NumberField kAfterWheels[] = {
+    {"vignette", &ColorGrade::vignette},
+    {"vignetteMidpoint", &ColorGrade::vignetteMidpoint},
+    {"vignetteFeather", &ColorGrade::vignetteFeather},
+    {"texture", &ColorGrade::texture},
+    {"grain", &ColorGrade::grain},
+    {"grainSize", &ColorGrade::grainSize},
+    {"grainRoughness", &ColorGrade::grainRoughness},
+};
+
+void mix(std::size_t& seed, double v) {
+    seed ^= std::hash<double>{}(v) + 0x9E3779B97F4A7C15ull + (seed << 6) + (seed >> 2);
+}
+
+}  // namespace
+
+nlohmann::ordered_json ColorWheel::toJson() const {
+    nlohmann::ordered_json j = nlohmann::ordered_json::object();
+    j["hue"] = hue;
+    j["amount"] = amount;
+    j["luma"] = luma;
+    return j;
+}
+
+std::optional<ColorWheel> ColorWheel::fromJson(const json::Json& j) {
+    if (!j.is_object()) return std::nullopt;
+    ColorWheel w;
+    w.hue = json::number(j, "hue", w.hue);
+    w.amount = json::number(j, "amount", w.amount);
+    w.luma = json::number(j, "luma", w.luma);
+    return w;
+}
+
+nlohmann::ordered_json ColorGrade::toJson() const {
+    nlohmann::ordered_json j = nlohmann::ordered_json::object();
+    for (const auto& f : kBeforeLut) j[f.key] = this->*f.member;
+    if (lut) j["lut"] = *lut;
+    for (const auto& f : kAfterLut) j[f.key] = this->*f.member;
+    for (const auto& w : kWheels) j[w.key] = (this->*w.member).toJson();
+    for (const auto& f : kAfterWheels) j[f.key] = this->*f.member;
+    return j;
+}
+
+std::optional<ColorGrade> ColorGrade::fromJson(const json::Json& j) {
+    if (!j.is_object()) return std::nullopt;
+    ColorGrade g;
+    auto readNumbers = [&](const auto& fields) {
+        for (const auto& f : fields) g.*f.member = json::number(j, f.key, g.*f.member);
+    };
+    readNumbers(kBeforeLut);
+    readNumbers(kAfterLut);
+    readNumbers(kAfterWheels);
+    if (const json::Json* v = json::field(j, "lut"); v && v->is_string()) g.lut = v->get<std::string>();
+    for (const auto& w : kWheels) {
+        if (const json::Json* v = json::field(j, w.key))
+            g.*w.member = ColorWheel::fromJson(*v).value_or(ColorWheel{});
+    }
+    return g;
+}
+
+}  // namespace qv
+
+std::size_t std::hash<qv::ColorGrade>::operator()(const qv::ColorGrade& g) const noexcept {
+    using namespace qv;
+    std::size_t seed = 0;
+    for (const auto& f : kBeforeLut) mix(seed, g.*f.member);
+    for (const auto& f : kAfterLut) mix(seed, g.*f.member);
+    for (const auto& f : kAfterWheels) mix(seed, g.*f.member);
+    for (const auto& w : kWheels) {
+        const ColorWheel& c = g.*w.member;
+        mix(seed, c.hue);
+        mix(seed, c.amount);
+        mix(seed, c.luma);
+    }
+    seed ^= g.lut ? std::hash<std::string>{}(*g.lut) + 1 : 0;
+    return seed;
+}

@@ -1,0 +1,143 @@
+// Encoding through the ffmpeg executable, and the float WAV it reads.
+#include "Encode.h"
+
+#include <bit>
+#include <fstream>
+
+#include "base/Text.h"
+#include "platform/Process.h"
+
+namespace fs = std::filesystem;
+
+namespace qv::setgen {
+
+namespace {
+
+const char* const fontFile = "/usr/share/fonts/truetype/dejavu/DejaVuSans-Bold.ttf";
+
+std::string extensionOf(const fs::path& p) { return toLower(p.extension().string()); }
+
+void put16(std::ofstream& out, uint16_t v) {
+    char b[2] = {static_cast<char>(v & 0xff), static_cast<char>(v >> 8)};
+    out.write(b, 2);
+}
+
+void put32(std::ofstream& out, uint32_t v) {
+    char b[4] = {static_cast<char>(v & 0xff), static_cast<char>((v >> 8) & 0xff),
+                 static_cast<char>((v >> 16) & 0xff), static_cast<char>(v >> 24)};
+    out.write(b, 4);
+}
+
+std::string drawText(const std::string& text, int size, const std::string& y) {
+    return cformat("drawtext=fontfile=%s:text='%s':fontsize=%d:fontcolor=white:x=(w-tw)/2:y=%s", fontFile,
+                   text.c_str(), size, y.c_str());
+}
+
+std::vector<std::string> metadataArgs(const std::string& creationTime) {
+    std::vector<std::string> args = {"-map_metadata", "-1"};
+    if (!creationTime.empty()) {
+        args.push_back("-metadata");
+        args.push_back("creation_time=" + creationTime);
+    }
+    return args;
+}
+
+}  // namespace
+
+Result<Ffmpeg> Ffmpeg::locate() {
+    fs::path exe = process::findExecutable({"/usr/bin/ffmpeg", "/usr/local/bin/ffmpeg", "/opt/homebrew/bin/ffmpeg"});
+    if (exe.empty()) return Error{"ffmpeg introuvable"};
+    return Ffmpeg(exe);
+}
+
+Status Ffmpeg::run(const std::vector<std::string>& args, const std::string& target) const {
+    std::vector<std::string> full = {"-nostdin", "-y", "-v", "error", "-filter_threads", "1"};
+    full.insert(full.end(), args.begin(), args.end());
+    auto result = process::run(exe_, full);
+    if (!result) return Error{"Impossible de lancer ffmpeg : " + result.error().message};
+    if (result->exitCode != 0)
+        return Error{cformat("ffmpeg a échoué (code %d) en écrivant %s", result->exitCode, target.c_str())};
+    return Ok{};
+}
+
+Status writeFloatWav(const fs::path& file, const std::vector<float>& interleaved, int channels, int rate) {
+    static_assert(std::endian::native == std::endian::little, "the WAV samples are written as they lie in memory");
+    const uint64_t bytes = interleaved.size() * sizeof(float);
+    if (bytes > 0xFFFFFFFFull - 64) return Error{"Fichier son trop long pour un WAV : " + file.string()};
+    std::ofstream out(file, std::ios::binary | std::ios::trunc);
+    if (!out) return Error{"Impossible d'écrire " + file.string()};
+    out.write("RIFF", 4);
+    put32(out, static_cast<uint32_t>(36 + bytes));
+    out.write("WAVEfmt ", 8);
+    put32(out, 16);
+    put16(out, 3);  // IEEE float
+    put16(out, static_cast<uint16_t>(channels));
+    put32(out, static_cast<uint32_t>(rate));
+    put32(out, static_cast<uint32_t>(rate * channels * 4));
+    put16(out, static_cast<uint16_t>(channels * 4));
+    put16(out, 32);
+    out.write("data", 4);
+    put32(out, static_cast<uint32_t>(bytes));
+    out.write(reinterpret_cast<const char*>(interleaved.data()), static_cast<std::streamsize>(bytes));
+    if (!out) return Error{"Impossible d'écrire " + file.string()};
+    return Ok{};
+}
+
+Status encodeVideo(const Ffmpeg& ffmpeg, const fs::path& out, const std::string& target, const Picture& picture,
+                   const std::vector<fs::path>& tracks, const SoundFormat& sound, const std::string& creationTime) {
+    const int big = std::max(12, picture.height * 36 / 100);
+    const int small = std::max(8, picture.height / 10);
+    std::string filter = drawText(picture.label, big, "(h-th)/2-h/12") + "," +
+                         drawText(picture.caption, small, "h/20") + "," +
+                         drawText(cformat("%%{pts\\:hms\\:%.6f}", picture.clock), small, "h-th-h/15");
+
+    // The source stops by itself after the last frame (half a frame of margin
+    // against rounding); "-frames:v" would also cut the tail of the sound.
+    const double length = (static_cast<double>(picture.frames) - 0.5) * picture.fpsDen / picture.fpsNum;
+    std::vector<std::string> args = {
+        "-f", "lavfi", "-i",
+        cformat("color=c=0x%06x:s=%dx%d:r=%d/%d:d=%.6f", static_cast<unsigned>(picture.colour), picture.width,
+                picture.height, picture.fpsNum, picture.fpsDen, length)};
+    for (const auto& t : tracks) {
+        args.push_back("-i");
+        args.push_back(t.string());
+    }
+    args.insert(args.end(), {"-map", "0:v"});
+    for (size_t i = 0; i < tracks.size(); ++i) args.insert(args.end(), {"-map", cformat("%zu:a", i + 1)});
+    args.insert(args.end(), {"-vf", filter, "-c:v", "libx264",
+                             "-preset", "ultrafast", "-tune", "stillimage", "-pix_fmt", "yuv420p", "-threads",
+                             "1"});
+    if (tracks.empty()) {
+        args.push_back("-an");
+    } else {
+        args.insert(args.end(), {"-c:a", "aac", "-b:a", sound.channels > 1 ? "160k" : "96k", "-ar",
+                                 std::to_string(sound.sampleRate), "-ac", std::to_string(sound.channels)});
+    }
+    for (auto& a : metadataArgs(creationTime)) args.push_back(a);
+    args.insert(args.end(), {"-f", extensionOf(out) == ".mov" ? "mov" : "mp4", out.string()});
+    return ffmpeg.run(args, target);
+}
+
+Status encodeAudio(const Ffmpeg& ffmpeg, const fs::path& out, const std::string& target, const fs::path& wav,
+                   const SoundFormat& sound, const std::string& creationTime) {
+    const std::string ext = extensionOf(out);
+    std::vector<std::string> args = {"-i", wav.string(), "-ar", std::to_string(sound.sampleRate), "-ac",
+                                     std::to_string(sound.channels)};
+    if (ext == ".wav") {
+        args.insert(args.end(), {"-c:a", sound.pcmBits == 24 ? "pcm_s24le" : "pcm_s16le", "-f", "wav"});
+    } else if (ext == ".flac") {
+        args.insert(args.end(), {"-c:a", "flac", "-sample_fmt", sound.pcmBits == 24 ? "s32" : "s16", "-f", "flac"});
+    } else if (ext == ".mp3") {
+        args.insert(args.end(), {"-c:a", "libmp3lame", "-b:a", "192k", "-f", "mp3"});
+    } else if (ext == ".m4a") {
+        args.insert(args.end(), {"-c:a", "aac", "-b:a", "160k", "-f", "ipod"});
+    } else {
+        return Error{"Format de son inconnu : " + target};
+    }
+    // Only containers that carry a creation date get one.
+    for (auto& a : metadataArgs(ext == ".m4a" ? creationTime : std::string())) args.push_back(a);
+    args.push_back(out.string());
+    return ffmpeg.run(args, target);
+}
+
+}  // namespace qv::setgen

@@ -1,0 +1,59 @@
+// Encode: turns rendered sound and a drawn picture into real media files.
+// Sound goes to a float WAV first, then the `ffmpeg` executable (spawned
+// without a shell, one thread, fixed options) makes the final file, so the
+// same input always gives the same bytes.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "base/Result.h"
+
+namespace qv::setgen {
+
+class Ffmpeg {
+public:
+    // The first executable of the usual places; "ffmpeg introuvable" without one.
+    static Result<Ffmpeg> locate();
+
+    // Runs it with `args`; a non-zero exit names `target` in the error.
+    Status run(const std::vector<std::string>& args, const std::string& target) const;
+
+private:
+    explicit Ffmpeg(std::filesystem::path exe) : exe_(std::move(exe)) {}
+    std::filesystem::path exe_;
+};
+
+// 32-bit float WAV, `interleaved` holding frames of `channels` samples.
+Status writeFloatWav(const std::filesystem::path& file, const std::vector<float>& interleaved, int channels,
+                     int rate);
+
+struct Picture {
+    int width = 320, height = 180;
+    int fpsNum = 25, fpsDen = 1;
+    long frames = 0;
+    std::string label;    // drawn large in the middle, e.g. "CAM 2"
+    std::string caption;  // drawn small at the top, e.g. "clip 1"
+    uint32_t colour = 0x1f4e79;
+    double clock = 0;     // set time of the first frame, drawn at the bottom
+};
+
+struct SoundFormat {
+    int sampleRate = 48000;
+    int channels = 2;
+    int pcmBits = 16;  // for WAV and FLAC: 16 or 24
+};
+
+// A video file (H.264 yuv420p in MP4 or MOV as the extension says) with one
+// AAC stream per WAV of `tracks`; none gives a file without sound.
+Status encodeVideo(const Ffmpeg& ffmpeg, const std::filesystem::path& out, const std::string& target,
+                   const Picture& picture, const std::vector<std::filesystem::path>& tracks,
+                   const SoundFormat& sound, const std::string& creationTime);
+
+// A sound file whose codec follows the extension: wav (PCM), flac, mp3, m4a (AAC).
+Status encodeAudio(const Ffmpeg& ffmpeg, const std::filesystem::path& out, const std::string& target,
+                   const std::filesystem::path& wav, const SoundFormat& sound, const std::string& creationTime);
+
+}  // namespace qv::setgen

@@ -1,0 +1,33 @@
+// The synthetic club set: an arrangement of grooves, breaks and drops drawn
+// from a seed, rendered in memory as mono floats. Nothing in it repeats
+// exactly (bass notes per bar, hat velocities, stabs, a crowd bed, shouts),
+// so any ten seconds of it lie at one place only. Times are seconds from the
+// start of the set; the render covers exactly `duration`.
+#pragma once
+
+#include <cstdint>
+#include <utility>
+#include <vector>
+
+namespace qv::setgen {
+
+struct MusicSpec {
+    double duration = 60;  // seconds
+    int drops = -1;        // how many drops; -1 lets the length decide
+    int rate = 48000;      // samples per second of the render
+    uint64_t seed = 1;
+};
+
+struct Music {
+    int rate = 48000;
+    double bpm = 0;
+    double duration = 0;
+    std::vector<double> drops;                      // seconds where the bass comes back
+    std::vector<std::pair<double, double>> breaks;  // [start, end) with no kick nor bass
+    std::vector<float> samples;                     // duration × rate, peak about 0.6
+};
+
+// Deterministic: the same spec gives the same samples, bit for bit.
+Music renderMusic(const MusicSpec& spec);
+
+}  // namespace qv::setgen

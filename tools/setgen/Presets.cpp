@@ -1,0 +1,364 @@
+// The presets: each one lays out its cameras and recorders on the set's time
+// line with draws from one SplitMix64, so a seed fixes the whole plan.
+#include "Presets.h"
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+
+#include "Dsp.h"
+
+namespace qv::setgen {
+
+namespace {
+
+constexpr int64_t baseDate = 1718488800;  // 2024-06-15 22:00:00 UTC, doors open
+
+// How one camera records, the same for all its clips.
+struct CameraStyle {
+    int fpsNum = 25, fpsDen = 1;
+    int sampleRate = 48000;
+    int channels = 2;
+    std::string extension = ".mp4";
+    bool dated = false;
+};
+
+// `count` clips between `from` and `to`, each `minLen` to `maxLen` long
+// (shrunk when they cannot fit) and at least `minGap` apart, never overlapping.
+std::vector<std::pair<double, double>> layout(SplitMix64& rng, double from, double to, int count, double minLen,
+                                              double maxLen, double minGap) {
+    std::vector<double> lengths(static_cast<size_t>(count));
+    double sum = 0;
+    for (double& d : lengths) sum += d = uniform(rng, minLen, maxLen);
+    const double span = to - from, gaps = (count - 1) * minGap;
+    if (sum + gaps > span) {
+        double k = (span - gaps) * 0.98 / sum;
+        for (double& d : lengths) d *= k;
+        sum *= k;
+    }
+    std::vector<double> weights(static_cast<size_t>(count + 1));
+    double wsum = 0;
+    for (double& w : weights) wsum += w = uniform(rng, 0.05, 1.0);
+    const double slack = span - sum - gaps;
+    std::vector<std::pair<double, double>> clips;
+    double t = from + slack * weights[0] / wsum;
+    for (size_t i = 0; i < lengths.size(); ++i) {
+        clips.emplace_back(t, lengths[i]);
+        t += lengths[i] + minGap + slack * weights[i + 1] / wsum;
+    }
+    return clips;
+}
+
+class Builder {
+public:
+    Builder(std::string preset, uint64_t seed) : rng_(seed ^ presetHash(preset)) {
+        plan_.preset = std::move(preset);
+        plan_.seed = seed;
+    }
+
+    SplitMix64& rng() { return rng_; }
+    SetPlan take() { return std::move(plan_); }
+
+    int addMusic(double duration, int drops, int rate = 48000) {
+        plan_.musics.push_back(MusicSpec{duration, drops, rate, rng_.next()});
+        return static_cast<int>(plan_.musics.size()) - 1;
+    }
+
+    double setDuration() const { return plan_.musics.front().duration; }
+
+    void pictureSize(int width, int height) {
+        width_ = width;
+        height_ = height;
+    }
+
+    CameraStyle& style(int camera) {
+        auto it = styles_.find(camera);
+        if (it != styles_.end()) return it->second;
+        CameraStyle s;
+        if (chance(rng_, 0.5)) {
+            s.fpsNum = 30000;
+            s.fpsDen = 1001;
+        }
+        s.sampleRate = chance(rng_, 0.6) ? 48000 : 44100;
+        s.channels = chance(rng_, 0.7) ? 2 : 1;
+        s.extension = chance(rng_, 0.7) ? ".mp4" : ".mov";
+        s.dated = chance(rng_, 0.5);
+        return styles_[camera] = s;
+    }
+
+    // A camera clip; `name` without extension takes the camera's own.
+    FilePlan& camera(int number, int clip, double start, double duration, std::string name = {}, int music = 0) {
+        const CameraStyle& s = style(number);
+        FilePlan f;
+        f.source = "Cam " + std::to_string(number);
+        f.path = f.source + "/" + (name.empty() ? "clip " + std::to_string(clip) + s.extension : name);
+        f.kind = FileKind::camera;
+        f.music = music;
+        f.cameraNumber = number;
+        f.clipNumber = clip;
+        f.width = width_;
+        f.height = height_;
+        f.fpsNum = s.fpsNum;
+        f.fpsDen = s.fpsDen;
+        f.sampleRate = s.sampleRate;
+        f.channels = s.channels;
+        f.start = snap(start, music);
+        // Whole frames, ending inside the music.
+        double room = std::min(duration, plan_.musics[static_cast<size_t>(music)].duration - f.start);
+        auto frames = static_cast<long>(std::floor(room * f.fpsNum / f.fpsDen));
+        f.duration = static_cast<double>(frames) * f.fpsDen / f.fpsNum;
+        f.mics.push_back(Microphone::camera(rng_));
+        if (s.dated) f.recordedAt = baseDate + std::llround(f.start);
+        plan_.files.push_back(std::move(f));
+        return plan_.files.back();
+    }
+
+    // A sound file of recorder `number`.
+    FilePlan& recorder(int number, const std::string& name, double start, double duration, int music = 0) {
+        FilePlan f;
+        f.source = "Son " + std::to_string(number);
+        f.path = f.source + "/" + name;
+        f.kind = FileKind::audio;
+        f.music = music;
+        f.sampleRate = chance(rng_, 0.7) ? 48000 : 44100;
+        f.channels = chance(rng_, 0.6) ? 2 : 1;
+        f.pcmBits = chance(rng_, 0.5) ? 24 : 16;
+        const MusicSpec& m = plan_.musics[static_cast<size_t>(music)];
+        f.start = snap(start, music);
+        f.duration = std::floor(std::min(duration, m.duration - f.start) * m.rate) / m.rate;
+        f.mics.push_back(Microphone::recorder(rng_));
+        // Of the sound containers only MPEG-4 carries a creation date.
+        if (name.ends_with(".m4a") && chance(rng_, 0.5)) f.recordedAt = baseDate + std::llround(f.start);
+        plan_.files.push_back(std::move(f));
+        return plan_.files.back();
+    }
+
+    // A recorder running from near the start to near the end of the set.
+    FilePlan& mainRecorder(int number, const std::string& name) {
+        double d = setDuration();
+        double start = uniform(rng_, 0, 0.04 * d);
+        double end = uniform(rng_, 0.96 * d, d);
+        return recorder(number, name, start, end - start);
+    }
+
+    void cameras(int count, int minClips, int maxClips, double minLen, double maxLen, double minGap) {
+        for (int c = 1; c <= count; ++c) {
+            int clips = uniformInt(rng_, minClips, maxClips);
+            auto spans = layout(rng_, 0, setDuration(), clips, minLen, maxLen, minGap);
+            for (size_t k = 0; k < spans.size(); ++k)
+                camera(c, static_cast<int>(k) + 1, spans[k].first, spans[k].second);
+        }
+    }
+
+    void raw(const std::string& path, const std::string& source, std::string bytes, std::string note) {
+        FilePlan f;
+        f.path = path;
+        f.source = source;
+        f.kind = FileKind::audio;
+        f.raw = std::move(bytes);
+        f.sound = false;
+        f.expect = "ignored";
+        f.note = std::move(note);
+        plan_.files.push_back(std::move(f));
+    }
+
+private:
+    static uint64_t presetHash(const std::string& name) {
+        uint64_t h = 1469598103934665603ull;  // FNV-1a
+        for (unsigned char c : name) h = (h ^ c) * 1099511628211ull;
+        return h;
+    }
+
+    double snap(double t, int music) const {
+        double rate = plan_.musics[static_cast<size_t>(music)].rate;
+        return std::max(0.0, std::round(t * rate) / rate);
+    }
+
+    SetPlan plan_;
+    SplitMix64 rng_;
+    std::map<int, CameraStyle> styles_;
+    int width_ = 320, height_ = 180;
+};
+
+SetPlan tiny(Builder& b) {
+    b.addMusic(20, 0);
+    for (int c = 1; c <= 2; ++c) {
+        double d = uniform(b.rng(), 8, 12);
+        b.camera(c, 1, uniform(b.rng(), 0, 20 - d), d);
+    }
+    b.mainRecorder(1, "prise 1.wav");
+    return b.take();
+}
+
+SetPlan test(Builder& b) {
+    b.addMusic(60, 1);
+    for (int c = 1; c <= 3; ++c) {
+        int clips = uniformInt(b.rng(), 1, 2);
+        auto spans = layout(b.rng(), 0, 60, clips, clips == 1 ? 15 : 10, clips == 1 ? 40 : 25, 2);
+        for (size_t k = 0; k < spans.size(); ++k) b.camera(c, static_cast<int>(k) + 1, spans[k].first, spans[k].second);
+    }
+    b.mainRecorder(1, "prise 1.wav");
+    if (chance(b.rng(), 0.5)) {
+        double start = uniform(b.rng(), 5, 20);
+        double length = uniform(b.rng(), 25, 60 - start);
+        b.recorder(2, chance(b.rng(), 0.5) ? "prise 1.flac" : "prise 1.mp3", start, length);
+    }
+    return b.take();
+}
+
+SetPlan demo(Builder& b) {
+    b.addMusic(180, 2);
+    b.cameras(4, 1, 3, 15, 70, 3);
+    b.mainRecorder(1, "prise 1.wav");
+    double start = uniform(b.rng(), 3, 20);
+    b.recorder(2, "prise 1.m4a", start, 180 - start - uniform(b.rng(), 0, 15));
+    return b.take();
+}
+
+SetPlan hard(Builder& b) {
+    b.addMusic(90, 1);
+    SplitMix64& rng = b.rng();
+
+    // Cam 1: a good clip, one without any sound stream, one cut in half.
+    auto spans = layout(rng, 0, 90, 3, 14, 25, 2);
+    b.camera(1, 1, spans[0].first, spans[0].second, "clip 1.mp4");
+    FilePlan& mute = b.camera(1, 2, spans[1].first, spans[1].second, "clip 2.mov");
+    mute.mics.clear();
+    mute.sound = false;
+    mute.expect = "unsynced";
+    mute.note = "no-audio";
+    FilePlan& damaged = b.camera(1, 3, spans[2].first, spans[2].second, "clip 3.mp4");
+    damaged.truncate = true;
+    damaged.sound = false;
+    damaged.expect = "unreadable";
+    damaged.note = "damaged";
+
+    // Cam 2: two microphones in one file, and a clip in a card folder.
+    spans = layout(rng, 0, 90, 3, 14, 25, 2);
+    b.camera(2, 1, spans[0].first, spans[0].second, "clip 1.mp4");
+    FilePlan& twin = b.camera(2, 2, spans[1].first, spans[1].second, "clip 2.mp4");
+    twin.mics.push_back(Microphone::recorder(rng));
+    twin.note = "two-streams";
+    b.camera(2, 3, spans[2].first, spans[2].second, "Carte SD/clip 3.mp4").note = "nested";
+
+    // Cam 3: an upper-case extension, and a clip whose sound is digital silence.
+    spans = layout(rng, 0, 90, 2, 20, 35, 2);
+    b.camera(3, 1, spans[0].first, spans[0].second, "CLIP0001.MP4").note = "upper-case";
+    FilePlan& silent = b.camera(3, 2, spans[1].first, spans[1].second, "CLIP0002.MP4");
+    silent.silent = true;
+    silent.sound = false;
+    silent.expect = "unsynced";
+    silent.note = "silent-video";
+
+    b.mainRecorder(1, "prise 1.wav");
+    double start = uniform(rng, 5, 25);
+    FilePlan& inverted = b.recorder(2, "prise 1.m4a", start, uniform(rng, 45, 90 - start));
+    inverted.mics.front().gain = -std::fabs(inverted.mics.front().gain);
+    inverted.note = "inverted";
+    FilePlan& shortFile = b.recorder(3, "court.wav", uniform(rng, 10, 80), 0.6);
+    shortFile.sound = false;
+    shortFile.expect = "unsynced";
+    shortFile.note = "short";
+
+    // What a card or a laptop leaves behind beside the media.
+    std::string appleDouble("\x00\x05\x16\x07\x00\x02\x00\x00Mac OS X        ", 24);
+    appleDouble.resize(4096, '\0');
+    b.raw("Son 1/.DS_Store.wav", "Son 1", appleDouble, "hidden");
+    b.raw("notes.txt", "",
+          "Set du samedi, club. Cam 1 au fond, Cam 2 sur la scène, Cam 3 à l'épaule.\n"
+          "Son 1 : enregistreur sur la table, Son 2 : micro dans la salle.\n",
+          "text");
+    return b.take();
+}
+
+SetPlan hour(Builder& b) {
+    b.addMusic(3600, -1);
+    b.pictureSize(160, 90);
+    for (int c = 1; c <= 6; ++c) {
+        int clips = uniformInt(b.rng(), 3, 5);
+        double mean = 3600 * uniform(b.rng(), 0.75, 0.9) / clips;
+        auto spans = layout(b.rng(), 0, 3600, clips, 0.6 * mean, 1.4 * mean, 5);
+        for (size_t k = 0; k < spans.size(); ++k) b.camera(c, static_cast<int>(k) + 1, spans[k].first, spans[k].second);
+    }
+    FilePlan& whole = b.recorder(1, "prise 1.wav", 0, 3600);
+    whole.channels = 1;
+    whole.pcmBits = 16;
+    std::string ext = chance(b.rng(), 0.5) ? ".flac" : ".m4a";
+    auto spans = layout(b.rng(), 0, 3600, 2, 1300, 1750, 10);
+    for (size_t k = 0; k < spans.size(); ++k)
+        b.recorder(2, "prise " + std::to_string(k + 1) + ext, spans[k].first, spans[k].second);
+    return b.take();
+}
+
+SetPlan nocorr(Builder& b) {
+    // Three unrelated sets: the longest sound file is the reference, the
+    // others find nothing in it.
+    int a = b.addMusic(40, 0), c1 = b.addMusic(30, 0), c2 = b.addMusic(25, 0);
+    b.recorder(1, "prise 1.wav", 0, 40, a);
+    b.camera(1, 1, 0, 30, {}, c1).expect = "unsynced";
+    b.camera(2, 1, 0, 25, {}, c2).expect = "unsynced";
+    return b.take();
+}
+
+SetPlan silence(Builder& b) {
+    b.addMusic(30, 0);
+    auto quiet = [](FilePlan& f, const char* expect) {
+        f.silent = true;
+        f.sound = false;
+        f.expect = expect;
+    };
+    // The reference is placed whatever it holds; nothing can join it.
+    quiet(b.recorder(1, "silence.wav", 0, 30), "placed");
+    quiet(b.camera(1, 1, 2, 20), "unsynced");
+    quiet(b.camera(2, 1, 8, 15), "unsynced");
+    return b.take();
+}
+
+SetPlan longshort(Builder& b) {
+    // Two hours at 8 kHz keep the render and the file light.
+    b.addMusic(7200, -1, 8000);
+    FilePlan& whole = b.recorder(1, "prise 1.flac", 0, 7200);
+    whole.sampleRate = 8000;
+    whole.channels = 1;
+    whole.pcmBits = 16;
+    b.camera(1, 1, uniform(b.rng(), 300, 6800), 5.0);
+    return b.take();
+}
+
+SetPlan drops(Builder& b) {
+    b.addMusic(240, 3);
+    b.cameras(2, 1, 2, 30, 100, 3);
+    b.mainRecorder(1, "prise 1.wav");
+    return b.take();
+}
+
+using Maker = SetPlan (*)(Builder&);
+
+const std::vector<std::pair<std::string, Maker>>& makers() {
+    static const std::vector<std::pair<std::string, Maker>> list = {
+        {"tiny", tiny},     {"test", test},       {"demo", demo},        {"hard", hard}, {"hour", hour},
+        {"nocorr", nocorr}, {"silent", silence}, {"longshort", longshort}, {"drops", drops}};
+    return list;
+}
+
+}  // namespace
+
+const std::vector<std::string>& presetNames() {
+    static const std::vector<std::string> names = [] {
+        std::vector<std::string> n;
+        for (const auto& [name, make] : makers()) n.push_back(name);
+        return n;
+    }();
+    return names;
+}
+
+Result<SetPlan> makePlan(const std::string& preset, uint64_t seed) {
+    for (const auto& [name, make] : makers()) {
+        if (name != preset) continue;
+        Builder builder(preset, seed);
+        return make(builder);
+    }
+    return Error{"Préréglage inconnu : " + preset};
+}
+
+}  // namespace qv::setgen

@@ -1,0 +1,58 @@
+// SetPlan: everything a generated set will hold, decided before anything is
+// rendered: the music, and for each file its place on the time line, its
+// picture, its microphones and what the program is expected to make of it.
+// Presets build plans; SetWriter carries them out and writes the truth.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Microphone.h"
+#include "Music.h"
+
+namespace qv::setgen {
+
+enum class FileKind { camera, audio };
+
+struct FilePlan {
+    std::string path;    // relative to the set folder, "Cam 1/clip 1.mp4"
+    std::string source;  // the top folder, "Cam 1"; empty for the set folder itself
+    FileKind kind = FileKind::camera;
+    double start = 0;     // seconds on the music's time line
+    double duration = 0;  // seconds
+    int music = 0;        // index into SetPlan::musics
+
+    // Picture of a camera file.
+    int cameraNumber = 0;
+    int clipNumber = 0;
+    int width = 320, height = 180;
+    int fpsNum = 25, fpsDen = 1;
+
+    // Sound: one stream per microphone, none for a file without sound.
+    int sampleRate = 48000;
+    int channels = 2;
+    int pcmBits = 16;
+    std::vector<Microphone> mics;
+    bool silent = false;                 // streams of digital silence
+    std::optional<int64_t> recordedAt;   // creation date, seconds since 1970 (UTC)
+
+    // Files that are not encoded media.
+    bool truncate = false;         // cut to half its size once written
+    std::optional<std::string> raw;  // written as these bytes, not encoded
+
+    // What the program should make of it.
+    bool sound = true;  // holds usable sound that can be placed
+    std::string expect = "placed";  // "placed", "unsynced", "unreadable", "ignored"
+    std::string note;               // which hard case it is, e.g. "silent-video"; empty for plain files
+};
+
+struct SetPlan {
+    std::string preset;
+    uint64_t seed = 1;
+    std::vector<MusicSpec> musics;  // the first one is the set's own time line
+    std::vector<FilePlan> files;
+};
+
+}  // namespace qv::setgen

@@ -1,0 +1,215 @@
+// Writing a planned set: music, microphones, encoding, then the truth file.
+#include "SetWriter.h"
+
+#include <chrono>
+#include <ctime>
+#include <fstream>
+#include <optional>
+
+#include "Encode.h"
+#include "base/Json.h"
+#include "base/Text.h"
+
+namespace fs = std::filesystem;
+
+namespace qv::setgen {
+
+namespace {
+
+const char* const markerName = ".quorvel-setgen";  // hidden: the scanner never sees it
+
+const uint32_t palette[] = {0x1f4e79, 0x7a1f2b, 0x2e6b30, 0x6b4a1f, 0x4b2a6b, 0x1f6b6b, 0x6b1f5c, 0x444444};
+
+std::string isoDate(int64_t seconds) {
+    std::time_t t = static_cast<std::time_t>(seconds);
+    std::tm tm{};
+    gmtime_r(&t, &tm);
+    return cformat("%04d-%02d-%02dT%02d:%02d:%02d.000000Z", tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday,
+                   tm.tm_hour, tm.tm_min, tm.tm_sec);
+}
+
+// Temporary WAVs live beside the set under hidden names and go when done,
+// whatever happens to the encoding.
+class TempFiles {
+public:
+    ~TempFiles() {
+        for (const auto& p : paths_) {
+            std::error_code ec;
+            fs::remove(p, ec);
+        }
+    }
+    void add(fs::path p) { paths_.push_back(std::move(p)); }
+    const std::vector<fs::path>& paths() const { return paths_; }
+
+private:
+    std::vector<fs::path> paths_;
+};
+
+Status prepareFolder(const fs::path& folder) {
+    std::error_code ec;
+    if (fs::exists(folder, ec)) {
+        if (!fs::is_directory(folder, ec)) return Error{"La sortie n'est pas un dossier : " + folder.string()};
+        if (!fs::is_empty(folder, ec)) {
+            if (!fs::exists(folder / "truth.json", ec) && !fs::exists(folder / markerName, ec))
+                return Error{"Le dossier de sortie n'est pas vide : " + folder.string()};
+            for (const auto& entry : fs::directory_iterator(folder, ec)) fs::remove_all(entry.path(), ec);
+            if (ec) return Error{"Impossible de vider " + folder.string() + " : " + ec.message()};
+        }
+    } else if (!fs::create_directories(folder, ec)) {
+        return Error{"Impossible de créer " + folder.string() + " : " + ec.message()};
+    }
+    std::ofstream(folder / markerName) << "quorvel-setgen\n";
+    return Ok{};
+}
+
+Status writeBytes(const fs::path& file, const std::string& bytes) {
+    std::ofstream out(file, std::ios::binary | std::ios::trunc);
+    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    if (!out) return Error{"Impossible d'écrire " + file.string()};
+    return Ok{};
+}
+
+json::Json truthOf(const SetPlan& plan, const std::vector<std::optional<Music>>& musics) {
+    json::Json j;
+    j["seed"] = plan.seed;
+    j["preset"] = plan.preset;
+    j["duration"] = plan.musics.front().duration;
+    const std::optional<Music>& main = musics.front();
+    // A set made only of silence never renders its music and has no tempo.
+    j["bpm"] = main ? main->bpm : 0.0;
+    j["drops"] = main ? json::Json(main->drops) : json::Json::array();
+    json::Json breaks = json::Json::array();
+    if (main)
+        for (const auto& [s, e] : main->breaks) breaks.push_back({s, e});
+    j["breaks"] = breaks;
+    json::Json files = json::Json::array();
+    for (const FilePlan& f : plan.files) {
+        json::Json o;
+        o["path"] = f.path;
+        o["source"] = f.source;
+        o["kind"] = f.kind == FileKind::camera ? "camera" : "audio";
+        o["start"] = f.start;
+        o["duration"] = f.duration;
+        o["sound"] = f.sound;
+        bool filtered = false;
+        for (const Microphone& m : f.mics) filtered = filtered || m.filtered();
+        o["filtered"] = filtered && !f.silent;
+        o["expect"] = f.expect;
+        o["streams"] = f.mics.size();
+        if (f.recordedAt) o["recordedAt"] = isoDate(*f.recordedAt);
+        if (!f.note.empty()) o["case"] = f.note;
+        files.push_back(std::move(o));
+    }
+    j["files"] = std::move(files);
+    return j;
+}
+
+}  // namespace
+
+Status writeSet(const SetPlan& plan, const fs::path& folder, std::ostream& log) {
+    const auto began = std::chrono::steady_clock::now();
+    auto ffmpeg = Ffmpeg::locate();
+    if (!ffmpeg) return ffmpeg.error();
+    if (Status s = prepareFolder(folder); !s) return s;
+
+    std::vector<std::optional<Music>> musics(plan.musics.size());
+    auto musicFor = [&](size_t index) -> const Music& {
+        if (!musics[index]) {
+            const MusicSpec& spec = plan.musics[index];
+            log << cformat("Rendu de la musique %zu : %.0f s à %d Hz\n", index + 1, spec.duration, spec.rate)
+                << std::flush;
+            const auto t0 = std::chrono::steady_clock::now();
+            musics[index] = renderMusic(spec);
+            const double took = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+            log << cformat("  %.2f BPM, %zu drop(s), %zu break(s), rendue en %.1f s\n", musics[index]->bpm,
+                           musics[index]->drops.size(), musics[index]->breaks.size(), took)
+                << std::flush;
+        }
+        return *musics[index];
+    };
+
+    // Render up front what the files will need (silence needs no music).
+    for (const FilePlan& f : plan.files)
+        if (!f.raw && !f.silent && !f.mics.empty()) musicFor(static_cast<size_t>(f.music));
+
+    for (size_t i = 0; i < plan.files.size(); ++i) {
+        const FilePlan& f = plan.files[i];
+        log << cformat("[%zu/%zu] %s\n", i + 1, plan.files.size(), f.path.c_str()) << std::flush;
+        const fs::path target = folder / fs::path(f.path);
+        std::error_code ec;
+        fs::create_directories(target.parent_path(), ec);
+        if (ec) return Error{"Impossible de créer " + target.parent_path().string() + " : " + ec.message()};
+
+        if (f.raw) {
+            if (Status s = writeBytes(target, *f.raw); !s) return s;
+            continue;
+        }
+
+        // The sound of each stream: the mix from start to start + duration,
+        // as each microphone hears it.
+        TempFiles temps;
+        int rate = f.sampleRate;
+        for (size_t m = 0; m < f.mics.size(); ++m) {
+            std::vector<float> samples;
+            if (f.silent) {
+                samples.assign(static_cast<size_t>(std::llround(f.duration * rate)) * static_cast<size_t>(f.channels),
+                               0.0f);
+            } else {
+                const Music& music = musicFor(static_cast<size_t>(f.music));
+                rate = music.rate;
+                auto first = static_cast<size_t>(std::llround(f.start * rate));
+                auto count = static_cast<size_t>(std::llround(f.duration * rate));
+                first = std::min(first, music.samples.size());
+                count = std::min(count, music.samples.size() - first);
+                samples = f.mics[m].record(music.samples.data() + first, count, rate, f.channels);
+            }
+            fs::path temp = folder / cformat(".setgen-%zu-%zu.wav", i, m);
+            temps.add(temp);
+            if (Status s = writeFloatWav(temp, samples, f.channels, rate); !s) return s;
+        }
+
+        SoundFormat sound{f.sampleRate, f.channels, f.pcmBits};
+        std::string date = f.recordedAt ? isoDate(*f.recordedAt) : std::string();
+        Status encoded = Ok{};
+        if (f.kind == FileKind::camera) {
+            Picture picture;
+            picture.width = f.width;
+            picture.height = f.height;
+            picture.fpsNum = f.fpsNum;
+            picture.fpsDen = f.fpsDen;
+            picture.frames = std::lround(f.duration * f.fpsNum / f.fpsDen);
+            picture.label = "CAM " + std::to_string(f.cameraNumber);
+            picture.caption = "clip " + std::to_string(f.clipNumber);
+            picture.colour = palette[static_cast<size_t>(f.cameraNumber - 1) % std::size(palette)];
+            picture.clock = f.start;
+            encoded = encodeVideo(*ffmpeg, target, f.path, picture, temps.paths(), sound, date);
+        } else {
+            if (temps.paths().empty()) return Error{"Fichier son sans micro : " + f.path};
+            encoded = encodeAudio(*ffmpeg, target, f.path, temps.paths().front(), sound, date);
+        }
+        if (!encoded) return encoded;
+
+        if (f.truncate) {
+            auto size = fs::file_size(target, ec);
+            if (!ec) fs::resize_file(target, size / 2, ec);
+            if (ec) return Error{"Impossible de tronquer " + f.path + " : " + ec.message()};
+        }
+    }
+
+    // The truth comes last: its presence says the set is complete.
+    const std::string text =
+        truthOf(plan, musics).dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+    if (Status s = writeBytes(folder / "truth.json.tmp", text); !s) return s;
+    std::error_code ec;
+    fs::rename(folder / "truth.json.tmp", folder / "truth.json", ec);
+    if (ec) return Error{"Impossible d'écrire truth.json : " + ec.message()};
+    fs::remove(folder / markerName, ec);
+
+    double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count();
+    log << cformat("Set « %s » (graine %llu) écrit en %.1f s : %zu fichiers dans %s\n", plan.preset.c_str(),
+                   static_cast<unsigned long long>(plan.seed), seconds, plan.files.size(), folder.c_str())
+        << std::flush;
+    return Ok{};
+}
+
+}  // namespace qv::setgen

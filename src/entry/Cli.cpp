@@ -6,8 +6,17 @@
 #include <cstdio>
 #include <filesystem>
 
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <numeric>
+
 #include "base/Format.h"
 #include "base/Text.h"
+#include "edit/AutoEditor.h"
+#include "edit/Cut.h"
+#include "export/PremiereExport.h"
+#include "music/DropDetector.h"
 #include "sync/FolderSync.h"
 #include "sync/MediaScanner.h"
 
@@ -70,6 +79,96 @@ void printSyncReport(const std::vector<MediaSource>& sources, const SyncResult& 
         out << "  NON CALÉ : " << sources[static_cast<size_t>(u.sourceIndex)].name << " / " << u.item.fileName() << "\n";
 }
 
+bool hasFlag(const std::vector<std::string>& args, const std::string& flag) {
+    return std::find(args.begin(), args.end(), flag) != args.end();
+}
+
+// The value behind an option; nothing when the option is absent or last.
+std::optional<std::string> optionValue(const std::vector<std::string>& args, const std::string& flag) {
+    auto it = std::find(args.begin(), args.end(), flag);
+    if (it == args.end() || it + 1 == args.end()) return std::nullopt;
+    return *(it + 1);
+}
+
+std::vector<int> cameraSourceIndices(const std::vector<MediaSource>& sources) {
+    std::vector<int> cameras;
+    for (size_t i = 0; i < sources.size(); ++i)
+        if (sources[i].kind == SourceKind::camera) cameras.push_back(static_cast<int>(i));
+    return cameras;
+}
+
+// The automatic editor's statistics: how long its plans are, and the faults
+// an editor would see (a camera following itself, a plan with no picture).
+void printAutoStatistics(const std::vector<MediaSource>& sources, const SyncResult& result, std::ostream& out) {
+    std::vector<int> cameras = cameraSourceIndices(sources);
+    auto ranges = AutoEditor::cameraRanges(result, cameras);
+    auto drops = DropDetector::detect(result, sources, 0.5);
+    auto onsets = DropDetector::onsets(result, sources);
+    std::set<int> allowed;
+    for (size_t c = 0; c < cameras.size(); ++c) allowed.insert(static_cast<int>(c));
+    AutoSettings settings;  // 2 to 6 s, on the beat, faster on drops, seed 1
+    const double duration = result.duration();
+    auto cuts = AutoEditor::generate({0, duration}, ranges, allowed, drops, onsets, settings, {});
+    auto plans = Segment::build(cuts, duration);
+
+    double shortest = 0, longest = 0, total = 0, afterDropTotal = 0;
+    int sameCamera = 0, withoutPicture = 0, afterDrop = 0;
+    for (size_t i = 0; i < plans.size(); ++i) {
+        const Segment& p = plans[i];
+        double length = p.end - p.start;
+        shortest = i == 0 ? length : std::min(shortest, length);
+        longest = i == 0 ? length : std::max(longest, length);
+        total += length;
+        if (i > 0 && plans[i - 1].camera == p.camera) ++sameCamera;
+        bool filmed = false;
+        if (p.camera >= 0 && static_cast<size_t>(p.camera) < ranges.size())
+            for (const auto& r : ranges[static_cast<size_t>(p.camera)])
+                filmed = filmed || (r.start - 0.01 <= p.start && p.end <= r.end + 0.01);
+        if (!filmed) ++withoutPicture;
+        bool isAfterDrop = std::any_of(drops.begin(), drops.end(),
+                                       [&](const Drop& d) { return p.start >= d.time && p.start < d.time + 16.0; });
+        if (isAfterDrop) {
+            ++afterDrop;
+            afterDropTotal += length;
+        }
+    }
+    double mean = plans.empty() ? 0 : total / static_cast<double>(plans.size());
+    double meanAfterDrop = afterDrop ? afterDropTotal / afterDrop : 0;
+    out << cformat("Auto : %d plans, durée %.1f à %.1f s (moy. %.1f) · même caméra 2 fois de suite : %d · plan sans "
+                   "image : %d · moy. après drop : %.1f s",
+                   static_cast<int>(plans.size()), shortest, longest, mean, sameCamera, withoutPicture, meanAfterDrop)
+        << "\n";
+}
+
+void printDrops(const std::vector<MediaSource>& sources, const SyncResult& result, std::ostream& out) {
+    std::string line;
+    for (const Drop& d : DropDetector::detect(result, sources, 0.5)) {
+        if (!line.empty()) line += " · ";
+        line += Format::timecode(d.time) + cformat(" (force %.0f %%)", d.strength * 100);
+    }
+    out << "Drops : " << line << "\n";
+}
+
+// Writes the whole document, or reports why not in the system's words.
+int writeOutput(const fs::path& output, const std::string& data, std::ostream& out) {
+    std::ofstream file(output, std::ios::binary | std::ios::trunc);
+    if (file) file.write(data.data(), static_cast<std::streamsize>(data.size()));
+    if (file) file.close();
+    if (!file) {
+        int code = errno ? errno : EIO;
+        out << "Erreur d'écriture : " << std::strerror(code) << "\n";
+        return 1;
+    }
+    out << "XML : " << output.string() << "\n";
+    return 0;
+}
+
+std::string folderName(const fs::path& folder) {
+    fs::path p = folder;
+    if (!p.has_filename()) p = p.parent_path();
+    return p.filename().string();
+}
+
 }  // namespace
 
 int run(const std::vector<std::string>& arguments, std::ostream& out) {
@@ -79,7 +178,6 @@ int run(const std::vector<std::string>& arguments, std::ostream& out) {
     }
     fs::path folder = fs::absolute(arguments[0]);
     fs::path output = fs::absolute(arguments[1]);
-    (void)output;
 
     std::vector<MediaSource> sources = MediaScanner::scan(folder);
     printListing(sources, out);
@@ -91,7 +189,13 @@ int run(const std::vector<std::string>& arguments, std::ostream& out) {
     double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
     bar.finish();
     printSyncReport(sources, result, elapsed, out);
-    return 0;
+
+    if (hasFlag(arguments, "--auto")) printAutoStatistics(sources, result, out);
+    if (hasFlag(arguments, "--drops")) printDrops(sources, result, out);
+
+    std::string document = PremiereExport::makeXML(folderName(folder) + " - SYNC", sources, result, {}, {});
+    out.flush();
+    return writeOutput(output, document, out);
 }
 
 }  // namespace qv::CLI

@@ -264,6 +264,8 @@ SyncResult place(std::vector<Entry> entries, std::vector<UnsyncedItem> unsynced,
     for (size_t i = 0; i < entries.size(); ++i)
         if (placer.start(static_cast<int>(i))) earliest = std::min(earliest, *placer.start(static_cast<int>(i)));
 
+    std::vector<std::string> names;
+    for (const auto& e : entries) names.push_back(e.item.fileName());
     for (size_t i = 0; i < entries.size(); ++i) {
         int k = static_cast<int>(i);
         Entry& e = entries[i];
@@ -275,7 +277,7 @@ SyncResult place(std::vector<Entry> entries, std::vector<UnsyncedItem> unsynced,
         p.sourceIndex = e.sourceIndex;
         p.start = *placer.start(k) - earliest;
         p.score = placer.score(k);
-        if (placer.anchor(k) >= 0) p.anchorName = entries[static_cast<size_t>(placer.anchor(k))].item.fileName();
+        if (placer.anchor(k) >= 0) p.anchorName = names[static_cast<size_t>(placer.anchor(k))];
         p.ambiguous = placer.ambiguous(k);
         p.waveform = Envelopes::waveform(e.signal);
         p.bass = Envelopes::bassEnvelope(e.signal);

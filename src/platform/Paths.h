@@ -1,10 +1,16 @@
 // Per-user places on disk, following the XDG base directory rules: a
 // variable that is unset, empty or not an absolute path falls back to its
-// default under the home folder. Nothing here creates a folder. Any thread.
+// default under the home folder. Only `writeSetting` creates a folder.
+// Any thread; the settings file has no lock of its own, so its writers are
+// expected on one thread (the interface thread).
 #pragma once
 
 #include <filesystem>
 #include <optional>
+#include <string>
+#include <string_view>
+
+#include "base/Json.h"
 
 namespace qv::paths {
 
@@ -25,5 +31,35 @@ std::optional<std::filesystem::path> projectsOverride();
 
 // The application's own folder: QUORVEL_PROJECTS_DIR, else dataHome()/Quorvel.
 std::filesystem::path appData();
+
+// XDG_DOWNLOAD_DIR from $XDG_CONFIG_HOME/user-dirs.dirs ("$HOME/..." or an
+// absolute path), else ~/Downloads. The folder need not exist.
+std::filesystem::path downloads();
+
+// $XDG_CONFIG_HOME/quorvel/settings.json
+std::filesystem::path settingsFile();
+
+// A path made absolute (against the working folder) with "." and ".."
+// resolved by name and no trailing separator, so that two spellings of one
+// folder compare equal. Links are not resolved. Empty stays empty.
+std::filesystem::path standardized(const std::filesystem::path& p);
+
+// Files -----------------------------------------------------------------
+// Whole-file reads and atomic replacement: the bytes go to a temporary file
+// in the same folder, are flushed to the disk, then renamed over `file`, so
+// a reader sees the old file or the new one, never half of one. A failure
+// leaves the old file and no temporary behind.
+
+// Nothing when the path is not a regular file or cannot be read.
+std::optional<std::string> readFile(const std::filesystem::path& file);
+bool writeAtomically(const std::filesystem::path& file, std::string_view bytes);
+
+// The settings file: one JSON object, one key per setting, shared by the
+// application settings and the log's launch date. Each change re-reads the
+// file and replaces only its own key, so writers never undo each other.
+// Reading gives an empty object when the file is missing or damaged.
+json::Json readSettings(const std::filesystem::path& file);
+// Creates the folder if needed; nothing as `value` removes the key.
+void writeSetting(const std::filesystem::path& file, const std::string& key, const std::optional<json::Json>& value);
 
 }  // namespace qv::paths

@@ -1,0 +1,61 @@
+// SyncCache: the stored synchronisation of one set folder, kept beside the
+// projects so that reopening a set needs no decoding and no correlation.
+// Each file is named by its stamp (path, size, modification time); the cache
+// is only trusted while every stamp still matches (ProjectStore::restore).
+//
+// Its JSON form is strict, unlike the project file: every key is required
+// (`score` and `anchorName` may be left out), and any missing or mistyped
+// value makes the whole decode fail, which simply means "no cache".
+// Binary arrays are base64 text of little-endian float32 values.
+// Plain values, safe to copy to any thread.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "base/Json.h"
+
+namespace qv {
+
+struct SyncCache {
+    struct FileStamp {
+        std::string path;    // the file's path as the scanner gave it
+        int64_t size = 0;    // bytes
+        double modified = 0; // seconds since 1970-01-01 00:00:00 UTC
+
+        // The file system's answer now; nothing when the file cannot be
+        // queried. Links are followed, as opening the file would.
+        static std::optional<FileStamp> of(const std::filesystem::path& file);
+
+        bool operator==(const FileStamp&) const = default;
+    };
+
+    struct Placed {
+        FileStamp file;
+        double start = 0;  // seconds on the set's time line
+        std::optional<float> score;
+        std::optional<std::string> anchorName;
+        bool ambiguous = false;
+        std::vector<uint8_t> waveform;  // raw float32 little-endian
+        std::vector<uint8_t> bass;
+
+        bool operator==(const Placed&) const = default;
+    };
+
+    std::vector<Placed> placed;
+    std::vector<FileStamp> unsynced;
+
+    bool operator==(const SyncCache&) const = default;
+
+    json::Json toJson() const;
+    static std::optional<SyncCache> fromJson(const json::Json& j);
+};
+
+// Standard base64 with padding; decoding refuses anything else.
+std::string base64Encode(const std::vector<uint8_t>& bytes);
+std::optional<std::vector<uint8_t>> base64Decode(std::string_view text);
+
+}  // namespace qv

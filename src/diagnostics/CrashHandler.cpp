@@ -1,0 +1,195 @@
+#include "diagnostics/CrashHandler.h"
+
+#include <execinfo.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstring>
+#include <ctime>
+
+namespace qv {
+
+namespace {
+
+constexpr int kSignals[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT};
+constexpr const char* kSignalNames[] = {"SIGSEGV", "SIGBUS", "SIGFPE", "SIGILL", "SIGABRT"};
+constexpr size_t kSignalCount = sizeof kSignals / sizeof kSignals[0];
+constexpr size_t kAltStackSize = 64 * 1024;
+
+// Everything the handler reads is prepared here at installation: it may not
+// allocate, lock or call anything that does.
+struct State {
+    char folder[4096] = {};
+    struct sigaction previous[kSignalCount] = {};
+    stack_t previousStack = {};
+    std::atomic<bool> reporting{false};
+};
+State state;
+
+// A small writer into a fixed buffer, for numbers and text without stdio.
+struct Buffer {
+    char data[512];
+    size_t length = 0;
+
+    void text(const char* s) {
+        while (*s && length < sizeof data) data[length++] = *s++;
+    }
+    void number(unsigned long long v, int minDigits = 1, int base = 10) {
+        char digits[32];
+        int n = 0;
+        do {
+            digits[n++] = "0123456789abcdef"[v % static_cast<unsigned>(base)];
+            v /= static_cast<unsigned>(base);
+        } while (v > 0 && n < 32);
+        while (n < minDigits && n < 32) digits[n++] = '0';
+        while (n > 0 && length < sizeof data) data[length++] = digits[--n];
+    }
+};
+
+void writeAll(int fd, const char* p, size_t n) {
+    while (n > 0) {
+        ssize_t w = ::write(fd, p, n);
+        if (w < 0 && errno == EINTR) continue;
+        if (w <= 0) return;
+        p += w;
+        n -= static_cast<size_t>(w);
+    }
+}
+
+// Unix time to the civil UTC date, by arithmetic only (gmtime is not
+// async-signal-safe). Days-to-date after H. Hinnant's civil_from_days.
+struct Civil {
+    long long year;
+    unsigned month, day, hour, minute, second;
+};
+
+Civil civilUTC(long long t) {
+    long long days = t >= 0 ? t / 86400 : (t - 86399) / 86400;
+    long long secs = t - days * 86400;
+    long long z = days + 719468;
+    long long era = (z >= 0 ? z : z - 146096) / 146097;
+    long long doe = z - era * 146097;
+    long long yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
+    long long doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
+    long long mp = (5 * doy + 2) / 153;
+    unsigned d = static_cast<unsigned>(doy - (153 * mp + 2) / 5 + 1);
+    unsigned m = static_cast<unsigned>(mp < 10 ? mp + 3 : mp - 9);
+    long long y = yoe + era * 400 + (m <= 2 ? 1 : 0);
+    return {y, m, d, static_cast<unsigned>(secs / 3600), static_cast<unsigned>(secs % 3600 / 60),
+            static_cast<unsigned>(secs % 60)};
+}
+
+void writeReport(int index, const siginfo_t* info) {
+    time_t now = time(nullptr);
+    Civil c = civilUTC(static_cast<long long>(now));
+
+    Buffer path;
+    path.text(state.folder);
+    path.text("/Quorvel-");
+    path.number(static_cast<unsigned long long>(c.year), 4);
+    path.text("-");
+    path.number(c.month, 2);
+    path.text("-");
+    path.number(c.day, 2);
+    path.text("-");
+    path.number(c.hour, 2);
+    path.number(c.minute, 2);
+    path.number(c.second, 2);
+    path.text("-");
+    path.number(static_cast<unsigned long long>(getpid()));
+    path.text(".crash");
+    if (path.length >= sizeof path.data) return;
+    path.data[path.length] = '\0';
+
+    int fd = ::open(path.data, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (fd < 0) return;
+
+    Buffer head;
+    head.text("Quorvel : arrêt sur le signal ");
+    head.number(static_cast<unsigned long long>(kSignals[index]));
+    head.text(" (");
+    head.text(kSignalNames[index]);
+    head.text(")\nHeure (UTC) : ");
+    head.number(static_cast<unsigned long long>(c.year), 4);
+    head.text("-");
+    head.number(c.month, 2);
+    head.text("-");
+    head.number(c.day, 2);
+    head.text(" ");
+    head.number(c.hour, 2);
+    head.text(":");
+    head.number(c.minute, 2);
+    head.text(":");
+    head.number(c.second, 2);
+    head.text("\nProcessus : ");
+    head.number(static_cast<unsigned long long>(getpid()));
+    if (info && info->si_code > 0) {  // sent by the kernel: the address means something
+        head.text("\nAdresse : 0x");
+        head.number(reinterpret_cast<uintptr_t>(info->si_addr), 1, 16);
+    }
+    head.text("\n\nPile d'appels :\n");
+    writeAll(fd, head.data, head.length);
+
+    void* frames[64];
+    int count = backtrace(frames, 64);
+    backtrace_symbols_fd(frames, count, fd);
+    fsync(fd);
+    ::close(fd);
+}
+
+void onFatalSignal(int signal, siginfo_t* info, void*) {
+    size_t index = 0;
+    while (index < kSignalCount && kSignals[index] != signal) ++index;
+    // Only the first fatal signal writes: a second thread crashing at the
+    // same time must not interleave with the report.
+    if (index < kSignalCount && !state.reporting.exchange(true)) writeReport(static_cast<int>(index), info);
+
+    // Default action, then raise again: the signal stays blocked while we are
+    // in the handler, so it is delivered as we return and ends the process
+    // with its usual status and core dump.
+    struct sigaction fallback {};
+    fallback.sa_handler = SIG_DFL;
+    sigemptyset(&fallback.sa_mask);
+    sigaction(signal, &fallback, nullptr);
+    raise(signal);
+}
+
+}  // namespace
+
+CrashHandler::CrashHandler(const std::filesystem::path& folder) {
+    std::error_code ec;
+    std::filesystem::create_directories(folder, ec);
+    std::string text = folder.string();
+    size_t n = std::min(text.size(), sizeof state.folder - 1);
+    std::memcpy(state.folder, text.data(), n);
+    state.folder[n] = '\0';
+    state.reporting = false;
+
+    // The first backtrace() loads libgcc's unwinder, which allocates: do it
+    // now rather than inside the handler.
+    void* warmUp[2];
+    backtrace(warmUp, 2);
+
+    altStack_ = std::make_unique<char[]>(kAltStackSize);
+    stack_t stack{};
+    stack.ss_sp = altStack_.get();
+    stack.ss_size = kAltStackSize;
+    altStackInstalled_ = sigaltstack(&stack, &state.previousStack) == 0;
+
+    for (size_t i = 0; i < kSignalCount; ++i) {
+        struct sigaction action {};
+        action.sa_sigaction = onFatalSignal;
+        action.sa_flags = SA_SIGINFO | SA_ONSTACK;
+        sigemptyset(&action.sa_mask);
+        sigaction(kSignals[i], &action, &state.previous[i]);
+    }
+}
+
+CrashHandler::~CrashHandler() {
+    for (size_t i = 0; i < kSignalCount; ++i) sigaction(kSignals[i], &state.previous[i], nullptr);
+    if (altStackInstalled_) sigaltstack(&state.previousStack, nullptr);
+}
+
+}  // namespace qv

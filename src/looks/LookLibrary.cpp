@@ -1,12 +1,8 @@
 #include "looks/LookLibrary.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <fstream>
 #include <map>
 #include <mutex>
-#include <sstream>
 
 #include "base/Json.h"
 #include "base/Text.h"
@@ -32,38 +28,6 @@ LutCache& cache() {
 
 fs::path lutFolder() { return base() / kLutFolder; }
 fs::path presetFolder() { return base() / kPresetFolder; }
-
-std::optional<std::string> readFile(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) return std::nullopt;
-    std::ostringstream text;
-    text << in.rdbuf();
-    if (in.bad()) return std::nullopt;
-    return std::move(text).str();
-}
-
-// Write beside the target, then rename over it, so a reader never sees half
-// a preset and a failed write leaves the old one.
-bool writeAtomically(const fs::path& target, const std::string& text) {
-    fs::path temp = target;
-    temp += ".tmp-" + std::to_string(getpid());
-    {
-        std::ofstream out(temp, std::ios::binary | std::ios::trunc);
-        if (!out) return false;
-        out << text;
-        out.flush();
-        if (!out) {
-            out.close();
-            std::error_code ec;
-            fs::remove(temp, ec);
-            return false;
-        }
-    }
-    std::error_code ec;
-    fs::rename(temp, target, ec);
-    if (ec) fs::remove(temp, ec);
-    return !ec;
-}
 
 bool hasExtension(const fs::path& path, std::string_view extension) {
     return toLower(path.extension().string()) == extension;
@@ -107,7 +71,7 @@ std::shared_ptr<const CubeLUT> lut(const std::string& name) {
     LutCache& c = cache();
     std::lock_guard lock(c.mutex);
     if (auto it = c.entries.find(path); it != c.entries.end()) return it->second;
-    auto text = readFile(path);
+    auto text = paths::readFile(path);
     if (!text) return nullptr;
     auto parsed = CubeLUT::parse(*text);
     if (!parsed) return nullptr;
@@ -142,7 +106,7 @@ std::vector<Preset> presets() {
     std::error_code ec;
     for (fs::directory_iterator it(presetFolder(), ec), end; !ec && it != end; it.increment(ec)) {
         if (!it->is_regular_file(ec) || !hasExtension(it->path(), kPresetExtension)) continue;
-        auto text = readFile(it->path());
+        auto text = paths::readFile(it->path());
         if (!text) continue;
         if (auto preset = parsePreset(*text, it->path().stem().string())) list.push_back(std::move(*preset));
     }
@@ -155,7 +119,7 @@ Status save(const Preset& preset) {
     const fs::path folder = presetFolder();
     std::error_code ec;
     fs::create_directories(folder, ec);
-    if (ec || !writeAtomically(folder / presetFileName(preset.name), presetText(preset)))
+    if (ec || !paths::writeAtomically(folder / presetFileName(preset.name), presetText(preset)))
         return Error{"Impossible d'enregistrer le préréglage « " + preset.name + " »."};
     return Ok{};
 }
@@ -168,7 +132,7 @@ Status remove(const Preset& preset) {
 }
 
 Result<std::string> importLUT(const fs::path& file) {
-    auto text = readFile(file);
+    auto text = paths::readFile(file);
     if (!text) return Error{"Impossible de lire le fichier " + quoted(file) + "."};
     if (!CubeLUT::parse(*text))
         return Error{"Le fichier " + quoted(file) +
@@ -202,7 +166,7 @@ Result<Preset> importPreset(const fs::path& file) {
         preset.grade.lut = *name;
         preset.grade.lutIntensity = 100;
     } else if (hasExtension(file, kPresetExtension)) {
-        auto text = readFile(file);
+        auto text = paths::readFile(file);
         if (!text) return Error{"Impossible de lire le fichier " + quoted(file) + "."};
         auto parsed = parsePreset(*text, file.stem().string());
         if (!parsed) return Error{"Le préréglage " + quoted(file) + " n'est pas lisible."};

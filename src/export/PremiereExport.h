@@ -1,7 +1,7 @@
 // PremiereExport: the interchange timeline (xmeml version 4) that Premiere Pro
 // and DaVinci Resolve import. `makeXML` writes every file of a set stacked on
-// its synchronised place; an edited sequence builds its own tracks and ends in
-// the same `render`, which knows nothing of edits.
+// its synchronised place; `makeMontageXML` builds the tracks of an edit. Both
+// end in the same `render`, which knows nothing of edits.
 //
 // Pure functions of their arguments, except for the sequence's random uuid;
 // any thread. Times are seconds, turned into frames of the sequence by
@@ -10,6 +10,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <set>
@@ -19,6 +20,9 @@
 #include "effects/EffectSettings.h"
 #include "effects/MotionFX.h"
 #include "effects/Reframe.h"
+#include "edit/AudioSettings.h"
+#include "edit/Cut.h"
+#include "edit/TimeRange.h"
 #include "sync/Media.h"
 #include "sync/SyncResult.h"
 
@@ -99,6 +103,29 @@ std::string pathURL(const std::filesystem::path& path);
 std::string makeXML(const std::string& name, const std::vector<MediaSource>& sources,
                     const SyncResult& result, const std::map<Uuid, double>& levels,
                     const std::set<Uuid>& muted);
+
+// The edited sequence over `range` (seconds on the set's time line), which
+// becomes sequence time 0. `segments`: the plans of the whole edit in time
+// order; `cameraSources[camera]` is the index in `sources` of that camera.
+// Picture goes on one video track, or with `trackPerCamera` on one per camera
+// (V1 the first camera, empty tracks kept). The sound keeps everything: the
+// recorders' tracks, then either every camera's own sound (mode all) or the
+// sound that follows the cut, linked to its picture (table and camera); the
+// mode only decides which of those exist, `muted` (filled by the caller)
+// which are disabled. Camera sound gets fades where a rush begins or ends
+// inside the range and, in mode camera with `cutFade`, a two-frame
+// cross-fade at each cut both files can cover. `levels` plus
+// `audio.masterDb` gives each source's gain. An empty `effectFor` draws each
+// plan with MotionFX::resolve from `effects` and its camera's membership of
+// the effect sets; only zoom and shake reach the file, as key frames.
+std::string makeMontageXML(const std::string& name, const std::vector<MediaSource>& sources,
+                           const SyncResult& result, const std::vector<Segment>& segments,
+                           const std::vector<int>& cameraSources, TimeRange range,
+                           const std::map<Uuid, double>& levels, const std::set<Uuid>& muted,
+                           const AudioSettings& audio, const EffectSettings& effects,
+                           const std::function<ResolvedEffect(const Segment&)>& effectFor = {},
+                           OutputFormat format = OutputFormat::landscape,
+                           const std::map<Uuid, CameraFrame>& framing = {}, bool trackPerCamera = false);
 
 // The document itself. `duration`: sequence length in seconds. `levels`: gain
 // in dB per source id; `muted`: sources whose audio clips are disabled;

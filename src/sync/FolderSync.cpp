@@ -108,6 +108,7 @@ private:
             found[static_cast<size_t>(k)] = correlate(u, missing[static_cast<size_t>(k)]);
         });
         for (size_t k = 0; k < missing.size(); ++k) matches_[{u, missing[k]}] = std::move(found[k]);
+        if (options_.stats) options_.stats->correlations += static_cast<int>(missing.size());
     }
 
     std::vector<Match> correlate(int u, int p) {
@@ -257,8 +258,11 @@ SyncResult place(std::vector<Entry> entries, std::vector<UnsyncedItem> unsynced,
         if (progress) progress(1.0, "Synchronisation terminée");
         return result;
     }
+    auto t0 = std::chrono::steady_clock::now();
     Placer placer(entries, progress, options);
     placer.run();
+    if (options.stats)
+        options.stats->placeSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
 
     double earliest = INFINITY;
     for (size_t i = 0; i < entries.size(); ++i)
@@ -308,6 +312,7 @@ SyncResult run(const std::vector<MediaSource>& sources, const Progress& progress
     Loader fallback = options.fallback ? options.fallback : Loader(AudioLoader::loadWithFFmpeg);
 
     // Decoding dominates the run: all cores at once, each result in its slot.
+    auto t0 = std::chrono::steady_clock::now();
     std::vector<std::vector<float>> signals(jobs.size());
     std::mutex progressLock;
     int started = 0;
@@ -325,6 +330,9 @@ SyncResult run(const std::vector<MediaSource>& sources, const Progress& progress
         if (!signal || signal->empty()) signal = fallback(job.item->url);
         if (signal && !signal->empty()) signals[static_cast<size_t>(i)] = std::move(*signal);
     });
+
+    if (options.stats)
+        options.stats->decodeSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
 
     std::vector<Entry> entries;
     std::vector<UnsyncedItem> unsynced;

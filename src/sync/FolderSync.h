@@ -34,12 +34,20 @@ namespace qv::FolderSync {
 using Progress = std::function<void(double, const std::string&)>;
 using Loader = std::function<Result<std::vector<float>>(const std::filesystem::path&)>;
 
+// Where a run spent its time, for benchmarks and the log.
+struct Stats {
+    double decodeSeconds = 0;  // all files' sound, all threads at once
+    double placeSeconds = 0;   // correlation and placement
+    int correlations = 0;      // pairs correlated
+};
+
 struct Options {
     int threads = 0;  // 0: one per core
     bool trace = false;  // candidates of every try on standard error
     Loader primary;   // default: AudioLoader::loadWithLibav
     Loader fallback;  // default: AudioLoader::loadWithFFmpeg
     long long spectrumBudget = SpectrumCache::defaultBudget;
+    Stats* stats = nullptr;  // filled when given
 };
 
 // Options with the defaults, `trace` set when QUORVEL_DEBUG exists.

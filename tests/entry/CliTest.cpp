@@ -1,0 +1,139 @@
+// The command-line run end to end: modes, usage, the fixed-format report,
+// the XML it writes, and the self check over generated sets.
+#include <gtest/gtest.h>
+
+#include <pugixml.hpp>
+
+#include <cstdio>
+#include <fstream>
+#include <set>
+#include <sstream>
+
+#include "entry/Cli.h"
+#include "entry/SelfTest.h"
+#include "support/Fixtures.h"
+
+namespace fs = std::filesystem;
+
+namespace qv {
+namespace {
+
+struct Outcome {
+    int status = 0;
+    std::string out;
+};
+
+Outcome cli(const std::vector<std::string>& args) {
+    std::ostringstream out;
+    int status = CLI::run(args, out);
+    return {status, out.str()};
+}
+
+// Runs the real executable through the shell, for what only main decides.
+Outcome program(const std::string& args) {
+    Outcome r;
+    std::string cmd = std::string(QUORVEL_EXE) + " " + args + " 2>/dev/null";
+    FILE* pipe = popen(cmd.c_str(), "r");
+    char buf[4096];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, pipe)) > 0) r.out.append(buf, n);
+    int status = pclose(pipe);
+    r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return r;
+}
+
+std::string lastLine(const std::string& text) {
+    std::string t = text;
+    while (!t.empty() && t.back() == '\n') t.pop_back();
+    return t.substr(t.rfind('\n') + 1);
+}
+
+// Strict reading of a written timeline: well formed, one definition per
+// file, every clip as long in the source as on the sequence, every link
+// pointing at a clip item that exists.
+void expectSoundTimeline(const fs::path& xmlFile, size_t mediaFiles) {
+    pugi::xml_document doc;
+    auto parsed = doc.load_file(xmlFile.c_str(), pugi::parse_default | pugi::parse_doctype);
+    ASSERT_TRUE(parsed) << parsed.description();
+    std::set<std::string> clipIds, defined;
+    for (auto clip : doc.select_nodes("//clipitem")) {
+        auto n = clip.node();
+        clipIds.insert(n.attribute("id").value());
+        EXPECT_EQ(n.child("out").text().as_llong() - n.child("in").text().as_llong(),
+                  n.child("end").text().as_llong() - n.child("start").text().as_llong());
+        auto file = n.child("file");
+        if (file.child("pathurl")) defined.insert(file.attribute("id").value());
+    }
+    EXPECT_EQ(defined.size(), mediaFiles);
+    for (auto link : doc.select_nodes("//link/linkclipref"))
+        EXPECT_TRUE(clipIds.count(link.node().text().get())) << link.node().text().get();
+}
+
+TEST(Cli, ModesAndUsage) {
+    for (const char* args : {"--cli", "--cli seul"}) {
+        Outcome r = program(args);
+        EXPECT_EQ(r.status, 1) << args;
+        EXPECT_EQ(r.out, "Usage : Quorvel --cli <dossier du set> <sortie.xml>\n") << args;
+    }
+    // The self check wins, and takes "--cli" as its fixtures folder.
+    Outcome self = program("--selftest --cli x y");
+    EXPECT_NE(self.out.find("Aucun set de référence dans --cli"), std::string::npos) << self.out;
+    EXPECT_EQ(lastLine(self.out).find(" passed, 0 failed"), lastLine(self.out).find(" passed"));
+}
+
+TEST(Cli, EmptyFolderAndWriteFailure) {
+    test::TempDir dir;
+    fs::create_directories(dir / "set");
+    Outcome r = cli({(dir / "set").string(), (dir / "out.xml").string()});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out.rfind("Synchro en ", 0), 0u) << r.out;  // no source line before it
+    EXPECT_EQ(lastLine(r.out), "XML : " + (dir / "out.xml").string());
+    expectSoundTimeline(dir / "out.xml", 0);
+
+    Outcome bad = cli({(dir / "set").string(), (dir / "manquant" / "out.xml").string()});
+    EXPECT_EQ(bad.status, 1);
+    EXPECT_EQ(lastLine(bad.out).rfind("Erreur d'écriture : ", 0), 0u) << bad.out;
+}
+
+TEST(Cli, OneCameraIsTheReference) {
+    if (!test::haveFFmpeg()) GTEST_SKIP() << "ffmpeg absent";
+    test::TempDir dir;
+    fs::create_directories(dir / "set" / "Cam 1");
+    ASSERT_TRUE(test::ffmpeg({"-f", "lavfi", "-i", "color=s=64x36:d=3", "-f", "lavfi", "-i", "anoisesrc=d=3:r=8000",
+                              "-c:v", "libx264", "-preset", "ultrafast", "-pix_fmt", "yuv420p",
+                              (dir / "set" / "Cam 1" / "a.mp4").string()}));
+    Outcome r = cli({(dir / "set").string(), (dir / "o.xml").string()});
+    EXPECT_NE(r.out.find("[CAM] Cam 1 : 1 fichiers, 3 s\n"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("  Cam 1    a.mp4                  début     0.000 s  fiabilité réf  (calé sur -)\n"),
+              std::string::npos)
+        << r.out;
+}
+
+TEST(Cli, GeneratedSetRunsTheWholeRoad) {
+    fs::path set = test::generatedSet("hard", 3);
+    if (set.empty()) GTEST_SKIP() << "generator unavailable";
+    test::TempDir dir;
+    Outcome r = cli({set.string(), (dir / "sync.xml").string(), "--drops", "--auto"});
+    ASSERT_EQ(r.status, 0) << r.out;
+    EXPECT_NE(r.out.find("  NON CALÉ : "), std::string::npos);
+    EXPECT_NE(r.out.find("\nDrops : "), std::string::npos);
+    EXPECT_NE(r.out.find("\nAuto : "), std::string::npos);
+    size_t placedLines = 0;
+    for (size_t at = r.out.find(" début "); at != std::string::npos; at = r.out.find(" début ", at + 1)) ++placedLines;
+    expectSoundTimeline(dir / "sync.xml", placedLines);
+}
+
+// The self check's own verdict on generated sets: placement within a
+// millisecond (two when filtered), hard cases set aside, drops, XML.
+class SelfCheck : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(SelfCheck, GeneratedSetPassesEveryCheck) {
+    fs::path set = test::generatedSet(GetParam(), 3);
+    if (set.empty()) GTEST_SKIP() << "generator unavailable";
+    for (const auto& c : SelfTest::checkSet(set)) EXPECT_TRUE(c.passed) << c.name << " : " << c.detail;
+}
+
+INSTANTIATE_TEST_SUITE_P(Presets, SelfCheck, ::testing::Values("tiny", "test", "hard", "drops"));
+
+}  // namespace
+}  // namespace qv

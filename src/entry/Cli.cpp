@@ -163,6 +163,80 @@ int writeOutput(const fs::path& output, const std::string& data, std::ostream& o
     return 0;
 }
 
+// "t:cam,t:cam,...": pieces that are not exactly a number and a decimal
+// integer are skipped without a word.
+std::vector<Cut> parseCuts(const std::string& value) {
+    std::vector<Cut> cuts;
+    for (const auto& piece : split(value, ',')) {
+        auto parts = split(piece, ':');
+        if (parts.size() != 2) continue;
+        auto t = parseDouble(parts[0]);
+        auto cam = parseInteger(parts[1]);
+        if (!t || !cam || parts[1].find_first_not_of("0123456789+-") != std::string::npos) continue;
+        Cut cut;
+        cut.time = *t;
+        cut.camera = static_cast<int>(*cam - 1);
+        cuts.push_back(cut);
+    }
+    return cuts;
+}
+
+// "a-b" with a below b, clipped to the set; anything else is the whole set.
+// A start beyond the set's end leaves an empty range there.
+TimeRange parseRange(const std::optional<std::string>& value, double duration) {
+    if (!value) return {0, duration};
+    std::vector<double> numbers;
+    for (const auto& part : split(*value, '-'))
+        if (auto v = parseDouble(part)) numbers.push_back(*v);
+    if (numbers.size() != 2 || !(numbers[0] < numbers[1])) return {0, duration};
+    double end = std::min(numbers[1], duration);
+    double start = std::min(numbers[0], end);
+    return {start, end};
+}
+
+std::string montage(const std::vector<std::string>& args, const std::string& setName,
+                    const std::vector<MediaSource>& sources, const SyncResult& result, const std::string& cutsText,
+                    std::ostream& out) {
+    const double duration = result.duration();
+    std::vector<Cut> cuts = parseCuts(cutsText);
+    TimeRange range = parseRange(optionValue(args, "--range"), duration);
+
+    AudioSettings audio;
+    if (hasFlag(args, "--son-tout")) audio.mode = AudioSettings::Mode::all;
+    if (hasFlag(args, "--son-camera")) audio.mode = AudioSettings::Mode::camera;
+    audio.rushFade = 1.0;
+    audio.cutFade = true;
+    audio.masterDb = 0;
+
+    OutputFormat format = OutputFormat::landscape;
+    if (auto raw = optionValue(args, "--format"))
+        format = outputFormatFromRaw(*raw).value_or(OutputFormat::landscape);
+    std::map<Uuid, CameraFrame> framing;
+    if (auto raw = optionValue(args, "--cadrage")) {
+        if (auto x = parseDouble(*raw)) {
+            for (const auto& s : sources)
+                if (s.kind == SourceKind::camera) framing[s.id] = CameraFrame{1.0, *x, 0.0};
+        }
+    }
+
+    const EffectSettings effects;
+    const bool drawn = hasFlag(args, "--effets");
+    auto effectFor = [&](const Segment& plan) {
+        if (!drawn) return ResolvedEffect{};
+        EffectCameras cameras;
+        cameras.zoom = true;
+        cameras.shake = plan.camera % 2 == 1;
+        return MotionFX::resolve(PlanEffect::automatic, PlanLooks{}, plan.start, cameras, effects);
+    };
+
+    std::string document = PremiereExport::makeMontageXML(
+        setName + " - MONTAGE", sources, result, Segment::build(cuts, duration), cameraSourceIndices(sources), range,
+        {}, {}, audio, effects, effectFor, format, framing, false);
+    out << "Montage : " << cuts.size() << " coupes, plage " << shortest(range.start) << "-" << shortest(range.end)
+        << " s\n";
+    return document;
+}
+
 std::string folderName(const fs::path& folder) {
     fs::path p = folder;
     if (!p.has_filename()) p = p.parent_path();
@@ -193,7 +267,11 @@ int run(const std::vector<std::string>& arguments, std::ostream& out) {
     if (hasFlag(arguments, "--auto")) printAutoStatistics(sources, result, out);
     if (hasFlag(arguments, "--drops")) printDrops(sources, result, out);
 
-    std::string document = PremiereExport::makeXML(folderName(folder) + " - SYNC", sources, result, {}, {});
+    std::string document;
+    if (auto cutsText = optionValue(arguments, "--montage"))
+        document = montage(arguments, folderName(folder), sources, result, *cutsText, out);
+    else
+        document = PremiereExport::makeXML(folderName(folder) + " - SYNC", sources, result, {}, {});
     out.flush();
     return writeOutput(output, document, out);
 }

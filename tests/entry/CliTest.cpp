@@ -123,6 +123,44 @@ TEST(Cli, GeneratedSetRunsTheWholeRoad) {
     expectSoundTimeline(dir / "sync.xml", placedLines);
 }
 
+TEST(Cli, MontageAndAutoOnAShortSet) {
+    fs::path set = test::generatedSet("tiny", 3);
+    if (set.empty()) GTEST_SKIP() << "generator unavailable";
+    test::TempDir dir;
+    const std::string out = (dir / "m.xml").string();
+
+    // Under 30 s there are no drops, so nothing is "after a drop".
+    Outcome autoRun = cli({set.string(), out, "--auto"});
+    EXPECT_NE(autoRun.out.find(" · moy. après drop : 0.0 s\n"), std::string::npos) << autoRun.out;
+
+    // A piece without a colon is skipped; a reversed range means the whole set.
+    Outcome m = cli({set.string(), out, "--montage", "2:1,zut,6:2", "--range", "30-20", "--effets", "--son-camera",
+                     "--format", "9:16", "--cadrage", "0.5"});
+    ASSERT_EQ(m.status, 0) << m.out;
+    EXPECT_NE(m.out.find("Montage : 2 coupes, plage 0-"), std::string::npos) << m.out;
+    pugi::xml_document doc;
+    ASSERT_TRUE(doc.load_file(out.c_str(), pugi::parse_default | pugi::parse_doctype));
+    EXPECT_EQ(std::string(doc.select_node("//sequence/name").node().text().get()), set.filename().string() + " - MONTAGE");
+    EXPECT_EQ(doc.select_node("//sequence//samplecharacteristics/width").node().text().as_int(), 1080);
+    std::set<std::string> ids;
+    for (auto c : doc.select_nodes("//clipitem")) ids.insert(c.node().attribute("id").value());
+    size_t links = 0;
+    for (auto l : doc.select_nodes("//link/linkclipref")) {
+        ++links;
+        EXPECT_TRUE(ids.count(l.node().text().get()));
+    }
+    EXPECT_GT(links, 0u);
+
+    // Every camera's own sound and no linked cut sound, unless "camera" also stands.
+    cli({set.string(), out, "--montage", "9:1,12:2,14:1", "--son-tout"});
+    doc.load_file(out.c_str());
+    size_t allModeLinks = doc.select_nodes("//clipitem[link]").size();
+    cli({set.string(), out, "--montage", "9:1,12:2,14:1", "--son-tout", "--son-camera"});
+    doc.load_file(out.c_str());
+    EXPECT_GT(doc.select_nodes("//clipitem[link]").size(), allModeLinks);
+    EXPECT_FALSE(doc.select_nodes("//transitionitem[alignment='center']").empty());
+}
+
 // The self check's own verdict on generated sets: placement within a
 // millisecond (two when filtered), hard cases set aside, drops, XML.
 class SelfCheck : public ::testing::TestWithParam<const char*> {};

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <functional>
 
+#include "base/Text.h"
 #include "support/Fixtures.h"
 #include "sync/AudioLoader.h"
 #include "sync/MediaScanner.h"
@@ -23,7 +24,7 @@ using test::TempDir;
 
 bool makeClip(const fs::path& file, double seconds, bool sound = true, const std::vector<std::string>& extra = {}) {
     fs::create_directories(file.parent_path());
-    std::string t = std::to_string(seconds);
+    std::string t = shortest(seconds);
     std::vector<std::string> args = {"-f", "lavfi", "-i", "color=c=blue:s=64x36:r=25:d=" + t};
     if (sound) args.insert(args.end(), {"-f", "lavfi", "-i", "sine=f=440:r=48000:d=" + t});
     args.insert(args.end(), {"-c:v", "libx264", "-preset", "ultrafast", "-pix_fmt", "yuv420p"});
@@ -34,7 +35,7 @@ bool makeClip(const fs::path& file, double seconds, bool sound = true, const std
 
 bool makeWav(const fs::path& file, double seconds, const std::string& source = "sine=f=300") {
     fs::create_directories(file.parent_path());
-    return ffmpeg({"-f", "lavfi", "-i", source + ":r=8000:d=" + std::to_string(seconds), file.string()});
+    return ffmpeg({"-f", "lavfi", "-i", source + ":r=8000:d=" + shortest(seconds), file.string()});
 }
 
 // Writes a quarter-turn into the first track header's matrix, as a phone

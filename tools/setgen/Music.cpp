@@ -19,23 +19,25 @@ enum class Part { groove, breakdown, drop };
 
 // Bar lengths of the arrangement. A break lasts long enough (8 bars, about
 // 15 s) for the bass to be clearly gone before the drop, and two drops are
-// always more than 24 bars (44 s at 130 BPM) apart.
+// always at least 26 bars (48 s at 130 BPM) apart.
 constexpr int leadBars = 6;
 constexpr int minBreak = 8, maxBreak = 16;
 constexpr int minDrop = 16, maxDrop = 32;
 constexpr int minAfter = 2;
 
 std::vector<Part> arrange(int totalBars, int drops, SplitMix64& rng) {
-    const int block = minBreak + minDrop + minAfter;
+    // The set may end on the last drop; grooves only separate drops.
+    auto needed = [](int n) { return leadBars + n * (minBreak + minDrop) + std::max(0, n - 1) * minAfter; };
     if (drops < 0) drops = std::max(0, (totalBars - leadBars) / 80);
-    while (drops > 0 && leadBars + drops * block > totalBars) --drops;
+    while (drops > 0 && needed(drops) > totalBars) --drops;
     if (drops == 0) return std::vector<Part>(static_cast<size_t>(totalBars), Part::groove);
 
     int lead = leadBars;
     std::vector<int> breakLen(static_cast<size_t>(drops), minBreak);
     std::vector<int> dropLen(static_cast<size_t>(drops), minDrop);
     std::vector<int> afterLen(static_cast<size_t>(drops), minAfter);
-    for (int extra = totalBars - leadBars - drops * block; extra > 0; --extra) {
+    afterLen.back() = 0;
+    for (int extra = totalBars - needed(drops); extra > 0; --extra) {
         int slot = uniformInt(rng, 0, 3 * drops);
         if (slot == 0) {
             ++lead;

@@ -16,28 +16,29 @@ std::mutex& plannerLock() {
 
 void Buffer::Free::operator()(float* p) const { fftwf_free(p); }
 
-Buffer::Buffer(size_t floats) : size_(floats) {
+Buffer::Buffer(size_t floats, bool zeroed) : size_(floats) {
     if (floats == 0) return;
     data_.reset(static_cast<float*>(fftwf_malloc(sizeof(float) * floats)));
     if (!data_) {
         size_ = 0;
         return;
     }
-    std::memset(data_.get(), 0, sizeof(float) * floats);
+    if (zeroed) std::memset(data_.get(), 0, sizeof(float) * floats);
 }
 
 std::shared_ptr<RealFft> RealFft::create(int n) {
     if (n < 2) return nullptr;
-    // Plans are made on scratch buffers and executed later on the caller's,
+    // Plans are made on a scratch buffer and executed later on the caller's,
     // which FFTW allows for arrays of the same alignment (fftwf_malloc).
-    Buffer real(static_cast<size_t>(n));
-    Buffer spectrum(static_cast<size_t>(n) + 2);
-    if (real.empty() || spectrum.empty()) return nullptr;
+    // FFTW_ESTIMATE, never a measured plan: the same transform must give
+    // the same bits on every run.
+    Buffer scratch(static_cast<size_t>(n) + 2, false);
+    if (scratch.empty()) return nullptr;
     std::shared_ptr<RealFft> fft(new RealFft(n));
     std::lock_guard<std::mutex> guard(plannerLock());
-    auto* c = reinterpret_cast<fftwf_complex*>(spectrum.data());
-    fft->forward_ = fftwf_plan_dft_r2c_1d(n, real.data(), c, FFTW_ESTIMATE);
-    fft->inverse_ = fftwf_plan_dft_c2r_1d(n, c, spectrum.data(), FFTW_ESTIMATE);
+    auto* c = reinterpret_cast<fftwf_complex*>(scratch.data());
+    fft->forward_ = fftwf_plan_dft_r2c_1d(n, scratch.data(), c, FFTW_ESTIMATE);
+    fft->inverse_ = fftwf_plan_dft_c2r_1d(n, c, scratch.data(), FFTW_ESTIMATE);
     if (!fft->forward_ || !fft->inverse_) return nullptr;
     return fft;
 }
@@ -48,9 +49,8 @@ RealFft::~RealFft() {
     if (inverse_) fftwf_destroy_plan(static_cast<fftwf_plan>(inverse_));
 }
 
-void RealFft::forward(const float* in, std::complex<float>* out) const {
-    fftwf_execute_dft_r2c(static_cast<fftwf_plan>(forward_), const_cast<float*>(in),
-                          reinterpret_cast<fftwf_complex*>(out));
+void RealFft::forward(float* inout) const {
+    fftwf_execute_dft_r2c(static_cast<fftwf_plan>(forward_), inout, reinterpret_cast<fftwf_complex*>(inout));
 }
 
 void RealFft::inverse(std::complex<float>* inout) const {

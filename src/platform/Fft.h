@@ -13,7 +13,7 @@ namespace qv::fft {
 class Buffer {
 public:
     Buffer() = default;
-    explicit Buffer(size_t floats);  // zero-filled
+    explicit Buffer(size_t floats, bool zeroed = true);
     float* data() { return data_.get(); }
     const float* data() const { return data_.get(); }
     size_t size() const { return size_; }
@@ -38,10 +38,10 @@ public:
     RealFft& operator=(const RealFft&) = delete;
 
     int size() const { return n_; }
-    // in: n floats; out: n/2 + 1 complex values. Unnormalised.
-    void forward(const float* in, std::complex<float>* out) const;
-    // In place: n/2 + 1 complex values in, n real values out (scaled by n)
-    // in the same buffer, which must hold n + 2 floats.
+    // Both transforms work in place on a buffer of n + 2 floats and are
+    // unnormalised. Forward: n real values in, n/2 + 1 complex values out.
+    void forward(float* inout) const;
+    // Inverse: n/2 + 1 complex values in, n real values out (scaled by n).
     void inverse(std::complex<float>* inout) const;
 
 private:

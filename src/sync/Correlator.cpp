@@ -29,15 +29,16 @@ std::shared_ptr<const Spectrum> Correlator::spectrum(const std::vector<float>& s
     auto s = std::make_shared<Spectrum>();
     size_t count = std::min(signal.size(), static_cast<size_t>(n_));
     s->length = static_cast<int>(count);
-    fft::Buffer padded(static_cast<size_t>(n_));
-    s->bins = fft::Buffer(static_cast<size_t>(n_) + 2);
-    if (padded.empty() || s->bins.empty()) return nullptr;
+    s->bins = fft::Buffer(static_cast<size_t>(n_) + 2, false);
+    if (s->bins.empty()) return nullptr;
     double sum = 0;
     for (size_t i = 0; i < count; ++i) sum += signal[i];
     float mean = count ? static_cast<float>(sum / static_cast<double>(count)) : 0.0f;
     // Only the signal loses its mean: the padding stays exactly zero.
-    for (size_t i = 0; i < count; ++i) padded.data()[i] = signal[i] - mean;
-    fft_->forward(padded.data(), s->bins.complex());
+    float* x = s->bins.data();
+    for (size_t i = 0; i < count; ++i) x[i] = signal[i] - mean;
+    std::fill(x + count, x + n_ + 2, 0.0f);
+    fft_->forward(x);
     return s;
 }
 
@@ -48,7 +49,13 @@ std::vector<Match> Correlator::correlate(const Spectrum& camera, const Spectrum&
     if (hi < lo || maxPeaks < 1) return {};
 
     const int half = n_ / 2;
-    fft::Buffer work(static_cast<size_t>(n_) + 2);
+    // One scratch buffer per thread, kept between pairs: a fresh 64 MB
+    // buffer for every pair costs as much in page faults as the transform.
+    thread_local fft::Buffer work;
+    if (work.size() < static_cast<size_t>(n_) + 2) {
+        work = fft::Buffer();
+        work = fft::Buffer(static_cast<size_t>(n_) + 2, false);
+    }
     if (work.empty()) return {};
     std::complex<float>* x = work.complex();
     const std::complex<float>* c = camera.bins.complex();
@@ -70,11 +77,20 @@ std::vector<Match> Correlator::correlate(const Spectrum& camera, const Spectrum&
     const float* r = work.data();
     auto at = [&](int lag) { return std::fabs(r[lag < 0 ? lag + n_ : lag]); };
 
+    // Squares in single precision, summed in double over two stretches
+    // (negative lags wrap to the end of r), four running sums each so the
+    // loop vectorises; the order is fixed, so the RMS is repeatable.
+    auto sumSquares = [](const float* v, int count) {
+        double acc[4] = {0, 0, 0, 0};
+        int i = 0;
+        for (; i + 4 <= count; i += 4)
+            for (int k = 0; k < 4; ++k) acc[k] += static_cast<double>(v[i + k] * v[i + k]);
+        for (; i < count; ++i) acc[0] += static_cast<double>(v[i] * v[i]);
+        return (acc[0] + acc[1]) + (acc[2] + acc[3]);
+    };
     double sum = 0;
-    for (int lag = lo; lag <= hi; ++lag) {
-        float v = r[lag < 0 ? lag + n_ : lag];
-        sum += static_cast<double>(v * v);
-    }
+    if (lo < 0) sum += sumSquares(r + n_ + lo, std::min(hi, -1) - lo + 1);
+    if (hi >= 0) sum += sumSquares(r + std::max(lo, 0), hi - std::max(lo, 0) + 1);
     float rms = static_cast<float>(std::sqrt(sum / static_cast<double>(hi - lo + 1)));
     if (!(rms > 0)) return {};
     const float threshold = rms * minScore;

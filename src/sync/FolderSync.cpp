@@ -73,6 +73,14 @@ public:
         start_[reference] = 0.0;
         placedCount_ = 1;
 
+        // Every other source's file meets the reference in the first sweep:
+        // those pairs are computed up front, on all cores at once, instead of
+        // one by one while the early files have no other anchor.
+        std::vector<std::pair<int, int>> withReference;
+        for (int u : order)
+            if (e_[u].sourceIndex != e_[reference].sourceIndex) withReference.emplace_back(u, reference);
+        ensurePairs(withReference);
+
         for (bool strict : {true, false}) {
             bool placedSome = true;
             while (placedSome) {
@@ -99,15 +107,22 @@ private:
     // Correlations of u against every given anchor, each pair computed once
     // per run; the missing ones are computed in parallel.
     void ensureMatches(int u, const std::vector<int>& anchors) {
-        std::vector<int> missing;
-        for (int p : anchors)
-            if (!matches_.count({u, p})) missing.push_back(p);
+        std::vector<std::pair<int, int>> pairs;
+        for (int p : anchors) pairs.emplace_back(u, p);
+        ensurePairs(pairs);
+    }
+
+    void ensurePairs(const std::vector<std::pair<int, int>>& pairs) {
+        std::vector<std::pair<int, int>> missing;
+        for (const auto& pair : pairs)
+            if (!matches_.count(pair)) missing.push_back(pair);
         std::vector<std::vector<Match>> found(missing.size());
         int threads = options_.threads > 0 ? options_.threads : defaultThreads();
         parallelFor(static_cast<int>(missing.size()), threads, [&](int k) {
-            found[static_cast<size_t>(k)] = correlate(u, missing[static_cast<size_t>(k)]);
+            const auto& [u, p] = missing[static_cast<size_t>(k)];
+            found[static_cast<size_t>(k)] = correlate(u, p);
         });
-        for (size_t k = 0; k < missing.size(); ++k) matches_[{u, missing[k]}] = std::move(found[k]);
+        for (size_t k = 0; k < missing.size(); ++k) matches_[missing[k]] = std::move(found[k]);
         if (options_.stats) options_.stats->correlations += static_cast<int>(missing.size());
     }
 
@@ -145,10 +160,14 @@ private:
     }
 
     void trace(int u, bool strict, const std::vector<Candidate>& candidates) const {
-        std::string line = std::string(strict ? "[strict] " : "[souple] ") + e_[u].item.fileName() + ":";
-        for (const auto& c : candidates)
-            line += " " + cformat("%.2f(%.0f,%s)", c.start, static_cast<double>(c.score),
+        std::string line = strict ? "[strict] " : "[souple] ";
+        line += e_[u].item.fileName();
+        line += ":";
+        for (const auto& c : candidates) {
+            line.push_back(' ');
+            line += cformat("%.2f(%.0f,%s)", c.start, static_cast<double>(c.score),
                                   e_[c.anchor].item.fileName().c_str());
+        }
         std::fprintf(stderr, "%s\n", line.c_str());
     }
 

@@ -96,13 +96,32 @@ std::vector<Match> Correlator::correlate(const Spectrum& camera, const Spectrum&
     const float threshold = rms * minScore;
 
     std::vector<Match> peaks;
-    for (int lag = lo; lag <= hi; ++lag) {
+    auto consider = [&](int lag) {
         float v = at(lag);
-        if (v < threshold) continue;
-        if (lag > lo && v < at(lag - 1)) continue;
-        if (lag < hi && !(v > at(lag + 1))) continue;  // a flat top keeps its last sample
+        if (v < threshold) return;
+        if (lag > lo && v < at(lag - 1)) return;
+        if (lag < hi && !(v > at(lag + 1))) return;  // a flat top keeps its last sample
         peaks.push_back({lag, v / rms});
-    }
+    };
+    // Peaks are rare: blocks whose largest value stays under the threshold
+    // are skipped after one vectorised pass. Lags are still walked upward.
+    auto walk = [&](int from, int to) {
+        const float* base = r + (from < 0 ? from + n_ : from);
+        const int count = to - from + 1;
+        constexpr int block = 64;
+        for (int b = 0; b < count; b += block) {
+            const int e = std::min(count, b + block);
+            float m = 0;
+            for (int i = b; i < e; ++i) {
+                float v = std::fabs(base[i]);
+                m = v > m ? v : m;
+            }
+            if (m < threshold) continue;
+            for (int i = b; i < e; ++i) consider(from + i);
+        }
+    };
+    if (lo < 0) walk(lo, std::min(hi, -1));
+    if (hi >= 0) walk(std::max(lo, 0), hi);
     std::stable_sort(peaks.begin(), peaks.end(), [](const Match& l, const Match& m) { return l.score > m.score; });
 
     std::vector<Match> kept;

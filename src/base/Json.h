@@ -3,6 +3,7 @@
 // loses only itself. nlohmann writes numbers independently of the locale.
 #pragma once
 
+#include <cstdint>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
@@ -29,6 +30,18 @@ inline long long integer(const Json& j, const char* key, long long fallback) {
     if (v->is_number_float()) {
         double d = v->get<double>();
         if (d == static_cast<double>(static_cast<long long>(d))) return static_cast<long long>(d);
+    }
+    return fallback;
+}
+
+// A whole number from 0 to 2^64 - 1, also when written as a float.
+inline uint64_t unsignedInteger(const Json& j, const char* key, uint64_t fallback) {
+    const Json* v = field(j, key);
+    if (!v) return fallback;
+    if (v->is_number_unsigned()) return v->get<uint64_t>();
+    if (v->is_number_float()) {
+        double d = v->get<double>();
+        if (d >= 0 && d < 0x1.0p64 && d == static_cast<double>(static_cast<uint64_t>(d))) return static_cast<uint64_t>(d);
     }
     return fallback;
 }

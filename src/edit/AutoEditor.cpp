@@ -19,17 +19,6 @@ constexpr double dropWindow = 16.0;   // seconds of shorter plans after a drop
 constexpr double snapReach = 0.4;     // how far a plan end moves to an onset
 constexpr double defaultWeight = 100;
 
-uint64_t unsignedField(const Json& j, const char* key, uint64_t fallback) {
-    const Json* v = json::field(j, key);
-    if (!v) return fallback;
-    if (v->is_number_unsigned()) return v->get<uint64_t>();
-    if (v->is_number_float()) {
-        double d = v->get<double>();
-        if (d >= 0 && d < 0x1.0p64 && d == std::floor(d)) return static_cast<uint64_t>(d);
-    }
-    return fallback;
-}
-
 // Where `camera` films at t, leaving out the last frames of each range.
 const TimeRange* filmingRange(const std::vector<std::vector<TimeRange>>& ranges, int camera, double t) {
     if (camera < 0 || static_cast<size_t>(camera) >= ranges.size()) return nullptr;
@@ -62,7 +51,7 @@ void from_json(const Json& j, AutoSettings& s) {
     s.maxPlan = json::number(j, "maxPlan", d.maxPlan);
     s.snapToBeat = json::boolean(j, "snapToBeat", d.snapToBeat);
     s.fasterOnDrops = json::boolean(j, "fasterOnDrops", d.fasterOnDrops);
-    s.seed = unsignedField(j, "seed", d.seed);
+    s.seed = json::unsignedInteger(j, "seed", d.seed);
     // One bad entry spoils the whole collection, as a typed decode would.
     if (const Json* v = json::field(j, "cameras"); v && v->is_array()) {
         for (const Json& e : *v) {

@@ -156,14 +156,8 @@ std::string EditModel::cameraName(int camera) const {
 
 ResolvedEffect EditModel::resolvedEffect(const Segment& plan) const {
     EffectCameras in;
-    if (plan.camera >= 0 && static_cast<size_t>(plan.camera) < cameraIds_.size()) {
-        const Uuid& id = cameraIds_[plan.camera];
-        in.zoom = effects_.zoomCameras.count(id) > 0;
-        in.shake = effects_.shakeCameras.count(id) > 0;
-        in.lens = effects_.lensCameras.count(id) > 0;
-        in.shutter = effects_.shutterCameras.count(id) > 0;
-        in.vhs = effects_.vhsCameras.count(id) > 0;
-    }
+    if (plan.camera >= 0 && static_cast<size_t>(plan.camera) < cameraIds_.size())
+        in = EffectCameras::of(cameraIds_[plan.camera], effects_);
     return MotionFX::resolve(plan.effect, plan.looks, plan.start, in, effects_);
 }
 

@@ -74,17 +74,6 @@ std::set<Uuid> uuidSet(const Json& j, const char* key) {
     return out;
 }
 
-uint64_t unsignedField(const Json& j, const char* key, uint64_t fallback) {
-    const Json* v = json::field(j, key);
-    if (!v) return fallback;
-    if (v->is_number_unsigned()) return v->get<uint64_t>();
-    if (v->is_number_float()) {
-        double d = v->get<double>();
-        if (d >= 0 && d < 0x1.0p64 && d == std::floor(d)) return static_cast<uint64_t>(d);
-    }
-    return fallback;
-}
-
 std::optional<bool> optionalBool(const Json& j, const char* key) {
     const Json* v = json::field(j, key);
     if (v && v->is_boolean()) return v->get<bool>();
@@ -208,7 +197,7 @@ void from_json(const Json& j, EffectSettings& s) {
     s.vhsScanlines = json::number(j, "vhsScanlines", d.vhsScanlines);
     s.vhsTracking = json::number(j, "vhsTracking", d.vhsTracking);
     s.vhsStamp = json::boolean(j, "vhsStamp", d.vhsStamp);
-    s.seed = unsignedField(j, "seed", d.seed);
+    s.seed = json::unsignedInteger(j, "seed", d.seed);
 }
 
 }  // namespace qv

@@ -19,6 +19,13 @@ struct EffectCameras {
     bool lens = false;
     bool shutter = false;
     bool vhs = false;
+
+    // The camera `id`'s membership of each of the settings' camera sets.
+    static EffectCameras of(const Uuid& id, const EffectSettings& settings) {
+        return {settings.zoomCameras.count(id) > 0, settings.shakeCameras.count(id) > 0,
+                settings.lensCameras.count(id) > 0, settings.shutterCameras.count(id) > 0,
+                settings.vhsCameras.count(id) > 0};
+    }
 };
 
 // One plan's effect after the draw. Never stored: worked out when needed.

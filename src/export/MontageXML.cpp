@@ -64,13 +64,8 @@ std::vector<Fade> fades(std::vector<ExportClip> clips, double length, const Audi
 // the plan's own choice, drawn with its camera's membership of each set.
 ResolvedEffect defaultEffect(const Segment& plan, const std::vector<MediaSource>& sources,
                              const std::vector<int>& cameraSources, const EffectSettings& effects) {
-    EffectCameras in;
     const Uuid& id = sources.at(static_cast<size_t>(cameraSources.at(static_cast<size_t>(plan.camera)))).id;
-    in.zoom = effects.zoomCameras.count(id) > 0;
-    in.shake = effects.shakeCameras.count(id) > 0;
-    in.lens = effects.lensCameras.count(id) > 0;
-    in.shutter = effects.shutterCameras.count(id) > 0;
-    in.vhs = effects.vhsCameras.count(id) > 0;
+    EffectCameras in = EffectCameras::of(id, effects);
     return MotionFX::resolve(plan.effect, plan.looks, plan.start, in, effects);
 }
 

@@ -186,6 +186,20 @@ void saveDocument(const Json& project) {
     paths::writeAtomically(dir / (id->get<std::string>() + ".json"), dumpText(project, 2));
 }
 
+std::vector<ProjectFile> list() {
+    Date now = std::chrono::system_clock::now();
+    std::vector<ProjectFile> out;
+    for (const Json& doc : documents()) out.push_back(ProjectFile::fromJson(doc, now));
+    return out;
+}
+
+std::optional<ProjectFile> latest(const fs::path& folder) {
+    if (auto doc = latestDocument(folder)) return ProjectFile::fromJson(*doc);
+    return std::nullopt;
+}
+
+void save(const ProjectFile& project) { saveDocument(project.toJson()); }
+
 void remove(const std::string& id) {
     if (id.empty()) return;
     std::error_code ec;

@@ -1,6 +1,6 @@
 // ProjectStore: the folder where projects live, and the sync cache kept
 // beside them. Projects are handled here as JSON object documents, one per
-// `{id}.json`; the typed project record reads and writes through these.
+// `{id}.json`; the typed ProjectFile reads and writes through these.
 // Caches are `{key}.sync.json`, one per set folder, shared by its projects.
 //
 // Every write replaces its file atomically, so a reader never sees half a
@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "base/Json.h"
+#include "persistence/ProjectFile.h"
 #include "persistence/SyncCache.h"
 #include "sync/Media.h"
 #include "sync/SyncResult.h"
@@ -40,6 +41,12 @@ std::optional<json::Json> latestDocument(const std::filesystem::path& folder);
 
 // Writes `{id}.json` pretty printed with sorted keys; nothing without a text id.
 void saveDocument(const json::Json& project);
+
+// The same three on ProjectFile: each document decoded by the project
+// file's reading rule.
+std::vector<ProjectFile> list();
+std::optional<ProjectFile> latest(const std::filesystem::path& folder);
+void save(const ProjectFile& project);
 
 // Removes `{id}.json`; the set's cache stays.
 void remove(const std::string& id);

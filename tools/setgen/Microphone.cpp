@@ -12,8 +12,10 @@ namespace {
 
 void addRoom(SplitMix64& rng, Microphone& mic, double wet) {
     int taps = uniformInt(rng, 3, 6);
-    for (int i = 0; i < taps; ++i)
-        mic.reflections.emplace_back(uniform(rng, 0.004, 0.045), uniform(rng, -1.0, 1.0) * wet / (i + 1));
+    for (int i = 0; i < taps; ++i) {
+        double delay = uniform(rng, 0.004, 0.045);
+        mic.reflections.emplace_back(delay, uniform(rng, -1.0, 1.0) * wet / (i + 1));
+    }
     mic.echoDelay = uniform(rng, 0.025, 0.06);
     mic.echoFeedback = uniform(rng, 0.2, 0.45);
     mic.echoMix = uniform(rng, 0.05, 0.2) * wet / 0.3;

@@ -306,9 +306,17 @@ Music renderMusic(const MusicSpec& spec) {
         const double energy = part == Part::drop ? 1.0 : 0.8;
 
         if (beats) {
-            for (int k = 0; k < 4; ++k) synth.kick(t0 + k * beat, energy * uniform(rng, 0.9, 1.0), rng.next());
-            for (int k : {1, 3})
-                if (chance(rng, 0.85)) synth.clap(t0 + k * beat, uniform(rng, 0.5, 1.0) * 0.3, rng.next());
+            // Draws go through named values: the order in which a call's
+            // arguments are evaluated is not fixed, the seed's meaning must be.
+            for (int k = 0; k < 4; ++k) {
+                double vel = energy * uniform(rng, 0.9, 1.0);
+                synth.kick(t0 + k * beat, vel, rng.next());
+            }
+            for (int k : {1, 3}) {
+                if (!chance(rng, 0.85)) continue;
+                double vel = uniform(rng, 0.5, 1.0) * 0.3;
+                synth.clap(t0 + k * beat, vel, rng.next());
+            }
 
             // One note per bar, a pattern per bar, now and then a jump.
             int note = scaleNote(key, uniformInt(rng, 0, 4));
@@ -327,16 +335,22 @@ Music renderMusic(const MusicSpec& spec) {
                 if (!play) continue;
                 int n = chance(rng, 0.15) ? note + (chance(rng, 0.5) ? 12 : 7) : note;
                 double len = style == 0 ? step * 1.6 : style == 3 ? step * 8 : step * 0.85;
-                synth.bass(t0 + s * step, len, noteHz(n), energy * 0.75 * uniform(rng, 0.85, 1.0), brightness,
-                           style == 3 ? 2.0 : 0.5);
+                double vel = energy * 0.75 * uniform(rng, 0.85, 1.0);
+                synth.bass(t0 + s * step, len, noteHz(n), vel, brightness, style == 3 ? 2.0 : 0.5);
             }
         }
 
         // Hats on every bar, thinner in breaks, never twice the same.
         for (int s = 0; s < 16; ++s) {
             double p = part == Part::breakdown ? 0.35 : (s % 2 == 0 ? 0.6 : 0.9);
-            if (chance(rng, p)) synth.hat(t0 + s * step, uniform(rng, 0.25, 1.0) * 0.22, false, rng.next());
-            if (s % 4 == 2 && chance(rng, 0.35)) synth.hat(t0 + s * step, uniform(rng, 0.3, 0.8) * 0.12, true, rng.next());
+            if (chance(rng, p)) {
+                double vel = uniform(rng, 0.25, 1.0) * 0.22;
+                synth.hat(t0 + s * step, vel, false, rng.next());
+            }
+            if (s % 4 == 2 && chance(rng, 0.35)) {
+                double vel = uniform(rng, 0.3, 0.8) * 0.12;
+                synth.hat(t0 + s * step, vel, true, rng.next());
+            }
         }
 
         // Melodic stabs at random places.
@@ -345,7 +359,9 @@ Music renderMusic(const MusicSpec& spec) {
             int root = scaleNote(key + 36, uniformInt(rng, 0, 6));
             std::vector<double> chord = {noteHz(root), noteHz(root + (chance(rng, 0.5) ? 3 : 4))};
             if (chance(rng, 0.6)) chord.push_back(noteHz(root + 7));
-            synth.stab(t0 + uniformInt(rng, 0, 15) * step, chord, uniform(rng, 0.06, 0.16), uniform(rng, 0.06, 0.3));
+            double at = t0 + uniformInt(rng, 0, 15) * step;
+            double vel = uniform(rng, 0.06, 0.16);
+            synth.stab(at, chord, vel, uniform(rng, 0.06, 0.3));
         }
 
         // A pad and a riser carry each break; a crash marks its drop.
@@ -369,11 +385,14 @@ Music renderMusic(const MusicSpec& spec) {
     synth.crowd(spec.duration, music.drops, rng);
     for (double t = uniform(rng, 0.5, 3.0); t < spec.duration; t += uniform(rng, 1.5, 7.0)) {
         if (chance(rng, 0.6)) {
-            synth.shout(t, uniform(rng, 0.25, 0.9), uniform(rng, 0.04, 0.12), rng);
+            double length = uniform(rng, 0.25, 0.9);
+            double vel = uniform(rng, 0.04, 0.12);
+            synth.shout(t, length, vel, rng);
         } else {
             double c = t;
             for (int n = uniformInt(rng, 3, 10); n > 0; --n) {
-                synth.clap(c, uniform(rng, 0.04, 0.12), rng.next());
+                double vel = uniform(rng, 0.04, 0.12);
+                synth.clap(c, vel, rng.next());
                 c += uniform(rng, 0.14, 0.35);
             }
         }

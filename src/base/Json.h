@@ -29,7 +29,9 @@ inline long long integer(const Json& j, const char* key, long long fallback) {
     if (v->is_number_integer()) return v->get<long long>();
     if (v->is_number_float()) {
         double d = v->get<double>();
-        if (d == static_cast<double>(static_cast<long long>(d))) return static_cast<long long>(d);
+        // Range first: converting a float outside long long is undefined.
+        if (d >= -0x1.0p63 && d < 0x1.0p63 && d == static_cast<double>(static_cast<long long>(d)))
+            return static_cast<long long>(d);
     }
     return fallback;
 }

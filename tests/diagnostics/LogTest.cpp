@@ -9,7 +9,7 @@
 #include <regex>
 #include <thread>
 
-#include "TempHome.h"
+#include "support/TempHome.h"
 #include "diagnostics/CrashHandler.h"
 
 namespace fs = std::filesystem;

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "TempHome.h"
+#include "support/TempHome.h"
 #include "base/SplitMix64.h"
 #include "persistence/ProjectStore.h"
 

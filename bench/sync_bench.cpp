@@ -47,23 +47,31 @@ int main(int argc, char** argv) {
     double decodeOnly = seconds(t0);
     double signalMB = static_cast<double>(samples) * 4 / 1e6;
 
+    auto cpuSeconds = [] {
+        rusage u{};
+        getrusage(RUSAGE_SELF, &u);
+        return u.ru_utime.tv_sec + u.ru_stime.tv_sec + (u.ru_utime.tv_usec + u.ru_stime.tv_usec) / 1e6;
+    };
+    double cpu0 = cpuSeconds();
     FolderSync::Stats stats;
     FolderSync::Options options = FolderSync::defaultOptions();
     options.stats = &stats;
     t0 = std::chrono::steady_clock::now();
     SyncResult result = FolderSync::run(sources, nullptr, options);
     double total = seconds(t0);
+    double cpu = cpuSeconds() - cpu0;
 
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
     double peakMB = static_cast<double>(usage.ru_maxrss) / 1024.0;
     double budgetMB = SpectrumCache::defaultBudget / 1e6;
 
-    std::printf("placés : %zu, non calés : %zu, %d corrélations\n", result.placed.size(), result.unsynced.size(),
-                stats.correlations);
+    std::printf("placés : %zu, non calés : %zu, %d corrélations, %d spectres calculés\n", result.placed.size(),
+                result.unsynced.size(), stats.correlations, stats.spectra);
     std::printf("décodage seul        : %8.2f s\n", decodeOnly);
     std::printf("synchro totale       : %8.2f s  (décodage %.2f s, corrélation et calage %.2f s)\n", total,
                 stats.decodeSeconds, stats.placeSeconds);
+    std::printf("temps processeur de la synchro : %.1f s (%.2f cœurs en moyenne)\n", cpu, cpu / total);
     std::printf("rapport synchro / décodage seul : %.2f  (objectif <= 1.30)\n", total / decodeOnly);
     std::printf("mémoire max : %.0f Mo ; signaux %.0f Mo + budget des spectres %.0f Mo = %.0f Mo\n", peakMB,
                 signalMB, budgetMB, signalMB + budgetMB);

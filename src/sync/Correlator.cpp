@@ -162,6 +162,7 @@ std::shared_ptr<const Spectrum> SpectrumCache::spectrum(int index, const std::ve
     std::lock_guard<std::mutex> guard(lock_);
     auto it = spectra_.find(key);
     if (it != spectra_.end()) return it->second;
+    ++computed_;
     const long long cost = static_cast<long long>(c.n()) * 4;
     if (bytes_ + cost > budget_) {
         spectra_.clear();  // no eviction of single entries: all go at once
@@ -170,6 +171,11 @@ std::shared_ptr<const Spectrum> SpectrumCache::spectrum(int index, const std::ve
     spectra_[key] = s;
     bytes_ += cost;
     return s;
+}
+
+int SpectrumCache::computed() const {
+    std::lock_guard<std::mutex> guard(lock_);
+    return computed_;
 }
 
 long long SpectrumCache::bytes() const {

@@ -68,6 +68,7 @@ public:
     std::shared_ptr<const Spectrum> spectrum(int index, const std::vector<float>& signal, const Correlator& c);
 
     long long bytes() const;
+    int computed() const;  // spectra computed so far, recomputations included
 
 private:
     mutable std::mutex lock_;  // guards everything below
@@ -75,6 +76,7 @@ private:
     std::map<std::pair<int, int>, std::shared_ptr<const Spectrum>> spectra_;  // (index, n)
     long long bytes_ = 0;
     long long budget_;
+    int computed_ = 0;
 };
 
 }  // namespace qv

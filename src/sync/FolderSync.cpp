@@ -73,20 +73,14 @@ public:
         start_[reference] = 0.0;
         placedCount_ = 1;
 
-        // Every other source's file meets the reference in the first sweep:
-        // those pairs are computed up front, on all cores at once, instead of
-        // one by one while the early files have no other anchor.
-        std::vector<std::pair<int, int>> withReference;
-        for (int u : order)
-            if (e_[u].sourceIndex != e_[reference].sourceIndex) withReference.emplace_back(u, reference);
-        ensurePairs(withReference);
-
         for (bool strict : {true, false}) {
             bool placedSome = true;
             while (placedSome) {
                 placedSome = false;
-                for (int u : order) {
+                for (size_t k = 0; k < order.size(); ++k) {
+                    int u = order[k];
                     if (start_[u]) continue;
+                    prepareSweepRest(order, k);
                     if (tryPlace(u, strict)) {
                         placedSome = true;
                         ++placedCount_;
@@ -100,22 +94,41 @@ public:
     std::optional<float> score(int i) const { return score_[i]; }
     int anchor(int i) const { return anchor_[i]; }
     bool ambiguous(int i) const { return ambiguous_.count(i) > 0; }
+    int spectraComputed() const { return cache_.computed(); }
 
 private:
     double duration(int i) const { return e_[i].item.duration; }
 
-    // Correlations of u against every given anchor, each pair computed once
-    // per run; the missing ones are computed in parallel.
-    void ensureMatches(int u, const std::vector<int>& anchors) {
+    std::vector<int> anchorsOf(int u) const {
+        std::vector<int> anchors;
+        for (size_t p = 0; p < e_.size(); ++p)
+            if (start_[p] && e_[p].sourceIndex != e_[u].sourceIndex) anchors.push_back(static_cast<int>(p));
+        return anchors;
+    }
+
+    // Every file still unplaced from position k of this sweep on will be
+    // tried against at least today's anchors, so all those pairs are needed:
+    // they are computed now in one batch, on all cores, rather than a few at
+    // a time. Nothing is computed that the sweep would not ask for.
+    void prepareSweepRest(const std::vector<int>& order, size_t k) {
         std::vector<std::pair<int, int>> pairs;
-        for (int p : anchors) pairs.emplace_back(u, p);
+        for (size_t i = k; i < order.size(); ++i) {
+            int u = order[i];
+            if (start_[u]) continue;
+            for (int p : anchorsOf(u)) pairs.emplace_back(u, p);
+        }
         ensurePairs(pairs);
     }
 
+    // Each pair is correlated once per run; the missing ones in parallel,
+    // the largest transforms first so that no thread is left with a big
+    // one at the end. Results land in their own slot: timing changes nothing.
     void ensurePairs(const std::vector<std::pair<int, int>>& pairs) {
         std::vector<std::pair<int, int>> missing;
         for (const auto& pair : pairs)
             if (!matches_.count(pair)) missing.push_back(pair);
+        auto size = [&](const std::pair<int, int>& q) { return e_[q.first].signal.size() + e_[q.second].signal.size(); };
+        std::stable_sort(missing.begin(), missing.end(), [&](const auto& a, const auto& b) { return size(a) > size(b); });
         std::vector<std::vector<Match>> found(missing.size());
         int threads = options_.threads > 0 ? options_.threads : defaultThreads();
         parallelFor(static_cast<int>(missing.size()), threads, [&](int k) {
@@ -172,13 +185,13 @@ private:
     }
 
     bool tryPlace(int u, bool strict) {
-        std::vector<int> anchors;
-        for (size_t p = 0; p < e_.size(); ++p)
-            if (start_[p] && e_[p].sourceIndex != e_[u].sourceIndex) anchors.push_back(static_cast<int>(p));
+        std::vector<int> anchors = anchorsOf(u);
         if (progress_)
             progress_(0.5 + static_cast<double>(placedCount_) / static_cast<double>(e_.size()) * 0.5,
                       "Calage de " + e_[u].item.fileName());
-        ensureMatches(u, anchors);
+        std::vector<std::pair<int, int>> pairs;
+        for (int p : anchors) pairs.emplace_back(u, p);
+        ensurePairs(pairs);
 
         std::vector<Candidate> candidates;
         for (int p : anchors) {
@@ -280,8 +293,10 @@ SyncResult place(std::vector<Entry> entries, std::vector<UnsyncedItem> unsynced,
     auto t0 = std::chrono::steady_clock::now();
     Placer placer(entries, progress, options);
     placer.run();
-    if (options.stats)
+    if (options.stats) {
         options.stats->placeSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+        options.stats->spectra = placer.spectraComputed();
+    }
 
     double earliest = INFINITY;
     for (size_t i = 0; i < entries.size(); ++i)

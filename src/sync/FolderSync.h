@@ -39,6 +39,7 @@ struct Stats {
     double decodeSeconds = 0;  // all files' sound, all threads at once
     double placeSeconds = 0;   // correlation and placement
     int correlations = 0;      // pairs correlated
+    int spectra = 0;           // forward transforms, recomputations included
 };
 
 struct Options {

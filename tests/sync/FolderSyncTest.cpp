@@ -79,8 +79,11 @@ TEST(FolderSync, PlacesSlicesAtTheirTrueStartsWithTheEarliestAtZero) {
     EXPECT_DOUBLE_EQ(find(r, "rec.wav")->start, 7.0);
     EXPECT_DOUBLE_EQ(find(r, "b.mp4")->start, 47.25);
     EXPECT_DOUBLE_EQ(find(r, "c.mp4")->start, 57.0);
-    for (const auto& p : r.placed)
-        if (p.item.fileName() != "rec.wav") EXPECT_FALSE(p.anchorName.value_or("").empty()) << p.item.fileName();
+    for (const auto& p : r.placed) {
+        if (p.item.fileName() != "rec.wav") {
+            EXPECT_FALSE(p.anchorName.value_or("").empty()) << p.item.fileName();
+        }
+    }
     for (size_t i = 1; i < r.placed.size(); ++i) EXPECT_LE(r.placed[i - 1].start, r.placed[i].start);
 }
 

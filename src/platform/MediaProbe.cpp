@@ -184,6 +184,12 @@ Result<std::vector<float>> decodeMonoAudio(const std::filesystem::path& file, in
         lane.streamIndex = static_cast<int>(i);
         lane.codec = ff::openDecoder(s);
         lane.outRate = sampleRate;
+        // Room for the whole stream at once: growing by doubling would hold
+        // up to twice an hour's signal while decoding.
+        double seconds = s->duration != AV_NOPTS_VALUE ? s->duration * av_q2d(s->time_base)
+                         : ctx->duration != AV_NOPTS_VALUE ? static_cast<double>(ctx->duration) / AV_TIME_BASE
+                                                           : 0.0;
+        if (seconds > 0 && seconds < 48 * 3600) lane.samples.reserve(static_cast<size_t>(seconds * sampleRate) + 8192);
         if (lane.codec) lanes.push_back(std::move(lane));
         else s->discard = AVDISCARD_ALL;
     }
@@ -219,6 +225,7 @@ Result<std::vector<float>> decodeMonoAudio(const std::filesystem::path& file, in
     // later is shifted right by silence so every stream shares that origin.
     double origin = ctx->start_time != AV_NOPTS_VALUE ? static_cast<double>(ctx->start_time) / AV_TIME_BASE : 0.0;
     std::vector<float> mix;
+    if (lanes.size() == 1 && lanes[0].startSeconds <= origin) return std::move(lanes[0].samples);
     for (auto& lane : lanes) {
         if (lane.samples.empty()) continue;
         long offset = std::lround(std::max(0.0, lane.startSeconds - origin) * sampleRate);

@@ -277,15 +277,15 @@ int scaleNote(int root, int degree) {
 
 }  // namespace
 
-Music renderMusic(const MusicSpec& spec) {
-    SplitMix64 rng(spec.seed);
+Music renderMusic(const MusicRecipe& recipe) {
+    SplitMix64 rng(recipe.seed);
     Music music;
-    music.rate = spec.rate;
-    music.duration = spec.duration;
+    music.rate = recipe.rate;
+    music.duration = recipe.duration;
     music.bpm = std::round(uniform(rng, 120.0, 130.0) * 100.0) / 100.0;
     const double beat = 60.0 / music.bpm, bar = 4 * beat, step = beat / 4;
-    const int totalBars = static_cast<int>(std::ceil(spec.duration / bar));
-    const std::vector<Part> parts = arrange(totalBars, spec.drops, rng);
+    const int totalBars = static_cast<int>(std::ceil(recipe.duration / bar));
+    const std::vector<Part> parts = arrange(totalBars, recipe.drops, rng);
 
     for (size_t b = 0; b < parts.size(); ++b) {
         if (parts[b] != Part::breakdown || (b > 0 && parts[b - 1] == Part::breakdown)) continue;
@@ -295,8 +295,8 @@ Music renderMusic(const MusicSpec& spec) {
         if (e < parts.size()) music.drops.push_back(static_cast<double>(e) * bar);
     }
 
-    music.samples.assign(static_cast<size_t>(std::llround(spec.duration * spec.rate)), 0.0f);
-    Synth synth(music.samples, spec.rate);
+    music.samples.assign(static_cast<size_t>(std::llround(recipe.duration * recipe.rate)), 0.0f);
+    Synth synth(music.samples, recipe.rate);
     const int key = uniformInt(rng, -2, 9);  // semitones from A1: bass lies between 49 and 110 Hz
 
     for (size_t b = 0; b < parts.size(); ++b) {
@@ -382,8 +382,8 @@ Music renderMusic(const MusicSpec& spec) {
     }
 
     // The crowd: a bed, shouts and bursts of clapping at random moments.
-    synth.crowd(spec.duration, music.drops, rng);
-    for (double t = uniform(rng, 0.5, 3.0); t < spec.duration; t += uniform(rng, 1.5, 7.0)) {
+    synth.crowd(recipe.duration, music.drops, rng);
+    for (double t = uniform(rng, 0.5, 3.0); t < recipe.duration; t += uniform(rng, 1.5, 7.0)) {
         if (chance(rng, 0.6)) {
             double length = uniform(rng, 0.25, 0.9);
             double vel = uniform(rng, 0.04, 0.12);

@@ -11,7 +11,7 @@
 
 namespace qv::setgen {
 
-struct MusicSpec {
+struct MusicRecipe {
     double duration = 60;  // seconds
     int drops = -1;        // how many drops; -1 lets the length decide
     int rate = 48000;      // samples per second of the render
@@ -27,7 +27,7 @@ struct Music {
     std::vector<float> samples;                     // duration × rate, peak about 0.6
 };
 
-// Deterministic: the same spec gives the same samples, bit for bit.
-Music renderMusic(const MusicSpec& spec);
+// Deterministic: the same recipe gives the same samples, bit for bit.
+Music renderMusic(const MusicRecipe& recipe);
 
 }  // namespace qv::setgen

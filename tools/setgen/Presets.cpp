@@ -60,7 +60,7 @@ public:
     SetPlan take() { return std::move(plan_); }
 
     int addMusic(double duration, int drops, int rate = 48000) {
-        plan_.musics.push_back(MusicSpec{duration, drops, rate, rng_.next()});
+        plan_.musics.push_back(MusicRecipe{duration, drops, rate, rng_.next()});
         return static_cast<int>(plan_.musics.size()) - 1;
     }
 
@@ -123,7 +123,7 @@ public:
         f.sampleRate = chance(rng_, 0.7) ? 48000 : 44100;
         f.channels = chance(rng_, 0.6) ? 2 : 1;
         f.pcmBits = chance(rng_, 0.5) ? 24 : 16;
-        const MusicSpec& m = plan_.musics[static_cast<size_t>(music)];
+        const MusicRecipe& m = plan_.musics[static_cast<size_t>(music)];
         f.start = snap(start, music);
         f.duration = std::floor(std::min(duration, m.duration - f.start) * m.rate) / m.rate;
         f.mics.push_back(Microphone::recorder(rng_));

@@ -51,7 +51,7 @@ struct FilePlan {
 struct SetPlan {
     std::string preset;
     uint64_t seed = 1;
-    std::vector<MusicSpec> musics;  // the first one is the set's own time line
+    std::vector<MusicRecipe> musics;  // the first one is the set's own time line
     std::vector<FilePlan> files;
 };
 

@@ -115,11 +115,11 @@ Status writeSet(const SetPlan& plan, const fs::path& folder, std::ostream& log) 
     std::vector<std::optional<Music>> musics(plan.musics.size());
     auto musicFor = [&](size_t index) -> const Music& {
         if (!musics[index]) {
-            const MusicSpec& spec = plan.musics[index];
-            log << cformat("Rendu de la musique %zu : %.0f s à %d Hz\n", index + 1, spec.duration, spec.rate)
+            const MusicRecipe& recipe = plan.musics[index];
+            log << cformat("Rendu de la musique %zu : %.0f s à %d Hz\n", index + 1, recipe.duration, recipe.rate)
                 << std::flush;
             const auto t0 = std::chrono::steady_clock::now();
-            musics[index] = renderMusic(spec);
+            musics[index] = renderMusic(recipe);
             const double took = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
             log << cformat("  %.2f BPM, %zu drop(s), %zu break(s), rendue en %.1f s\n", musics[index]->bpm,
                            musics[index]->drops.size(), musics[index]->breaks.size(), took)

@@ -6,8 +6,10 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <functional>
+#include <optional>
+#include <string>
 
+#include "base/Text.h"
 #include "looks/LookRenderer.h"
 
 using namespace qv;
@@ -100,10 +102,11 @@ int main(int argc, char** argv) {
     std::printf("image %d x %d, %d images par cas\n", kWidth, kHeight, frames);
     for (const Case& c : cases) {
         const double ms = msPerFrame(c.snap, frame, frames);
+        const std::string name = padRight(c.name, 42);
         if (c.target > 0)
-            std::printf("%-42s %7.1f ms  (objectif < %.0f ms)\n", c.name, ms, c.target);
+            std::printf("%s %7.1f ms  (objectif < %.0f ms)\n", name.c_str(), ms, c.target);
         else
-            std::printf("%-42s %7.1f ms\n", c.name, ms);
+            std::printf("%s %7.1f ms\n", name.c_str(), ms);
     }
     return 0;
 }

@@ -11,6 +11,8 @@
 #include <cstring>
 #include <numbers>
 
+#include "base/Parallel.h"
+
 namespace qv::ImageOps {
 
 namespace {
@@ -19,8 +21,10 @@ constexpr float kLumaR = 0.2126f, kLumaG = 0.7152f, kLumaB = 0.0722f;
 
 // The hot loops are built twice on x86-64, once more for AVX2 and FMA, and
 // the loader picks the build the processor runs. Results are deterministic
-// on one machine and differ between the builds only in the last bits.
-#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
+// on one machine and differ between the builds only in the last bits. Not
+// under a sanitizer: the loader runs the picking code before its runtime.
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__) && !defined(__SANITIZE_THREAD__) && \
+    !defined(__SANITIZE_ADDRESS__)
 #define QV_CLONES __attribute__((target_clones("arch=x86-64-v3", "default")))
 #else
 #define QV_CLONES
@@ -58,7 +62,9 @@ inline v4 sqrt4(v4 v) {
 // 0..1, and NaN to 0, so an index made from it is always valid.
 inline float unit(float v) { return v > 0 ? (v < 1 ? v : 1) : 0; }
 
-// Splits [0, count) over the cores; fn(begin, end) for each part.
+// Splits [0, count) over the cores; fn(begin, end) for each part. OpenCV's
+// pool hands work over in code the thread sanitizer cannot see, so a
+// sanitized build uses plain threads, whose start and join it does see.
 template <class Fn>
 void parallel(int count, Fn&& fn) {
     if (count <= 0) return;
@@ -66,7 +72,11 @@ void parallel(int count, Fn&& fn) {
         fn(0, 1);
         return;
     }
+#if defined(__SANITIZE_THREAD__)
+    parallelFor(count, defaultThreads(), [&](int i) { fn(i, i + 1); });
+#else
     cv::parallel_for_(cv::Range(0, count), [&](const cv::Range& r) { fn(r.start, r.end); });
+#endif
 }
 
 // Rows per band: a band of a picture's rows stays within a quarter of a

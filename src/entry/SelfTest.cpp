@@ -10,6 +10,7 @@
 #include "base/Json.h"
 #include "base/SplitMix64.h"
 #include "base/Text.h"
+#include "entry/SetTruth.h"
 #include "export/PremiereExport.h"
 #include "music/DropDetector.h"
 #include "sync/AudioLoader.h"
@@ -25,34 +26,6 @@ namespace {
 
 Check check(std::string name, bool passed, std::string detail = {}) {
     return {std::move(name), passed, passed ? std::string() : std::move(detail)};
-}
-
-struct TruthFile {
-    double start = 0;
-    bool filtered = false;
-    std::string expect;
-};
-
-struct Truth {
-    std::map<std::string, TruthFile> files;  // by path inside the set
-    std::vector<double> drops;
-};
-
-std::optional<Truth> readTruth(const fs::path& set) {
-    std::ifstream in(set / "truth.json", std::ios::binary);
-    if (!in) return std::nullopt;
-    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    auto j = json::parse(text);
-    if (!j || !j->is_object()) return std::nullopt;
-    Truth truth;
-    if (const auto* files = json::field(*j, "files"); files && files->is_array())
-        for (const auto& f : *files)
-            truth.files[json::string(f, "path", "")] = {json::number(f, "start", 0), json::boolean(f, "filtered", false),
-                                                        json::string(f, "expect", "")};
-    if (const auto* drops = json::field(*j, "drops"); drops && drops->is_array())
-        for (const auto& d : *drops)
-            if (d.is_number()) truth.drops.push_back(d.get<double>());
-    return truth;
 }
 
 std::string inSet(const fs::path& set, const fs::path& file) { return fs::relative(file, set).string(); }
@@ -93,7 +66,7 @@ std::vector<Check> builtInChecks() {
 std::vector<Check> checkSet(const fs::path& set) {
     std::vector<Check> checks;
     const std::string name = set.filename().string();
-    auto truth = readTruth(set);
+    auto truth = SetTruth::read(set);
     if (!truth) {
         checks.push_back(check(name + " : vérité", false, "truth.json illisible"));
         return checks;
@@ -109,10 +82,10 @@ std::vector<Check> checkSet(const fs::path& set) {
     double worst = 0;
     double musicToLine = 0;  // the truth counts from the music's start, the result from its earliest file
     if (reference) {
-        const TruthFile& ref = truth->files[inSet(set, reference->item.url)];
+        const SetTruth::File& ref = truth->files[inSet(set, reference->item.url)];
         musicToLine = reference->start - ref.start;
         for (const auto& p : result.placed) {
-            const TruthFile& t = truth->files[inSet(set, p.item.url)];
+            const SetTruth::File& t = truth->files[inSet(set, p.item.url)];
             double error = std::fabs((p.start - reference->start) - (t.start - ref.start));
             double tolerance = t.filtered || ref.filtered ? 0.002 : 0.001;
             worst = std::max(worst, error);

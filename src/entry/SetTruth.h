@@ -1,0 +1,28 @@
+// What the set generator knows of a set it wrote (truth.json): each file's
+// true start on the music's time line, whether its microphone filters the
+// sound, where it must end up, and the drop times. Read by the self check
+// and the accuracy benchmarks.
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace qv {
+
+struct SetTruth {
+    struct File {
+        double start = 0;  // seconds on the music's time line
+        bool filtered = false;
+        std::string expect;  // "placed", "unsynced", "unreadable" or "ignored"
+    };
+    std::map<std::string, File> files;  // by path inside the set
+    std::vector<double> drops;           // seconds on the music's time line
+
+    // Nothing when the file is missing or not a JSON object.
+    static std::optional<SetTruth> read(const std::filesystem::path& set);
+};
+
+}  // namespace qv

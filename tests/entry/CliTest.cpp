@@ -161,6 +161,14 @@ TEST(Cli, MontageAndAutoOnAShortSet) {
     EXPECT_FALSE(doc.select_nodes("//transitionitem[alignment='center']").empty());
 }
 
+TEST(Cli, AutoLeavesNoPlanWithoutPictureWhereCamerasFilmThroughout) {
+    fs::path set = test::generatedSet("covered", 3);
+    if (set.empty()) GTEST_SKIP() << "generator unavailable";
+    test::TempDir dir;
+    Outcome r = cli({set.string(), (dir / "a.xml").string(), "--auto"});
+    EXPECT_NE(r.out.find(" · même caméra 2 fois de suite : 0 · plan sans image : 0 · "), std::string::npos) << r.out;
+}
+
 // The self check's own verdict on generated sets: placement within a
 // millisecond (two when filtered), hard cases set aside, drops, XML.
 class SelfCheck : public ::testing::TestWithParam<const char*> {};

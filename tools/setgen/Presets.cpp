@@ -332,12 +332,26 @@ SetPlan drops(Builder& b) {
     return b.take();
 }
 
+// Every moment filmed: camera 1 runs from the first second to the last, so
+// an automatic edit never needs a plan without a picture.
+SetPlan covered(Builder& b) {
+    b.addMusic(120, 2);
+    b.camera(1, 1, 0, 120);
+    for (int c = 2; c <= 3; ++c) {
+        auto spans = layout(b.rng(), 0, 120, 2, 15, 40, 3);
+        for (size_t k = 0; k < spans.size(); ++k) b.camera(c, static_cast<int>(k) + 1, spans[k].first, spans[k].second);
+    }
+    b.recorder(1, "prise 1.wav", 0.5, 118);
+    return b.take();
+}
+
 using Maker = SetPlan (*)(Builder&);
 
 const std::vector<std::pair<std::string, Maker>>& makers() {
     static const std::vector<std::pair<std::string, Maker>> list = {
         {"tiny", tiny},     {"test", test},       {"demo", demo},        {"hard", hard}, {"hour", hour},
-        {"nocorr", nocorr}, {"silent", silence}, {"longshort", longshort}, {"drops", drops}};
+        {"nocorr", nocorr}, {"silent", silence}, {"longshort", longshort}, {"drops", drops},
+        {"covered", covered}};
     return list;
 }
 

@@ -1,6 +1,6 @@
 // Audio loading throughput: the libav road and the ffmpeg road, one file at
 // a time, against the ffmpeg executable alone producing the same 2 kHz
-// signal into the null device. Usage: audio_load_bench <set folder>.
+// signal into the null device. Usage: audio_load_bench <set> [<set> ...].
 #include <chrono>
 #include <cstdio>
 
@@ -12,7 +12,7 @@ using namespace qv;
 
 int main(int argc, char** argv) {
     if (argc < 2) {
-        std::fprintf(stderr, "usage : audio_load_bench <dossier du set>\n");
+        std::fprintf(stderr, "usage : audio_load_bench <dossier du set> [...]\n");
         return 1;
     }
     auto tool = process::findExecutable(AudioLoader::ffmpegCandidates);
@@ -24,7 +24,10 @@ int main(int argc, char** argv) {
     int files = 0;
     using Clock = std::chrono::steady_clock;
     auto since = [](Clock::time_point t) { return std::chrono::duration<double>(Clock::now() - t).count(); };
-    for (const auto& source : MediaScanner::scan(argv[1])) {
+    std::vector<MediaSource> sources;
+    for (int a = 1; a < argc; ++a)
+        for (auto& s : MediaScanner::scan(argv[a])) sources.push_back(std::move(s));
+    for (const auto& source : sources) {
         for (const auto& item : source.items) {
             if (item.audioChannels < 1) continue;
             ++files;

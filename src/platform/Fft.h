@@ -14,6 +14,13 @@ class Buffer {
 public:
     Buffer() = default;
     explicit Buffer(size_t floats, bool zeroed = true);
+    Buffer(Buffer&& other) noexcept : data_(std::move(other.data_)), size_(other.size_) { other.size_ = 0; }
+    Buffer& operator=(Buffer&& other) noexcept {
+        data_ = std::move(other.data_);
+        size_ = other.size_;
+        other.size_ = 0;
+        return *this;
+    }
     float* data() { return data_.get(); }
     const float* data() const { return data_.get(); }
     size_t size() const { return size_; }

@@ -43,17 +43,16 @@ std::shared_ptr<const Spectrum> Correlator::spectrum(const std::vector<float>& s
 }
 
 std::vector<Match> Correlator::correlate(const Spectrum& camera, const Spectrum& audio, int minOverlap, float minScore,
-                                         int maxPeaks, int separation) const {
+                                         int maxPeaks, int separation, fft::Buffer* scratch) const {
     const int lo = minOverlap - audio.length;
     const int hi = camera.length - minOverlap;
     if (hi < lo || maxPeaks < 1) return {};
 
     const int half = n_ / 2;
-    // One scratch buffer per thread, kept between pairs: a fresh 64 MB
-    // buffer for every pair costs as much in page faults as the transform.
-    thread_local fft::Buffer work;
+    fft::Buffer local;
+    fft::Buffer& work = scratch ? *scratch : local;
     if (work.size() < static_cast<size_t>(n_) + 2) {
-        work = fft::Buffer();
+        work = fft::Buffer();  // the old one goes before the new one comes
         work = fft::Buffer(static_cast<size_t>(n_) + 2, false);
     }
     if (work.empty()) return {};
@@ -171,6 +170,19 @@ std::shared_ptr<const Spectrum> SpectrumCache::spectrum(int index, const std::ve
     spectra_[key] = s;
     bytes_ += cost;
     return s;
+}
+
+fft::Buffer SpectrumCache::borrowScratch() {
+    std::lock_guard<std::mutex> guard(lock_);
+    if (scratch_.empty()) return {};
+    fft::Buffer b = std::move(scratch_.back());
+    scratch_.pop_back();
+    return b;
+}
+
+void SpectrumCache::returnScratch(fft::Buffer buffer) {
+    std::lock_guard<std::mutex> guard(lock_);
+    scratch_.push_back(std::move(buffer));
 }
 
 int SpectrumCache::computed() const {

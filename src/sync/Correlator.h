@@ -45,9 +45,11 @@ public:
 
     // Both spectra must come from this correlator. Sorted by score,
     // descending (of equal scores the lower lag first), no two closer than
-    // `separation` samples, at most `maxPeaks`.
+    // `separation` samples, at most `maxPeaks`. `scratch`, when given, is
+    // reused (and grown) as the working buffer: a fresh one for every pair
+    // costs as much in page faults as the transform itself.
     std::vector<Match> correlate(const Spectrum& camera, const Spectrum& audio, int minOverlap, float minScore,
-                                 int maxPeaks, int separation) const;
+                                 int maxPeaks, int separation, fft::Buffer* scratch = nullptr) const;
 
 private:
     Correlator(int n, int log2n, std::shared_ptr<fft::RealFft> fft) : n_(n), log2n_(log2n), fft_(std::move(fft)) {}
@@ -68,6 +70,11 @@ public:
     std::shared_ptr<const Spectrum> spectrum(int index, const std::vector<float>& signal, const Correlator& c);
 
     long long bytes() const;
+
+    // Working buffers for `Correlator::correlate`, lent to one thread at a
+    // time and kept for the cache's life.
+    fft::Buffer borrowScratch();
+    void returnScratch(fft::Buffer buffer);
     int computed() const;  // spectra computed so far, recomputations included
 
 private:
@@ -77,6 +84,7 @@ private:
     long long bytes_ = 0;
     long long budget_;
     int computed_ = 0;
+    std::vector<fft::Buffer> scratch_;
 };
 
 }  // namespace qv

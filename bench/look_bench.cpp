@@ -99,7 +99,10 @@ int main(int argc, char** argv) {
         {"VHS complet", snapshot(std::nullopt, false, false, true), 0},
         {"tout à la fois", snapshot(withFilters(kColour, true), true, true, true), 80},
     };
-    std::printf("image %d x %d, %d images par cas\n", kWidth, kHeight, frames);
+    // Figures are wall time on a machine that may be shared: say how busy it was.
+    double load[1] = {0};
+    getloadavg(load, 1);
+    std::printf("image %d x %d, %d images par cas, charge du système %.2f\n", kWidth, kHeight, frames, load[0]);
     for (const Case& c : cases) {
         const double ms = msPerFrame(c.snap, frame, frames);
         const std::string name = padRight(c.name, 42);

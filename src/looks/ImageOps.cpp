@@ -231,7 +231,7 @@ Image reduceExtended(const Image& image, int d, int margin) {
 }
 
 // A row translated by dx, edges extended: the value at x is the row's at
-// x - dx, interpolated linearly. `first` and `last` bound the pixels read.
+// x - dx, interpolated linearly between two neighbours.
 struct Shift {
     int offset;  // whole pixels: x reads x + offset and x + offset + 1
     float t;     // weight of the second

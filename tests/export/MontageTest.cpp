@@ -85,7 +85,8 @@ TEST_F(Montage, FadesStayInsideTheExportAndOffTheTable) {
     // where the outgoing file has no frame left.
     audio.mode = Mode::camera;
     std::multiset<long long> centres;
-    for (auto t : write({0, 60}).select_nodes("//transitionitem[alignment='center']"))
+    auto crossed = write({0, 60});  // the document must outlive the loop over its nodes
+    for (auto t : crossed.select_nodes("//transitionitem[alignment='center']"))
         centres.insert(t.node().child("start").text().as_llong());
     EXPECT_EQ(centres, (std::multiset<long long>{374, 374, 624, 624, 1374, 1374}));  // both halves of the pair
     audio.cutFade = false;

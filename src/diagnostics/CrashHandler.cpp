@@ -81,6 +81,21 @@ Civil civilUTC(long long t) {
             static_cast<unsigned>(secs % 60)};
 }
 
+// "2026-11-23{between}22{timeSep}10{timeSep}05", without allocating.
+void appendStamp(Buffer& b, const Civil& c, const char* between, const char* timeSep) {
+    b.number(static_cast<unsigned long long>(c.year), 4);
+    b.text("-");
+    b.number(c.month, 2);
+    b.text("-");
+    b.number(c.day, 2);
+    b.text(between);
+    b.number(c.hour, 2);
+    b.text(timeSep);
+    b.number(c.minute, 2);
+    b.text(timeSep);
+    b.number(c.second, 2);
+}
+
 void writeReport(int index, const siginfo_t* info) {
     time_t now = time(nullptr);
     Civil c = civilUTC(static_cast<long long>(now));
@@ -88,15 +103,7 @@ void writeReport(int index, const siginfo_t* info) {
     Buffer path;
     path.text(state.folder);
     path.text("/Quorvel-");
-    path.number(static_cast<unsigned long long>(c.year), 4);
-    path.text("-");
-    path.number(c.month, 2);
-    path.text("-");
-    path.number(c.day, 2);
-    path.text("-");
-    path.number(c.hour, 2);
-    path.number(c.minute, 2);
-    path.number(c.second, 2);
+    appendStamp(path, c, "-", "");
     path.text("-");
     path.number(static_cast<unsigned long long>(getpid()));
     path.text(".crash");
@@ -112,17 +119,7 @@ void writeReport(int index, const siginfo_t* info) {
     head.text(" (");
     head.text(kSignalNames[index]);
     head.text(")\nHeure (UTC) : ");
-    head.number(static_cast<unsigned long long>(c.year), 4);
-    head.text("-");
-    head.number(c.month, 2);
-    head.text("-");
-    head.number(c.day, 2);
-    head.text(" ");
-    head.number(c.hour, 2);
-    head.text(":");
-    head.number(c.minute, 2);
-    head.text(":");
-    head.number(c.second, 2);
+    appendStamp(head, c, " ", ":");
     head.text("\nProcessus : ");
     head.number(static_cast<unsigned long long>(getpid()));
     if (info && info->si_code > 0) {  // sent by the kernel: the address means something

@@ -4,6 +4,7 @@
 #include <sys/resource.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <cstdio>
 
 #include "base/Parallel.h"
@@ -30,7 +31,10 @@ int main(int argc, char** argv) {
             items.push_back(&i);
             if (i.audioChannels > 0) soundSeconds += i.duration;
         }
-    std::printf("set : %zu sources, %zu fichiers, %.0f s de son\n", sources.size(), items.size(), soundSeconds);
+    double load[1] = {0};
+    getloadavg(load, 1);  // figures from a busy machine are not comparable
+    std::printf("set : %zu sources, %zu fichiers, %.0f s de son ; charge du système %.2f\n", sources.size(),
+                items.size(), soundSeconds, load[0]);
 
     // Reference: decoding alone, with the same roads and the same threads.
     auto t0 = std::chrono::steady_clock::now();

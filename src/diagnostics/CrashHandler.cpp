@@ -9,6 +9,8 @@
 #include <cstring>
 #include <ctime>
 
+#include "platform/Paths.h"
+
 namespace qv {
 
 namespace {
@@ -47,16 +49,6 @@ struct Buffer {
         while (n > 0 && length < sizeof data) data[length++] = digits[--n];
     }
 };
-
-void writeAll(int fd, const char* p, size_t n) {
-    while (n > 0) {
-        ssize_t w = ::write(fd, p, n);
-        if (w < 0 && errno == EINTR) continue;
-        if (w <= 0) return;
-        p += w;
-        n -= static_cast<size_t>(w);
-    }
-}
 
 // Unix time to the civil UTC date, by arithmetic only (gmtime is not
 // async-signal-safe). Days-to-date after H. Hinnant's civil_from_days.
@@ -127,7 +119,7 @@ void writeReport(int index, const siginfo_t* info) {
         head.number(reinterpret_cast<uintptr_t>(info->si_addr), 1, 16);
     }
     head.text("\n\nPile d'appels :\n");
-    writeAll(fd, head.data, head.length);
+    paths::writeAll(fd, head.data, head.length);
 
     void* frames[64];
     int count = backtrace(frames, 64);

@@ -38,15 +38,7 @@ void append(const Line& line) {
         ::unlink(line.file.c_str());
     int fd = ::open(line.file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
     if (fd < 0) return;
-    const char* p = line.text.data();
-    size_t left = line.text.size();
-    while (left > 0) {
-        ssize_t n = ::write(fd, p, left);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) break;
-        p += n;
-        left -= static_cast<size_t>(n);
-    }
+    paths::writeAll(fd, line.text.data(), line.text.size());
     ::close(fd);
 }
 

@@ -156,18 +156,7 @@ bool writeAtomically(const std::filesystem::path& file, std::string_view bytes) 
     }
     if (fd < 0) return false;
 
-    bool ok = true;
-    const char* p = bytes.data();
-    size_t left = bytes.size();
-    while (ok && left > 0) {
-        ssize_t n = ::write(fd, p, left);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) ok = false;
-        else {
-            p += n;
-            left -= static_cast<size_t>(n);
-        }
-    }
+    bool ok = writeAll(fd, bytes.data(), bytes.size());
     ok = ok && ::fsync(fd) == 0;
     ok = ::close(fd) == 0 && ok;
     ok = ok && ::rename(temp.c_str(), file.c_str()) == 0;
@@ -199,6 +188,17 @@ void writeSetting(const std::filesystem::path& file, const std::string& key, con
     else
         all.erase(key);
     writeAtomically(file, all.dump(2, ' ', false, json::Json::error_handler_t::replace) + "\n");
+}
+
+bool writeAll(int fd, const char* p, size_t n) {
+    while (n > 0) {
+        ssize_t w = ::write(fd, p, n);
+        if (w < 0 && errno == EINTR) continue;
+        if (w <= 0) return false;
+        p += w;
+        n -= static_cast<size_t>(w);
+    }
+    return true;
 }
 
 }  // namespace qv::paths

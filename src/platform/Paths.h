@@ -54,6 +54,10 @@ std::filesystem::path standardized(const std::filesystem::path& p);
 std::optional<std::string> readFile(const std::filesystem::path& file);
 bool writeAtomically(const std::filesystem::path& file, std::string_view bytes);
 
+// Writes all `n` bytes to `fd`, retrying short writes and interruptions.
+// Async-signal-safe (only write(2)), so the crash handler may use it.
+bool writeAll(int fd, const char* p, size_t n);
+
 // The settings file: one JSON object, one key per setting, shared by the
 // application settings and the log's launch date. Each change re-reads the
 // file and replaces only its own key, so writers never undo each other.

@@ -1,4 +1,5 @@
 #include "looks/ImageOps.h"
+#include "looks/ImageCompare.h"
 
 #include <gtest/gtest.h>
 
@@ -47,12 +48,6 @@ Image referenceBlur(const Image& in, double sigma) {
                 out.row(y)[x * 4 + c] = float(v);
             }
     return out;
-}
-
-float maxDifference(const Image& a, const Image& b) {
-    float m = 0;
-    for (size_t i = 0; i < a.size(); ++i) m = std::max(m, std::abs(a.data()[i] - b.data()[i]));
-    return m;
 }
 
 TEST(ImageOps, GaussianBlurMatchesTheDirectSumAtFullAndReducedSize) {

@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "looks/GradeMath.h"
+#include "looks/ImageCompare.h"
 
 namespace qv {
 namespace {
@@ -39,12 +40,6 @@ Snapshot enabled() {
     Snapshot s;
     s.enabled = true;
     return s;
-}
-
-float maxDifference(const Image& a, const Image& b) {
-    float m = 0;
-    for (size_t i = 0; i < a.size(); ++i) m = std::max(m, std::abs(a.data()[i] - b.data()[i]));
-    return m;
 }
 
 TEST(LookRenderer, PassesFramesThroughWhenThereIsNothingToDo) {

@@ -6,7 +6,10 @@
 #include <cstdint>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <set>
 #include <string>
+
+#include "base/Uuid.h"
 
 namespace qv::json {
 
@@ -56,6 +59,26 @@ inline bool boolean(const Json& j, const char* key, bool fallback) {
 inline std::string string(const Json& j, const char* key, const std::string& fallback) {
     const Json* v = field(j, key);
     return v && v->is_string() ? v->get<std::string>() : fallback;
+}
+
+// A set of identifiers as an array of their texts, in order.
+inline Json uuidArray(const std::set<Uuid>& ids) {
+    Json out = Json::array();
+    for (const Uuid& id : ids) out.push_back(id.text());
+    return out;
+}
+
+// One bad entry spoils the whole set, as it would a typed array decode.
+inline std::set<Uuid> uuidSet(const Json& j, const char* key) {
+    const Json* v = field(j, key);
+    if (!v || !v->is_array()) return {};
+    std::set<Uuid> out;
+    for (const Json& e : *v) {
+        auto id = e.is_string() ? Uuid::parse(e.get_ref<const std::string&>()) : std::nullopt;
+        if (!id) return {};
+        out.insert(*id);
+    }
+    return out;
 }
 
 // Parses text without throwing; nothing when it is not JSON.

@@ -31,11 +31,9 @@ const TimeRange* filmingRange(const std::vector<std::vector<TimeRange>>& ranges,
 
 void to_json(Json& j, const AutoSettings& s) {
     j = Json::object();
-    Json cameras = Json::array();
-    for (const Uuid& id : s.cameras) cameras.push_back(id.text());
     Json weights = Json::object();
     for (const auto& [id, w] : s.weights) weights[id.text()] = w;
-    j["cameras"] = std::move(cameras);
+    j["cameras"] = json::uuidArray(s.cameras);
     j["minPlan"] = s.minPlan;
     j["maxPlan"] = s.maxPlan;
     j["snapToBeat"] = s.snapToBeat;
@@ -53,16 +51,7 @@ void from_json(const Json& j, AutoSettings& s) {
     s.fasterOnDrops = json::boolean(j, "fasterOnDrops", d.fasterOnDrops);
     s.seed = json::unsignedInteger(j, "seed", d.seed);
     // One bad entry spoils the whole collection, as a typed decode would.
-    if (const Json* v = json::field(j, "cameras"); v && v->is_array()) {
-        for (const Json& e : *v) {
-            auto id = e.is_string() ? Uuid::parse(e.get_ref<const std::string&>()) : std::nullopt;
-            if (!id) {
-                s.cameras.clear();
-                break;
-            }
-            s.cameras.insert(*id);
-        }
-    }
+    s.cameras = json::uuidSet(j, "cameras");
     if (const Json* v = json::field(j, "weights"); v && v->is_object()) {
         for (const auto& [key, value] : v->items()) {
             auto id = Uuid::parse(key);

@@ -55,25 +55,6 @@ E enumField(const Json& j, const char* key, const RawTable<E, N>& table, E fallb
     return fromRaw(table, v->get_ref<const std::string&>()).value_or(fallback);
 }
 
-Json uuidArray(const std::set<Uuid>& ids) {
-    Json out = Json::array();
-    for (const Uuid& id : ids) out.push_back(id.text());
-    return out;
-}
-
-// One bad entry spoils the whole set, as it would a typed array decode.
-std::set<Uuid> uuidSet(const Json& j, const char* key) {
-    const Json* v = json::field(j, key);
-    if (!v || !v->is_array()) return {};
-    std::set<Uuid> out;
-    for (const Json& e : *v) {
-        auto id = e.is_string() ? Uuid::parse(e.get_ref<const std::string&>()) : std::nullopt;
-        if (!id) return {};
-        out.insert(*id);
-    }
-    return out;
-}
-
 std::optional<bool> optionalBool(const Json& j, const char* key) {
     const Json* v = json::field(j, key);
     if (v && v->is_boolean()) return v->get<bool>();
@@ -134,28 +115,28 @@ void from_json(const Json& j, PlanLooks& looks) {
 void to_json(Json& j, const EffectSettings& s) {
     j = Json::object();
     j["zoomEnabled"] = s.zoomEnabled;
-    j["zoomCameras"] = uuidArray(s.zoomCameras);
+    j["zoomCameras"] = json::uuidArray(s.zoomCameras);
     j["zoomInShare"] = s.zoomInShare;
     j["zoomMax"] = s.zoomMax;
     j["zoomStyle"] = rawValue(s.zoomStyle);
     j["zoomPartial"] = s.zoomPartial;
     j["zoomPartialAmount"] = s.zoomPartialAmount;
     j["shakeEnabled"] = s.shakeEnabled;
-    j["shakeCameras"] = uuidArray(s.shakeCameras);
+    j["shakeCameras"] = json::uuidArray(s.shakeCameras);
     j["shakeIntensity"] = s.shakeIntensity;
     j["shakeSpeed"] = s.shakeSpeed;
     j["shakeExtent"] = s.shakeExtent;
     j["lensEnabled"] = s.lensEnabled;
-    j["lensCameras"] = uuidArray(s.lensCameras);
+    j["lensCameras"] = json::uuidArray(s.lensCameras);
     j["lensAmount"] = s.lensAmount;
     j["lensStyle"] = rawValue(s.lensStyle);
     j["lensAnimation"] = rawValue(s.lensAnimation);
     j["shutterEnabled"] = s.shutterEnabled;
-    j["shutterCameras"] = uuidArray(s.shutterCameras);
+    j["shutterCameras"] = json::uuidArray(s.shutterCameras);
     j["shutterTrail"] = s.shutterTrail;
     j["shutterStep"] = s.shutterStep;
     j["vhsEnabled"] = s.vhsEnabled;
-    j["vhsCameras"] = uuidArray(s.vhsCameras);
+    j["vhsCameras"] = json::uuidArray(s.vhsCameras);
     j["vhsIntensity"] = s.vhsIntensity;
     j["vhsChroma"] = s.vhsChroma;
     j["vhsNoise"] = s.vhsNoise;
@@ -168,29 +149,29 @@ void to_json(Json& j, const EffectSettings& s) {
 void from_json(const Json& j, EffectSettings& s) {
     const EffectSettings d;
     s.zoomEnabled = json::boolean(j, "zoomEnabled", d.zoomEnabled);
-    s.zoomCameras = uuidSet(j, "zoomCameras");
+    s.zoomCameras = json::uuidSet(j, "zoomCameras");
     s.zoomInShare = json::number(j, "zoomInShare", d.zoomInShare);
     s.zoomMax = json::number(j, "zoomMax", d.zoomMax);
     s.zoomStyle = enumField(j, "zoomStyle", zoomStyleRaw, d.zoomStyle);
     s.zoomPartial = json::boolean(j, "zoomPartial", d.zoomPartial);
     s.zoomPartialAmount = json::number(j, "zoomPartialAmount", d.zoomPartialAmount);
     s.shakeEnabled = json::boolean(j, "shakeEnabled", d.shakeEnabled);
-    s.shakeCameras = uuidSet(j, "shakeCameras");
+    s.shakeCameras = json::uuidSet(j, "shakeCameras");
     s.shakeIntensity = json::number(j, "shakeIntensity", d.shakeIntensity);
     s.shakeSpeed = json::number(j, "shakeSpeed", d.shakeSpeed);
     s.shakeExtent = json::number(j, "shakeExtent", d.shakeExtent);
     s.lensEnabled = json::boolean(j, "lensEnabled", d.lensEnabled);
-    s.lensCameras = uuidSet(j, "lensCameras");
+    s.lensCameras = json::uuidSet(j, "lensCameras");
     s.lensAmount = json::number(j, "lensAmount", d.lensAmount);
     s.lensStyle = enumField(j, "lensStyle", lensStyleRaw, d.lensStyle);
     s.lensAnimation = enumField(j, "lensAnimation", lensAnimationRaw, d.lensAnimation);
     s.shutterEnabled = json::boolean(j, "shutterEnabled", d.shutterEnabled);
-    s.shutterCameras = uuidSet(j, "shutterCameras");
+    s.shutterCameras = json::uuidSet(j, "shutterCameras");
     s.shutterTrail = json::number(j, "shutterTrail", d.shutterTrail);
     long long step = json::integer(j, "shutterStep", d.shutterStep);
     s.shutterStep = (step >= INT32_MIN && step <= INT32_MAX) ? static_cast<int>(step) : d.shutterStep;
     s.vhsEnabled = json::boolean(j, "vhsEnabled", d.vhsEnabled);
-    s.vhsCameras = uuidSet(j, "vhsCameras");
+    s.vhsCameras = json::uuidSet(j, "vhsCameras");
     s.vhsIntensity = json::number(j, "vhsIntensity", d.vhsIntensity);
     s.vhsChroma = json::number(j, "vhsChroma", d.vhsChroma);
     s.vhsNoise = json::number(j, "vhsNoise", d.vhsNoise);

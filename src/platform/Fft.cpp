@@ -2,6 +2,8 @@
 
 #include <fftw3.h>
 
+#include "platform/Paths.h"
+
 #include <cstring>
 #include <mutex>
 
@@ -12,7 +14,28 @@ std::mutex& plannerLock() {
     static std::mutex lock;
     return lock;
 }
+
+bool wisdomFound = false;
+
+// Called under the planner lock before the first plan. A damaged or foreign
+// file is refused by FFTW as a whole and changes nothing.
+void loadWisdomOnce() {
+    static bool done = false;
+    if (done) return;
+    done = true;
+    bool system = fftwf_import_system_wisdom() != 0;
+    bool own = fftwf_import_wisdom_from_filename(wisdomFile().c_str()) != 0;
+    wisdomFound = system || own;
+}
 }  // namespace
+
+std::filesystem::path wisdomFile() { return paths::cacheHome() / "quorvel" / "fftw-wisdom"; }
+
+bool wisdomLoaded() {
+    std::lock_guard<std::mutex> guard(plannerLock());
+    loadWisdomOnce();
+    return wisdomFound;
+}
 
 void Buffer::Free::operator()(float* p) const { fftwf_free(p); }
 
@@ -30,12 +53,12 @@ std::shared_ptr<RealFft> RealFft::create(int n) {
     if (n < 2) return nullptr;
     // Plans are made on a scratch buffer and executed later on the caller's,
     // which FFTW allows for arrays of the same alignment (fftwf_malloc).
-    // FFTW_ESTIMATE, never a measured plan: the same transform must give
-    // the same bits on every run.
+    // FFTW_ESTIMATE takes any wisdom there is for the size, else estimates.
     Buffer scratch(static_cast<size_t>(n) + 2, false);
     if (scratch.empty()) return nullptr;
     std::shared_ptr<RealFft> fft(new RealFft(n));
     std::lock_guard<std::mutex> guard(plannerLock());
+    loadWisdomOnce();
     auto* c = reinterpret_cast<fftwf_complex*>(scratch.data());
     fft->forward_ = fftwf_plan_dft_r2c_1d(n, scratch.data(), c, FFTW_ESTIMATE);
     fft->inverse_ = fftwf_plan_dft_c2r_1d(n, c, scratch.data(), FFTW_ESTIMATE);

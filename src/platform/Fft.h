@@ -1,10 +1,18 @@
 // Real FFTs in single precision (FFTW). One plan per size, shared by every
 // caller; planning is serialised because FFTW's planner is not thread-safe,
 // while transforms of different buffers may run on several threads at once.
+//
+// Plans are never timed at run time (that takes seconds per size and picks
+// a different plan from one run to the next). Measured plans come from
+// wisdom files made once per machine, `wisdomFile()` (scripts/setup.sh runs
+// fftwf-wisdom) and FFTW's system wisdom; sizes without wisdom get FFTW's
+// estimate, about half as fast for large sizes. Either way the same machine
+// gives the same bits on every run.
 #pragma once
 
 #include <complex>
 #include <cstddef>
+#include <filesystem>
 #include <memory>
 
 namespace qv::fft {
@@ -36,6 +44,12 @@ private:
     size_t size_ = 0;
 };
 
+// $XDG_CACHE_HOME/quorvel/fftw-wisdom, default under ~/.cache.
+std::filesystem::path wisdomFile();
+// Whether measured plans were found when the first plan was made; loading
+// happens then, once per process.
+bool wisdomLoaded();
+
 class RealFft {
 public:
     // Null when FFTW cannot make the plans (memory exhausted).
@@ -45,6 +59,10 @@ public:
     RealFft& operator=(const RealFft&) = delete;
 
     int size() const { return n_; }
+    // Memory held by the two plans' tables: FFTW keeps about n complex
+    // twiddle factors for a large size (measured: 1.6 x n x 4 bytes for
+    // both directions, estimated or measured plans), so 2 x n x 4 bounds it.
+    long long tableBytes() const { return 2LL * n_ * static_cast<long long>(sizeof(float)); }
     // Both transforms work in place on a buffer of n + 2 floats and are
     // unnormalised. Forward: n real values in, n/2 + 1 complex values out.
     void forward(float* inout) const;

@@ -48,6 +48,8 @@ std::filesystem::path stateHome() {
     return absoluteVariable("XDG_STATE_HOME").value_or(home() / ".local" / "state");
 }
 
+std::filesystem::path cacheHome() { return absoluteVariable("XDG_CACHE_HOME").value_or(home() / ".cache"); }
+
 std::optional<std::filesystem::path> projectsOverride() {
     const char* v = std::getenv("QUORVEL_PROJECTS_DIR");
     if (!v || !*v) return std::nullopt;

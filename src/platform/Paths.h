@@ -23,6 +23,8 @@ std::filesystem::path dataHome();
 std::filesystem::path configHome();
 // $XDG_STATE_HOME, default ~/.local/state.
 std::filesystem::path stateHome();
+// $XDG_CACHE_HOME, default ~/.cache.
+std::filesystem::path cacheHome();
 
 // QUORVEL_PROJECTS_DIR when it is set and not empty. It moves both the
 // project folder and the look library, so it is read on every call: tests

@@ -76,20 +76,44 @@ std::vector<Match> Correlator::correlate(const Spectrum& camera, const Spectrum&
     const float* r = work.data();
     auto at = [&](int lag) { return std::fabs(r[lag < 0 ? lag + n_ : lag]); };
 
-    // Squares in single precision, summed in double over two stretches
-    // (negative lags wrap to the end of r), four running sums each so the
-    // loop vectorises; the order is fixed, so the RMS is repeatable.
-    auto sumSquares = [](const float* v, int count) {
-        double acc[4] = {0, 0, 0, 0};
-        int i = 0;
-        for (; i + 4 <= count; i += 4)
-            for (int k = 0; k < 4; ++k) acc[k] += static_cast<double>(v[i + k] * v[i + k]);
-        for (; i < count; ++i) acc[0] += static_cast<double>(v[i] * v[i]);
-        return (acc[0] + acc[1]) + (acc[2] + acc[3]);
+    // One pass over r gives both the sum of squares (single-precision
+    // squares summed in double, in a fixed order so the RMS is repeatable)
+    // and each block's largest |value|; the peak walk then visits only the
+    // blocks that reach the threshold. Negative lags wrap to the end of r,
+    // so the searched lags form at most two stretches.
+    constexpr int block = 64;
+    struct Stretch {
+        int from, to;
     };
+    std::vector<Stretch> stretches;
+    if (lo < 0) stretches.push_back({lo, std::min(hi, -1)});
+    if (hi >= 0) stretches.push_back({std::max(lo, 0), hi});
+    std::vector<float> blockMax;
+    blockMax.reserve(static_cast<size_t>(hi - lo) / block + 3);
     double sum = 0;
-    if (lo < 0) sum += sumSquares(r + n_ + lo, std::min(hi, -1) - lo + 1);
-    if (hi >= 0) sum += sumSquares(r + std::max(lo, 0), hi - std::max(lo, 0) + 1);
+    for (const Stretch& s : stretches) {
+        const float* base = r + (s.from < 0 ? s.from + n_ : s.from);
+        const int count = s.to - s.from + 1;
+        for (int b = 0; b < count; b += block) {
+            const int e = std::min(count, b + block);
+            double acc[4] = {0, 0, 0, 0};
+            float m = 0;
+            int i = b;
+            for (; i + 4 <= e; i += 4)
+                for (int k = 0; k < 4; ++k) {
+                    float v = base[i + k];
+                    acc[k] += static_cast<double>(v * v);
+                    float a = std::fabs(v);
+                    m = a > m ? a : m;
+                }
+            for (; i < e; ++i) {
+                acc[0] += static_cast<double>(base[i] * base[i]);
+                m = std::max(m, std::fabs(base[i]));
+            }
+            sum += (acc[0] + acc[1]) + (acc[2] + acc[3]);
+            blockMax.push_back(m);
+        }
+    }
     float rms = static_cast<float>(std::sqrt(sum / static_cast<double>(hi - lo + 1)));
     if (!(rms > 0)) return {};
     const float threshold = rms * minScore;
@@ -102,25 +126,15 @@ std::vector<Match> Correlator::correlate(const Spectrum& camera, const Spectrum&
         if (lag < hi && !(v > at(lag + 1))) return;  // a flat top keeps its last sample
         peaks.push_back({lag, v / rms});
     };
-    // Peaks are rare: blocks whose largest value stays under the threshold
-    // are skipped after one vectorised pass. Lags are still walked upward.
-    auto walk = [&](int from, int to) {
-        const float* base = r + (from < 0 ? from + n_ : from);
-        const int count = to - from + 1;
-        constexpr int block = 64;
-        for (int b = 0; b < count; b += block) {
-            const int e = std::min(count, b + block);
-            float m = 0;
-            for (int i = b; i < e; ++i) {
-                float v = std::fabs(base[i]);
-                m = v > m ? v : m;
-            }
-            if (m < threshold) continue;
-            for (int i = b; i < e; ++i) consider(from + i);
+    // Lags are walked upward; blocks under the threshold hold no peak.
+    size_t next = 0;
+    for (const Stretch& s : stretches) {
+        const int count = s.to - s.from + 1;
+        for (int b = 0; b < count; b += block, ++next) {
+            if (blockMax[next] < threshold) continue;
+            for (int i = b, e = std::min(count, b + block); i < e; ++i) consider(s.from + i);
         }
-    };
-    if (lo < 0) walk(lo, std::min(hi, -1));
-    if (hi >= 0) walk(std::max(lo, 0), hi);
+    }
     std::stable_sort(peaks.begin(), peaks.end(), [](const Match& l, const Match& m) { return l.score > m.score; });
 
     std::vector<Match> kept;
@@ -142,41 +156,66 @@ std::shared_ptr<Correlator> SpectrumCache::correlator(int minimumLength) {
     auto it = correlators_.find(n);
     if (it != correlators_.end()) return it->second;
     auto c = Correlator::make(n);
-    if (c) correlators_[n] = c;
+    if (!c) return nullptr;
+    correlators_[n] = c;
+    planBytes_ += c->tableBytes();
     return c;
 }
+
+long long SpectrumCache::accountedLocked() const { return alive_->load() + scratchBytes_ + planBytes_; }
 
 std::shared_ptr<const Spectrum> SpectrumCache::spectrum(int index, const std::vector<float>& signal,
                                                         const Correlator& c) {
     const std::pair<int, int> key{index, c.n()};
+    const long long cost = static_cast<long long>(c.n()) * 4;
     {
         std::lock_guard<std::mutex> guard(lock_);
         auto it = spectra_.find(key);
         if (it != spectra_.end()) return it->second;
+        // The room is taken before the transform so that two threads cannot
+        // both pass the budget. Dropping every stored spectrum is the only
+        // way to make room: there is no eviction of single entries.
+        if (accountedLocked() + cost > budget_) {
+            spectra_.clear();
+            bytes_ = 0;
+        }
+        *alive_ += cost;
     }
     // Computed outside the lock so that two threads transform at once; a
     // rare duplicate computation gives the same bins.
-    auto s = c.spectrum(signal);
-    if (!s) return nullptr;
+    std::shared_ptr<const Spectrum> raw = c.spectrum(signal);
+    if (!raw) {
+        *alive_ -= cost;
+        return nullptr;
+    }
+    auto alive = alive_;
+    std::shared_ptr<const Spectrum> s(raw.get(), [raw, alive, cost](const Spectrum*) mutable {
+        raw.reset();
+        *alive -= cost;
+    });
     std::lock_guard<std::mutex> guard(lock_);
     auto it = spectra_.find(key);
     if (it != spectra_.end()) return it->second;
     ++computed_;
-    const long long cost = static_cast<long long>(c.n()) * 4;
-    if (bytes_ + cost > budget_) {
-        spectra_.clear();  // no eviction of single entries: all go at once
-        bytes_ = 0;
-    }
     spectra_[key] = s;
     bytes_ += cost;
     return s;
 }
 
-fft::Buffer SpectrumCache::borrowScratch() {
+fft::Buffer SpectrumCache::borrowScratch(int n) {
+    const size_t floats = static_cast<size_t>(n) + 2;
     std::lock_guard<std::mutex> guard(lock_);
-    if (scratch_.empty()) return {};
-    fft::Buffer b = std::move(scratch_.back());
-    scratch_.pop_back();
+    fft::Buffer b;
+    if (!scratch_.empty()) {
+        b = std::move(scratch_.back());
+        scratch_.pop_back();
+    }
+    if (b.size() < floats) {
+        scratchBytes_ -= static_cast<long long>(b.size() * sizeof(float));
+        b = fft::Buffer();  // the old one goes before the new one comes
+        b = fft::Buffer(floats, false);
+        scratchBytes_ += static_cast<long long>(b.size() * sizeof(float));
+    }
     return b;
 }
 
@@ -193,6 +232,11 @@ int SpectrumCache::computed() const {
 long long SpectrumCache::bytes() const {
     std::lock_guard<std::mutex> guard(lock_);
     return bytes_;
+}
+
+long long SpectrumCache::liveBytes() const {
+    std::lock_guard<std::mutex> guard(lock_);
+    return accountedLocked();
 }
 
 }  // namespace qv

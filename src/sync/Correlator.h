@@ -8,10 +8,13 @@
 //
 // A Correlator is tied to one FFT size and may be used from several threads
 // at once. SpectrumCache keeps one synchronisation's spectra under a byte
-// budget; it is thread-safe too.
+// budget; it is thread-safe too. The budget bounds all the memory the
+// correlations work in: stored spectra, spectra a flush dropped while a
+// correlation still reads them, working buffers and the FFT plans' tables.
 #pragma once
 
 #include <complex>
+#include <atomic>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -39,6 +42,7 @@ public:
 
     int n() const { return n_; }
     int log2n() const { return log2n_; }
+    long long tableBytes() const { return fft_->tableBytes(); }
 
     // The signal must not be longer than n.
     std::shared_ptr<const Spectrum> spectrum(const std::vector<float>& signal) const;
@@ -61,7 +65,8 @@ private:
 class SpectrumCache {
 public:
     static constexpr long long defaultBudget = 1'500'000'000;
-    explicit SpectrumCache(long long budget = defaultBudget) : budget_(budget) {}
+    explicit SpectrumCache(long long budget = defaultBudget)
+        : budget_(budget), alive_(std::make_shared<std::atomic<long long>>(0)) {}
 
     // One correlator per power-of-two size; null when it cannot be made.
     std::shared_ptr<Correlator> correlator(int minimumLength);
@@ -69,22 +74,30 @@ public:
     // while the budget allows; past the budget every stored one is dropped.
     std::shared_ptr<const Spectrum> spectrum(int index, const std::vector<float>& signal, const Correlator& c);
 
-    long long bytes() const;
+    long long bytes() const;      // stored spectra, n x 4 bytes each
+    long long liveBytes() const;  // everything the budget counts
 
-    // Working buffers for `Correlator::correlate`, lent to one thread at a
-    // time and kept for the cache's life.
-    fft::Buffer borrowScratch();
+    // A working buffer of at least n + 2 floats for `Correlator::correlate`,
+    // lent to one thread at a time and kept for the cache's life.
+    fft::Buffer borrowScratch(int n);
     void returnScratch(fft::Buffer buffer);
     int computed() const;  // spectra computed so far, recomputations included
 
 private:
-    mutable std::mutex lock_;  // guards everything below
+    long long accountedLocked() const;
+
+    mutable std::mutex lock_;  // guards everything below but `alive_`
     std::map<int, std::shared_ptr<Correlator>> correlators_;
     std::map<std::pair<int, int>, std::shared_ptr<const Spectrum>> spectra_;  // (index, n)
     long long bytes_ = 0;
     long long budget_;
     int computed_ = 0;
     std::vector<fft::Buffer> scratch_;
+    long long scratchBytes_ = 0;  // pooled and lent working buffers
+    long long planBytes_ = 0;     // tables of the correlators' FFT plans
+    // Spectra alive anywhere, stored or not, and those being computed. Shared
+    // with the spectra's deleters, which may outlive the cache.
+    std::shared_ptr<std::atomic<long long>> alive_;
 };
 
 }  // namespace qv

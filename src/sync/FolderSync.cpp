@@ -148,7 +148,7 @@ private:
         auto cp = cache_.spectrum(p, sp, *correlator);
         if (!cu || !cp) return {};
         int minOverlap = static_cast<int>(std::min(std::min(su.size(), sp.size()) / 2, size_t{20000}));
-        fft::Buffer scratch = cache_.borrowScratch();
+        fft::Buffer scratch = cache_.borrowScratch(correlator->n());
         auto matches = correlator->correlate(*cu, *cp, minOverlap, minScore, maxPeaks, separation, &scratch);
         cache_.returnScratch(std::move(scratch));
         return matches;

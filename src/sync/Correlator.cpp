@@ -27,19 +27,28 @@ std::shared_ptr<Correlator> Correlator::make(int minimumLength) {
 
 std::shared_ptr<const Spectrum> Correlator::spectrum(const std::vector<float>& signal) const {
     auto s = std::make_shared<Spectrum>();
+    if (!transform(signal, *s)) return nullptr;
+    return s;
+}
+
+bool Correlator::transform(const std::vector<float>& signal, Spectrum& into) const {
+    const size_t floats = static_cast<size_t>(n_) + 2;
+    if (into.bins.size() != floats) {
+        into.bins = fft::Buffer();
+        into.bins = fft::Buffer(floats, false);
+        if (into.bins.empty()) return false;
+    }
     size_t count = std::min(signal.size(), static_cast<size_t>(n_));
-    s->length = static_cast<int>(count);
-    s->bins = fft::Buffer(static_cast<size_t>(n_) + 2, false);
-    if (s->bins.empty()) return nullptr;
+    into.length = static_cast<int>(count);
     double sum = 0;
     for (size_t i = 0; i < count; ++i) sum += signal[i];
     float mean = count ? static_cast<float>(sum / static_cast<double>(count)) : 0.0f;
     // Only the signal loses its mean: the padding stays exactly zero.
-    float* x = s->bins.data();
+    float* x = into.bins.data();
     for (size_t i = 0; i < count; ++i) x[i] = signal[i] - mean;
-    std::fill(x + count, x + n_ + 2, 0.0f);
+    std::fill(x + count, x + floats, 0.0f);
     fft_->forward(x);
-    return s;
+    return true;
 }
 
 std::vector<Match> Correlator::correlate(const Spectrum& camera, const Spectrum& audio, int minOverlap, float minScore,
@@ -162,43 +171,79 @@ std::shared_ptr<Correlator> SpectrumCache::correlator(int minimumLength) {
     return c;
 }
 
-long long SpectrumCache::accountedLocked() const { return alive_->load() + scratchBytes_ + planBytes_; }
+SpectrumCache::SpectrumCache(long long budget) : budget_(budget), store_(std::make_shared<Store>()) {}
+
+void SpectrumCache::Store::give(fft::Buffer buffer) {
+    std::lock_guard<std::mutex> guard(lock);
+    free[buffer.size()].push_back(std::move(buffer));
+}
+
+long long SpectrumCache::accountedLocked() const { return store_->bytes.load() + scratchBytes_ + planBytes_; }
+
+fft::Buffer SpectrumCache::roomFor(size_t floats) {
+    const long long cost = static_cast<long long>(floats * sizeof(float));
+    auto takeFree = [&](size_t size) {
+        std::lock_guard<std::mutex> guard(store_->lock);
+        auto it = store_->free.find(size);
+        if (it == store_->free.end() || it->second.empty()) return fft::Buffer();
+        fft::Buffer b = std::move(it->second.back());
+        it->second.pop_back();
+        return b;
+    };
+    // Free buffers of other sizes hold nothing: they go first.
+    auto releaseFree = [&] {
+        std::lock_guard<std::mutex> guard(store_->lock);
+        for (auto& [size, buffers] : store_->free) {
+            while (!buffers.empty() && accountedLocked() + cost > budget_) {
+                store_->bytes -= static_cast<long long>(size * sizeof(float));
+                buffers.pop_back();
+            }
+        }
+    };
+    if (fft::Buffer b = takeFree(floats); !b.empty()) return b;
+    releaseFree();
+    if (accountedLocked() + cost > budget_) {
+        // Dropping every stored spectrum at once is the only way to make
+        // room: there is no eviction of single entries. Their buffers come
+        // back free; one of the right size is used as it is.
+        spectra_.clear();
+        bytes_ = 0;
+        if (fft::Buffer b = takeFree(floats); !b.empty()) return b;
+        releaseFree();
+    }
+    store_->bytes += cost;  // taken before the transform so that two threads cannot both pass the budget
+    return fft::Buffer();
+}
 
 std::shared_ptr<const Spectrum> SpectrumCache::spectrum(int index, const std::vector<float>& signal,
                                                         const Correlator& c) {
     const std::pair<int, int> key{index, c.n()};
-    const long long cost = static_cast<long long>(c.n()) * 4;
+    const size_t floats = static_cast<size_t>(c.n()) + 2;
+    auto fresh = std::make_shared<Spectrum>();
     {
         std::lock_guard<std::mutex> guard(lock_);
         auto it = spectra_.find(key);
         if (it != spectra_.end()) return it->second;
-        // The room is taken before the transform so that two threads cannot
-        // both pass the budget. Dropping every stored spectrum is the only
-        // way to make room: there is no eviction of single entries.
-        if (accountedLocked() + cost > budget_) {
-            spectra_.clear();
-            bytes_ = 0;
-        }
-        *alive_ += cost;
+        fresh->bins = roomFor(floats);
     }
     // Computed outside the lock so that two threads transform at once; a
     // rare duplicate computation gives the same bins.
-    std::shared_ptr<const Spectrum> raw = c.spectrum(signal);
-    if (!raw) {
-        *alive_ -= cost;
+    const bool reused = !fresh->bins.empty();
+    if (!c.transform(signal, *fresh)) {
+        if (!reused) store_->bytes -= static_cast<long long>(floats * sizeof(float));
         return nullptr;
     }
-    auto alive = alive_;
-    std::shared_ptr<const Spectrum> s(raw.get(), [raw, alive, cost](const Spectrum*) mutable {
-        raw.reset();
-        *alive -= cost;
+    // When the last reader lets go, the buffer goes back to the store.
+    std::shared_ptr<const Spectrum> s(fresh.get(), [fresh, store = store_](const Spectrum*) mutable {
+        store->give(std::move(fresh->bins));
+        fresh.reset();
     });
     std::lock_guard<std::mutex> guard(lock_);
     auto it = spectra_.find(key);
     if (it != spectra_.end()) return it->second;
     ++computed_;
     spectra_[key] = s;
-    bytes_ += cost;
+    bytes_ += static_cast<long long>(c.n()) * 4;
     return s;
 }
 

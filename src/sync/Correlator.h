@@ -44,8 +44,11 @@ public:
     int log2n() const { return log2n_; }
     long long tableBytes() const { return fft_->tableBytes(); }
 
-    // The signal must not be longer than n.
+    // The signal must not be longer than n. Null when memory runs out.
     std::shared_ptr<const Spectrum> spectrum(const std::vector<float>& signal) const;
+    // The same into `into`, whose bins are reused when they have the right
+    // size (n + 2 floats); false when memory runs out.
+    bool transform(const std::vector<float>& signal, Spectrum& into) const;
 
     // Both spectra must come from this correlator. Sorted by score,
     // descending (of equal scores the lower lag first), no two closer than
@@ -65,8 +68,7 @@ private:
 class SpectrumCache {
 public:
     static constexpr long long defaultBudget = 1'500'000'000;
-    explicit SpectrumCache(long long budget = defaultBudget)
-        : budget_(budget), alive_(std::make_shared<std::atomic<long long>>(0)) {}
+    explicit SpectrumCache(long long budget = defaultBudget);
 
     // One correlator per power-of-two size; null when it cannot be made.
     std::shared_ptr<Correlator> correlator(int minimumLength);
@@ -84,9 +86,23 @@ public:
     int computed() const;  // spectra computed so far, recomputations included
 
 private:
-    long long accountedLocked() const;
+    // The memory of every spectrum buffer in existence: stored, dropped but
+    // still read by a correlation, or free for the next spectrum of its
+    // size (touching fresh pages costs as much as the transform). Shared
+    // with the spectra's deleters, which may outlive the cache.
+    struct Store {
+        std::mutex lock;  // guards `free`; taken after the cache's lock
+        std::map<size_t, std::vector<fft::Buffer>> free;  // by size in floats
+        std::atomic<long long> bytes{0};
+        void give(fft::Buffer buffer);
+    };
 
-    mutable std::mutex lock_;  // guards everything below but `alive_`
+    long long accountedLocked() const;
+    // A free buffer of `floats`, or an empty one with its room reserved in
+    // `store_->bytes`, after making room within the budget.
+    fft::Buffer roomFor(size_t floats);
+
+    mutable std::mutex lock_;  // guards everything below but `store_`
     std::map<int, std::shared_ptr<Correlator>> correlators_;
     std::map<std::pair<int, int>, std::shared_ptr<const Spectrum>> spectra_;  // (index, n)
     long long bytes_ = 0;
@@ -95,9 +111,7 @@ private:
     std::vector<fft::Buffer> scratch_;
     long long scratchBytes_ = 0;  // pooled and lent working buffers
     long long planBytes_ = 0;     // tables of the correlators' FFT plans
-    // Spectra alive anywhere, stored or not, and those being computed. Shared
-    // with the spectra's deleters, which may outlive the cache.
-    std::shared_ptr<std::atomic<long long>> alive_;
+    std::shared_ptr<Store> store_;
 };
 
 }  // namespace qv

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 
 #include "base/SplitMix64.h"
 #include "sync/Correlator.h"
@@ -86,9 +87,9 @@ TEST(Correlator, KeptPeaksRespectTheSeparation) {
 }
 
 TEST(SpectrumCache, SharesCorrelatorsAndFlushesPastTheBudget) {
-    const long long cost = 4096 * 4;
+    const long long room = (4096 + 2) * 4;  // one spectrum's buffer
     const long long tables = Correlator::make(4096)->tableBytes() + Correlator::make(2)->tableBytes();
-    SpectrumCache cache(tables + 3 * cost);
+    SpectrumCache cache(tables + 3 * room);
     auto c1 = cache.correlator(3000);
     auto c2 = cache.correlator(4096);
     EXPECT_EQ(c1, c2);
@@ -100,22 +101,25 @@ TEST(SpectrumCache, SharesCorrelatorsAndFlushesPastTheBudget) {
     EXPECT_EQ(cache.spectrum(0, x, *c1), s0);  // stored, not recomputed
     cache.spectrum(1, x, *c1);
     cache.spectrum(2, x, *c1);
-    EXPECT_EQ(cache.bytes(), 3 * cost);
-    EXPECT_EQ(cache.liveBytes(), tables + 3 * cost);
+    EXPECT_EQ(cache.bytes(), 3 * 4096 * 4);
+    EXPECT_EQ(cache.liveBytes(), tables + 3 * room);
     cache.spectrum(3, x, *c1);  // over budget: everything goes, then this one is stored
-    EXPECT_EQ(cache.bytes(), cost);
-    // A dropped spectrum that someone still reads still takes memory.
-    EXPECT_EQ(cache.liveBytes(), tables + 2 * cost);
+    EXPECT_EQ(cache.bytes(), 4096 * 4);
+    EXPECT_EQ(cache.computed(), 4);
+
+    // s0 was dropped but is still read here: it keeps its bins, and the new
+    // spectrum of entry 0 takes a freed buffer rather than new memory.
     auto again = cache.spectrum(0, x, *c1);
-    EXPECT_NE(again, s0);
-    s0.reset();
-    EXPECT_EQ(cache.liveBytes(), tables + 2 * cost);
+    ASSERT_NE(again, s0);
+    EXPECT_NE(again->bins.data(), s0->bins.data());
+    EXPECT_EQ(std::memcmp(again->bins.data(), s0->bins.data(), static_cast<size_t>(room)), 0);
+    EXPECT_EQ(cache.liveBytes(), tables + 3 * room);
 
     // Working buffers count too, and one lent buffer is reused.
     auto scratch = cache.borrowScratch(4096);
     EXPECT_GE(scratch.size(), 4098u);
     const long long withScratch = cache.liveBytes();
-    EXPECT_EQ(withScratch, tables + 2 * cost + static_cast<long long>(scratch.size() * sizeof(float)));
+    EXPECT_EQ(withScratch, tables + 3 * room + static_cast<long long>(scratch.size() * sizeof(float)));
     cache.returnScratch(std::move(scratch));
     cache.returnScratch(cache.borrowScratch(1024));
     EXPECT_EQ(cache.liveBytes(), withScratch);

@@ -6,13 +6,27 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstdio>
+#include <cstring>
 
 #include "base/Parallel.h"
+#include "platform/Fft.h"
 #include "sync/AudioLoader.h"
 #include "sync/FolderSync.h"
 #include "sync/MediaScanner.h"
 
 using namespace qv;
+
+// A "VmXXX:" line of /proc/self/status, in MB.
+static double statusMB(const char* key) {
+    std::FILE* f = std::fopen("/proc/self/status", "r");
+    if (!f) return 0;
+    char line[256];
+    double kb = 0;
+    while (std::fgets(line, sizeof line, f))
+        if (std::strncmp(line, key, std::strlen(key)) == 0) kb = std::atof(line + std::strlen(key));
+    std::fclose(f);
+    return kb * 1024 / 1e6;
+}
 
 static double seconds(std::chrono::steady_clock::time_point t0) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
@@ -56,6 +70,13 @@ int main(int argc, char** argv) {
         getrusage(RUSAGE_SELF, &u);
         return u.ru_utime.tv_sec + u.ru_stime.tv_sec + (u.ru_utime.tv_usec + u.ru_stime.tv_usec) / 1e6;
     };
+    // Peak memory of the synchronisation alone: the process's high-water
+    // mark is reset (Linux: clear_refs 5) and the resident size at rest is
+    // taken as the base, so libraries and the reference run don't count.
+    std::FILE* refs = std::fopen("/proc/self/clear_refs", "w");
+    bool peakReset = refs && std::fputs("5", refs) >= 0;
+    if (refs) peakReset = std::fclose(refs) == 0 && peakReset;
+    double baseMB = statusMB("VmRSS:");
     double cpu0 = cpuSeconds();
     FolderSync::Stats stats;
     FolderSync::Options options = FolderSync::defaultOptions();
@@ -65,9 +86,7 @@ int main(int argc, char** argv) {
     double total = seconds(t0);
     double cpu = cpuSeconds() - cpu0;
 
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    double peakMB = static_cast<double>(usage.ru_maxrss) / 1024.0;
+    double peakMB = statusMB("VmHWM:");
     double budgetMB = SpectrumCache::defaultBudget / 1e6;
 
     std::printf("placés : %zu, non calés : %zu, %d corrélations, %d spectres calculés\n", result.placed.size(),
@@ -77,7 +96,11 @@ int main(int argc, char** argv) {
                 stats.decodeSeconds, stats.placeSeconds);
     std::printf("temps processeur de la synchro : %.1f s (%.2f cœurs en moyenne)\n", cpu, cpu / total);
     std::printf("rapport synchro / décodage seul : %.2f  (objectif <= 1.30)\n", total / decodeOnly);
-    std::printf("mémoire max : %.0f Mo ; signaux %.0f Mo + budget des spectres %.0f Mo = %.0f Mo\n", peakMB,
-                signalMB, budgetMB, signalMB + budgetMB);
+    std::printf("plans FFT : %s\n", fft::wisdomLoaded() ? "mesurés (sagesse FFTW de la machine)"
+                                                          : "estimés (pas de sagesse FFTW : scripts/setup.sh la crée)");
+    std::printf("mémoire de la synchro : %.0f Mo au-dessus de %.0f Mo au repos%s ; signaux %.0f Mo + budget des "
+                "spectres %.0f Mo = %.0f Mo (rapport %.2f)\n",
+                peakMB - baseMB, baseMB, peakReset ? "" : " (pic du processus entier)", signalMB, budgetMB,
+                signalMB + budgetMB, (peakMB - baseMB) / (signalMB + budgetMB));
     return 0;
 }

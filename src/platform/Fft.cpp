@@ -17,8 +17,7 @@ std::mutex& plannerLock() {
 
 bool wisdomFound = false;
 
-// Called under the planner lock before the first plan. A damaged or foreign
-// file is refused by FFTW as a whole and changes nothing.
+// Called under the planner lock before the first plan.
 void loadWisdomOnce() {
     static bool done = false;
     if (done) return;
@@ -28,6 +27,12 @@ void loadWisdomOnce() {
     wisdomFound = system || own;
 }
 }  // namespace
+
+bool importWisdom(const std::filesystem::path& file) {
+    std::lock_guard<std::mutex> guard(plannerLock());
+    loadWisdomOnce();
+    return fftwf_import_wisdom_from_filename(file.c_str()) != 0;
+}
 
 std::filesystem::path wisdomFile() { return paths::cacheHome() / "quorvel" / "fftw-wisdom"; }
 

@@ -49,6 +49,9 @@ std::filesystem::path wisdomFile();
 // Whether measured plans were found when the first plan was made; loading
 // happens then, once per process.
 bool wisdomLoaded();
+// Adds the plans of one more wisdom file. A damaged or foreign file is
+// refused as a whole (false) and changes nothing.
+bool importWisdom(const std::filesystem::path& file);
 
 class RealFft {
 public:

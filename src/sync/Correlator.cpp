@@ -15,6 +15,53 @@ int roundUpPow2(int length, int& log2n) {
     }
     return n;
 }
+// The hot loops, built twice (AVX2 and plain) and picked when the program
+// loads. No FMA in either: every product is rounded before it is added, as
+// written, so both give the same bits.
+#define QV_HOT_LOOP __attribute__((target_clones("avx2", "default")))
+
+// Whitened cross spectrum of bins 1 to half - 1, interleaved re/im: the
+// product of C and conj(A), scaled to unit length.
+QV_HOT_LOOP void whiten(const float* c, const float* a, float* x, int half) {
+    const float eps = 1e-12f;
+    for (int k = 1; k < half; ++k) {
+        float cr = c[2 * k], ci = c[2 * k + 1], ar = a[2 * k], ai = a[2 * k + 1];
+        float re = cr * ar + ci * ai;
+        float im = ar * ci - cr * ai;
+        float scale = 1.0f / (std::sqrt(re * re + im * im) + eps);
+        x[2 * k] = re * scale;
+        x[2 * k + 1] = im * scale;
+    }
+}
+
+constexpr int block = 64;  // lags per block of the peak walk
+
+// Squares of `count` values in single precision summed in double, in a
+// fixed order (so the RMS is repeatable), and each block's largest |value|
+// appended to `blockMax`.
+QV_HOT_LOOP double stretchStats(const float* v, int count, float* blockMax) {
+    double sum = 0;
+    for (int b = 0; b < count; b += block) {
+        const int e = std::min(count, b + block);
+        double acc[4] = {0, 0, 0, 0};
+        float m = 0;
+        int i = b;
+        for (; i + 4 <= e; i += 4)
+            for (int k = 0; k < 4; ++k) {
+                float x = v[i + k];
+                acc[k] += static_cast<double>(x * x);
+                float a = std::fabs(x);
+                m = a > m ? a : m;
+            }
+        for (; i < e; ++i) {
+            acc[0] += static_cast<double>(v[i] * v[i]);
+            m = std::max(m, std::fabs(v[i]));
+        }
+        sum += (acc[0] + acc[1]) + (acc[2] + acc[3]);
+        *blockMax++ = m;
+    }
+    return sum;
+}
 }  // namespace
 
 std::shared_ptr<Correlator> Correlator::make(int minimumLength) {
@@ -68,60 +115,33 @@ std::vector<Match> Correlator::correlate(const Spectrum& camera, const Spectrum&
     std::complex<float>* x = work.complex();
     const std::complex<float>* c = camera.bins.complex();
     const std::complex<float>* a = audio.bins.complex();
-    const float eps = 1e-12f;
 
     // Whitened cross spectrum: the mean bin carries no weight, Nyquist is real.
     x[0] = 0;
     float p = c[half].real() * a[half].real();
-    x[half] = p / (std::fabs(p) + eps);
-    for (int k = 1; k < half; ++k) {
-        float cr = c[k].real(), ci = c[k].imag(), ar = a[k].real(), ai = a[k].imag();
-        float re = cr * ar + ci * ai;
-        float im = ar * ci - cr * ai;
-        float scale = 1.0f / (std::sqrt(re * re + im * im) + eps);
-        x[k] = {re * scale, im * scale};
-    }
+    x[half] = p / (std::fabs(p) + 1e-12f);
+    whiten(camera.bins.data(), audio.bins.data(), work.data(), half);
     fft_->inverse(x);
     const float* r = work.data();
     auto at = [&](int lag) { return std::fabs(r[lag < 0 ? lag + n_ : lag]); };
 
-    // One pass over r gives both the sum of squares (single-precision
-    // squares summed in double, in a fixed order so the RMS is repeatable)
-    // and each block's largest |value|; the peak walk then visits only the
-    // blocks that reach the threshold. Negative lags wrap to the end of r,
-    // so the searched lags form at most two stretches.
-    constexpr int block = 64;
+    // One pass over r gives both the sum of squares and each block's
+    // largest |value|; the peak walk then visits only the blocks that reach
+    // the threshold. Negative lags wrap to the end of r, so the searched
+    // lags form at most two stretches.
     struct Stretch {
         int from, to;
     };
     std::vector<Stretch> stretches;
     if (lo < 0) stretches.push_back({lo, std::min(hi, -1)});
     if (hi >= 0) stretches.push_back({std::max(lo, 0), hi});
-    std::vector<float> blockMax;
-    blockMax.reserve(static_cast<size_t>(hi - lo) / block + 3);
+    std::vector<float> blockMax(static_cast<size_t>(hi - lo) / block + 3);
     double sum = 0;
+    float* nextMax = blockMax.data();
     for (const Stretch& s : stretches) {
-        const float* base = r + (s.from < 0 ? s.from + n_ : s.from);
         const int count = s.to - s.from + 1;
-        for (int b = 0; b < count; b += block) {
-            const int e = std::min(count, b + block);
-            double acc[4] = {0, 0, 0, 0};
-            float m = 0;
-            int i = b;
-            for (; i + 4 <= e; i += 4)
-                for (int k = 0; k < 4; ++k) {
-                    float v = base[i + k];
-                    acc[k] += static_cast<double>(v * v);
-                    float a = std::fabs(v);
-                    m = a > m ? a : m;
-                }
-            for (; i < e; ++i) {
-                acc[0] += static_cast<double>(base[i] * base[i]);
-                m = std::max(m, std::fabs(base[i]));
-            }
-            sum += (acc[0] + acc[1]) + (acc[2] + acc[3]);
-            blockMax.push_back(m);
-        }
+        sum += stretchStats(r + (s.from < 0 ? s.from + n_ : s.from), count, nextMax);
+        nextMax += (count + block - 1) / block;
     }
     float rms = static_cast<float>(std::sqrt(sum / static_cast<double>(hi - lo + 1)));
     if (!(rms > 0)) return {};

@@ -5,6 +5,10 @@
 #include <cstring>
 
 #include "base/SplitMix64.h"
+#include "platform/Fft.h"
+#include "platform/Paths.h"
+#include "platform/Process.h"
+#include "support/Fixtures.h"
 #include "sync/Correlator.h"
 
 namespace qv {
@@ -42,6 +46,33 @@ TEST(Correlator, DelayedCopyGivesItsLagAndSwappingNegatesIt) {
     ASSERT_FALSE(swapped.empty());
     EXPECT_EQ(swapped[0].lag, -d);
     EXPECT_NEAR(swapped[0].score, m[0].score, m[0].score * 1e-3);
+}
+
+// Measured plans come from a wisdom file: a damaged one is refused, one
+// made by FFTW's own tool is taken, and the matches do not move.
+TEST(Correlator, WisdomChangesSpeedNotMatches) {
+    auto master = noise(11, 10000);
+    std::vector<float> audio(master.begin(), master.begin() + 8000);
+    std::vector<float> camera(master.begin() + 3000, master.begin() + 9000);  // n = 16384
+    auto before = correlate(camera, audio);
+    ASSERT_FALSE(before.empty());
+    EXPECT_EQ(before[0].lag, -3000);
+
+    test::TempDir dir;
+    ASSERT_TRUE(paths::writeAtomically(dir / "broken", "(fftw-3.3 fftwf_wisdom #x1 (pas du tout"));
+    EXPECT_FALSE(fft::importWisdom(dir / "broken"));
+
+    auto tool = process::findExecutable({"/usr/bin/fftwf-wisdom"});
+    if (tool.empty()) GTEST_SKIP() << "fftwf-wisdom absent";
+    auto made = process::run(tool, {"-n", "-m", "-o", (dir / "wisdom").string(), "rif16384", "rib16384"});
+    ASSERT_TRUE(made && made->exitCode == 0);
+    EXPECT_TRUE(fft::importWisdom(dir / "wisdom"));
+    auto after = correlate(camera, audio);
+    ASSERT_EQ(after.size(), before.size());
+    for (size_t i = 0; i < after.size(); ++i) {
+        EXPECT_EQ(after[i].lag, before[i].lag);
+        EXPECT_NEAR(after[i].score, before[i].score, before[i].score * 1e-4);
+    }
 }
 
 TEST(Correlator, InvertedPolarityScoresAlike) {

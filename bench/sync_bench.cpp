@@ -8,9 +8,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "base/Parallel.h"
 #include "platform/Fft.h"
-#include "sync/AudioLoader.h"
 #include "sync/FolderSync.h"
 #include "sync/MediaScanner.h"
 
@@ -50,18 +48,10 @@ int main(int argc, char** argv) {
     std::printf("set : %zu sources, %zu fichiers, %.0f s de son ; charge du système %.2f\n", sources.size(),
                 items.size(), soundSeconds, load[0]);
 
-    // Reference: decoding alone, with the same roads and the same threads.
+    // Reference: decoding alone, the same code on the same threads.
     auto t0 = std::chrono::steady_clock::now();
     size_t samples = 0;
-    std::vector<size_t> counts(items.size());
-    parallelFor(static_cast<int>(items.size()), defaultThreads(), [&](int k) {
-        const MediaItem& i = *items[static_cast<size_t>(k)];
-        if (i.audioChannels < 1) return;
-        auto s = AudioLoader::loadWithLibav(i.url);
-        if (!s || s->empty()) s = AudioLoader::loadWithFFmpeg(i.url);
-        if (s) counts[static_cast<size_t>(k)] = s->size();
-    });
-    for (size_t c : counts) samples += c;
+    for (const auto& signal : FolderSync::decodeAll(items, FolderSync::defaultOptions())) samples += signal.size();
     double decodeOnly = seconds(t0);
     double signalMB = static_cast<double>(samples) * 4 / 1e6;
 
@@ -96,6 +86,8 @@ int main(int argc, char** argv) {
                 stats.decodeSeconds, stats.placeSeconds);
     std::printf("temps processeur de la synchro : %.1f s (%.2f cœurs en moyenne)\n", cpu, cpu / total);
     std::printf("rapport synchro / décodage seul : %.2f  (objectif <= 1.30)\n", total / decodeOnly);
+    std::printf("mémoire comptée par le budget des spectres (spectres, tampons, plans) : %.0f Mo au plus\n",
+                static_cast<double>(stats.budgetPeak) / 1e6);
     std::printf("plans FFT : %s\n", fft::wisdomLoaded() ? "mesurés (sagesse FFTW de la machine)"
                                                           : "estimés (pas de sagesse FFTW : scripts/setup.sh la crée)");
     std::printf("mémoire de la synchro : %.0f Mo au-dessus de %.0f Mo au repos%s ; signaux %.0f Mo + budget des "

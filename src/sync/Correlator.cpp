@@ -188,6 +188,7 @@ std::shared_ptr<Correlator> SpectrumCache::correlator(int minimumLength) {
     if (!c) return nullptr;
     correlators_[n] = c;
     planBytes_ += c->tableBytes();
+    notePeakLocked();
     return c;
 }
 
@@ -232,6 +233,7 @@ fft::Buffer SpectrumCache::roomFor(size_t floats) {
         releaseFree();
     }
     store_->bytes += cost;  // taken before the transform so that two threads cannot both pass the budget
+    notePeakLocked();
     return fft::Buffer();
 }
 
@@ -280,6 +282,7 @@ fft::Buffer SpectrumCache::borrowScratch(int n) {
         b = fft::Buffer();  // the old one goes before the new one comes
         b = fft::Buffer(floats, false);
         scratchBytes_ += static_cast<long long>(b.size() * sizeof(float));
+        notePeakLocked();
     }
     return b;
 }
@@ -297,6 +300,11 @@ int SpectrumCache::computed() const {
 long long SpectrumCache::bytes() const {
     std::lock_guard<std::mutex> guard(lock_);
     return bytes_;
+}
+
+long long SpectrumCache::peakBytes() const {
+    std::lock_guard<std::mutex> guard(lock_);
+    return peak_;
 }
 
 long long SpectrumCache::liveBytes() const {

@@ -14,6 +14,7 @@
 #pragma once
 
 #include <complex>
+#include <algorithm>
 #include <atomic>
 #include <map>
 #include <memory>
@@ -78,6 +79,7 @@ public:
 
     long long bytes() const;      // stored spectra, n x 4 bytes each
     long long liveBytes() const;  // everything the budget counts
+    long long peakBytes() const;  // the most it has counted at once
 
     // A working buffer of at least n + 2 floats for `Correlator::correlate`,
     // lent to one thread at a time and kept for the cache's life.
@@ -98,6 +100,7 @@ private:
     };
 
     long long accountedLocked() const;
+    void notePeakLocked() { peak_ = std::max(peak_, accountedLocked()); }
     // A free buffer of `floats`, or an empty one with its room reserved in
     // `store_->bytes`, after making room within the budget.
     fft::Buffer roomFor(size_t floats);
@@ -111,6 +114,7 @@ private:
     std::vector<fft::Buffer> scratch_;
     long long scratchBytes_ = 0;  // pooled and lent working buffers
     long long planBytes_ = 0;     // tables of the correlators' FFT plans
+    long long peak_ = 0;
     std::shared_ptr<Store> store_;
 };
 

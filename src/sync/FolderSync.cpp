@@ -95,6 +95,7 @@ public:
     int anchor(int i) const { return anchor_[i]; }
     bool ambiguous(int i) const { return ambiguous_.count(i) > 0; }
     int spectraComputed() const { return cache_.computed(); }
+    long long budgetPeak() const { return cache_.peakBytes(); }
 
 private:
     double duration(int i) const { return e_[i].item.duration; }
@@ -299,6 +300,7 @@ SyncResult place(std::vector<Entry> entries, std::vector<UnsyncedItem> unsynced,
     if (options.stats) {
         options.stats->placeSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
         options.stats->spectra = placer.spectraComputed();
+        options.stats->budgetPeak = placer.budgetPeak();
     }
 
     double earliest = INFINITY;
@@ -335,6 +337,38 @@ SyncResult run(const std::vector<MediaSource>& sources, const Progress& progress
     return run(sources, progress, defaultOptions());
 }
 
+std::vector<std::vector<float>> decodeAll(const std::vector<const MediaItem*>& items, const Options& options,
+                                          const Progress& progress) {
+    Loader primary = options.primary ? options.primary : Loader(AudioLoader::loadWithLibav);
+    Loader fallback = options.fallback ? options.fallback : Loader(AudioLoader::loadWithFFmpeg);
+    // Longest files first, so that no core is left alone with a long one at
+    // the end; each result lands in its own slot, so the order changes nothing.
+    std::vector<int> order(items.size());
+    for (size_t i = 0; i < items.size(); ++i) order[i] = static_cast<int>(i);
+    std::stable_sort(order.begin(), order.end(),
+                     [&](int a, int b) { return items[static_cast<size_t>(a)]->duration > items[static_cast<size_t>(b)]->duration; });
+
+    std::vector<std::vector<float>> signals(items.size());
+    std::mutex progressLock;
+    int started = 0;
+    int threads = options.threads > 0 ? options.threads : defaultThreads();
+    parallelFor(static_cast<int>(items.size()), threads, [&](int k) {
+        const size_t i = static_cast<size_t>(order[static_cast<size_t>(k)]);
+        const MediaItem& item = *items[i];
+        {
+            std::lock_guard<std::mutex> guard(progressLock);
+            double n = static_cast<double>(std::max<size_t>(items.size(), 1));
+            if (progress) progress(started / n * 0.5, "Lecture du son : " + item.fileName());
+            ++started;
+        }
+        if (item.audioChannels < 1) return;
+        auto signal = primary(item.url);
+        if (!signal || signal->empty()) signal = fallback(item.url);
+        if (signal && !signal->empty()) signals[i] = std::move(*signal);
+    });
+    return signals;
+}
+
 SyncResult run(const std::vector<MediaSource>& sources, const Progress& progress, const Options& options) {
     struct Job {
         int sourceIndex;
@@ -342,32 +376,15 @@ SyncResult run(const std::vector<MediaSource>& sources, const Progress& progress
         const MediaItem* item;
     };
     std::vector<Job> jobs;
+    std::vector<const MediaItem*> items;
     for (size_t s = 0; s < sources.size(); ++s)
-        for (const auto& item : sources[s].items) jobs.push_back({static_cast<int>(s), sources[s].kind, &item});
-
-    Loader primary = options.primary ? options.primary : Loader(AudioLoader::loadWithLibav);
-    Loader fallback = options.fallback ? options.fallback : Loader(AudioLoader::loadWithFFmpeg);
-
-    // Decoding dominates the run: all cores at once, each result in its slot.
-    auto t0 = std::chrono::steady_clock::now();
-    std::vector<std::vector<float>> signals(jobs.size());
-    std::mutex progressLock;
-    int started = 0;
-    int threads = options.threads > 0 ? options.threads : defaultThreads();
-    parallelFor(static_cast<int>(jobs.size()), threads, [&](int i) {
-        const Job& job = jobs[static_cast<size_t>(i)];
-        {
-            std::lock_guard<std::mutex> guard(progressLock);
-            double n = static_cast<double>(std::max<size_t>(jobs.size(), 1));
-            if (progress) progress(started / n * 0.5, "Lecture du son : " + job.item->fileName());
-            ++started;
+        for (const auto& item : sources[s].items) {
+            jobs.push_back({static_cast<int>(s), sources[s].kind, &item});
+            items.push_back(&item);
         }
-        if (job.item->audioChannels < 1) return;
-        auto signal = primary(job.item->url);
-        if (!signal || signal->empty()) signal = fallback(job.item->url);
-        if (signal && !signal->empty()) signals[static_cast<size_t>(i)] = std::move(*signal);
-    });
 
+    auto t0 = std::chrono::steady_clock::now();
+    std::vector<std::vector<float>> signals = decodeAll(items, options, progress);
     if (options.stats)
         options.stats->decodeSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
 

@@ -40,6 +40,7 @@ struct Stats {
     double placeSeconds = 0;   // correlation and placement
     int correlations = 0;      // pairs correlated
     int spectra = 0;           // forward transforms, recomputations included
+    long long budgetPeak = 0;  // the most the spectrum budget counted at once
 };
 
 struct Options {
@@ -64,6 +65,11 @@ struct Entry {
     MediaItem item;
     std::vector<float> signal;  // 2000 Hz
 };
+
+// The decoding half of `run`: each file's 2 kHz signal in the items' order,
+// empty when it has no usable sound; all cores at once.
+std::vector<std::vector<float>> decodeAll(const std::vector<const MediaItem*>& items, const Options& options,
+                                          const Progress& progress = nullptr);
 
 // The placing half of `run`, for signals already decoded. `unsynced` holds
 // the files already set aside; they stay first in the result's list.

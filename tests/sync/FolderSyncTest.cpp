@@ -87,6 +87,23 @@ TEST(FolderSync, PlacesSlicesAtTheirTrueStartsWithTheEarliestAtZero) {
     for (size_t i = 1; i < r.placed.size(); ++i) EXPECT_LE(r.placed[i - 1].start, r.placed[i].start);
 }
 
+TEST(FolderSync, TwoHourRecorderAndFiveSecondClipStayWithinTheBudget) {
+    auto set = noise(9, 7200);
+    FolderSync::Stats stats;
+    FolderSync::Options options = FolderSync::defaultOptions();
+    options.trace = false;
+    options.spectrumBudget = 400'000'000;  // two spectra, their plans and one working buffer of 2^24
+    options.stats = &stats;
+    auto clip = slice(set, 3600.5, 5);
+    auto r = FolderSync::place({entry(0, SourceKind::audio, "long.wav", std::move(set)),
+                                entry(1, SourceKind::camera, "clip.mp4", std::move(clip))},
+                               {}, nullptr, options);
+    ASSERT_EQ(r.placed.size(), 2u);
+    EXPECT_DOUBLE_EQ(find(r, "clip.mp4")->start, 3600.5);
+    EXPECT_GT(stats.budgetPeak, 300'000'000);
+    EXPECT_LE(stats.budgetPeak, options.spectrumBudget);
+}
+
 TEST(FolderSync, ClipsOfOneSourceAreNeverMatchedTogether) {
     // Two clips of one camera share 10 s of sound, but nothing else links them.
     auto set = noise(3, 60);

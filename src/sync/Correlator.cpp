@@ -15,6 +15,7 @@ int roundUpPow2(int length, int& log2n) {
     }
     return n;
 }
+
 // The hot loops, built twice (AVX2 and plain) and picked when the program
 // loads. No FMA in either: every product is rounded before it is added, as
 // written, so both give the same bits.

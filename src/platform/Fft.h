@@ -65,7 +65,8 @@ public:
     // Memory held by the two plans' tables: FFTW keeps about n complex
     // twiddle factors for a large size (measured: 1.6 x n x 4 bytes for
     // both directions, estimated or measured plans), so 2 x n x 4 bounds it.
-    long long tableBytes() const { return 2LL * n_ * static_cast<long long>(sizeof(float)); }
+    static long long tableBytesFor(int n) { return 2LL * n * static_cast<long long>(sizeof(float)); }
+    long long tableBytes() const { return tableBytesFor(n_); }
     // Both transforms work in place on a buffer of n + 2 floats and are
     // unnormalised. Forward: n real values in, n/2 + 1 complex values out.
     void forward(float* inout) const;

@@ -185,6 +185,7 @@ std::shared_ptr<Correlator> SpectrumCache::correlator(int minimumLength) {
     std::lock_guard<std::mutex> guard(lock_);
     auto it = correlators_.find(n);
     if (it != correlators_.end()) return it->second;
+    makeRoomLocked(fft::RealFft::tableBytesFor(n), 0);
     auto c = Correlator::make(n);
     if (!c) return nullptr;
     correlators_[n] = c;
@@ -202,37 +203,47 @@ void SpectrumCache::Store::give(fft::Buffer buffer) {
 
 long long SpectrumCache::accountedLocked() const { return store_->bytes.load() + scratchBytes_ + planBytes_; }
 
-fft::Buffer SpectrumCache::roomFor(size_t floats) {
-    const long long cost = static_cast<long long>(floats * sizeof(float));
-    auto takeFree = [&](size_t size) {
+void SpectrumCache::makeRoomLocked(long long cost, size_t keep) {
+    auto over = [&] { return accountedLocked() + cost > budget_; };
+    // Free buffers hold nothing: they go first, those of size `keep` last.
+    auto release = [&] {
         std::lock_guard<std::mutex> guard(store_->lock);
-        auto it = store_->free.find(size);
+        for (bool kept : {false, true})
+            for (auto& [size, buffers] : store_->free) {
+                if ((size == keep) != kept) continue;
+                while (!buffers.empty() && over()) {
+                    store_->bytes -= static_cast<long long>(size * sizeof(float));
+                    buffers.pop_back();
+                }
+            }
+    };
+    release();
+    if (!over()) return;
+    // Then every stored spectrum at once: there is no eviction of single
+    // entries. Those no correlation still reads come back free.
+    spectra_.clear();
+    bytes_ = 0;
+    if (keep) {
+        std::lock_guard<std::mutex> guard(store_->lock);
+        auto it = store_->free.find(keep);
+        if (it != store_->free.end() && !it->second.empty()) return;  // reused as it is
+    }
+    release();
+}
+
+fft::Buffer SpectrumCache::roomFor(size_t floats) {
+    auto takeFree = [&] {
+        std::lock_guard<std::mutex> guard(store_->lock);
+        auto it = store_->free.find(floats);
         if (it == store_->free.end() || it->second.empty()) return fft::Buffer();
         fft::Buffer b = std::move(it->second.back());
         it->second.pop_back();
         return b;
     };
-    // Free buffers of other sizes hold nothing: they go first.
-    auto releaseFree = [&] {
-        std::lock_guard<std::mutex> guard(store_->lock);
-        for (auto& [size, buffers] : store_->free) {
-            while (!buffers.empty() && accountedLocked() + cost > budget_) {
-                store_->bytes -= static_cast<long long>(size * sizeof(float));
-                buffers.pop_back();
-            }
-        }
-    };
-    if (fft::Buffer b = takeFree(floats); !b.empty()) return b;
-    releaseFree();
-    if (accountedLocked() + cost > budget_) {
-        // Dropping every stored spectrum at once is the only way to make
-        // room: there is no eviction of single entries. Their buffers come
-        // back free; one of the right size is used as it is.
-        spectra_.clear();
-        bytes_ = 0;
-        if (fft::Buffer b = takeFree(floats); !b.empty()) return b;
-        releaseFree();
-    }
+    if (fft::Buffer b = takeFree(); !b.empty()) return b;
+    const long long cost = static_cast<long long>(floats * sizeof(float));
+    makeRoomLocked(cost, floats);
+    if (fft::Buffer b = takeFree(); !b.empty()) return b;
     store_->bytes += cost;  // taken before the transform so that two threads cannot both pass the budget
     notePeakLocked();
     return fft::Buffer();
@@ -281,6 +292,7 @@ fft::Buffer SpectrumCache::borrowScratch(int n) {
     if (b.size() < floats) {
         scratchBytes_ -= static_cast<long long>(b.size() * sizeof(float));
         b = fft::Buffer();  // the old one goes before the new one comes
+        makeRoomLocked(static_cast<long long>(floats * sizeof(float)), 0);
         b = fft::Buffer(floats, false);
         scratchBytes_ += static_cast<long long>(b.size() * sizeof(float));
         notePeakLocked();

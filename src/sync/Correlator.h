@@ -101,6 +101,8 @@ private:
 
     long long accountedLocked() const;
     void notePeakLocked() { peak_ = std::max(peak_, accountedLocked()); }
+    // Room for `cost` more bytes within the budget, if it can be made.
+    void makeRoomLocked(long long cost, size_t keep);
     // A free buffer of `floats`, or an empty one with its room reserved in
     // `store_->bytes`, after making room within the budget.
     fft::Buffer roomFor(size_t floats);

@@ -1,11 +1,14 @@
 #include "platform/Fft.h"
 
 #include <fftw3.h>
+#include <sys/mman.h>
 
-#include "platform/Paths.h"
-
+#include <algorithm>
 #include <cstring>
 #include <mutex>
+
+#include "platform/Memory.h"
+#include "platform/Paths.h"
 
 namespace qv::fft {
 
@@ -42,16 +45,34 @@ bool wisdomLoaded() {
     return wisdomFound;
 }
 
-void Buffer::Free::operator()(float* p) const { fftwf_free(p); }
+void Buffer::Free::operator()(float* p) const {
+    if (mappedBytes)
+        munmap(p, mappedBytes);
+    else
+        fftwf_free(p);
+}
 
 Buffer::Buffer(size_t floats, bool zeroed) : size_(floats) {
     if (floats == 0) return;
-    data_.reset(static_cast<float*>(fftwf_malloc(sizeof(float) * floats)));
+    const size_t bytes = sizeof(float) * floats;
+    constexpr size_t mapFrom = 1 << 20;
+    if (bytes >= mapFrom) {
+        // Fresh pages read as zeros; their start is page-aligned, more than
+        // any SIMD width needs.
+        void* p = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (p == MAP_FAILED) {
+            size_ = 0;
+            return;
+        }
+        data_ = std::unique_ptr<float, Free>(static_cast<float*>(p), Free{bytes});
+        return;
+    }
+    data_.reset(static_cast<float*>(fftwf_malloc(bytes)));
     if (!data_) {
         size_ = 0;
         return;
     }
-    if (zeroed) std::memset(data_.get(), 0, sizeof(float) * floats);
+    if (zeroed) std::memset(data_.get(), 0, bytes);
 }
 
 std::shared_ptr<RealFft> RealFft::create(int n) {
@@ -65,8 +86,10 @@ std::shared_ptr<RealFft> RealFft::create(int n) {
     std::lock_guard<std::mutex> guard(plannerLock());
     loadWisdomOnce();
     auto* c = reinterpret_cast<fftwf_complex*>(scratch.data());
+    const long long before = memory::heapBytesInUse();
     fft->forward_ = fftwf_plan_dft_r2c_1d(n, scratch.data(), c, FFTW_ESTIMATE);
     fft->inverse_ = fftwf_plan_dft_c2r_1d(n, c, scratch.data(), FFTW_ESTIMATE);
+    fft->tableBytes_ = std::max(0LL, memory::heapBytesInUse() - before);
     if (!fft->forward_ || !fft->inverse_) return nullptr;
     return fft;
 }

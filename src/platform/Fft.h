@@ -17,7 +17,10 @@
 
 namespace qv::fft {
 
-// SIMD-aligned float storage as FFTW wants it; owns its memory.
+// SIMD-aligned float storage as FFTW wants it; owns its memory. Large
+// buffers are mapped pages of their own, given back to the system when the
+// buffer goes, so that memory in use is memory resident: the C heap would
+// keep large freed blocks and scatter new ones between them.
 class Buffer {
 public:
     Buffer() = default;
@@ -38,9 +41,10 @@ public:
 
 private:
     struct Free {
+        size_t mappedBytes;  // 0: from fftwf_malloc
         void operator()(float* p) const;
     };
-    std::unique_ptr<float, Free> data_;
+    std::unique_ptr<float, Free> data_{nullptr, Free{0}};
     size_t size_ = 0;
 };
 
@@ -62,11 +66,13 @@ public:
     RealFft& operator=(const RealFft&) = delete;
 
     int size() const { return n_; }
-    // Memory held by the two plans' tables: FFTW keeps about n complex
-    // twiddle factors for a large size (measured: 1.6 x n x 4 bytes for
-    // both directions, estimated or measured plans), so 2 x n x 4 bounds it.
-    static long long tableBytesFor(int n) { return 2LL * n * static_cast<long long>(sizeof(float)); }
-    long long tableBytes() const { return tableBytesFor(n_); }
+    // Memory the two plans hold (twiddle tables, buffers), as the heap grew
+    // while they were made: exact when no other thread allocates meanwhile.
+    // FFTW keeps about n complex values for a large size (measured: 1.6 to
+    // 2.5 x n x 4 bytes for both directions), so `tableBytesFor` is the
+    // room to make before planning.
+    static long long tableBytesFor(int n) { return 3LL * n * static_cast<long long>(sizeof(float)); }
+    long long tableBytes() const { return tableBytes_; }
     // Both transforms work in place on a buffer of n + 2 floats and are
     // unnormalised. Forward: n real values in, n/2 + 1 complex values out.
     void forward(float* inout) const;
@@ -76,6 +82,7 @@ public:
 private:
     explicit RealFft(int n) : n_(n) {}
     int n_;
+    long long tableBytes_ = 0;
     void* forward_ = nullptr;
     void* inverse_ = nullptr;
 };

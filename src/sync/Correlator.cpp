@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "platform/Memory.h"
+
 namespace qv {
 
 namespace {
@@ -65,6 +67,8 @@ QV_HOT_LOOP double stretchStats(const float* v, int count, float* blockMax) {
 }
 }  // namespace
 
+size_t Correlator::workFloats(int n) { return static_cast<size_t>(n) + 2 + static_cast<size_t>(n / block) + 4; }
+
 std::shared_ptr<Correlator> Correlator::make(int minimumLength) {
     int log2n = 1;
     int n = roundUpPow2(minimumLength, log2n);
@@ -104,13 +108,16 @@ std::vector<Match> Correlator::correlate(const Spectrum& camera, const Spectrum&
     const int lo = minOverlap - audio.length;
     const int hi = camera.length - minOverlap;
     if (hi < lo || maxPeaks < 1) return {};
+    // Lags beyond n would wrap onto others: a correlator is sized for the
+    // two lengths together, and a pair longer than that has no answer here.
+    if (static_cast<long long>(hi) - lo + 1 > n_) return {};
 
     const int half = n_ / 2;
     fft::Buffer local;
     fft::Buffer& work = scratch ? *scratch : local;
-    if (work.size() < static_cast<size_t>(n_) + 2) {
+    if (work.size() < workFloats(n_)) {
         work = fft::Buffer();  // the old one goes before the new one comes
-        work = fft::Buffer(static_cast<size_t>(n_) + 2, false);
+        work = fft::Buffer(workFloats(n_), false);
     }
     if (work.empty()) return {};
     std::complex<float>* x = work.complex();
@@ -136,9 +143,9 @@ std::vector<Match> Correlator::correlate(const Spectrum& camera, const Spectrum&
     std::vector<Stretch> stretches;
     if (lo < 0) stretches.push_back({lo, std::min(hi, -1)});
     if (hi >= 0) stretches.push_back({std::max(lo, 0), hi});
-    std::vector<float> blockMax(static_cast<size_t>(hi - lo) / block + 3);
+    float* blockMax = work.data() + n_ + 2;  // room for n / block + 2 blocks
     double sum = 0;
-    float* nextMax = blockMax.data();
+    float* nextMax = blockMax;
     for (const Stretch& s : stretches) {
         const int count = s.to - s.from + 1;
         sum += stretchStats(r + (s.from < 0 ? s.from + n_ : s.from), count, nextMax);
@@ -187,6 +194,7 @@ std::shared_ptr<Correlator> SpectrumCache::correlator(int minimumLength) {
     if (it != correlators_.end()) return it->second;
     makeRoomLocked(fft::RealFft::tableBytesFor(n), 0);
     auto c = Correlator::make(n);
+    memory::returnFreeMemory();  // what the planner freed would otherwise stay resident
     if (!c) return nullptr;
     correlators_[n] = c;
     planBytes_ += c->tableBytes();
@@ -282,7 +290,7 @@ std::shared_ptr<const Spectrum> SpectrumCache::spectrum(int index, const std::ve
 }
 
 fft::Buffer SpectrumCache::borrowScratch(int n) {
-    const size_t floats = static_cast<size_t>(n) + 2;
+    const size_t floats = Correlator::workFloats(n);
     std::lock_guard<std::mutex> guard(lock_);
     fft::Buffer b;
     if (!scratch_.empty()) {

@@ -43,6 +43,9 @@ public:
 
     int n() const { return n_; }
     int log2n() const { return log2n_; }
+    // Floats of working memory `correlate` needs: the transform, then one
+    // maximum per block of the peak walk.
+    static size_t workFloats(int n);
     long long tableBytes() const { return fft_->tableBytes(); }
 
     // The signal must not be longer than n. Null when memory runs out.
@@ -54,8 +57,8 @@ public:
     // Both spectra must come from this correlator. Sorted by score,
     // descending (of equal scores the lower lag first), no two closer than
     // `separation` samples, at most `maxPeaks`. `scratch`, when given, is
-    // reused (and grown) as the working buffer: a fresh one for every pair
-    // costs as much in page faults as the transform itself.
+    // reused (and grown to `workFloats(n)`) as the working memory: a fresh
+    // one for every pair costs as much in page faults as the transform.
     std::vector<Match> correlate(const Spectrum& camera, const Spectrum& audio, int minOverlap, float minScore,
                                  int maxPeaks, int separation, fft::Buffer* scratch = nullptr) const;
 
@@ -81,7 +84,7 @@ public:
     long long liveBytes() const;  // everything the budget counts
     long long peakBytes() const;  // the most it has counted at once
 
-    // A working buffer of at least n + 2 floats for `Correlator::correlate`,
+    // A working buffer of `Correlator::workFloats(n)` for `correlate`,
     // lent to one thread at a time and kept for the cache's life.
     fft::Buffer borrowScratch(int n);
     void returnScratch(fft::Buffer buffer);

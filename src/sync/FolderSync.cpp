@@ -12,6 +12,7 @@
 
 #include "base/Parallel.h"
 #include "base/Text.h"
+#include "platform/Memory.h"
 #include "sync/AudioLoader.h"
 #include "sync/Envelopes.h"
 
@@ -29,6 +30,11 @@ constexpr double clockWindow = 15.0;
 constexpr double siblingOverlap = 1.0;
 constexpr double silenceFloor = 30.0;
 constexpr float clearMargin = 0.8f;
+// The spectrum budget bounds all the memory the correlations take beyond
+// the signals. The cache counts its spectra, working buffers and plans; the
+// rest (each thread's heap, the results, the transforms' code) comes to 5
+// to 15 MB on an hour-long set, and is left room here.
+constexpr long long outsideTheCache = 24'000'000;
 
 struct Candidate {
     double start;
@@ -53,7 +59,8 @@ double overlap(double aStart, double aEnd, double bStart, double bEnd) {
 class Placer {
 public:
     Placer(std::vector<Entry>& entries, const Progress& progress, const Options& options)
-        : e_(entries), progress_(progress), options_(options), cache_(options.spectrumBudget),
+        : e_(entries), progress_(progress), options_(options),
+          cache_(std::max(options.spectrumBudget - outsideTheCache, options.spectrumBudget / 2)),
           start_(entries.size()), score_(entries.size()), anchor_(entries.size(), -1) {}
 
     void run() {
@@ -130,6 +137,9 @@ private:
             if (!matches_.count(pair)) missing.push_back(pair);
         auto size = [&](const std::pair<int, int>& q) { return e_[q.first].signal.size() + e_[q.second].signal.size(); };
         std::stable_sort(missing.begin(), missing.end(), [&](const auto& a, const auto& b) { return size(a) > size(b); });
+        // Plans are made here, on one thread, so that the memory they hold
+        // is measured exactly and counted in the budget.
+        for (const auto& pair : missing) cache_.correlator(static_cast<int>(size(pair)));
         std::vector<std::vector<Match>> found(missing.size());
         int threads = options_.threads > 0 ? options_.threads : defaultThreads();
         parallelFor(static_cast<int>(missing.size()), threads, [&](int k) {
@@ -385,6 +395,7 @@ SyncResult run(const std::vector<MediaSource>& sources, const Progress& progress
 
     auto t0 = std::chrono::steady_clock::now();
     std::vector<std::vector<float>> signals = decodeAll(items, options, progress);
+    memory::returnFreeMemory();  // what the decoders freed, before the spectra need room
     if (options.stats)
         options.stats->decodeSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
 

@@ -18,14 +18,21 @@ int roundUpPow2(int length, int& log2n) {
     return n;
 }
 
-// The hot loops, built twice (AVX2 and plain) and picked when the program
-// loads. No FMA in either: every product is rounded before it is added, as
-// written, so both give the same bits.
-#define QV_HOT_LOOP __attribute__((target_clones("avx2", "default")))
+// The hot loops' bodies are built twice, for AVX2 and plain, and the build
+// is picked once from the processor. No FMA in either: every product is
+// rounded before it is added, as written, so both give the same bits.
+// (Dispatch by hand rather than by ifunc, which sanitizers cannot run.)
+bool haveAvx2() {
+    static const bool avx2 = [] {
+        __builtin_cpu_init();
+        return __builtin_cpu_supports("avx2") != 0;
+    }();
+    return avx2;
+}
 
 // Whitened cross spectrum of bins 1 to half - 1, interleaved re/im: the
 // product of C and conj(A), scaled to unit length.
-QV_HOT_LOOP void whiten(const float* c, const float* a, float* x, int half) {
+[[gnu::always_inline]] inline void whitenBody(const float* c, const float* a, float* x, int half) {
     const float eps = 1e-12f;
     for (int k = 1; k < half; ++k) {
         float cr = c[2 * k], ci = c[2 * k + 1], ar = a[2 * k], ai = a[2 * k + 1];
@@ -41,8 +48,8 @@ constexpr int block = 64;  // lags per block of the peak walk
 
 // Squares of `count` values in single precision summed in double, in a
 // fixed order (so the RMS is repeatable), and each block's largest |value|
-// appended to `blockMax`.
-QV_HOT_LOOP double stretchStats(const float* v, int count, float* blockMax) {
+// written to `blockMax`.
+[[gnu::always_inline]] inline double stretchStatsBody(const float* v, int count, float* blockMax) {
     double sum = 0;
     for (int b = 0; b < count; b += block) {
         const int e = std::min(count, b + block);
@@ -64,6 +71,23 @@ QV_HOT_LOOP double stretchStats(const float* v, int count, float* blockMax) {
         *blockMax++ = m;
     }
     return sum;
+}
+
+[[gnu::target("avx2")]] void whitenAvx2(const float* c, const float* a, float* x, int half) {
+    whitenBody(c, a, x, half);
+}
+[[gnu::target("avx2")]] double stretchStatsAvx2(const float* v, int count, float* blockMax) {
+    return stretchStatsBody(v, count, blockMax);
+}
+
+void whiten(const float* c, const float* a, float* x, int half) {
+    if (haveAvx2())
+        whitenAvx2(c, a, x, half);
+    else
+        whitenBody(c, a, x, half);
+}
+double stretchStats(const float* v, int count, float* blockMax) {
+    return haveAvx2() ? stretchStatsAvx2(v, count, blockMax) : stretchStatsBody(v, count, blockMax);
 }
 }  // namespace
 

@@ -100,7 +100,7 @@ TEST(FolderSync, TwoHourRecorderAndFiveSecondClipStayWithinTheBudget) {
                                {}, nullptr, options);
     ASSERT_EQ(r.placed.size(), 2u);
     EXPECT_DOUBLE_EQ(find(r, "clip.mp4")->start, 3600.5);
-    EXPECT_GT(stats.budgetPeak, 300'000'000);
+    EXPECT_GT(stats.budgetPeak, 200'000'000);  // two spectra and one working buffer at least
     EXPECT_LE(stats.budgetPeak, options.spectrumBudget);
 }
 

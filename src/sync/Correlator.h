@@ -10,12 +10,14 @@
 // at once. SpectrumCache keeps one synchronisation's spectra under a byte
 // budget; it is thread-safe too. The budget bounds all the memory the
 // correlations work in: stored spectra, spectra a flush dropped while a
-// correlation still reads them, working buffers and the FFT plans' tables.
+// correlation still reads them, free spectrum buffers kept for reuse,
+// working buffers and the FFT plans' tables. Only the stored ones follow
+// the n x 4 bytes count of `bytes()`; the rest is counted as allocated.
 #pragma once
 
-#include <complex>
 #include <algorithm>
 #include <atomic>
+#include <complex>
 #include <map>
 #include <memory>
 #include <mutex>

@@ -355,8 +355,8 @@ std::vector<std::vector<float>> decodeAll(const std::vector<const MediaItem*>& i
     // the end; each result lands in its own slot, so the order changes nothing.
     std::vector<int> order(items.size());
     for (size_t i = 0; i < items.size(); ++i) order[i] = static_cast<int>(i);
-    std::stable_sort(order.begin(), order.end(),
-                     [&](int a, int b) { return items[static_cast<size_t>(a)]->duration > items[static_cast<size_t>(b)]->duration; });
+    auto duration = [&](int i) { return items[static_cast<size_t>(i)]->duration; };
+    std::stable_sort(order.begin(), order.end(), [&](int a, int b) { return duration(a) > duration(b); });
 
     std::vector<std::vector<float>> signals(items.size());
     std::mutex progressLock;

@@ -4,7 +4,7 @@
 set -euo pipefail
 
 PACKAGES=(
-  build-essential cmake ninja-build pkg-config git
+  build-essential cmake ninja-build pkg-config git ccache
   libavformat-dev libavcodec-dev libavutil-dev libswresample-dev libswscale-dev
   ffmpeg
   libfftw3-dev libfftw3-bin

@@ -9,14 +9,21 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <iostream>
+#include <limits>
+#include <map>
 #include <numeric>
+#include <set>
 
 #include "base/Format.h"
+#include "base/SafeText.h"
+#include "base/SystemError.h"
 #include "base/Text.h"
 #include "edit/AutoEditor.h"
 #include "edit/Cut.h"
 #include "export/PremiereExport.h"
 #include "music/DropDetector.h"
+#include "platform/Paths.h"
 #include "sync/FolderSync.h"
 #include "sync/MediaScanner.h"
 
@@ -41,7 +48,8 @@ public:
         int filled = static_cast<int>(std::clamp(fraction, 0.0, 1.0) * width);
         std::string bar(static_cast<size_t>(filled), '#');
         bar.append(static_cast<size_t>(width - filled), '-');
-        std::string label = text.size() > 50 ? text.substr(0, 47) + "..." : text;
+        std::string label = terminalSafe(text);
+        if (label.size() > 50) label = label.substr(0, 47) + "...";
         std::fprintf(stderr, "\r[%s] %3d %% %-50s", bar.c_str(), static_cast<int>(fraction * 100), label.c_str());
         std::fflush(stderr);
         shown_ = true;
@@ -60,7 +68,7 @@ private:
 
 void printListing(const std::vector<MediaSource>& sources, std::ostream& out) {
     for (const auto& s : sources) {
-        out << "[" << (s.kind == SourceKind::camera ? "CAM" : "SON") << "] " << s.name << " : " << s.items.size()
+        out << "[" << (s.kind == SourceKind::camera ? "CAM" : "SON") << "] " << terminalSafe(s.name) << " : " << s.items.size()
             << " fichiers, " << Format::duration(s.totalDuration()) << "\n";
     }
 }
@@ -71,23 +79,13 @@ void printSyncReport(const std::vector<MediaSource>& sources, const SyncResult& 
     for (const auto& p : result.placed) {
         std::string reliability = p.score ? cformat("%.1f", static_cast<double>(*p.score)) : "réf";
         if (p.ambiguous) reliability += " AMBIGU";
-        out << "  " << padRight(sources[static_cast<size_t>(p.sourceIndex)].name, 8) << " "
-            << padRight(p.item.fileName(), 22) << " " << cformat("début %9.3f s", p.start) << "  fiabilité "
-            << reliability << "  (calé sur " << p.anchorName.value_or("-") << ")\n";
+        out << "  " << padRight(terminalSafe(sources[static_cast<size_t>(p.sourceIndex)].name), 8) << " "
+            << padRight(terminalSafe(p.item.fileName()), 22) << " " << cformat("début %9.3f s", p.start)
+            << "  fiabilité " << reliability << "  (calé sur " << terminalSafe(p.anchorName.value_or("-")) << ")\n";
     }
     for (const auto& u : result.unsynced)
-        out << "  NON CALÉ : " << sources[static_cast<size_t>(u.sourceIndex)].name << " / " << u.item.fileName() << "\n";
-}
-
-bool hasFlag(const std::vector<std::string>& args, const std::string& flag) {
-    return std::find(args.begin(), args.end(), flag) != args.end();
-}
-
-// The value behind an option; nothing when the option is absent or last.
-std::optional<std::string> optionValue(const std::vector<std::string>& args, const std::string& flag) {
-    auto it = std::find(args.begin(), args.end(), flag);
-    if (it == args.end() || it + 1 == args.end()) return std::nullopt;
-    return *(it + 1);
+        out << "  NON CALÉ : " << terminalSafe(sources[static_cast<size_t>(u.sourceIndex)].name) << " / "
+            << terminalSafe(u.item.fileName()) << "\n";
 }
 
 std::vector<int> cameraSourceIndices(const std::vector<MediaSource>& sources) {
@@ -149,78 +147,128 @@ void printDrops(const std::vector<MediaSource>& sources, const SyncResult& resul
     out << "Drops : " << line << "\n";
 }
 
-// Writes the whole document, or reports why not in the system's words.
-int writeOutput(const fs::path& output, const std::string& data, std::ostream& out) {
-    std::ofstream file(output, std::ios::binary | std::ios::trunc);
-    if (file) file.write(data.data(), static_cast<std::streamsize>(data.size()));
-    if (file) file.close();
-    if (!file) {
-        int code = errno ? errno : EIO;
-        out << "Erreur d'écriture : " << std::strerror(code) << "\n";
+// Writes the whole document (a new file renamed over the old one, so a
+// failure leaves the old one whole), or reports why not in French.
+int writeOutput(const fs::path& output, const std::string& shownPath, const std::string& data, std::ostream& out) {
+    errno = 0;
+    if (!paths::writeAtomically(output, data)) {
+        out << "Erreur d'écriture : " << systemMessage(errno ? errno : EIO) << "\n";
         return 1;
     }
-    out << "XML : " << output.string() << "\n";
+    out << "XML : " << terminalSafe(shownPath) << "\n";
     return 0;
 }
 
-// "t:cam,t:cam,...": pieces that are not exactly a number and a decimal
-// integer are skipped without a word.
-std::vector<Cut> parseCuts(const std::string& value) {
-    std::vector<Cut> cuts;
-    for (const auto& piece : split(value, ',')) {
-        auto parts = split(piece, ':');
-        if (parts.size() != 2) continue;
-        auto t = parseDouble(parts[0]);
-        auto cam = parseInteger(parts[1]);
-        if (!t || !cam || parts[1].find_first_not_of("0123456789+-") != std::string::npos) continue;
-        Cut cut;
-        cut.time = *t;
-        cut.camera = static_cast<int>(*cam - 1);
-        cuts.push_back(cut);
+// An existing file is replaced only when it is an XML file (or empty):
+// a video of the set or any other document given as output by mistake
+// must survive the run.
+bool mayReplace(const fs::path& output) {
+    std::error_code ec;
+    fs::file_status st = fs::status(output, ec);
+    if (ec || !fs::exists(st)) return true;
+    if (!fs::is_regular_file(st)) return false;
+    std::ifstream in(output, std::ios::binary);
+    std::string head(512, '\0');
+    in.read(head.data(), static_cast<std::streamsize>(head.size()));
+    head.resize(static_cast<size_t>(in.gcount()));
+    if (head.rfind("\xEF\xBB\xBF", 0) == 0) head.erase(0, 3);
+    size_t at = head.find_first_not_of(" \t\r\n");
+    if (at == std::string::npos) return head.size() < 512;  // empty or blank
+    std::string_view rest = std::string_view(head).substr(at);
+    return rest.starts_with("<?xml") || rest.starts_with("<xmeml") || rest.starts_with("<!DOCTYPE");
+}
+
+struct Options {
+    std::vector<std::string> paths;              // the set folder and the output, in order
+    std::map<std::string, std::string> values;   // first value of each option
+    std::set<std::string> flags;
+};
+
+const std::set<std::string> valueOptions = {"--montage", "--range", "--format", "--cadrage"};
+const std::set<std::string> flagOptions = {"--drops", "--auto", "--effets", "--son-tout", "--son-camera"};
+
+// Options may stand anywhere, before the folder too; what is not understood
+// is said on standard error and left out.
+Options readOptions(const std::vector<std::string>& args, std::ostream& err) {
+    Options o;
+    for (size_t i = 0; i < args.size(); ++i) {
+        const std::string& a = args[i];
+        if (valueOptions.count(a)) {
+            if (i + 1 == args.size()) err << "Option sans valeur ignorée : " << a << "\n";
+            else if (!o.values.emplace(a, args[i + 1]).second)
+                err << "Option répétée ignorée : " << a << " " << terminalSafe(args[i + 1]) << "\n";
+            ++i;
+        } else if (flagOptions.count(a)) {
+            o.flags.insert(a);
+        } else if (a.size() > 2 && a.rfind("--", 0) == 0) {
+            err << "Option inconnue ignorée : " << terminalSafe(a) << "\n";
+        } else if (o.paths.size() < 2) {
+            o.paths.push_back(a);
+        } else {
+            err << "Argument en trop ignoré : " << terminalSafe(a) << "\n";
+        }
     }
-    return cuts;
+    if (!o.values.count("--montage"))
+        for (const char* only : {"--range", "--format", "--cadrage", "--effets", "--son-tout", "--son-camera"})
+            if (o.values.count(only) || o.flags.count(only))
+                err << "Option ignorée sans --montage : " << only << "\n";
+    return o;
 }
 
-// "a-b" with a below b, clipped to the set; anything else is the whole set.
-// A start beyond the set's end leaves an empty range there.
-TimeRange parseRange(const std::optional<std::string>& value, double duration) {
-    if (!value) return {0, duration};
-    std::vector<double> numbers;
-    for (const auto& part : split(*value, '-'))
-        if (auto v = parseDouble(part)) numbers.push_back(*v);
-    if (numbers.size() != 2 || !(numbers[0] < numbers[1])) return {0, duration};
-    double end = std::min(numbers[1], duration);
-    double start = std::min(numbers[0], end);
-    return {start, end};
+std::optional<std::string> valueOf(const Options& o, const std::string& option) {
+    auto it = o.values.find(option);
+    if (it == o.values.end()) return std::nullopt;
+    return it->second;
 }
 
-std::string montage(const std::vector<std::string>& args, const std::string& setName,
-                    const std::vector<MediaSource>& sources, const SyncResult& result, const std::string& cutsText,
-                    std::ostream& out) {
+// A number the run can use: finite, whatever the text says.
+std::optional<double> finiteNumber(std::string_view text) {
+    auto v = parseDouble(text);
+    if (!v || !std::isfinite(*v)) return std::nullopt;
+    return v;
+}
+
+std::string montage(const Options& args, const std::string& setName, const std::vector<MediaSource>& sources,
+                    const SyncResult& result, const std::string& cutsText, std::ostream& out, std::ostream& err) {
     const double duration = result.duration();
-    std::vector<Cut> cuts = parseCuts(cutsText);
-    TimeRange range = parseRange(optionValue(args, "--range"), duration);
+    std::vector<std::string> warnings;
+    std::vector<Cut> cuts = parseCuts(cutsText, &warnings);
+    TimeRange range = parseRange(valueOf(args, "--range"), duration, &warnings);
+    for (const auto& w : warnings) err << w << "\n";
+
+    const std::vector<int> cameras = cameraSourceIndices(sources);
+    std::set<int> missing;
+    for (const Cut& c : cuts)
+        if (c.camera < 0 || static_cast<size_t>(c.camera) >= cameras.size()) missing.insert(c.camera + 1);
+    for (int n : missing)
+        err << "Caméra " << n << " inexistante dans --montage : le set a " << cameras.size() << " caméra"
+            << (cameras.size() > 1 ? "s" : "") << "\n";
 
     AudioSettings audio;
-    if (hasFlag(args, "--son-tout")) audio.mode = AudioSettings::Mode::all;
-    if (hasFlag(args, "--son-camera")) audio.mode = AudioSettings::Mode::camera;
+    if (args.flags.count("--son-tout")) audio.mode = AudioSettings::Mode::all;
+    if (args.flags.count("--son-camera")) audio.mode = AudioSettings::Mode::camera;
     audio.rushFade = 1.0;
     audio.cutFade = true;
     audio.masterDb = 0;
 
     OutputFormat format = OutputFormat::landscape;
-    if (auto raw = optionValue(args, "--format"))
-        format = outputFormatFromRaw(*raw).value_or(OutputFormat::landscape);
+    if (auto raw = valueOf(args, "--format")) {
+        auto known = outputFormatFromRaw(*raw);
+        if (!known) err << "Format inconnu ignoré : " << terminalSafe(*raw) << " (16:9 est pris)\n";
+        format = known.value_or(OutputFormat::landscape);
+    }
     std::map<Uuid, CameraFrame> framing;
-    if (auto raw = optionValue(args, "--cadrage")) {
-        if (auto x = parseDouble(*raw)) {
+    if (auto raw = valueOf(args, "--cadrage")) {
+        if (auto x = finiteNumber(*raw)) {
             for (const auto& s : sources)
                 if (s.kind == SourceKind::camera) framing[s.id] = CameraFrame{1.0, *x, 0.0};
+        } else {
+            err << "Valeur de --cadrage ignorée : " << terminalSafe(*raw) << " (un nombre est attendu)\n";
         }
     }
 
     const EffectSettings effects;
-    const bool drawn = hasFlag(args, "--effets");
+    const bool drawn = args.flags.count("--effets") > 0;
     auto effectFor = [&](const Segment& plan) {
         if (!drawn) return ResolvedEffect{};
         EffectCameras cameras;
@@ -230,8 +278,8 @@ std::string montage(const std::vector<std::string>& args, const std::string& set
     };
 
     std::string document = PremiereExport::makeMontageXML(
-        setName + " - MONTAGE", sources, result, Segment::build(cuts, duration), cameraSourceIndices(sources), range,
-        {}, {}, audio, effects, effectFor, format, framing, false);
+        setName + " - MONTAGE", sources, result, Segment::build(cuts, duration), cameras, range, {}, {}, audio,
+        effects, effectFor, format, framing, false);
     out << "Montage : " << cuts.size() << " coupes, plage " << shortest(range.start) << "-" << shortest(range.end)
         << " s\n";
     return document;
@@ -245,15 +293,91 @@ std::string folderName(const fs::path& folder) {
 
 }  // namespace
 
-int run(const std::vector<std::string>& arguments, std::ostream& out) {
-    if (arguments.size() < 2) {
+// "t:cam,t:cam,...": pieces that are not exactly a finite number and a
+// decimal integer are skipped, each named in `warnings`.
+std::vector<Cut> parseCuts(const std::string& value, std::vector<std::string>* warnings) {
+    std::vector<Cut> cuts;
+    for (const auto& piece : split(value, ',')) {
+        auto parts = split(piece, ':');
+        std::optional<double> t;
+        std::optional<long long> cam;
+        if (parts.size() == 2) {
+            t = finiteNumber(parts[0]);
+            if (parts[1].find_first_not_of("0123456789+-") == std::string::npos) cam = parseInteger(parts[1]);
+        }
+        // Beyond an int a camera number means nothing; it is not a cut.
+        if (!t || !cam || *cam <= std::numeric_limits<int>::min() || *cam > std::numeric_limits<int>::max()) {
+            if (warnings)
+                warnings->push_back("Coupe de --montage ignorée : « " + terminalSafe(piece) +
+                                    " » (attendu : secondes:caméra)");
+            continue;
+        }
+        Cut cut;
+        cut.time = *t;
+        cut.camera = static_cast<int>(*cam - 1);
+        cuts.push_back(cut);
+    }
+    return cuts;
+}
+
+// "a-b" with a below b, clipped to the set; anything else is the whole set,
+// said in `warnings`. A start beyond the set's end leaves an empty range there.
+TimeRange parseRange(const std::optional<std::string>& value, double duration, std::vector<std::string>* warnings) {
+    if (!value) return {0, duration};
+    std::vector<double> numbers;
+    for (const auto& part : split(*value, '-'))
+        if (auto v = finiteNumber(part)) numbers.push_back(*v);
+    if (numbers.size() != 2 || !(numbers[0] < numbers[1])) {
+        if (warnings)
+            warnings->push_back("Plage de --range ignorée : « " + terminalSafe(*value) +
+                                " » (attendu : début-fin, début avant fin) ; tout le set est exporté");
+        return {0, duration};
+    }
+    double end = std::min(numbers[1], duration);
+    double start = std::min(numbers[0], end);
+    return {start, end};
+}
+
+int run(const std::vector<std::string>& arguments, std::ostream& out) { return run(arguments, out, std::cerr); }
+
+int run(const std::vector<std::string>& arguments, std::ostream& out, std::ostream& err) {
+    Options options = readOptions(arguments, err);
+    if (options.paths.size() < 2 || options.paths[0].empty() || options.paths[1].empty()) {
         out << "Usage : Quorvel --cli <dossier du set> <sortie.xml>\n";
         return 1;
     }
-    fs::path folder = fs::absolute(arguments[0]);
-    fs::path output = fs::absolute(arguments[1]);
+    const std::string& folderText = options.paths[0];
+    const std::string& outputText = options.paths[1];
+    fs::path folder = fs::absolute(folderText);
+    fs::path output = fs::absolute(outputText);
 
-    std::vector<MediaSource> sources = MediaScanner::scan(folder);
+    // Both paths are judged before any work: an hour of decoding must not
+    // end on a folder that does not exist.
+    std::error_code ec;
+    if (!fs::is_directory(folder, ec)) {
+        err << "Dossier du set introuvable : " << terminalSafe(folderText) << "\n";
+        return 1;
+    }
+    if (fs::directory_iterator(folder, ec); ec) {
+        err << "Dossier du set illisible : " << terminalSafe(folderText) << " (" << systemMessage(ec.value())
+            << ")\n";
+        return 1;
+    }
+    if (!mayReplace(output)) {
+        err << "Erreur d'écriture : " << terminalSafe(outputText)
+            << " n'est pas un fichier XML, il n'est pas remplacé\n";
+        return 1;
+    }
+    fs::path parent = output.parent_path();
+    if (!fs::is_directory(parent, ec)) {
+        out << "Erreur d'écriture : " << systemMessage(fs::exists(parent, ec) ? ENOTDIR : ENOENT) << "\n";
+        return 1;
+    }
+
+    std::vector<MediaScanner::Refusal> refused;
+    std::vector<MediaSource> sources = MediaScanner::scan(folder, &refused);
+    for (const auto& r : refused) err << terminalSafe(r.message()) << "\n";
+    err.flush();
     printListing(sources, out);
     out.flush();
 
@@ -264,16 +388,16 @@ int run(const std::vector<std::string>& arguments, std::ostream& out) {
     bar.finish();
     printSyncReport(sources, result, elapsed, out);
 
-    if (hasFlag(arguments, "--auto")) printAutoStatistics(sources, result, out);
-    if (hasFlag(arguments, "--drops")) printDrops(sources, result, out);
+    if (options.flags.count("--auto")) printAutoStatistics(sources, result, out);
+    if (options.flags.count("--drops")) printDrops(sources, result, out);
 
     std::string document;
-    if (auto cutsText = optionValue(arguments, "--montage"))
-        document = montage(arguments, folderName(folder), sources, result, *cutsText, out);
+    if (auto cutsText = valueOf(options, "--montage"))
+        document = montage(options, folderName(folder), sources, result, *cutsText, out, err);
     else
         document = PremiereExport::makeXML(folderName(folder) + " - SYNC", sources, result, {}, {});
     out.flush();
-    return writeOutput(output, document, out);
+    return writeOutput(output, outputText, document, out);
 }
 
 }  // namespace qv::CLI

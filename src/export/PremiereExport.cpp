@@ -6,6 +6,7 @@
 #include <pugixml.hpp>
 #include <sstream>
 
+#include "base/SafeText.h"
 #include "base/Text.h"
 
 namespace qv::PremiereExport {
@@ -27,7 +28,23 @@ SequenceRate SequenceRate::closest(double rate) {
     return best;
 }
 
-int64_t frames(double seconds, double fps) { return static_cast<int64_t>(std::round(seconds * fps)); }
+int64_t frames(double seconds, double fps) {
+    // Beyond 2^53 frames a double counts no whole frames any more; NaN is no time at all.
+    double f = std::round(seconds * fps);
+    if (!std::isfinite(f)) return f > 0 ? maxFrames : f < 0 ? -maxFrames : 0;
+    return static_cast<int64_t>(std::clamp(f, -static_cast<double>(maxFrames), static_cast<double>(maxFrames)));
+}
+
+ClipFrames clipFrames(const ExportClip& clip, double fps) {
+    int64_t start = frames(clip.start, fps), end = frames(clip.start + clip.duration, fps);
+    int64_t in = frames(clip.sourceIn, fps);
+    // The file's last whole frame, so that no importer finds the clip reading
+    // a frame past the file's end after rounding start and end apart.
+    double whole = std::floor(clip.item.duration * fps + 1e-6);
+    int64_t last = std::isfinite(whole) ? static_cast<int64_t>(std::clamp(whole, 0.0, double(maxFrames))) : 0;
+    int64_t length = std::min(end - start, last - in);
+    return {start, start + length, in, in + length};
+}
 
 std::vector<std::vector<ExportClip>> lanes(std::vector<ExportClip> clips, SequenceRate rate) {
     double fps = rate.fps();
@@ -99,6 +116,9 @@ std::string pathURL(const std::filesystem::path& path) {
 
 namespace {
 
+// A number that cannot be written (NaN, infinite) is written as 0.
+double finite(double v) { return std::isfinite(v) ? v : 0.0; }
+
 std::string num(int64_t v) {
     char buf[24];
     auto r = std::to_chars(buf, buf + sizeof buf, v);
@@ -110,8 +130,9 @@ std::string num(int64_t v) {
 pugi::xml_node el(pugi::xml_node parent, const char* name, const std::optional<std::string>& value = {},
                   const std::map<std::string, std::string>& attrs = {}) {
     pugi::xml_node node = parent.append_child(name);
-    if (value) node.text().set(value->c_str());
-    for (const auto& [key, v] : attrs) node.append_attribute(key.c_str()).set_value(v.c_str());
+    // Names from the disk may hold any byte; the document stays XML 1.0.
+    if (value) node.text().set(xmlSafe(*value).c_str());
+    for (const auto& [key, v] : attrs) node.append_attribute(key.c_str()).set_value(xmlSafe(v).c_str());
     return node;
 }
 
@@ -138,7 +159,7 @@ void audioLevel(pugi::xml_node parent, double db) {
     el(p, "name", "Level");
     el(p, "valuemin", "0");
     el(p, "valuemax", "3.98109");
-    el(p, "value", cformat("%.5f", std::min(std::pow(10.0, db / 20), 3.98109)));  // capped at +12 dB
+    el(p, "value", cformat("%.5f", finite(std::min(std::pow(10.0, db / 20), 3.98109))));  // capped at +12 dB
 }
 
 struct Slot {
@@ -323,12 +344,12 @@ void Writer::clipitem(pugi::xml_node parent, const Track& track, size_t index, c
     el(node, "enabled", audio && muted_.count(source.id) ? "FALSE" : "TRUE");
     el(node, "duration", num(frame(item.duration)));
     rateElement(node, rate_);
-    int64_t start = frame(clip.start), end = frame(clip.start + clip.duration), in = frame(clip.sourceIn);
-    el(node, "start", num(start));
-    el(node, "end", num(end));
-    el(node, "in", num(in));
+    ClipFrames f = clipFrames(clip, fps_);
+    el(node, "start", num(f.start));
+    el(node, "end", num(f.end));
+    el(node, "in", num(f.in));
     // Derived, so that a clip's source length always equals its sequence length.
-    el(node, "out", num(in + end - start));
+    el(node, "out", num(f.out));
     if (!audio) el(node, "alphatype", "none");
 
     if (written_.insert(item.id).second)
@@ -408,8 +429,8 @@ bool Writer::needsMotion(const ExportClip& clip, const CameraFrame& crop) const 
 void Writer::motionFilter(pugi::xml_node parent, const ExportClip& clip, const CameraFrame& crop) {
     Reframe::Placement place =
         Reframe::place({double(clip.item.width), double(clip.item.height)}, {double(width_), double(height_)}, crop);
-    int64_t inFrame = frame(clip.sourceIn);
-    int64_t outFrame = inFrame + frame(clip.start + clip.duration) - frame(clip.start);
+    const ClipFrames span = clipFrames(clip, fps_);
+    const int64_t inFrame = span.in, outFrame = span.out;
 
     struct Key {
         int64_t when;
@@ -442,14 +463,14 @@ void Writer::motionFilter(pugi::xml_node parent, const ExportClip& clip, const C
     effectHeader(effect, "Basic Motion", "basic", "motion", "motion", "video");
 
     auto scale = [&](pugi::xml_node n, const MotionSample& s) {
-        n.text().set(cformat("%.3f", s.scale * place.scale * 100).c_str());
+        n.text().set(cformat("%.3f", finite(s.scale * place.scale * 100)).c_str());
     };
     auto center = [&](pugi::xml_node n, const MotionSample& s) {
-        el(n, "horiz", cformat("%.5f", s.x + place.x));
-        el(n, "vert", cformat("%.5f", s.y + place.y));
+        el(n, "horiz", cformat("%.5f", finite(s.x + place.x)));
+        el(n, "vert", cformat("%.5f", finite(s.y + place.y)));
     };
     auto rotation = [&](pugi::xml_node n, const MotionSample& s) {
-        n.text().set(cformat("%.3f", s.rotation).c_str());
+        n.text().set(cformat("%.3f", finite(s.rotation)).c_str());
     };
     auto parameter = [&](const char* id, const char* name, const char* min, const char* max, bool withKeys,
                          auto&& writeValue) {
@@ -477,7 +498,19 @@ std::string render(const std::string& name, const std::vector<MediaSource>& sour
                    const std::vector<Track>& video, const std::vector<Track>& audio, double duration,
                    const std::map<Uuid, double>& levels, const std::set<Uuid>& muted, const EffectSettings& effects,
                    OutputFormat format, const std::map<Uuid, CameraFrame>& framing) {
-    return Writer(sources, rate, levels, muted, effects, format, framing).run(name, video, audio, duration);
+    // A clip that keeps no whole frame (a cut closer than a frame to the next
+    // one, or past its file's end) is left out: the next clip takes its place.
+    const double fps = rate.fps();
+    auto keepWhole = [&](std::vector<Track> tracks) {
+        for (Track& t : tracks)
+            std::erase_if(t.clips, [&](const ExportClip& c) {
+                ClipFrames f = clipFrames(c, fps);
+                return f.end <= f.start;
+            });
+        return tracks;
+    };
+    return Writer(sources, rate, levels, muted, effects, format, framing)
+        .run(name, keepWhole(video), keepWhole(audio), std::isfinite(duration) ? duration : 0);
 }
 
 std::string makeXML(const std::string& name, const std::vector<MediaSource>& sources, const SyncResult& result,

@@ -43,7 +43,9 @@ struct SequenceRate {
 // (24, ntsc), (24), (25), (30, ntsc), (30), (50), (60, ntsc), (60).
 extern const std::vector<SequenceRate> rateTable;
 
-// round(seconds x fps), half away from zero.
+// round(seconds x fps), half away from zero, held within +-maxFrames; NaN
+// gives 0.
+constexpr int64_t maxFrames = int64_t(1) << 53;
 int64_t frames(double seconds, double fps);
 
 enum class Kind { video, audio };
@@ -67,6 +69,14 @@ struct ExportClip {
     Uuid group;           // clips sharing a group are linked
     std::optional<ClipMotion> motion;  // video clips only
 };
+
+// A clip in frames of the sequence: `start`/`end` on it, `in`/`out` in the
+// file, as long as each other. `out` never passes the file's last whole
+// frame; a clip with `end` <= `start` holds no frame and is not written.
+struct ClipFrames {
+    int64_t start = 0, end = 0, in = 0, out = 0;
+};
+ClipFrames clipFrames(const ExportClip& clip, double fps);
 
 struct Fade {
     double start = 0;  // seconds on the sequence

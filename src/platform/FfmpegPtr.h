@@ -38,8 +38,15 @@ using FramePtr = std::unique_ptr<AVFrame, FrameFreer>;
 using PacketPtr = std::unique_ptr<AVPacket, PacketFreer>;
 using SwrPtr = std::unique_ptr<SwrContext, SwrFreer>;
 
-// Opens a file for reading and reads its stream information; null on failure.
+// The demuxers a media file may be read with, as a comma-separated list.
+extern const char* const mediaDemuxers;
+
+// Opens a regular local file with one of `mediaDemuxers`, through the file
+// protocol only, and reads its stream information; null on failure.
 FormatPtr openInput(const std::string& path);
+
+// Whether a demuxer's name (or one of its comma-separated aliases) is allowed.
+bool isMediaDemuxer(const char* name);
 
 // Opens a decoder for one stream; null when none exists or it won't open.
 CodecPtr openDecoder(const AVStream* stream, int threads = 1);

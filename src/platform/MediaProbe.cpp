@@ -1,8 +1,15 @@
 #include "platform/MediaProbe.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cmath>
 #include <ctime>
 #include <string>
+
+#include "base/SystemError.h"
 
 #include "platform/FfmpegPtr.h"
 
@@ -43,22 +50,81 @@ bool isPictureStream(const AVStream* s) {
            !(s->disposition & AV_DISPOSITION_ATTACHED_PIC);
 }
 
+// Sound whose header can be believed: a rate of 1 Hz or a thousand channels
+// would make the decoded signal thousands of times larger than the file.
+bool usableSound(const AVCodecParameters* par) {
+    return par->codec_type == AVMEDIA_TYPE_AUDIO && par->sample_rate >= minSampleRate &&
+           par->sample_rate <= maxSampleRate && par->ch_layout.nb_channels >= 1 &&
+           par->ch_layout.nb_channels <= maxChannels;
+}
+
+// Any real sound or picture takes more bytes per second than this.
+constexpr double minBytesPerSecond = 1000;
+
+// Seconds the longest picture or sound stream spans by its packets, read to
+// the end of the file (the packets already read for the stream information
+// come first). Each stream counts on its own, so a stream whose start time
+// lies far from the others' adds no empty stretch. 0 when none carries a time.
+double packetSpan(AVFormatContext* ctx) {
+    ff::PacketPtr packet(av_packet_alloc());
+    if (!packet) return 0;
+    std::vector<double> first(ctx->nb_streams, INFINITY), last(ctx->nb_streams, -INFINITY);
+    int failures = 0;
+    while (true) {
+        int r = av_read_frame(ctx, packet.get());
+        if (r < 0) {
+            if (r != AVERROR_EOF && ++failures < 16 && !avio_feof(ctx->pb)) continue;
+            break;
+        }
+        size_t i = static_cast<size_t>(packet->stream_index);
+        const AVStream* s = ctx->streams[i];
+        int64_t t = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
+        if (t != AV_NOPTS_VALUE && (isPictureStream(s) || usableSound(s->codecpar))) {
+            double tb = av_q2d(s->time_base);
+            first[i] = std::min(first[i], static_cast<double>(t) * tb);
+            last[i] = std::max(last[i], (static_cast<double>(t) + std::max<double>(packet->duration, 0)) * tb);
+        }
+        av_packet_unref(packet.get());
+    }
+    double span = 0;
+    for (size_t i = 0; i < first.size(); ++i)
+        if (last[i] > first[i]) span = std::max(span, last[i] - first[i]);
+    return span;
+}
+
 }  // namespace
+
+std::string whyUnreadable(const std::filesystem::path& file) {
+    struct stat st {};
+    if (stat(file.c_str(), &st) != 0) {
+        int code = errno;
+        struct stat link {};
+        if (code == ENOENT && lstat(file.c_str(), &link) == 0) return "lien cassé";
+        return code == EACCES || code == EPERM ? "accès refusé" : systemMessage(code);
+    }
+    if (S_ISDIR(st.st_mode)) return "c'est un dossier";
+    if (!S_ISREG(st.st_mode)) return "pas un fichier ordinaire";
+    if (st.st_size == 0) return "fichier vide";
+    int fd = open(file.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) return errno == EACCES || errno == EPERM ? "accès refusé" : systemMessage(errno);
+    // A file whose beginning looks like a media container but that will not
+    // open has lost its end (or its index); anything else is no media.
+    std::vector<unsigned char> head(64 * 1024 + AVPROBE_PADDING_SIZE, 0);
+    ssize_t got = read(fd, head.data(), 64 * 1024);
+    close(fd);
+    if (got <= 0) return "fichier tronqué";
+    const std::string name = file.string();
+    AVProbeData pd{name.c_str(), head.data(), static_cast<int>(got), nullptr};
+    int score = AVPROBE_SCORE_RETRY;
+    const AVInputFormat* format = av_probe_input_format2(&pd, 1, &score);
+    return format && ff::isMediaDemuxer(format->name) ? "fichier tronqué" : "pas un fichier vidéo ou audio";
+}
 
 Result<ProbeInfo> probe(const std::filesystem::path& file) {
     ff::FormatPtr ctx = ff::openInput(file.string());
-    if (!ctx) return Error{"Impossible d'ouvrir " + file.filename().string() + "."};
+    if (!ctx) return Error{whyUnreadable(file)};
 
     ProbeInfo info;
-    if (ctx->duration != AV_NOPTS_VALUE && ctx->duration > 0) {
-        info.duration = static_cast<double>(ctx->duration) / AV_TIME_BASE;
-    } else {
-        for (unsigned i = 0; i < ctx->nb_streams; ++i) {
-            const AVStream* s = ctx->streams[i];
-            if (s->duration != AV_NOPTS_VALUE && s->duration > 0)
-                info.duration = std::max(info.duration, s->duration * av_q2d(s->time_base));
-        }
-    }
 
     for (unsigned i = 0; i < ctx->nb_streams; ++i) {
         const AVStream* s = ctx->streams[i];
@@ -80,12 +146,35 @@ Result<ProbeInfo> probe(const std::filesystem::path& file) {
             info.height = static_cast<int>(std::lround(h));
             AVRational rate = s->avg_frame_rate.num > 0 ? s->avg_frame_rate : s->r_frame_rate;
             info.frameRate = rate.num > 0 && rate.den > 0 ? av_q2d(rate) : 0;
-        } else if (par->codec_type == AVMEDIA_TYPE_AUDIO) {
+        } else if (usableSound(par)) {
             info.audioChannels = std::max(info.audioChannels, par->ch_layout.nb_channels);
             info.sampleRate = std::max(info.sampleRate, static_cast<double>(par->sample_rate));
         }
     }
     info.creationTime = parseIsoDate(creationTag(ctx.get()));
+    if (!info.hasVideo && info.audioChannels < 1) {
+        bool anySound = false;
+        for (unsigned i = 0; i < ctx->nb_streams; ++i)
+            anySound = anySound || ctx->streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO;
+        return Error{anySound ? "fréquence ou nombre de canaux hors normes" : "pas un fichier vidéo ou audio"};
+    }
+
+    // The streams' own lengths first: a container header that claims fifty
+    // days over eleven seconds of packets must not make a fifty-day item.
+    for (unsigned i = 0; i < ctx->nb_streams; ++i) {
+        const AVStream* s = ctx->streams[i];
+        bool counted = isPictureStream(s) || usableSound(s->codecpar);
+        if (counted && s->duration != AV_NOPTS_VALUE && s->duration > 0)
+            info.duration = std::max(info.duration, s->duration * av_q2d(s->time_base));
+    }
+    if (!(info.duration > 0) && ctx->duration != AV_NOPTS_VALUE && ctx->duration > 0)
+        info.duration = static_cast<double>(ctx->duration) / AV_TIME_BASE;
+    // Fewer bytes than the claimed length could hold: the header lies, and
+    // what the packets really span is the file's length.
+    int64_t bytes = ctx->pb ? avio_size(ctx->pb) : -1;
+    if (bytes >= 0 && info.duration > 0 && static_cast<double>(bytes) < info.duration * minBytesPerSecond)
+        info.duration = std::min(info.duration, packetSpan(ctx.get()));
+    if (!(info.duration > 0) || !std::isfinite(info.duration)) return Error{"fichier tronqué"};
     return info;
 }
 
@@ -173,10 +262,11 @@ Result<std::vector<float>> decodeMonoAudio(const std::filesystem::path& file, in
     ff::FormatPtr ctx = ff::openInput(file.string());
     if (!ctx) return unreadable;
 
+    const int64_t fileBytes = ctx->pb ? avio_size(ctx->pb) : 0;
     std::vector<AudioLane> lanes;
     for (unsigned i = 0; i < ctx->nb_streams; ++i) {
         AVStream* s = ctx->streams[i];
-        if (s->codecpar->codec_type != AVMEDIA_TYPE_AUDIO) {
+        if (!usableSound(s->codecpar)) {
             s->discard = AVDISCARD_ALL;  // lets the demuxer skip video packets
             continue;
         }
@@ -185,11 +275,13 @@ Result<std::vector<float>> decodeMonoAudio(const std::filesystem::path& file, in
         lane.codec = ff::openDecoder(s);
         lane.outRate = sampleRate;
         // Room for the whole stream at once: growing by doubling would hold
-        // up to twice an hour's signal while decoding.
+        // up to twice an hour's signal while decoding. The header's length is
+        // believed only as far as the file's bytes could hold that much sound.
         double seconds = s->duration != AV_NOPTS_VALUE ? s->duration * av_q2d(s->time_base)
                          : ctx->duration != AV_NOPTS_VALUE ? static_cast<double>(ctx->duration) / AV_TIME_BASE
                                                            : 0.0;
-        if (seconds > 0 && seconds < 48 * 3600) lane.samples.reserve(static_cast<size_t>(seconds * sampleRate) + 8192);
+        double room = std::min(seconds * sampleRate, static_cast<double>(std::max<int64_t>(fileBytes, 0)));
+        if (room > 0) lane.samples.reserve(static_cast<size_t>(room) + 8192);
         if (lane.codec) lanes.push_back(std::move(lane));
         else s->discard = AVDISCARD_ALL;
     }
@@ -224,11 +316,16 @@ Result<std::vector<float>> decodeMonoAudio(const std::filesystem::path& file, in
     // Time 0 of the file is the container's start; a stream that starts
     // later is shifted right by silence so every stream shares that origin.
     double origin = ctx->start_time != AV_NOPTS_VALUE ? static_cast<double>(ctx->start_time) / AV_TIME_BASE : 0.0;
+    // A start time far beyond what the streams hold is a lie of the header:
+    // a stream is shifted only by less than the longest one lasts.
     std::vector<float> mix;
     if (lanes.size() == 1 && lanes[0].startSeconds <= origin) return std::move(lanes[0].samples);
+    double longest = 0;
+    for (const auto& lane : lanes) longest = std::max(longest, static_cast<double>(lane.samples.size()));
     for (auto& lane : lanes) {
         if (lane.samples.empty()) continue;
-        long offset = std::lround(std::max(0.0, lane.startSeconds - origin) * sampleRate);
+        double shift = std::max(0.0, lane.startSeconds - origin) * sampleRate;
+        long offset = std::isfinite(shift) && shift < longest ? std::lround(shift) : 0;
         size_t need = static_cast<size_t>(offset) + lane.samples.size();
         if (mix.size() < need) mix.resize(need, 0.0f);
         for (size_t n = 0; n < lane.samples.size(); ++n) mix[static_cast<size_t>(offset) + n] += lane.samples[n];

@@ -22,9 +22,22 @@ struct ProbeInfo {
     std::optional<std::chrono::system_clock::time_point> creationTime;
 };
 
-// Opens the file and reads its streams. Fails for anything libavformat
-// cannot open; the duration may still be 0 or NaN for the caller to judge.
+// Sound streams outside these bounds are not taken as sound: decoding them
+// would cost memory out of all proportion to the file.
+constexpr int minSampleRate = 4000;
+constexpr int maxSampleRate = 768000;
+constexpr int maxChannels = 64;
+
+// Opens the file and reads its streams. A duration that the header claims
+// beyond what the packets span gives way to the packets. Fails, with the
+// reason in French as the message ("fichier tronqué", "pas un fichier vidéo
+// ou audio", "accès refusé"...), for anything that is not a plain local media
+// file with a positive duration and a picture or usable sound.
 Result<ProbeInfo> probe(const std::filesystem::path& file);
+
+// Why a file cannot be opened as media, in French, for a file that
+// `probe` (or any other opening) refused.
+std::string whyUnreadable(const std::filesystem::path& file);
 
 // Decodes every audio stream of the file, mixes all streams and channels to
 // one channel and resamples to `sampleRate`. Sample 0 lies at the file's

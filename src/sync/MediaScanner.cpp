@@ -1,8 +1,13 @@
 #include "sync/MediaScanner.h"
 
-#include <algorithm>
-#include <cmath>
+#include <sys/stat.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <set>
+
+#include "base/SystemError.h"
 #include "base/Text.h"
 #include "platform/MediaProbe.h"
 
@@ -13,6 +18,10 @@ namespace qv::MediaScanner {
 const std::vector<std::string> videoExtensions = {"mp4", "mov", "m4v", "mxf", "mts", "m2ts", "avi", "mkv"};
 const std::vector<std::string> audioExtensions = {"wav", "bwf", "mp3", "m4a", "aif", "aiff", "flac", "aac", "caf"};
 
+std::string Refusal::message() const {
+    return (folder ? "Dossier illisible : " : "Fichier illisible : ") + name + " (" + reason + ")";
+}
+
 namespace {
 
 bool isHidden(const fs::path& p) {
@@ -20,12 +29,18 @@ bool isHidden(const fs::path& p) {
     return !name.empty() && name[0] == '.';
 }
 
-bool hasMediaExtension(const fs::path& p) {
+std::string extensionOf(const fs::path& p) {
     std::string ext = p.extension().string();
-    if (ext.size() < 2) return false;
-    ext = toLower(ext.substr(1));
-    return std::find(videoExtensions.begin(), videoExtensions.end(), ext) != videoExtensions.end() ||
-           std::find(audioExtensions.begin(), audioExtensions.end(), ext) != audioExtensions.end();
+    return ext.size() < 2 ? std::string() : toLower(ext.substr(1));
+}
+
+bool isIn(const std::vector<std::string>& list, const std::string& ext) {
+    return std::find(list.begin(), list.end(), ext) != list.end();
+}
+
+bool hasMediaExtension(const fs::path& p) {
+    std::string ext = extensionOf(p);
+    return isIn(videoExtensions, ext) || isIn(audioExtensions, ext);
 }
 
 void sortNatural(std::vector<fs::path>& paths) {
@@ -34,46 +49,112 @@ void sortNatural(std::vector<fs::path>& paths) {
     });
 }
 
-// A regular file, following links; FIFOs, devices and folders named like
-// media are left out, since opening them could block or make no sense.
-bool isRegularFile(const fs::path& p) {
-    std::error_code ec;
-    return fs::is_regular_file(p, ec);
+std::string reasonFor(int code) { return code == EACCES || code == EPERM ? "accès refusé" : systemMessage(code); }
+
+// The set folder of the scan under way, so that refusals name their place
+// in it; a relative name is what the user sees in the folder.
+struct Walk {
+    fs::path root;
+    std::vector<Refusal>* refused = nullptr;
+    std::set<std::pair<dev_t, ino_t>> seen;  // files already taken, by identity
+
+    void refuse(const fs::path& p, std::string reason, bool folder) const {
+        if (!refused) return;
+        std::error_code ec;
+        fs::path rel = root.empty() ? p.filename() : p.lexically_relative(root);
+        if (rel.empty() || rel.native().rfind("..", 0) == 0) rel = p.filename();
+        refused->push_back({p, rel.string(), std::move(reason), folder});
+    }
+
+    // Walks one folder; sub-folders are entered only when `recursive`, and
+    // links to folders are not followed below the top, so a loop cannot trap it.
+    void collect(const fs::path& folder, bool recursive, std::vector<fs::path>& found) {
+        std::error_code ec;
+        fs::directory_iterator it(folder, ec);
+        if (ec) {
+            refuse(folder, reasonFor(ec.value()), true);
+            return;
+        }
+        for (; !ec && it != fs::directory_iterator(); it.increment(ec)) {
+            const fs::path& p = it->path();
+            if (isHidden(p)) continue;
+            std::error_code typeEc;
+            auto linkStatus = it->symlink_status(typeEc);
+            bool isLink = !typeEc && fs::is_symlink(linkStatus);
+            if (recursive && !isLink && fs::is_directory(linkStatus)) {
+                collect(p, true, found);
+                continue;
+            }
+            if (!hasMediaExtension(p)) continue;
+            struct stat st {};
+            if (stat(p.c_str(), &st) != 0) {
+                refuse(p, isLink && errno == ENOENT ? "lien cassé" : reasonFor(errno), false);
+                continue;
+            }
+            if (S_ISDIR(st.st_mode)) {
+                if (recursive && !isLink) collect(p, true, found);
+                continue;
+            }
+            if (!S_ISREG(st.st_mode)) {
+                refuse(p, "pas un fichier ordinaire", false);
+                continue;
+            }
+            if (!seen.insert({st.st_dev, st.st_ino}).second) continue;  // reached twice
+            found.push_back(p);
+        }
+        if (ec) refuse(folder, reasonFor(ec.value()), true);
+    }
+};
+
+// With no readable file, the folder's name and the files' extensions tell
+// what the source was meant to be.
+SourceKind kindWithoutItems(const std::string& name, const std::vector<fs::path>& files) {
+    std::string lower = toLower(name);
+    if (lower.rfind("cam", 0) == 0) return SourceKind::camera;
+    if (lower.rfind("son", 0) == 0) return SourceKind::audio;
+    bool anyVideo = std::any_of(files.begin(), files.end(),
+                                [](const fs::path& f) { return isIn(videoExtensions, extensionOf(f)); });
+    return anyVideo ? SourceKind::camera : SourceKind::audio;
+}
+
+std::optional<MediaSource> makeSource(const std::string& name, const std::vector<fs::path>& files, const Walk& walk) {
+    if (files.empty()) return std::nullopt;
+    MediaSource src;
+    src.id = Uuid::make();
+    src.name = name;
+    for (const auto& f : files) {
+        std::string why;
+        if (auto item = probe(f, &why)) {
+            src.items.push_back(std::move(*item));
+        } else {
+            src.unreadable.push_back(f);
+            walk.refuse(f, why, false);
+        }
+    }
+    bool anyVideo = std::any_of(src.items.begin(), src.items.end(), [](const MediaItem& i) { return i.hasVideo; });
+    if (!src.items.empty())
+        src.kind = anyVideo ? SourceKind::camera : SourceKind::audio;
+    else
+        src.kind = kindWithoutItems(name, src.unreadable);
+    return src;
 }
 
 }  // namespace
 
-std::vector<fs::path> mediaFiles(const fs::path& folder, bool recursive) {
+std::vector<fs::path> mediaFiles(const fs::path& folder, bool recursive, std::vector<Refusal>* refused) {
+    Walk walk{folder, refused, {}};
     std::vector<fs::path> found;
-    std::error_code ec;
-    if (recursive) {
-        // Links to folders are not followed, so a link loop cannot trap the walk.
-        fs::recursive_directory_iterator it(folder, fs::directory_options::skip_permission_denied, ec);
-        for (; !ec && it != fs::recursive_directory_iterator(); it.increment(ec)) {
-            const fs::path& p = it->path();
-            if (isHidden(p)) {
-                std::error_code dirEc;
-                if (it->is_directory(dirEc)) it.disable_recursion_pending();
-                continue;
-            }
-            if (hasMediaExtension(p) && isRegularFile(p)) found.push_back(p);
-        }
-    } else {
-        fs::directory_iterator it(folder, fs::directory_options::skip_permission_denied, ec);
-        for (; !ec && it != fs::directory_iterator(); it.increment(ec)) {
-            const fs::path& p = it->path();
-            if (!isHidden(p) && hasMediaExtension(p) && isRegularFile(p)) found.push_back(p);
-        }
-    }
+    walk.collect(folder, recursive, found);
     sortNatural(found);
     return found;
 }
 
-std::optional<MediaItem> probe(const fs::path& file) {
+std::optional<MediaItem> probe(const fs::path& file, std::string* whyNot) {
     auto info = media::probe(file);
-    if (!info) return std::nullopt;
-    if (!std::isfinite(info->duration) || !(info->duration > 0)) return std::nullopt;
-    if (!info->hasVideo && info->audioChannels < 1) return std::nullopt;
+    if (!info) {
+        if (whyNot) *whyNot = info.error().message;
+        return std::nullopt;
+    }
     MediaItem item;
     item.id = Uuid::make();
     item.url = file;
@@ -88,37 +169,58 @@ std::optional<MediaItem> probe(const fs::path& file) {
     return item;
 }
 
-std::optional<MediaSource> source(const std::string& name, const std::vector<fs::path>& files) {
-    if (files.empty()) return std::nullopt;
-    MediaSource src;
-    src.id = Uuid::make();
-    src.name = name;
-    for (const auto& f : files) {
-        if (auto item = probe(f)) src.items.push_back(std::move(*item));
-        else src.unreadable.push_back(f);
-    }
-    bool anyVideo = std::any_of(src.items.begin(), src.items.end(), [](const MediaItem& i) { return i.hasVideo; });
-    src.kind = anyVideo ? SourceKind::camera : SourceKind::audio;
-    return src;
+std::optional<MediaSource> source(const std::string& name, const std::vector<fs::path>& files,
+                                  std::vector<Refusal>* refused) {
+    return makeSource(name, files, Walk{{}, refused, {}});
 }
 
-std::vector<MediaSource> scan(const fs::path& folder) {
+std::vector<MediaSource> scan(const fs::path& folder, std::vector<Refusal>* refused) {
     std::vector<MediaSource> sources;
-    std::vector<fs::path> subfolders;
+    Walk walk{folder, refused, {}};
     std::error_code ec;
-    fs::directory_iterator it(folder, fs::directory_options::skip_permission_denied, ec);
-    if (ec) return sources;
-    for (; !ec && it != fs::directory_iterator(); it.increment(ec)) {
-        std::error_code dirEc;
-        if (!isHidden(it->path()) && it->is_directory(dirEc)) subfolders.push_back(it->path());
+    fs::directory_iterator it(folder, ec);
+    if (ec) {
+        walk.refuse(folder, reasonFor(ec.value()), true);
+        return sources;
     }
-    sortNatural(subfolders);
-    for (const auto& sub : subfolders)
-        if (auto s = source(sub.filename().string(), mediaFiles(sub, true))) sources.push_back(std::move(*s));
-
+    // A sub-folder that is the set itself, one of its parents or a folder
+    // already taken (a link back into the set) is not walked again.
+    std::set<fs::path> taken;
     fs::path own = folder;
     if (!own.has_filename()) own = own.parent_path();  // "set/" names itself "set"
-    if (auto s = source(own.filename().string(), mediaFiles(folder, false))) sources.push_back(std::move(*s));
+    fs::path ownReal = fs::weakly_canonical(own, ec);
+    std::vector<fs::path> subfolders;
+    for (; !ec && it != fs::directory_iterator(); it.increment(ec)) {
+        const fs::path& p = it->path();
+        if (isHidden(p)) continue;
+        std::error_code dirEc;
+        bool isDir = it->is_directory(dirEc);
+        if (dirEc) {
+            // A link that leads nowhere or to itself, named like a folder.
+            if (!hasMediaExtension(p)) walk.refuse(p, reasonFor(dirEc.value()), true);
+            continue;
+        }
+        if (isDir) subfolders.push_back(p);
+    }
+    sortNatural(subfolders);
+    for (const auto& sub : subfolders) {
+        std::error_code realEc;
+        fs::path real = fs::canonical(sub, realEc);
+        if (!realEc) {
+            auto [a, b] = std::mismatch(real.begin(), real.end(), ownReal.begin(), ownReal.end());
+            bool containsSet = a == real.end();
+            if (containsSet || !taken.insert(real).second) continue;
+        }
+        std::vector<fs::path> files;
+        walk.collect(sub, true, files);
+        sortNatural(files);
+        if (auto s = makeSource(sub.filename().string(), files, walk)) sources.push_back(std::move(*s));
+    }
+
+    std::vector<fs::path> files;
+    walk.collect(folder, false, files);
+    sortNatural(files);
+    if (auto s = makeSource(own.filename().string(), files, walk)) sources.push_back(std::move(*s));
     return sources;
 }
 

@@ -4,7 +4,10 @@
 // files: any video makes it a camera. Nothing here decides time.
 //
 // Never fails: unreadable folders give nothing, unreadable files are listed
-// in their source's `unreadable`. Blocking; call it off the interface thread.
+// in their source's `unreadable`, and each refusal can be reported with its
+// reason. FIFOs, devices and sockets are never opened. A file reached twice
+// (a link back into the set) counts once. Blocking; call it off the
+// interface thread.
 #pragma once
 
 #include <filesystem>
@@ -19,11 +22,27 @@ namespace qv::MediaScanner {
 extern const std::vector<std::string> videoExtensions;
 extern const std::vector<std::string> audioExtensions;
 
-std::vector<MediaSource> scan(const std::filesystem::path& folder);
+// A file or folder of the set that could not be read.
+struct Refusal {
+    std::filesystem::path path;
+    std::string name;    // relative to the set folder: "Cam 3/clip 1.mp4"
+    std::string reason;  // French: "fichier tronqué", "accès refusé"...
+    bool folder = false;
+
+    // "Fichier illisible : Cam 3/clip 1.mp4 (fichier tronqué)", or
+    // "Dossier illisible : …" for a folder.
+    std::string message() const;
+};
+
+// `refused`, when given, receives every refused file and folder in the
+// order of the scan.
+std::vector<MediaSource> scan(const std::filesystem::path& folder, std::vector<Refusal>* refused = nullptr);
 
 // The steps of `scan`, open for tests.
-std::vector<std::filesystem::path> mediaFiles(const std::filesystem::path& folder, bool recursive);
-std::optional<MediaSource> source(const std::string& name, const std::vector<std::filesystem::path>& files);
-std::optional<MediaItem> probe(const std::filesystem::path& file);
+std::vector<std::filesystem::path> mediaFiles(const std::filesystem::path& folder, bool recursive,
+                                              std::vector<Refusal>* refused = nullptr);
+std::optional<MediaSource> source(const std::string& name, const std::vector<std::filesystem::path>& files,
+                                  std::vector<Refusal>* refused = nullptr);
+std::optional<MediaItem> probe(const std::filesystem::path& file, std::string* whyNot = nullptr);
 
 }  // namespace qv::MediaScanner

@@ -10,8 +10,9 @@ PACKAGES=(
   libfftw3-dev libfftw3-bin
   libopencv-core-dev libopencv-imgproc-dev
   libfreetype-dev fonts-dejavu-core
-  nlohmann-json3-dev libpugixml-dev
+  nlohmann-json3-dev libpugixml-dev libexpat1-dev
   libgtest-dev googletest
+  clang-14 libfuzzer-14-dev libclang-rt-14-dev
   qt6-base-dev qt6-multimedia-dev
   locales
 )

@@ -114,7 +114,9 @@ std::string whyUnreadable(const std::filesystem::path& file) {
     close(fd);
     if (got <= 0) return "fichier tronqué";
     const std::string name = file.string();
-    AVProbeData pd{name.c_str(), head.data(), static_cast<int>(got), nullptr};
+    // A header cut shorter than the probes look at still counts as that
+    // header: the zeros of the padding stand for its lost end.
+    AVProbeData pd{name.c_str(), head.data(), static_cast<int>(std::max<ssize_t>(got, 64)), nullptr};
     int score = AVPROBE_SCORE_RETRY;
     const AVInputFormat* format = av_probe_input_format2(&pd, 1, &score);
     return format && ff::isMediaDemuxer(format->name) ? "fichier tronqué" : "pas un fichier vidéo ou audio";

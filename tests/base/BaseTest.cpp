@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "base/Format.h"
+#include "base/SafeText.h"
+#include "base/SystemError.h"
 #include "base/SplitMix64.h"
 #include "base/Text.h"
 #include "base/Uuid.h"
@@ -77,6 +79,26 @@ TEST(Uuid, TextRoundTrip) {
     EXPECT_EQ(u.text()[14], '4');
     EXPECT_FALSE(Uuid::parse("pas un identifiant"));
     EXPECT_TRUE(Uuid().isNil());
+}
+
+// Names from the disk are bytes: a terminal must not be driven by them, and
+// XML 1.0 refuses controls and broken UTF-8 outright.
+TEST(SafeText, TerminalAndXmlForms) {
+    const std::string hostile = "Cam\n1\t\x1b[31m\xff\xc3(\xc2\x85\xed\xa0\x80\xef\xbf\xbe<é>";
+    EXPECT_EQ(terminalSafe(hostile), "Cam\\n1\\t\\x1b[31m\\xff\\xc3(\\u0085\\xed\\xa0\\x80\xef\xbf\xbe<é>");
+    const std::string r = "\xEF\xBF\xBD";
+    EXPECT_EQ(xmlSafe(hostile), "Cam" + r + "1" + r + r + "[31m" + r + r + "(" + r + r + r + r + r + "<é>");
+    EXPECT_EQ(xmlSafe("Soirée 🎧 <&>"), "Soirée 🎧 <&>");
+    EXPECT_EQ(xmlSafe(std::string("a\0b", 3)), "a" + r + "b");
+    EXPECT_EQ(xmlSafe("\xf0\x9f\x8e"), r + r + r);  // cut short
+    EXPECT_EQ(xmlSafe("\xc0\xaf"), r + r);            // overlong '/'
+}
+
+TEST(SystemError, FrenchWhateverTheLocale) {
+    EXPECT_EQ(systemMessage(ENOSPC), "plus de place sur le disque");
+    EXPECT_EQ(systemMessage(EACCES), "permission refusée");
+    EXPECT_EQ(systemMessage(EROFS), "système de fichiers en lecture seule");
+    EXPECT_EQ(systemMessage(4242), "erreur système 4242");
 }
 
 }  // namespace

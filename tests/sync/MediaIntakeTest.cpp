@@ -121,28 +121,33 @@ TEST_F(MediaIntake, ProbeReadsRotationDatesAndSilentVideo) {
     EXPECT_EQ(sources[0].kind, SourceKind::camera);
 }
 
-// Bad input, one row each: what the file is, and whether the scanner must
-// list it as unreadable (true) or leave it out (false).
+// Bad input, one row each: what the file is, whether the scanner must list
+// it as unreadable (true) or leave it out (false), and the reason it gives
+// when it refuses it (none for a file it takes or passes by).
 struct BadFile {
     const char* name;
     std::function<void(const fs::path&)> make;
     bool unreadable;
+    const char* reason = nullptr;
 };
 
 TEST_F(MediaIntake, BadFilesAreSkippedOrUnreadableNeverFatal) {
     std::vector<BadFile> table = {
-        {"zero.mp4", [](const fs::path& p) { test::writeText(p, ""); }, true},
-        {"text.mp4", [](const fs::path& p) { test::writeText(p, "ceci n'est pas une vidéo\n"); }, true},
+        {"zero.mp4", [](const fs::path& p) { test::writeText(p, ""); }, true, "fichier vide"},
+        {"text.mp4", [](const fs::path& p) { test::writeText(p, "ceci n'est pas une vidéo\n"); }, true,
+         "pas un fichier vidéo ou audio"},
         {"truncated.mp4",
          [](const fs::path& p) {
              makeClip(p, 2);
              fs::resize_file(p, fs::file_size(p) / 2);
          },
-         true},
-        {"broken.wav", [](const fs::path& p) { test::writeText(p, "RIFF\x10\0\0\0WAVEfmt "); }, true},
+         true, "fichier tronqué"},
+        {"broken.wav", [](const fs::path& p) { test::writeText(p, std::string("RIFF\x10\0\0\0WAVEfmt ", 16)); }, true,
+         "fichier tronqué"},
         {"x.mov", [](const fs::path& p) { fs::create_directories(p / "inner"); }, false},
-        {"loop.mp4", [](const fs::path& p) { fs::create_symlink(p.filename(), p); }, false},
-        {"fifo.wav", [](const fs::path& p) { mkfifo(p.c_str(), 0600); }, false},
+        {"loop.mp4", [](const fs::path& p) { fs::create_symlink(p.filename(), p); }, false,
+         "trop de liens symboliques"},
+        {"fifo.wav", [](const fs::path& p) { mkfifo(p.c_str(), 0600); }, false, "pas un fichier ordinaire"},
         {"nom\xff\xfe.wav", [](const fs::path& p) { makeWav(p, 1); }, false},
     };
     // Without read permission a clip is unreadable; root reads it anyway.
@@ -152,16 +157,28 @@ TEST_F(MediaIntake, BadFilesAreSkippedOrUnreadableNeverFatal) {
                              makeClip(p, 1);
                              fs::permissions(p, fs::perms::none);
                          },
-                         true});
+                         true, "accès refusé"});
     }
     fs::create_directories(dir / "Cam 1");
     ASSERT_TRUE(makeClip(dir / "Cam 1" / "good.mp4", 1));
     for (const auto& row : table) row.make(dir / "Cam 1" / row.name);
     fs::create_symlink(dir / "Cam 1", dir / "Cam 1" / "boucle");
 
-    auto sources = MediaScanner::scan(dir.path());
+    std::vector<MediaScanner::Refusal> refused;
+    auto sources = MediaScanner::scan(dir.path(), &refused);
     ASSERT_EQ(sources.size(), 1u);
     const MediaSource& cam = sources[0];
+    for (const auto& row : table) {
+        auto r = std::find_if(refused.begin(), refused.end(),
+                              [&](const auto& x) { return x.name == std::string("Cam 1/") + row.name; });
+        if (!row.reason) {
+            EXPECT_EQ(r, refused.end()) << row.name << " : " << r->reason;
+        } else if (r == refused.end()) {
+            ADD_FAILURE() << row.name << " not named";
+        } else {
+            EXPECT_EQ(r->message(), std::string("Fichier illisible : Cam 1/") + row.name + " (" + row.reason + ")");
+        }
+    }
     EXPECT_EQ(cam.kind, SourceKind::camera);
     std::vector<std::string> unreadable;
     for (const auto& u : cam.unreadable) unreadable.push_back(u.filename().string());

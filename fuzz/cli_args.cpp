@@ -1,0 +1,25 @@
+// Any text as the values of --montage and --range: the cuts and the range
+// are finite, the range lies in the set, and the plans build.
+#include <cmath>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+
+#include "entry/Cli.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    std::string text(reinterpret_cast<const char*>(data), size);
+    size_t split = text.find('\n');
+    std::string montage = text.substr(0, split);
+    std::string range = split == std::string::npos ? std::string() : text.substr(split + 1);
+    std::vector<std::string> warnings;
+    auto cuts = qv::CLI::parseCuts(montage, &warnings);
+    for (const auto& c : cuts)
+        if (!std::isfinite(c.time)) std::abort();
+    const double duration = 600;
+    auto r = qv::CLI::parseRange(range, duration, &warnings);
+    if (!std::isfinite(r.start) || !std::isfinite(r.end) || r.start > r.end || r.end > duration) std::abort();
+    for (const auto& s : qv::Segment::build(cuts, duration))
+        if (!(s.start <= s.end)) std::abort();
+    return 0;
+}

@@ -1,8 +1,45 @@
 #!/usr/bin/env bash
-# Sets everything up, builds, and runs every test.
-set -euo pipefail
+# Sets everything up, builds, and runs every test three ways: the plain
+# build, the same suite under AddressSanitizer and UndefinedBehaviorSanitizer
+# (build-asan/), and each fuzz target over its seed corpus (build-fuzz/,
+# clang). All three run even when one fails; the exit status is non-zero
+# when any did. Arguments go to the plain suite's ctest.
+set -uo pipefail
 cd "$(dirname "$0")/.."
-bash scripts/setup.sh
-bash scripts/build.sh
-cd build
-ctest --output-on-failure -j "$(nproc)" "$@"
+export CCACHE_BASEDIR="$PWD"
+jobs="$(nproc)"
+
+bash scripts/setup.sh || exit 1
+bash scripts/build.sh || exit 1
+
+failed=()
+
+# Any report of either sanitizer fails the test that showed it.
+export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1:strict_string_checks=1"
+export UBSAN_OPTIONS="halt_on_error=1:print_stacktrace=1"
+
+echo "== Tests sous AddressSanitizer et UndefinedBehaviorSanitizer (build-asan)"
+if cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUORVEL_SANITIZE=address,undefined \
+        -DQUORVEL_UI=OFF >/dev/null &&
+    cmake --build build-asan -j "$jobs"; then
+    (cd build-asan && ctest --output-on-failure -j "$jobs") || failed+=("sanitizers")
+else
+    failed+=("sanitizers (construction)")
+fi
+
+echo "== Cibles de fuzzing sur leurs graines (build-fuzz)"
+if CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUORVEL_FUZZ=ON \
+        -DQUORVEL_TESTS=OFF -DQUORVEL_UI=OFF >/dev/null &&
+    cmake --build build-fuzz -j "$jobs" --target fuzz_all; then
+    (cd build-fuzz && ctest --output-on-failure -j "$jobs") || failed+=("fuzzing")
+else
+    failed+=("fuzzing (construction)")
+fi
+
+echo "== Tests (build)"
+(cd build && ctest --output-on-failure -j "$jobs" "$@") || failed+=("tests")
+
+if [ "${#failed[@]}" -gt 0 ]; then
+    echo "ÉCHEC : ${failed[*]}"
+    exit 1
+fi

@@ -294,7 +294,8 @@ std::string folderName(const fs::path& folder) {
 }  // namespace
 
 // "t:cam,t:cam,...": pieces that are not exactly a finite number and a
-// decimal integer are skipped, each named in `warnings`.
+// decimal integer are skipped, each named in `warnings`. The cuts come back
+// in time order.
 std::vector<Cut> parseCuts(const std::string& value, std::vector<std::string>* warnings) {
     std::vector<Cut> cuts;
     for (const auto& piece : split(value, ',')) {
@@ -317,6 +318,7 @@ std::vector<Cut> parseCuts(const std::string& value, std::vector<std::string>* w
         cut.camera = static_cast<int>(*cam - 1);
         cuts.push_back(cut);
     }
+    sortByTime(cuts);  // plans run from one cut to the next in time, whatever the order typed
     return cuts;
 }
 

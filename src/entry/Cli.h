@@ -22,8 +22,8 @@ namespace qv::CLI {
 int run(const std::vector<std::string>& arguments, std::ostream& out);
 int run(const std::vector<std::string>& arguments, std::ostream& out, std::ostream& err);
 
-// The value of --montage, "t:cam,t:cam,...", as cuts; every skipped piece is
-// named in `warnings`.
+// The value of --montage, "t:cam,t:cam,...", as cuts in time order; every
+// skipped piece is named in `warnings`.
 std::vector<Cut> parseCuts(const std::string& value, std::vector<std::string>* warnings = nullptr);
 
 // The value of --range, "a-b", as the part of a set of `duration` seconds

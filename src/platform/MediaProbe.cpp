@@ -94,6 +94,8 @@ double packetSpan(AVFormatContext* ctx) {
 
 }  // namespace
 
+std::string mediaFormats() { return ff::mediaDemuxers; }
+
 std::string whyUnreadable(const std::filesystem::path& file) {
     struct stat st {};
     if (stat(file.c_str(), &st) != 0) {

@@ -35,6 +35,10 @@ constexpr int maxChannels = 64;
 // file with a positive duration and a picture or usable sound.
 Result<ProbeInfo> probe(const std::filesystem::path& file);
 
+// The only formats a media file is read in, as a comma-separated list of
+// demuxer names, for an external decoder to be held to the same.
+std::string mediaFormats();
+
 // Why a file cannot be opened as media, in French, for a file that
 // `probe` (or any other opening) refused.
 std::string whyUnreadable(const std::filesystem::path& file);

@@ -59,8 +59,11 @@ Result<std::vector<float>> loadWithLibav(const std::filesystem::path& path) {
 Result<std::vector<float>> loadWithFFmpeg(const std::filesystem::path& path) {
     std::filesystem::path tool = process::findExecutable(ffmpegCandidates);
     if (tool.empty()) return unreadable(path);
-    auto run = process::run(tool, {"-v", "error", "-i", path.string(), "-vn", "-ac", "1", "-ar", "2000", "-f",
-                                   "f32le", "-"});
+    // Held to plain local media, as the first road is: a playlist must not
+    // make the tool read other files.
+    auto run = process::run(tool, {"-v", "error", "-protocol_whitelist", "file", "-format_whitelist",
+                                   media::mediaFormats(), "-i", path.string(), "-vn", "-ac", "1", "-ar", "2000",
+                                   "-f", "f32le", "-"});
     if (!run) return run.error();
     if (run->exitCode != 0) return unreadable(path);
     std::vector<float> signal(run->out.size() / 4);

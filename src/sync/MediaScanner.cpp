@@ -60,7 +60,6 @@ struct Walk {
 
     void refuse(const fs::path& p, std::string reason, bool folder) const {
         if (!refused) return;
-        std::error_code ec;
         fs::path rel = root.empty() ? p.filename() : p.lexically_relative(root);
         if (rel.empty() || rel.native().rfind("..", 0) == 0) rel = p.filename();
         refused->push_back({p, rel.string(), std::move(reason), folder});

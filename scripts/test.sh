@@ -20,7 +20,7 @@ export UBSAN_OPTIONS="halt_on_error=1:print_stacktrace=1"
 
 echo "== Tests sous AddressSanitizer et UndefinedBehaviorSanitizer (build-asan)"
 if cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUORVEL_SANITIZE=address,undefined \
-        -DQUORVEL_UI=OFF >/dev/null &&
+        -DQUORVEL_UI=OFF -DQUORVEL_BENCH=OFF >/dev/null &&
     cmake --build build-asan -j "$jobs"; then
     (cd build-asan && ctest --output-on-failure -j "$jobs") || failed+=("sanitizers")
 else
@@ -29,7 +29,7 @@ fi
 
 echo "== Cibles de fuzzing sur leurs graines (build-fuzz)"
 if CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUORVEL_FUZZ=ON \
-        -DQUORVEL_TESTS=OFF -DQUORVEL_UI=OFF >/dev/null &&
+        -DQUORVEL_TESTS=OFF -DQUORVEL_UI=OFF -DQUORVEL_BENCH=OFF >/dev/null &&
     cmake --build build-fuzz -j "$jobs" --target fuzz_all; then
     (cd build-fuzz && ctest --output-on-failure -j "$jobs") || failed+=("fuzzing")
 else

@@ -17,6 +17,7 @@
 #include <pugixml.hpp>
 #include <thread>
 
+#include "base/Text.h"
 #include "support/Fixtures.h"
 
 namespace fs = std::filesystem;
@@ -133,11 +134,11 @@ struct Place {
 // A sound file or a clip, small, made by ffmpeg at run time.
 bool wav(const fs::path& f, double seconds = 3) {
     fs::create_directories(f.parent_path());
-    return test::ffmpeg({"-f", "lavfi", "-i", "sine=f=300:r=48000:d=" + std::to_string(seconds), f.string()});
+    return test::ffmpeg({"-f", "lavfi", "-i", "sine=f=300:r=48000:d=" + shortest(seconds), f.string()});
 }
 bool clip(const fs::path& f, double seconds = 3, const std::vector<std::string>& extra = {}) {
     fs::create_directories(f.parent_path());
-    std::string d = std::to_string(seconds);
+    std::string d = shortest(seconds);
     std::vector<std::string> a = {"-f", "lavfi", "-i", "color=c=red:s=64x36:r=25:d=" + d,
                                   "-f", "lavfi", "-i", "sine=f=300:r=48000:d=" + d};
     a.insert(a.end(), extra.begin(), extra.end());

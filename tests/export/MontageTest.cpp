@@ -50,7 +50,7 @@ struct Montage : ::testing::Test {
 
     void SetUp() override {
         auto place = [&](int s, MediaItem m, double at) {
-            result.placed.push_back({s, m, at, {}, {}, false, {}, {}});
+            result.placed.push_back({s, m, at, {}, {}, false, {}, {}, {}});
         };
         place(2, clipFile("/set/Table/mix.wav", 60, 2), 0);
         place(0, clipFile("/set/Cam A/A1.mov", 45, 2), 0);
@@ -171,7 +171,7 @@ TEST(MontageTracks, OneVideoTrackPerCameraKeepsEmptyOnes) {
     for (int c = 0; c < 8; ++c) {
         sources.push_back({Uuid::make(), "Cam " + std::to_string(c), SourceKind::camera, {}, {}});
         MediaItem file = clipFile("/set/c" + std::to_string(c) + ".mov", 60, c == 3 ? 0 : 2);
-        result.placed.push_back({c, file, 0, {}, {}, false, {}, {}});
+        result.placed.push_back({c, file, 0, {}, {}, false, {}, {}, {}});
     }
     for (size_t i = 0; i < used.size(); ++i) cuts.push_back({Uuid::make(), 10.0 * i, used[i], {}, {}});
     AudioSettings audio;

@@ -29,19 +29,26 @@ constexpr int separation = 500;
 constexpr double clusterWidth = 0.1;
 constexpr double siblingOverlap = 1.0;
 constexpr double silenceFloor = 30.0;
-constexpr float clearMargin = 0.8f;
+// The runner-up must stay below this fraction of the leader's value for the
+// sound alone to decide. Values add squared scores, so `clearMargin` is
+// about 0.7 in scores: repeated music lifts its wrong phrases to 0.8 of the
+// truth when the same anchors hear both. A leader that more anchors agree
+// on only needs to stay ahead by `agreedMargin`.
+constexpr double clearMargin = 0.5;
+constexpr double agreedMargin = 0.8;
 // Evidence is counted in squared scores over the pair's own noise floor:
 // under noise a peak of score s is about exp(s^2 / 2) times likelier to be
 // true, so squares add up the way independent anchors should. A start needs
 // `minEvidence` to be taken at all (a lone peak of about 12 over a floor of
 // 7); a doubt is only kept, marked ambiguous, on sound as strong as
-// `strongEvidence` (about 50): below it repeated music explains the peaks
-// as well as common sound does.
+// `strongEvidence` (a peak of about 140: two files sharing a long stretch
+// exactly). Below it repeated music explains the peaks as well as common
+// sound does, and the file is better left unplaced.
 constexpr double minEvidence = 100.0;
-constexpr double strongEvidence = 2500.0;
-// A source's clock, learnt from its own files, may choose among starts
-// whose value is at least this fraction of the best, within this distance.
-constexpr float dateMargin = 0.5f;
+constexpr double strongEvidence = 20000.0;
+// A source's clock, learnt from its own files, chooses among the starts the
+// sound leaves close (within the clear margin of the best), within this
+// distance of where it predicts.
 constexpr double clockTolerance = 3.0;
 const char* const noCommonSound = "pas de son commun trouvé";
 // The spectrum budget bounds all the memory the correlations take beyond
@@ -55,6 +62,7 @@ struct Candidate {
     float score;
     int anchor;
     double weight;  // evidence: score^2 over the pair's floor^2, at least 0
+    double coherence;  // score for the samples the two share: near 1 when they match throughout
 };
 
 struct Cluster {
@@ -64,6 +72,7 @@ struct Cluster {
     int anchor;
     std::set<int> anchors;
     std::vector<std::pair<int, double>> votes;  // (anchor, weight), for the trace
+    double coherence = 0;  // the best of its members
     double value = 0;
 };
 
@@ -249,6 +258,19 @@ private:
         return f2;
     }
 
+    // A peak's score against what the shared stretch would give if the two
+    // files heard exactly the same thing there: a phase-transform peak grows
+    // with the root of the samples shared (and of the transform's share of
+    // the longer file). Repeated music matches a phrase elsewhere only in
+    // part, the room never, so a true start stands higher on this scale.
+    double coherence(int u, int p, const Match& m) const {
+        const double lu = static_cast<double>(e_[u].signal.size()), lp = static_cast<double>(e_[p].signal.size());
+        const double shared = std::min(lu, lp + m.lag) - std::max(0.0, static_cast<double>(m.lag));
+        double n = 2;
+        while (n < lu + lp) n *= 2;
+        return shared > 0 ? m.score / std::sqrt(shared * n / (2 * std::max(lu, lp))) : 0.0;
+    }
+
     void trace(int u, bool strict, const std::vector<Candidate>& candidates) const {
         std::string line = strict ? "[strict] " : "[souple] ";
         line += e_[u].item.fileName();
@@ -265,7 +287,8 @@ private:
         if (!options_.trace) return;
         std::string line = "  " + e_[u].item.fileName() + " -> " + what;
         if (chosen) {
-            line += cformat(" à %.4f s, valeur %.0f (suivant %.0f), votes", chosen->start, chosen->value, runnerUp);
+            line += cformat(" à %.4f s, valeur %.0f (suivant %.0f), cohérence %.2f, votes", chosen->start, chosen->value,
+                            runnerUp, chosen->coherence);
             for (const auto& [anchor, weight] : chosen->votes)
                 line += cformat(" %s:%.0f", e_[anchor].item.fileName().c_str(), weight);
         }
@@ -302,7 +325,7 @@ private:
                 }
                 const double weight = std::max(0.0, static_cast<double>(m.score) * m.score - f2);
                 hearing[p] = std::max(hearing[p], weight);
-                if (!overlapsSibling(u, s)) candidates.push_back({s, m.score, p, weight});
+                if (!overlapsSibling(u, s)) candidates.push_back({s, m.score, p, weight, coherence(u, p, m)});
             }
         }
         if (options_.trace) trace(u, strict, candidates);
@@ -318,8 +341,9 @@ private:
             auto home = std::find_if(clusters.begin(), clusters.end(),
                                      [&](const Cluster& k) { return std::fabs(k.start - c.start) < clusterWidth; });
             if (home == clusters.end()) {
-                clusters.push_back({c.start, c.weight, c.score, c.anchor, {c.anchor}, {{c.anchor, c.weight}}});
+                clusters.push_back({c.start, c.weight, c.score, c.anchor, {c.anchor}, {{c.anchor, c.weight}}, c.coherence});
             } else if (home->anchors.insert(c.anchor).second) {
+                home->coherence = std::max(home->coherence, c.coherence);
                 home->support += c.weight;  // one vote per anchor
                 home->votes.emplace_back(c.anchor, c.weight);
             }
@@ -343,6 +367,8 @@ private:
                          [](const Cluster* a, const Cluster* b) { return a->value > b->value; });
         const Cluster& leader = *ranked[0];
         const double runnerUp = ranked.size() > 1 ? ranked[1]->value : 0.0;
+        const bool agreed = ranked.size() < 2 || leader.anchors.size() > ranked[1]->anchors.size();
+        const bool clear = runnerUp < leader.value * (agreed ? agreedMargin : clearMargin);
 
         // The clock chooses only among starts the sound leaves close.
         const Cluster* byClock = nullptr;
@@ -350,7 +376,7 @@ private:
         double nearest = clockTolerance;
         for (const auto& [predicted, which] : clockPredictions(u)) {
             for (const Cluster* k : ranked) {
-                if (k->support < minEvidence || k->value < leader.value * dateMargin) continue;
+                if (k->support < minEvidence || k->value < leader.value * clearMargin) continue;
                 double d = std::fabs(k->start - predicted);
                 if (d < nearest) {
                     nearest = d;
@@ -369,8 +395,8 @@ private:
             traceDecision(u, strict ? "en attente : preuve trop faible" : noCommonSound, &leader, runnerUp);
             return false;
         }
-        if (runnerUp < leader.value * clearMargin) {
-            traceDecision(u, "son net", &leader, runnerUp);
+        if (clear) {
+            traceDecision(u, agreed ? "son net, plus d'ancres d'accord" : "son net", &leader, runnerUp);
             placeFrom(u, leader, Rule::sound);
             return true;
         }

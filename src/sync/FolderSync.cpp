@@ -32,10 +32,11 @@ constexpr double silenceFloor = 30.0;
 // The runner-up must stay below this fraction of the leader's value for the
 // sound alone to decide. Values add squared scores, so `clearMargin` is
 // about 0.7 in scores: repeated music lifts its wrong phrases to 0.8 of the
-// truth when the same anchors hear both. A leader that more anchors agree
-// on only needs to stay ahead by `agreedMargin`.
+// truth when the same anchors hear both. A leader that an anchor of its own
+// confirms (one with nothing at the runner-up) only needs `agreedMargin`.
 constexpr double clearMargin = 0.5;
 constexpr double agreedMargin = 0.8;
+constexpr double witnessEvidence = 1000.0;  // a peak of about 32: more than a phrase heard in passing
 // Evidence is counted in squared scores over the pair's own noise floor:
 // under noise a peak of score s is about exp(s^2 / 2) times likelier to be
 // true, so squares add up the way independent anchors should. A start needs
@@ -367,7 +368,11 @@ private:
                          [](const Cluster* a, const Cluster* b) { return a->value > b->value; });
         const Cluster& leader = *ranked[0];
         const double runnerUp = ranked.size() > 1 ? ranked[1]->value : 0.0;
-        const bool agreed = ranked.size() < 2 || leader.anchors.size() > ranked[1]->anchors.size();
+        // A witness of its own: an anchor that clearly hears the leader and
+        // has nothing at all at the runner-up.
+        const bool agreed = ranked.size() < 2 || std::any_of(leader.votes.begin(), leader.votes.end(), [&](const auto& v) {
+                                return v.second >= witnessEvidence && !ranked[1]->anchors.count(v.first);
+                            });
         const bool clear = runnerUp < leader.value * (agreed ? agreedMargin : clearMargin);
 
         // The clock chooses only among starts the sound leaves close.

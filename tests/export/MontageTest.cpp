@@ -229,3 +229,27 @@ TEST_F(Montage, FullCommandLineMontageIsWellFormed) {
 
 }  // namespace
 }  // namespace qv
+
+namespace qv {
+namespace {
+
+// A camera whose clock runs 1000 ppm fast: each plan takes its in-point
+// from where the camera is at the plan's middle, 40 ms further into the
+// file by 45 s than its start alone says.
+TEST_F(Montage, DriftingCameraIsInStepAtEachPlansMiddle) {
+    for (auto& p : result.placed)
+        if (p.item.fileName() == "B.mov") p.drift = 1000.0;
+    auto doc = write({0, 60});
+    std::vector<long long> ins;
+    for (auto c : doc.select_nodes("//video//clipitem"))
+        if (std::string(c.node().child("name").text().get()) == "B.mov") ins.push_back(c.node().child("in").text().as_llong());
+    // Plans 15-25 and 45-55: file times (20 - 5) x 1.001 - 5 s and (50 - 5) x 1.001 - 5 s, in frames.
+    EXPECT_EQ(ins, (std::vector<long long>{std::llround((15 * 1.001 - 5) * 25), std::llround((45 * 1.001 - 5) * 25)}));
+    EXPECT_EQ(ins.back(), 1001);  // 1000 without the drift
+
+    const PlacedItem& b = result.placed[2];
+    EXPECT_NEAR(b.lineTime(b.fileTime(30.0)), 30.0, 1e-9);
+}
+
+}  // namespace
+}  // namespace qv

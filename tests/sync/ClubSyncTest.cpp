@@ -10,19 +10,14 @@
 #include "base/SplitMix64.h"
 #include "sync/Drift.h"
 #include "sync/FolderSync.h"
+#include "sync/Signals.h"
 
 namespace qv {
 namespace {
 
-constexpr int kRate = 2000;
-constexpr double kPhrase = 15.0;  // one 8-bar phrase, seconds
+using namespace test;
 
-std::vector<float> noise(uint64_t seed, double seconds, float amount = 1.0f) {
-    SplitMix64 rng(seed);
-    std::vector<float> x(static_cast<size_t>(std::llround(seconds * kRate)));
-    for (auto& v : x) v = amount * static_cast<float>(rng.unit() * 2 - 1);
-    return x;
-}
+constexpr double kPhrase = 15.0;  // one 8-bar phrase, seconds
 
 // A track that repeats one phrase, with a room of its own over it.
 std::vector<float> club(double seconds, float room, uint64_t seed = 1) {
@@ -32,39 +27,10 @@ std::vector<float> club(double seconds, float room, uint64_t seed = 1) {
     return out;
 }
 
-std::vector<float> slice(const std::vector<float>& x, double from, double seconds) {
-    auto a = x.begin() + std::lround(from * kRate);
-    return std::vector<float>(a, a + std::lround(seconds * kRate));
-}
-
 std::vector<float> mix(std::vector<float> x, float gain, uint64_t seed, float hiss) {
     SplitMix64 rng(seed);
     for (auto& v : x) v = gain * v + hiss * static_cast<float>(rng.unit() * 2 - 1);
     return x;
-}
-
-FolderSync::Entry entry(int source, SourceKind kind, const std::string& name, std::vector<float> signal) {
-    FolderSync::Entry e;
-    e.sourceIndex = source;
-    e.kind = kind;
-    e.item.id = Uuid::make();
-    e.item.url = "/set/" + name;
-    e.item.duration = static_cast<double>(signal.size()) / kRate;
-    e.item.audioChannels = 1;
-    e.signal = std::move(signal);
-    return e;
-}
-
-SyncResult place(std::vector<FolderSync::Entry> entries, int threads = 1) {
-    FolderSync::Options options = FolderSync::defaultOptions();
-    options.threads = threads;
-    return FolderSync::place(std::move(entries), {}, nullptr, options);
-}
-
-const PlacedItem* find(const SyncResult& r, const std::string& name) {
-    for (const auto& p : r.placed)
-        if (p.item.fileName() == name) return &p;
-    return nullptr;
 }
 
 const UnsyncedItem* findUnsynced(const SyncResult& r, const std::string& name) {

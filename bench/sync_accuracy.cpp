@@ -90,6 +90,10 @@ int main(int argc, char** argv) {
                 continue;
             }
             double error = std::fabs(lineTimeOf(p, t.duration / 2) - truthMiddle(t) - shift);
+            if constexpr (requires { p.drift; })
+                if (t.drift != 0 || p.drift.value_or(0) != 0)
+                    details += cformat("  dérive de %s : %+.1f ppm mesurés, %+.1f ppm vrais, écart au milieu %.3f ms\n",
+                                       name.c_str(), p.drift.value_or(0.0), t.drift, error * 1000);
             double tolerance = t.filtered ? 0.002 : 0.001;
             if (error < tolerance) {
                 ++correct;

@@ -135,9 +135,10 @@ std::optional<Fit> measure(const std::vector<float>& signal, const std::vector<f
     auto correlator = Correlator::make(window + window + 2 * margin);
     if (!correlator) return std::nullopt;
     // A drifting file's placement is in step somewhere along it, not at both
-    // ends: a second round searches where the first round's line says.
+    // ends: a second round searches where the first round's line says. A
+    // file that keeps time needs no second look.
     auto first = round(signal, reference, start, 1.0, referenceStart, threads, *correlator);
-    if (!first) return std::nullopt;
+    if (!first || !first->significant()) return first;
     auto second = round(signal, reference, first->start, first->slope, referenceStart, threads, *correlator);
     return second ? second : first;
 }

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 
@@ -81,11 +82,17 @@ void printSyncReport(const std::vector<MediaSource>& sources, const SyncResult& 
         if (p.ambiguous) reliability += " AMBIGU";
         out << "  " << padRight(terminalSafe(sources[static_cast<size_t>(p.sourceIndex)].name), 8) << " "
             << padRight(terminalSafe(p.item.fileName()), 22) << " " << cformat("début %9.3f s", p.start)
-            << "  fiabilité " << reliability << "  (calé sur " << terminalSafe(p.anchorName.value_or("-")) << ")\n";
+            << "  fiabilité " << reliability << "  (calé sur " << terminalSafe(p.anchorName.value_or("-")) << ")";
+        // A clock that runs visibly off is worth telling; 20 ppm is 72 ms an hour.
+        if (p.drift && std::fabs(*p.drift) > 20) out << " · dérive " << cformat("%+ld", std::lround(*p.drift)) << " ppm";
+        out << "\n";
     }
-    for (const auto& u : result.unsynced)
+    for (const auto& u : result.unsynced) {
         out << "  NON CALÉ : " << terminalSafe(sources[static_cast<size_t>(u.sourceIndex)].name) << " / "
-            << terminalSafe(u.item.fileName()) << "\n";
+            << terminalSafe(u.item.fileName());
+        if (!u.reason.empty()) out << " (" << u.reason << ")";
+        out << "\n";
+    }
 }
 
 std::vector<int> cameraSourceIndices(const std::vector<MediaSource>& sources) {

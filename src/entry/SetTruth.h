@@ -17,6 +17,8 @@ struct SetTruth {
         double start = 0;  // seconds on the music's time line
         bool filtered = false;
         std::string expect;  // "placed", "unsynced", "unreadable" or "ignored"
+        double drift = 0;     // ppm its clock runs fast against the music's
+        double duration = 0;  // seconds of the file
     };
     std::map<std::string, File> files;  // by path inside the set
     std::vector<double> drops;           // seconds on the music's time line

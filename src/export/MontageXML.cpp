@@ -22,7 +22,7 @@ std::vector<ExportClip> trimmed(const SyncResult& result, int sourceIndex, doubl
         double s = std::max(p.start, lo);
         double e = std::min(p.start + p.item.duration, hi);
         if (!(e - s > minimumClip)) continue;
-        out.push_back({p.item, sourceIndex, s - lo, s - p.start, e - s, Uuid::make(), std::nullopt});
+        out.push_back({p.item, sourceIndex, s - lo, p.sourceIn(s, e), e - s, Uuid::make(), std::nullopt});
     }
     return out;
 }
@@ -95,7 +95,8 @@ std::string makeMontageXML(const std::string& name, const std::vector<MediaSourc
             if (p.sourceIndex != source || !p.item.hasVideo) continue;
             const double s = std::max(a, p.start), e = std::min(b, p.start + p.item.duration);
             if (!(e - s > minimumClip)) continue;
-            ExportClip clip{p.item, source, s - lo, s - p.start, e - s, Uuid::make(), std::nullopt};
+            // A drifting camera is in step with the set at the plan's middle.
+            ExportClip clip{p.item, source, s - lo, p.sourceIn(s, e), e - s, Uuid::make(), std::nullopt};
             if (effect.hasMotion()) clip.motion = ClipMotion{effect, plan.start - lo, plan.end - plan.start};
             picture.push_back(std::move(clip));
         }

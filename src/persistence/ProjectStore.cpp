@@ -236,7 +236,7 @@ SyncCache cache(const SyncResult& result) {
         auto stamp = SyncCache::FileStamp::of(p.item.url);
         if (!stamp) continue;
         out.placed.push_back({*stamp, p.start, p.score, p.anchorName, p.ambiguous, binary(p.waveform),
-                              binary(p.bass)});
+                              binary(p.bass), p.drift});
     }
     for (const auto& u : result.unsynced)
         if (auto stamp = SyncCache::FileStamp::of(u.item.url)) out.unsynced.push_back(*stamp);
@@ -271,12 +271,13 @@ std::optional<SyncResult> restore(const SyncCache& cache, const std::vector<Medi
         placed.ambiguous = p.ambiguous;
         placed.waveform = floats(p.waveform);
         placed.bass = floats(p.bass);
+        placed.drift = p.drift;
         result.placed.push_back(std::move(placed));
     }
     for (const auto& u : cache.unsynced) {
         auto entry = check(u);
         if (!entry) return std::nullopt;
-        result.unsynced.push_back({entry->first, *entry->second});
+        result.unsynced.push_back({entry->first, *entry->second, ""});
     }
     std::stable_sort(result.placed.begin(), result.placed.end(),
                      [](const PlacedItem& a, const PlacedItem& b) { return a.start < b.start; });

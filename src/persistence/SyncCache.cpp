@@ -103,6 +103,16 @@ bool readOptionalScore(const Json& j, std::optional<float>& out) {
     return true;
 }
 
+bool readOptionalDouble(const Json& j, const char* key, std::optional<double>& out) {
+    const Json* v = member(j, key);
+    if (!v || v->is_null()) return true;
+    if (!v->is_number()) return false;
+    double d = v->get<double>();
+    if (!std::isfinite(d)) return false;
+    out = d;
+    return true;
+}
+
 bool readOptionalText(const Json& j, const char* key, std::optional<std::string>& out) {
     const Json* v = member(j, key);
     if (!v || v->is_null()) return true;
@@ -117,7 +127,7 @@ bool readPlaced(const Json& j, SyncCache::Placed& out) {
     return file && readStamp(*file, out.file) && readDouble(j, "start", out.start) &&
            readOptionalScore(j, out.score) && readOptionalText(j, "anchorName", out.anchorName) &&
            readBool(j, "ambiguous", out.ambiguous) && readBinary(j, "waveform", out.waveform) &&
-           readBinary(j, "bass", out.bass);
+           readBinary(j, "bass", out.bass) && readOptionalDouble(j, "drift", out.drift);
 }
 
 Json stampJson(const SyncCache::FileStamp& s) {
@@ -186,6 +196,7 @@ Json SyncCache::toJson() const {
                {"bass", base64Encode(p.bass)}};
         if (p.score) o["score"] = static_cast<double>(*p.score);
         if (p.anchorName) o["anchorName"] = *p.anchorName;
+        if (p.drift) o["drift"] = *p.drift;
         placedArray.push_back(std::move(o));
     }
     Json unsyncedArray = Json::array();

@@ -4,7 +4,7 @@
 // is only trusted while every stamp still matches (ProjectStore::restore).
 //
 // Its JSON form is strict, unlike the project file: every key is required
-// (`score` and `anchorName` may be left out), and any missing or mistyped
+// (`score`, `anchorName` and `drift` may be left out), and any missing or mistyped
 // value makes the whole decode fail, which simply means "no cache".
 // Binary arrays are base64 text of little-endian float32 values.
 // Plain values, safe to copy to any thread.
@@ -41,6 +41,9 @@ struct SyncCache {
         bool ambiguous = false;
         std::vector<uint8_t> waveform;  // raw float32 little-endian
         std::vector<uint8_t> bass;
+        // ppm; optional and left out when absent: caches written before the
+        // drift was measured still load, as files without one.
+        std::optional<double> drift;
 
         bool operator==(const Placed&) const = default;
     };

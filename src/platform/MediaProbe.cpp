@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <ctime>
@@ -45,11 +46,6 @@ const char* creationTag(const AVFormatContext* ctx) {
     return nullptr;
 }
 
-bool isPictureStream(const AVStream* s) {
-    return s->codecpar->codec_type == AVMEDIA_TYPE_VIDEO &&
-           !(s->disposition & AV_DISPOSITION_ATTACHED_PIC);
-}
-
 // Sound whose header can be believed: a rate of 1 Hz or a thousand channels
 // would make the decoded signal thousands of times larger than the file.
 bool usableSound(const AVCodecParameters* par) {
@@ -79,7 +75,7 @@ double packetSpan(AVFormatContext* ctx) {
         size_t i = static_cast<size_t>(packet->stream_index);
         const AVStream* s = ctx->streams[i];
         int64_t t = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
-        if (t != AV_NOPTS_VALUE && (isPictureStream(s) || usableSound(s->codecpar))) {
+        if (t != AV_NOPTS_VALUE && (ff::isPictureStream(s) || usableSound(s->codecpar))) {
             double tb = av_q2d(s->time_base);
             first[i] = std::min(first[i], static_cast<double>(t) * tb);
             last[i] = std::max(last[i], (static_cast<double>(t) + std::max<double>(packet->duration, 0)) * tb);
@@ -133,7 +129,7 @@ Result<ProbeInfo> probe(const std::filesystem::path& file) {
     for (unsigned i = 0; i < ctx->nb_streams; ++i) {
         const AVStream* s = ctx->streams[i];
         const AVCodecParameters* par = s->codecpar;
-        if (isPictureStream(s) && !info.hasVideo) {
+        if (ff::isPictureStream(s) && !info.hasVideo) {
             info.hasVideo = true;
             double w = par->width, h = par->height;
             if (const uint8_t* m = av_stream_get_side_data(s, AV_PKT_DATA_DISPLAYMATRIX, nullptr)) {
@@ -167,7 +163,7 @@ Result<ProbeInfo> probe(const std::filesystem::path& file) {
     // days over eleven seconds of packets must not make a fifty-day item.
     for (unsigned i = 0; i < ctx->nb_streams; ++i) {
         const AVStream* s = ctx->streams[i];
-        bool counted = isPictureStream(s) || usableSound(s->codecpar);
+        bool counted = ff::isPictureStream(s) || usableSound(s->codecpar);
         if (counted && s->duration != AV_NOPTS_VALUE && s->duration > 0)
             info.duration = std::max(info.duration, s->duration * av_q2d(s->time_base));
     }
@@ -317,22 +313,31 @@ Result<std::vector<float>> decodeMonoAudio(const std::filesystem::path& file, in
         lane.drain();
     }
 
-    // Time 0 of the file is the container's start; a stream that starts
-    // later is shifted right by silence so every stream shares that origin.
-    double origin = ctx->start_time != AV_NOPTS_VALUE ? static_cast<double>(ctx->start_time) / AV_TIME_BASE : 0.0;
-    // A start time far beyond what the streams hold is a lie of the header:
-    // a stream is shifted only by less than the longest one lasts.
-    std::vector<float> mix;
-    if (lanes.size() == 1 && lanes[0].startSeconds <= origin) return std::move(lanes[0].samples);
+    // Sample 0 is the file's time zero (its first picture, else its first
+    // sound). Each stream lands at its first decoded sample's time from
+    // there: later streams are shifted right by silence, sound before the
+    // first picture is cut.
+    double firstSound = INFINITY;
+    for (const auto& lane : lanes)
+        if (!lane.samples.empty()) firstSound = std::min(firstSound, lane.startSeconds);
+    if (!std::isfinite(firstSound)) return std::vector<float>{};
+    const double zero = ff::timeZero(ctx.get(), firstSound);
+    auto shiftOf = [&](const AudioLane& lane) { return std::lround((lane.startSeconds - zero) * sampleRate); };
+    if (lanes.size() == 1 && shiftOf(lanes[0]) == 0) return std::move(lanes[0].samples);
+    // A start far beyond what the streams hold is a lie of the header: a
+    // stream is pushed right only by less than the longest one lasts.
     double longest = 0;
     for (const auto& lane : lanes) longest = std::max(longest, static_cast<double>(lane.samples.size()));
+    std::vector<float> mix;
     for (auto& lane : lanes) {
         if (lane.samples.empty()) continue;
-        double shift = std::max(0.0, lane.startSeconds - origin) * sampleRate;
-        long offset = std::isfinite(shift) && shift < longest ? std::lround(shift) : 0;
-        size_t need = static_cast<size_t>(offset) + lane.samples.size();
+        long shift = shiftOf(lane);
+        if (shift > 0 && static_cast<double>(shift) >= longest) shift = 0;
+        size_t skip = shift < 0 ? std::min(lane.samples.size(), static_cast<size_t>(-shift)) : 0;
+        size_t offset = shift > 0 ? static_cast<size_t>(shift) : 0;
+        size_t need = offset + lane.samples.size() - skip;
         if (mix.size() < need) mix.resize(need, 0.0f);
-        for (size_t n = 0; n < lane.samples.size(); ++n) mix[static_cast<size_t>(offset) + n] += lane.samples[n];
+        for (size_t n = skip; n < lane.samples.size(); ++n) mix[offset + n - skip] += lane.samples[n];
     }
     return mix;
 }

@@ -14,6 +14,7 @@
 #include "base/Text.h"
 #include "platform/Memory.h"
 #include "sync/AudioLoader.h"
+#include "sync/Drift.h"
 #include "sync/Envelopes.h"
 
 namespace qv::FolderSync {
@@ -26,10 +27,31 @@ constexpr float minScore = 9.0f;
 constexpr int maxPeaks = 50;
 constexpr int separation = 500;
 constexpr double clusterWidth = 0.1;
-constexpr double clockWindow = 15.0;
 constexpr double siblingOverlap = 1.0;
 constexpr double silenceFloor = 30.0;
-constexpr float clearMargin = 0.8f;
+// The runner-up must stay below this fraction of the leader's value for the
+// sound alone to decide. Values add squared scores, so `clearMargin` is
+// about 0.7 in scores: repeated music lifts its wrong phrases to 0.8 of the
+// truth when the same anchors hear both. A leader that an anchor of its own
+// confirms (one with nothing at the runner-up) only needs `agreedMargin`.
+constexpr double clearMargin = 0.5;
+constexpr double agreedMargin = 0.8;
+constexpr double witnessEvidence = 1000.0;  // a peak of about 32: more than a phrase heard in passing
+// Evidence is counted in squared scores over the pair's own noise floor:
+// under noise a peak of score s is about exp(s^2 / 2) times likelier to be
+// true, so squares add up the way independent anchors should. A start needs
+// `minEvidence` to be taken at all (a lone peak of about 12 over a floor of
+// 7); a doubt is only kept, marked ambiguous, on sound as strong as
+// `strongEvidence` (a peak of about 140: two files sharing a long stretch
+// exactly). Below it repeated music explains the peaks as well as common
+// sound does, and the file is better left unplaced.
+constexpr double minEvidence = 100.0;
+constexpr double strongEvidence = 20000.0;
+// A source's clock, learnt from its own files, chooses among the starts the
+// sound leaves close (within the clear margin of the best), within this
+// distance of where it predicts.
+constexpr double clockTolerance = 3.0;
+const char* const noCommonSound = "pas de son commun trouvé";
 // The spectrum budget bounds all the memory the correlations take beyond
 // the signals. The cache counts its spectra, working buffers and plans; the
 // rest (each thread's heap, the results, the transforms' code) comes to 5
@@ -40,16 +62,23 @@ struct Candidate {
     double start;
     float score;
     int anchor;
+    double weight;  // evidence: score^2 over the pair's floor^2, at least 0
+    double coherence;  // score for the samples the two share: near 1 when they match throughout
 };
 
 struct Cluster {
     double start;
-    float support;
+    double support;  // evidence of its anchors, one vote each
     float best;
     int anchor;
     std::set<int> anchors;
-    float value = 0;
+    std::vector<std::pair<int, double>> votes;  // (anchor, weight), for the trace
+    double coherence = 0;  // the best of its members
+    double value = 0;
 };
+
+// How a start was chosen, for the trace and for learning clocks.
+enum class Rule { sound, clock, doubt };
 
 double overlap(double aStart, double aEnd, double bStart, double bEnd) {
     return std::min(aEnd, bEnd) - std::max(aStart, bStart);
@@ -61,7 +90,8 @@ public:
     Placer(std::vector<Entry>& entries, const Progress& progress, const Options& options)
         : e_(entries), progress_(progress), options_(options),
           cache_(std::max(options.spectrumBudget - outsideTheCache, options.spectrumBudget / 2)),
-          start_(entries.size()), score_(entries.size()), anchor_(entries.size(), -1) {}
+          start_(entries.size()), score_(entries.size()), anchor_(entries.size(), -1), drift_(entries.size(), 0.0),
+          measured_(entries.size()) {}
 
     void run() {
         const int count = static_cast<int>(e_.size());
@@ -78,6 +108,8 @@ public:
             }
         }
         start_[reference] = 0.0;
+        reference_ = reference;
+        clear_.insert(reference);
         placedCount_ = 1;
 
         for (bool strict : {true, false}) {
@@ -101,6 +133,7 @@ public:
     std::optional<float> score(int i) const { return score_[i]; }
     int anchor(int i) const { return anchor_[i]; }
     bool ambiguous(int i) const { return ambiguous_.count(i) > 0; }
+    std::optional<double> drift(int i) const { return measured_[i]; }
     int spectraComputed() const { return cache_.computed(); }
     long long budgetPeak() const { return cache_.peakBytes(); }
 
@@ -174,16 +207,69 @@ private:
         return false;
     }
 
-    std::optional<double> expectedStart(int u) const {
+    // Seconds since 1970 of a file's date.
+    static double seconds(const Date& d) { return std::chrono::duration<double>(d.time_since_epoch()).count(); }
+
+    // Where u should start by its source's clock, learnt from the siblings
+    // placed by clear sound: each date is their start or their end, which
+    // ever keeps the clock steadier; with one sibling either may be true.
+    std::vector<std::pair<double, const char*>> clockPredictions(int u) const {
         const auto& date = e_[u].item.recordedAt;
-        if (!date) return std::nullopt;
+        if (!date) return {};
+        std::vector<double> byStart, byEnd;
         for (size_t q = 0; q < e_.size(); ++q) {
-            if (static_cast<int>(q) == u || !start_[q] || e_[q].sourceIndex != e_[u].sourceIndex) continue;
+            const int k = static_cast<int>(q);
+            if (k == u || !start_[q] || !clear_.count(k) || e_[q].sourceIndex != e_[u].sourceIndex) continue;
             const auto& sibling = e_[q].item.recordedAt;
             if (!sibling) continue;
-            return *start_[q] + std::chrono::duration<double>(*date - *sibling).count();
+            byStart.push_back(seconds(*sibling) - *start_[q]);
+            byEnd.push_back(seconds(*sibling) - *start_[q] - duration(k));
         }
-        return std::nullopt;
+        if (byStart.empty()) return {};
+        auto spread = [](std::vector<double> v) { return *std::max_element(v.begin(), v.end()) - *std::min_element(v.begin(), v.end()); };
+        auto median = [](std::vector<double> v) {
+            std::sort(v.begin(), v.end());
+            return v[v.size() / 2];
+        };
+        const double d = seconds(*date);
+        bool starts = true, ends = true;
+        if (byStart.size() >= 2) {
+            double a = spread(byStart), b = spread(byEnd);
+            if (a + 1.0 < b) ends = false;
+            else if (b + 1.0 < a) starts = false;
+        }
+        std::vector<std::pair<double, const char*>> out;
+        if (starts) out.emplace_back(d - median(byStart), "début");
+        if (ends) out.emplace_back(d - median(byEnd) - duration(u), "fin");
+        return out;
+    }
+
+    // Where file time t of a placed anchor lies on the line.
+    double lineTime(int p, double t) const { return *start_[p] + t / (1.0 + drift_[p] * 1e-6); }
+
+    // The floor of a pair, in squared score: what noise reaches over all
+    // the lags searched, or the pair's third peak when repeated music lifts
+    // more than one wrong peak above that.
+    double floor2(int u, int p, const std::vector<Match>& matches) const {
+        const double lu = static_cast<double>(e_[u].signal.size()), lp = static_cast<double>(e_[p].signal.size());
+        const double minOverlap = std::min(std::min(lu, lp) / 2, 20000.0);
+        const double lags = std::max(2.0, lu + lp - 2 * minOverlap + 1);
+        double f2 = 2 * std::log(lags);
+        if (matches.size() >= 3) f2 = std::max(f2, static_cast<double>(matches[2].score) * matches[2].score);
+        return f2;
+    }
+
+    // A peak's score against what the shared stretch would give if the two
+    // files heard exactly the same thing there: a phase-transform peak grows
+    // with the root of the samples shared (and of the transform's share of
+    // the longer file). Repeated music matches a phrase elsewhere only in
+    // part, the room never, so a true start stands higher on this scale.
+    double coherence(int u, int p, const Match& m) const {
+        const double lu = static_cast<double>(e_[u].signal.size()), lp = static_cast<double>(e_[p].signal.size());
+        const double shared = std::min(lu, lp + m.lag) - std::max(0.0, static_cast<double>(m.lag));
+        double n = 2;
+        while (n < lu + lp) n *= 2;
+        return shared > 0 ? m.score / std::sqrt(shared * n / (2 * std::max(lu, lp))) : 0.0;
     }
 
     void trace(int u, bool strict, const std::vector<Candidate>& candidates) const {
@@ -198,8 +284,21 @@ private:
         std::fprintf(stderr, "%s\n", line.c_str());
     }
 
+    void traceDecision(int u, const std::string& what, const Cluster* chosen, double runnerUp) const {
+        if (!options_.trace) return;
+        std::string line = "  " + e_[u].item.fileName() + " -> " + what;
+        if (chosen) {
+            line += cformat(" à %.4f s, valeur %.0f (suivant %.0f), cohérence %.2f, votes", chosen->start, chosen->value,
+                            runnerUp, chosen->coherence);
+            for (const auto& [anchor, weight] : chosen->votes)
+                line += cformat(" %s:%.0f", e_[anchor].item.fileName().c_str(), weight);
+        }
+        std::fprintf(stderr, "%s\n", line.c_str());
+    }
+
     bool tryPlace(int u, bool strict) {
         std::vector<int> anchors = anchorsOf(u);
+        tried_.insert(u);
         if (progress_)
             progress_(0.5 + static_cast<double>(placedCount_) / static_cast<double>(e_.size()) * 0.5,
                       "Calage de " + e_[u].item.fileName());
@@ -207,16 +306,34 @@ private:
         for (int p : anchors) pairs.emplace_back(u, p);
         ensurePairs(pairs);
 
+        // What each anchor can tell: its best evidence anywhere. An anchor
+        // that tells nothing clearly does not count against a start.
+        std::map<int, double> hearing;
         std::vector<Candidate> candidates;
         for (int p : anchors) {
-            for (const Match& m : matches_.at({u, p})) {
+            const auto& matches = matches_.at({u, p});
+            const double f2 = floor2(u, p, matches);
+            for (const Match& m : matches) {
                 if (m.score < minScore) continue;
-                double s = *start_[p] - m.lag / rate;
-                if (!overlapsSibling(u, s)) candidates.push_back({s, m.score, p});
+                const double lag = m.lag / rate;
+                double s = *start_[p] - lag;
+                if (drift_[p] != 0.0) {
+                    // In step at the middle of what the two share.
+                    const double from = std::max(0.0, lag);
+                    const double to = std::min(duration(u), e_[p].signal.size() / rate + lag);
+                    const double middle = (from + to) / 2;
+                    s = lineTime(p, middle - lag) - middle;
+                }
+                const double weight = std::max(0.0, static_cast<double>(m.score) * m.score - f2);
+                hearing[p] = std::max(hearing[p], weight);
+                if (!overlapsSibling(u, s)) candidates.push_back({s, m.score, p, weight, coherence(u, p, m)});
             }
         }
         if (options_.trace) trace(u, strict, candidates);
-        if (candidates.empty()) return false;
+        if (candidates.empty()) {
+            traceDecision(u, strict ? "en attente : aucun candidat" : noCommonSound, nullptr, 0);
+            return false;
+        }
 
         std::stable_sort(candidates.begin(), candidates.end(),
                          [](const Candidate& a, const Candidate& b) { return a.score > b.score; });
@@ -225,53 +342,108 @@ private:
             auto home = std::find_if(clusters.begin(), clusters.end(),
                                      [&](const Cluster& k) { return std::fabs(k.start - c.start) < clusterWidth; });
             if (home == clusters.end()) {
-                clusters.push_back({c.start, c.score, c.score, c.anchor, {c.anchor}});
+                clusters.push_back({c.start, c.weight, c.score, c.anchor, {c.anchor}, {{c.anchor, c.weight}}, c.coherence});
             } else if (home->anchors.insert(c.anchor).second) {
-                home->support += c.score;  // one vote per anchor
+                home->coherence = std::max(home->coherence, c.coherence);
+                home->support += c.weight;  // one vote per anchor
+                home->votes.emplace_back(c.anchor, c.weight);
             }
         }
 
         for (auto& k : clusters) {
             int silent = 0;
             for (int p : anchors) {
-                if (k.anchors.count(p)) continue;
+                if (k.anchors.count(p) || hearing[p] < minEvidence) continue;
                 double need = std::min(silenceFloor, 0.5 * std::min(duration(p), duration(u)));
                 double o = overlap(*start_[p], *start_[p] + duration(p), k.start, k.start + duration(u));
                 if (o >= need) ++silent;
             }
-            float a = static_cast<float>(k.anchors.size());
-            k.value = a * k.support / (a + static_cast<float>(silent));
-        }
-
-        if (auto expected = expectedStart(u)) {
-            const Cluster* chosen = nullptr;
-            for (const auto& k : clusters) {
-                if (std::fabs(k.start - *expected) < clockWindow && (!chosen || k.support > chosen->support))
-                    chosen = &k;
-            }
-            if (chosen) {
-                placeFrom(u, *chosen, false);
-                return true;
-            }
+            double a = static_cast<double>(k.anchors.size());
+            k.value = a * k.support / (a + silent);
         }
 
         std::vector<const Cluster*> ranked;
         for (const auto& k : clusters) ranked.push_back(&k);
         std::stable_sort(ranked.begin(), ranked.end(),
                          [](const Cluster* a, const Cluster* b) { return a->value > b->value; });
-        float leader = ranked[0]->value;
-        float runnerUp = ranked.size() > 1 ? ranked[1]->value : 0.0f;
-        bool clear = runnerUp < leader * clearMargin;
-        if (!clear && strict) return false;  // wait for more anchors
-        placeFrom(u, *ranked[0], !clear);
+        const Cluster& leader = *ranked[0];
+        const double runnerUp = ranked.size() > 1 ? ranked[1]->value : 0.0;
+        // A witness of its own: an anchor that clearly hears the leader and
+        // has nothing at all at the runner-up.
+        const bool agreed = ranked.size() < 2 || std::any_of(leader.votes.begin(), leader.votes.end(), [&](const auto& v) {
+                                return v.second >= witnessEvidence && !ranked[1]->anchors.count(v.first);
+                            });
+        const bool clear = runnerUp < leader.value * (agreed ? agreedMargin : clearMargin);
+
+        // The clock chooses only among starts the sound leaves close.
+        const Cluster* byClock = nullptr;
+        const char* hypothesis = "";
+        double nearest = clockTolerance;
+        for (const auto& [predicted, which] : clockPredictions(u)) {
+            for (const Cluster* k : ranked) {
+                if (k->support < minEvidence || k->value < leader.value * clearMargin) continue;
+                double d = std::fabs(k->start - predicted);
+                if (d < nearest) {
+                    nearest = d;
+                    byClock = k;
+                    hypothesis = which;
+                }
+            }
+        }
+        if (byClock) {
+            double other = byClock == &leader ? runnerUp : leader.value;
+            traceDecision(u, cformat("horloge de la source (dates de %s)", hypothesis), byClock, other);
+            placeFrom(u, *byClock, Rule::clock);
+            return true;
+        }
+        if (leader.support < minEvidence) {
+            traceDecision(u, strict ? "en attente : preuve trop faible" : noCommonSound, &leader, runnerUp);
+            return false;
+        }
+        if (clear) {
+            traceDecision(u, agreed ? "son net, plus d'ancres d'accord" : "son net", &leader, runnerUp);
+            placeFrom(u, leader, Rule::sound);
+            return true;
+        }
+        if (strict) {
+            traceDecision(u, "en attente d'autres ancres", &leader, runnerUp);
+            return false;
+        }
+        if (leader.support < strongEvidence) {
+            traceDecision(u, std::string(noCommonSound) + " (musique répétée)", &leader, runnerUp);
+            return false;
+        }
+        traceDecision(u, "doute : AMBIGU", &leader, runnerUp);
+        placeFrom(u, leader, Rule::doubt);
         return true;
     }
 
-    void placeFrom(int u, const Cluster& k, bool isAmbiguous) {
+    void placeFrom(int u, const Cluster& k, Rule rule) {
         start_[u] = k.start;
         score_[u] = k.best;
         anchor_[u] = k.anchor;
-        if (isAmbiguous) ambiguous_.insert(u);
+        if (rule == Rule::doubt) ambiguous_.insert(u);
+        if (rule == Rule::sound) clear_.insert(u);
+        measureDrift(u);
+    }
+
+    // A long file's rate against the reference: a drifting file then stands
+    // where its time 0 lies, and later anchors follow its clock.
+    void measureDrift(int u) {
+        if (u == reference_ || duration(u) < Drift::minimumSpan) return;
+        int threads = options_.threads > 0 ? options_.threads : defaultThreads();
+        auto fit = Drift::measure(e_[u].signal, e_[reference_].signal, *start_[u], *start_[reference_], threads);
+        if (options_.trace)
+            std::fprintf(stderr, "  %s : %s\n", e_[u].item.fileName().c_str(),
+                         fit ? Drift::describe(*fit).c_str() : "dérive non mesurée");
+        if (!fit) return;
+        if (!fit->significant()) {
+            measured_[u] = 0.0;
+            return;
+        }
+        drift_[u] = fit->ppm;
+        measured_[u] = fit->ppm;
+        start_[u] = fit->start;
     }
 
     std::vector<Entry>& e_;
@@ -281,7 +453,12 @@ private:
     std::vector<std::optional<double>> start_;
     std::vector<std::optional<float>> score_;
     std::vector<int> anchor_;
+    std::vector<double> drift_;                  // ppm, 0 unless measured and significant
+    std::vector<std::optional<double>> measured_;
     std::set<int> ambiguous_;
+    std::set<int> clear_;  // placed by clear sound: their dates teach the clock
+    std::set<int> tried_;
+    int reference_ = 0;
     std::map<std::pair<int, int>, std::vector<Match>> matches_;
     int placedCount_ = 0;
 };
@@ -323,7 +500,7 @@ SyncResult place(std::vector<Entry> entries, std::vector<UnsyncedItem> unsynced,
         int k = static_cast<int>(i);
         Entry& e = entries[i];
         if (!placer.start(k)) {
-            result.unsynced.push_back({e.sourceIndex, std::move(e.item)});
+            result.unsynced.push_back({e.sourceIndex, std::move(e.item), noCommonSound});
             continue;
         }
         PlacedItem p;
@@ -332,6 +509,7 @@ SyncResult place(std::vector<Entry> entries, std::vector<UnsyncedItem> unsynced,
         p.score = placer.score(k);
         if (placer.anchor(k) >= 0) p.anchorName = names[static_cast<size_t>(placer.anchor(k))];
         p.ambiguous = placer.ambiguous(k);
+        p.drift = placer.drift(k);
         p.waveform = Envelopes::waveform(e.signal);
         p.bass = Envelopes::bassEnvelope(e.signal);
         p.item = std::move(e.item);
@@ -405,7 +583,7 @@ SyncResult run(const std::vector<MediaSource>& sources, const Progress& progress
         if (signals[i].size() >= shortestSignal)
             entries.push_back({jobs[i].sourceIndex, jobs[i].kind, *jobs[i].item, std::move(signals[i])});
         else
-            unsynced.push_back({jobs[i].sourceIndex, *jobs[i].item});
+            unsynced.push_back({jobs[i].sourceIndex, *jobs[i].item, "pas de son utilisable"});
     }
     return place(std::move(entries), std::move(unsynced), progress, options);
 }

@@ -21,13 +21,33 @@ struct PlacedItem {
     bool ambiguous = false;
     std::vector<float> waveform;            // 20 per second, 0..1
     std::vector<float> bass;                // 10 per second, unscaled
+    // How fast the file's clock runs against the time line, in parts per
+    // million (+ when fast); nothing when the file was too short to tell.
+    // `start` is where its time 0 lies; later times follow the drift.
+    std::optional<double> drift;
 
     double end() const { return start + item.duration; }
+    // File seconds per line second.
+    double clockRate() const { return 1.0 + drift.value_or(0.0) * 1e-6; }
+    // Where file time t lies on the line, and which file time is heard at
+    // line time `at`.
+    double lineTime(double t) const { return start + t / clockRate(); }
+    double fileTime(double at) const { return (at - start) * clockRate(); }
+    // In-point of the piece [from, to] of the line cut from this file, played
+    // at the file's own rate: in step with the line at the piece's middle,
+    // so a drifting camera is never out by more than half the piece's drift.
+    double sourceIn(double from, double to) const {
+        if (drift.value_or(0.0) == 0.0) return from - start;
+        double middle = (from + to) / 2;
+        double in = fileTime(middle) - (middle - from);
+        return std::clamp(in, 0.0, std::max(0.0, item.duration - (to - from)));
+    }
 };
 
 struct UnsyncedItem {
     int sourceIndex = 0;
     MediaItem item;
+    std::string reason;  // French, e.g. "pas de son commun trouvé"; empty when not told
 };
 
 struct SyncResult {

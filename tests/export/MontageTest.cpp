@@ -50,7 +50,7 @@ struct Montage : ::testing::Test {
 
     void SetUp() override {
         auto place = [&](int s, MediaItem m, double at) {
-            result.placed.push_back({s, m, at, {}, {}, false, {}, {}});
+            result.placed.push_back({s, m, at, {}, {}, false, {}, {}, {}});
         };
         place(2, clipFile("/set/Table/mix.wav", 60, 2), 0);
         place(0, clipFile("/set/Cam A/A1.mov", 45, 2), 0);
@@ -171,7 +171,7 @@ TEST(MontageTracks, OneVideoTrackPerCameraKeepsEmptyOnes) {
     for (int c = 0; c < 8; ++c) {
         sources.push_back({Uuid::make(), "Cam " + std::to_string(c), SourceKind::camera, {}, {}});
         MediaItem file = clipFile("/set/c" + std::to_string(c) + ".mov", 60, c == 3 ? 0 : 2);
-        result.placed.push_back({c, file, 0, {}, {}, false, {}, {}});
+        result.placed.push_back({c, file, 0, {}, {}, false, {}, {}, {}});
     }
     for (size_t i = 0; i < used.size(); ++i) cuts.push_back({Uuid::make(), 10.0 * i, used[i], {}, {}});
     AudioSettings audio;
@@ -225,6 +225,30 @@ TEST_F(Montage, FullCommandLineMontageIsWellFormed) {
             EXPECT_LE(k.node().text().as_llong(), c.node().child("out").text().as_llong());
         }
     }
+}
+
+}  // namespace
+}  // namespace qv
+
+namespace qv {
+namespace {
+
+// A camera whose clock runs 1000 ppm fast: each plan takes its in-point
+// from where the camera is at the plan's middle, 40 ms further into the
+// file by 45 s than its start alone says.
+TEST_F(Montage, DriftingCameraIsInStepAtEachPlansMiddle) {
+    for (auto& p : result.placed)
+        if (p.item.fileName() == "B.mov") p.drift = 1000.0;
+    auto doc = write({0, 60});
+    std::vector<long long> ins;
+    for (auto c : doc.select_nodes("//video//clipitem"))
+        if (std::string(c.node().child("name").text().get()) == "B.mov") ins.push_back(c.node().child("in").text().as_llong());
+    // Plans 15-25 and 45-55: file times (20 - 5) x 1.001 - 5 s and (50 - 5) x 1.001 - 5 s, in frames.
+    EXPECT_EQ(ins, (std::vector<long long>{std::llround((15 * 1.001 - 5) * 25), std::llround((45 * 1.001 - 5) * 25)}));
+    EXPECT_EQ(ins.back(), 1001);  // 1000 without the drift
+
+    const PlacedItem& b = result.placed[2];
+    EXPECT_NEAR(b.lineTime(b.fileTime(30.0)), 30.0, 1e-9);
 }
 
 }  // namespace

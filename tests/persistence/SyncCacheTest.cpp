@@ -50,10 +50,10 @@ struct SetFixture : ::testing::Test {
         auto sources = scan(set);
         auto item = [&](int s, int i) { return sources[s].items[i]; };
         // Stored out of order: the restored list comes back sorted by start.
-        result.placed.push_back({2, item(2, 0), 2.5, 0.8f, "A001.mp4", false, {0.5f, -0.0f, 1e-40f}, {3, 4}});
-        result.placed.push_back({0, item(0, 0), 0, std::nullopt, std::nullopt, false, {1, 0}, {}});
-        result.placed.push_back({0, item(0, 1), 120, 0.6f, "REC.wav", true, {}, {7}});
-        result.unsynced.push_back({1, item(1, 0)});
+        result.placed.push_back({2, item(2, 0), 2.5, 0.8f, "A001.mp4", false, {0.5f, -0.0f, 1e-40f}, {3, 4}, 104.25});
+        result.placed.push_back({0, item(0, 0), 0, std::nullopt, std::nullopt, false, {1, 0}, {}, std::nullopt});
+        result.placed.push_back({0, item(0, 1), 120, 0.6f, "REC.wav", true, {}, {7}, 0.0});
+        result.unsynced.push_back({1, item(1, 0), ""});
     }
 
     TempHome home;
@@ -93,18 +93,33 @@ TEST_F(SetFixture, RoundTripThroughItsFile) {
     EXPECT_TRUE(std::signbit(rec.waveform[1]));
     EXPECT_FALSE(restored->placed[0].score);
     EXPECT_TRUE(restored->placed[2].ambiguous);
+    EXPECT_EQ(rec.drift, 104.25);
+    EXPECT_FALSE(restored->placed[0].drift);
+    EXPECT_EQ(restored->placed[2].drift, 0.0);
     ASSERT_EQ(restored->unsynced.size(), 1u);
     EXPECT_EQ(restored->unsynced[0].sourceIndex, 1);
 }
 
 TEST(SyncCache, StoresFloatsAsLittleEndianBase64) {
     qv::SyncCache cache;
-    cache.placed.push_back({{"/a.wav", 12, 1.5}, 0, std::nullopt, std::nullopt, false, store::binary({1.0f}), {}});
+    cache.placed.push_back(
+        {{"/a.wav", 12, 1.5}, 0, std::nullopt, std::nullopt, false, store::binary({1.0f}), {}, std::nullopt});
     Json j = cache.toJson();
+    EXPECT_FALSE(j["placed"][0].contains("drift"));
     EXPECT_EQ(j["placed"][0]["waveform"], "AACAPw==");
     EXPECT_EQ(j["placed"][0]["bass"], "");
     EXPECT_FALSE(j["placed"][0].contains("score"));
     EXPECT_EQ(store::floats({0, 0, 0x80, 0x3F, 0xFF}), std::vector<float>{1.0f});  // a stray byte is dropped
+
+    // A cache written before drift was measured loads; a drift of the
+    // wrong kind refuses the cache like any other damaged key.
+    j["placed"][0]["drift"] = -12.5;
+    auto withDrift = qv::SyncCache::fromJson(j);
+    ASSERT_TRUE(withDrift);
+    EXPECT_EQ(withDrift->placed[0].drift, -12.5);
+    j["placed"][0]["drift"] = "vite";
+    EXPECT_FALSE(qv::SyncCache::fromJson(j));
+    j["placed"][0].erase("drift");
 
     j["placed"][0]["waveform"] = "AACAPw";  // padding is required
     EXPECT_FALSE(qv::SyncCache::fromJson(j));

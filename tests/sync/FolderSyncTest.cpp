@@ -6,23 +6,13 @@
 
 #include "base/SplitMix64.h"
 #include "sync/FolderSync.h"
+#include "sync/Signals.h"
 
 namespace qv {
 namespace {
 
-constexpr int kRate = 2000;
+using namespace test;
 
-std::vector<float> noise(uint64_t seed, double seconds) {
-    SplitMix64 rng(seed);
-    std::vector<float> x(static_cast<size_t>(seconds * kRate));
-    for (auto& v : x) v = static_cast<float>(rng.unit() * 2 - 1);
-    return x;
-}
-
-std::vector<float> slice(const std::vector<float>& x, double from, double seconds) {
-    auto a = x.begin() + static_cast<long>(from * kRate);
-    return std::vector<float>(a, a + static_cast<long>(seconds * kRate));
-}
 
 // Mixes some independent noise in, so two copies of one stretch never score
 // exactly alike.
@@ -30,31 +20,6 @@ std::vector<float> withNoise(std::vector<float> x, uint64_t seed, float amount) 
     SplitMix64 rng(seed);
     for (auto& v : x) v += amount * static_cast<float>(rng.unit() * 2 - 1);
     return x;
-}
-
-FolderSync::Entry entry(int source, SourceKind kind, const std::string& name, std::vector<float> signal) {
-    FolderSync::Entry e;
-    e.sourceIndex = source;
-    e.kind = kind;
-    e.item.id = Uuid::make();
-    e.item.url = "/set/" + name;
-    e.item.duration = static_cast<double>(signal.size()) / kRate;
-    e.item.audioChannels = 1;
-    e.signal = std::move(signal);
-    return e;
-}
-
-SyncResult place(std::vector<FolderSync::Entry> entries, int threads = 1) {
-    FolderSync::Options options = FolderSync::defaultOptions();
-    options.trace = false;
-    options.threads = threads;
-    return FolderSync::place(std::move(entries), {}, nullptr, options);
-}
-
-const PlacedItem* find(const SyncResult& r, const std::string& name) {
-    for (const auto& p : r.placed)
-        if (p.item.fileName() == name) return &p;
-    return nullptr;
 }
 
 TEST(FolderSync, LoneCameraIsTheReference) {

@@ -110,8 +110,11 @@ Status encodeVideo(const Ffmpeg& ffmpeg, const fs::path& out, const std::string&
     if (tracks.empty()) {
         args.push_back("-an");
     } else {
-        args.insert(args.end(), {"-c:a", "aac", "-b:a", sound.channels > 1 ? "160k" : "96k", "-ar",
-                                 std::to_string(sound.sampleRate), "-ac", std::to_string(sound.channels)});
+        if (sound.pcmInVideo)
+            args.insert(args.end(), {"-c:a", "pcm_s16le"});
+        else
+            args.insert(args.end(), {"-c:a", "aac", "-b:a", sound.channels > 1 ? "160k" : "96k"});
+        args.insert(args.end(), {"-ar", std::to_string(sound.sampleRate), "-ac", std::to_string(sound.channels)});
     }
     for (auto& a : metadataArgs(creationTime)) args.push_back(a);
     args.insert(args.end(), {"-f", extensionOf(out) == ".mov" ? "mov" : "mp4", out.string()});
@@ -131,6 +134,8 @@ Status encodeAudio(const Ffmpeg& ffmpeg, const fs::path& out, const std::string&
         args.insert(args.end(), {"-c:a", "libmp3lame", "-b:a", "192k", "-f", "mp3"});
     } else if (ext == ".m4a") {
         args.insert(args.end(), {"-c:a", "aac", "-b:a", "160k", "-f", "ipod"});
+    } else if (ext == ".mkv") {
+        args.insert(args.end(), {"-c:a", "libopus", "-b:a", "96k", "-f", "matroska"});
     } else {
         return Error{"Format de son inconnu : " + target};
     }

@@ -44,6 +44,7 @@ struct SoundFormat {
     int sampleRate = 48000;
     int channels = 2;
     int pcmBits = 16;  // for WAV and FLAC: 16 or 24
+    bool pcmInVideo = false;  // a MOV's sound as 16-bit PCM instead of AAC
 };
 
 // A video file (H.264 yuv420p in MP4 or MOV as the extension says) with one
@@ -52,7 +53,8 @@ Status encodeVideo(const Ffmpeg& ffmpeg, const std::filesystem::path& out, const
                    const Picture& picture, const std::vector<std::filesystem::path>& tracks,
                    const SoundFormat& sound, const std::string& creationTime);
 
-// A sound file whose codec follows the extension: wav (PCM), flac, mp3, m4a (AAC).
+// A sound file whose codec follows the extension: wav (PCM), flac, mp3,
+// m4a (AAC), mkv (Opus in Matroska, as phones and web recorders write it).
 Status encodeAudio(const Ffmpeg& ffmpeg, const std::filesystem::path& out, const std::string& target,
                    const std::filesystem::path& wav, const SoundFormat& sound, const std::string& creationTime);
 

@@ -24,6 +24,7 @@ constexpr int leadBars = 6;
 constexpr int minBreak = 8, maxBreak = 16;
 constexpr int minDrop = 16, maxDrop = 32;
 constexpr int minAfter = 2;
+constexpr size_t tracksBars = 128;  // one track of a set with phrases
 
 std::vector<Part> arrange(int totalBars, int drops, SplitMix64& rng) {
     // The set may end on the last drop; grooves only separate drops.
@@ -237,7 +238,7 @@ public:
 
     // The room: band-limited noise whose level wanders slowly, louder for a
     // while after each drop.
-    void crowd(double duration, const std::vector<double>& drops, SplitMix64& rng) {
+    void crowd(double duration, const std::vector<double>& drops, SplitMix64& rng, double loudness) {
         const double step = 1.7;
         std::vector<double> points(static_cast<size_t>(duration / step) + 3);
         for (double& p : points) p = uniform(rng, 0.45, 1.0);
@@ -254,7 +255,7 @@ public:
             double level = points[i] + (points[i + 1] - points[i]) * w;
             while (next < drops.size() && t >= drops[next] + 20) ++next;
             if (next < drops.size() && t >= drops[next]) level *= 1.0 + 2.0 * std::exp(-(t - drops[next]) / 3.0);
-            buf_[k] += lp.process(hp.process(whiteNoise(noise))) * static_cast<float>(0.09 * level);
+            buf_[k] += lp.process(hp.process(whiteNoise(noise))) * static_cast<float>(0.09 * loudness * level);
         }
     }
 
@@ -278,7 +279,8 @@ int scaleNote(int root, int degree) {
 }  // namespace
 
 Music renderMusic(const MusicRecipe& recipe) {
-    SplitMix64 rng(recipe.seed);
+    SplitMix64 arrangementRng(recipe.seed);
+    SplitMix64& rng = arrangementRng;
     Music music;
     music.rate = recipe.rate;
     music.duration = recipe.duration;
@@ -299,11 +301,20 @@ Music renderMusic(const MusicRecipe& recipe) {
     Synth synth(music.samples, recipe.rate);
     const int key = uniformInt(rng, -2, 9);  // semitones from A1: bass lies between 49 and 110 Hz
 
+    size_t partStart = 0;
     for (size_t b = 0; b < parts.size(); ++b) {
         const Part part = parts[b];
         const double t0 = static_cast<double>(b) * bar;
         const bool beats = part != Part::breakdown;
         const double energy = part == Part::drop ? 1.0 : 0.8;
+        if (b > 0 && parts[b - 1] != part) partStart = b;
+        // With phrases, a bar's music is drawn from its place in the phrase
+        // of its kind of part within its track (128 bars, some four
+        // minutes), so bar 9 of a drop plays bar 1 again; the next track
+        // brings new phrases.
+        const uint64_t slot = (b / tracksBars) * 32 + static_cast<uint64_t>(part) * 8 + (b - partStart) % 8;
+        SplitMix64 phraseRng(recipe.seed ^ (0x9E3779B97F4A7C15ull * (slot + 1)));
+        SplitMix64& rng = recipe.phrases ? phraseRng : arrangementRng;
 
         if (beats) {
             // Draws go through named values: the order in which a call's
@@ -340,28 +351,31 @@ Music renderMusic(const MusicRecipe& recipe) {
             }
         }
 
-        // Hats on every bar, thinner in breaks, never twice the same.
+        // Hats on every bar, thinner in breaks, never twice the same: the
+        // drummer's hand and the DJ's effects change even where the track
+        // repeats, so from here on the draws are the set's own.
+        SplitMix64& own = arrangementRng;
         for (int s = 0; s < 16; ++s) {
             double p = part == Part::breakdown ? 0.35 : (s % 2 == 0 ? 0.6 : 0.9);
-            if (chance(rng, p)) {
-                double vel = uniform(rng, 0.25, 1.0) * 0.22;
-                synth.hat(t0 + s * step, vel, false, rng.next());
+            if (chance(own, p)) {
+                double vel = uniform(own, 0.25, 1.0) * 0.22;
+                synth.hat(t0 + s * step, vel, false, own.next());
             }
-            if (s % 4 == 2 && chance(rng, 0.35)) {
-                double vel = uniform(rng, 0.3, 0.8) * 0.12;
-                synth.hat(t0 + s * step, vel, true, rng.next());
+            if (s % 4 == 2 && chance(own, 0.35)) {
+                double vel = uniform(own, 0.3, 0.8) * 0.12;
+                synth.hat(t0 + s * step, vel, true, own.next());
             }
         }
 
         // Melodic stabs at random places.
-        int stabs = part == Part::breakdown ? uniformInt(rng, 1, 4) : uniformInt(rng, 0, 3);
+        int stabs = part == Part::breakdown ? uniformInt(own, 1, 4) : uniformInt(own, 0, 3);
         for (int k = 0; k < stabs; ++k) {
-            int root = scaleNote(key + 36, uniformInt(rng, 0, 6));
-            std::vector<double> chord = {noteHz(root), noteHz(root + (chance(rng, 0.5) ? 3 : 4))};
-            if (chance(rng, 0.6)) chord.push_back(noteHz(root + 7));
-            double at = t0 + uniformInt(rng, 0, 15) * step;
-            double vel = uniform(rng, 0.06, 0.16);
-            synth.stab(at, chord, vel, uniform(rng, 0.06, 0.3));
+            int root = scaleNote(key + 36, uniformInt(own, 0, 6));
+            std::vector<double> chord = {noteHz(root), noteHz(root + (chance(own, 0.5) ? 3 : 4))};
+            if (chance(own, 0.6)) chord.push_back(noteHz(root + 7));
+            double at = t0 + uniformInt(own, 0, 15) * step;
+            double vel = uniform(own, 0.06, 0.16);
+            synth.stab(at, chord, vel, uniform(own, 0.06, 0.3));
         }
 
         // A pad and a riser carry each break; a crash marks its drop.
@@ -369,29 +383,29 @@ Music renderMusic(const MusicRecipe& recipe) {
             size_t e = b;
             while (e < parts.size() && parts[e] == Part::breakdown) ++e;
             double length = static_cast<double>(e - b) * bar;
-            int root = scaleNote(key + 24, uniformInt(rng, 0, 4));
+            int root = scaleNote(key + 24, uniformInt(own, 0, 4));
             while (noteHz(root) < 180) root += 12;
             synth.pad(t0, length, {noteHz(root), noteHz(root + 3), noteHz(root + 7)}, 0.09);
             double riseLen = std::min(4 * bar, length);
-            synth.riser(t0 + length - riseLen, riseLen, 0.12, rng.next());
+            synth.riser(t0 + length - riseLen, riseLen, 0.12, own.next());
             if (e < parts.size()) {
-                synth.crash(t0 + length, 0.25, rng.next());
+                synth.crash(t0 + length, 0.25, own.next());
                 synth.impact(t0 + length, 1.1);
             }
         }
     }
 
     // The crowd: a bed, shouts and bursts of clapping at random moments.
-    synth.crowd(recipe.duration, music.drops, rng);
+    synth.crowd(recipe.duration, music.drops, rng, recipe.room);
     for (double t = uniform(rng, 0.5, 3.0); t < recipe.duration; t += uniform(rng, 1.5, 7.0)) {
         if (chance(rng, 0.6)) {
             double length = uniform(rng, 0.25, 0.9);
-            double vel = uniform(rng, 0.04, 0.12);
+            double vel = uniform(rng, 0.04, 0.12) * recipe.room;
             synth.shout(t, length, vel, rng);
         } else {
             double c = t;
             for (int n = uniformInt(rng, 3, 10); n > 0; --n) {
-                double vel = uniform(rng, 0.04, 0.12);
+                double vel = uniform(rng, 0.04, 0.12) * recipe.room;
                 synth.clap(c, vel, rng.next());
                 c += uniform(rng, 0.14, 0.35);
             }

@@ -21,6 +21,8 @@ struct CameraStyle {
     int channels = 2;
     std::string extension = ".mp4";
     bool dated = false;
+    bool datesAtEnd = false;  // stamped when the file closes, as many action cameras and phones do
+    int64_t clock = 0;        // seconds its clock is ahead of the others
 };
 
 // `count` clips between `from` and `to`, each `minLen` to `maxLen` long
@@ -59,8 +61,8 @@ public:
     SplitMix64& rng() { return rng_; }
     SetPlan take() { return std::move(plan_); }
 
-    int addMusic(double duration, int drops, int rate = 48000) {
-        plan_.musics.push_back(MusicRecipe{duration, drops, rate, rng_.next()});
+    int addMusic(double duration, int drops, int rate = 48000, bool phrases = false, double room = 1.0) {
+        plan_.musics.push_back(MusicRecipe{duration, drops, rate, rng_.next(), phrases, room});
         return static_cast<int>(plan_.musics.size()) - 1;
     }
 
@@ -108,7 +110,7 @@ public:
         auto frames = static_cast<long>(std::floor(room * f.fpsNum / f.fpsDen));
         f.duration = static_cast<double>(frames) * f.fpsDen / f.fpsNum;
         f.mics.push_back(Microphone::camera(rng_));
-        if (s.dated) f.recordedAt = baseDate + std::llround(f.start);
+        if (s.dated) f.recordedAt = baseDate + s.clock + std::llround(s.datesAtEnd ? f.start + f.duration : f.start);
         plan_.files.push_back(std::move(f));
         return plan_.files.back();
     }
@@ -345,13 +347,93 @@ SetPlan covered(Builder& b) {
     return b.take();
 }
 
+
+// Real club footage: the music repeats 8-bar phrases; an action camera dates
+// its files when they close, by a clock hours off; two phones hear the room
+// faintly; a short clip is heard clearly by the table and faintly by the
+// phones; two stretches are each recorded once and kept twice (MP3 and PCM
+// in a MOV, Opus in Matroska and AAC in an MP4); a recorder runs 100 ppm
+// fast for 20 minutes; another has ten seconds of digital silence; one clip
+// was filmed while nothing else ran.
+SetPlan club(Builder& b) {
+    const double length = 1560;
+    // A packed room: the crowd is heard as well as the track's repeats.
+    b.addMusic(length, -1, 48000, true, 3.0);
+    SplitMix64& rng = b.rng();
+
+    b.recorder(1, "table.wav", 0, 1450).note = "reference";
+    FilePlan& slow = b.recorder(2, "enregistreur.wav", 150, 1200);
+    slow.drift = 100;
+    slow.note = "drift";
+    FilePlan& gapped = b.recorder(3, "micro salle.wav", 20, 1100);
+    gapped.gaps.push_back({400, 410});
+    gapped.note = "digital-silence";
+
+    // Cam 1: end-of-recording dates from a clock 3 h 17 min 5 s ahead.
+    CameraStyle& action = b.style(1);
+    action.dated = true;
+    action.datesAtEnd = true;
+    action.clock = 3 * 3600 + 17 * 60 + 5;
+    action.extension = ".mp4";
+    auto spans = layout(rng, 30, 1400, 5, 40, 110, 20);
+    for (size_t k = 0; k < spans.size(); ++k)
+        b.camera(1, static_cast<int>(k) + 1, spans[k].first, spans[k].second).note = "end-dates";
+
+    // Cam 2 and 3: phones far from the speakers, both filming 600 to 700 s.
+    for (int c = 2; c <= 3; ++c) {
+        b.style(c).extension = ".mp4";
+        auto faint = [&](FilePlan& f) {
+            f.mics.front().gain = (c == 2 ? 0.12 : -0.1);
+            f.mics.front().hiss = 0.02;
+            f.note = "faint";
+        };
+        faint(b.camera(c, 1, c == 2 ? 595 : 605, 100));
+        faint(b.camera(c, 2, c == 2 ? 900 : 1000, 60));
+    }
+    // Cam 4: four seconds in the phones' stretch, heard clearly.
+    b.style(4).extension = ".mp4";
+    b.camera(4, 1, 641.3, 4.0, "court.mp4").note = "short-clip";
+
+    // One stretch recorded once, in four containers.
+    Microphone booth = Microphone::recorder(rng);
+    auto same = [&](FilePlan& f) {
+        f.mics = {booth};
+        f.sampleRate = 48000;
+        f.channels = 2;
+        f.note = "container";
+    };
+    same(b.recorder(4, "extrait.mp3", 300, 120));
+    FilePlan& opus = b.recorder(4, "extrait.mkv", 700, 120);
+    same(opus);
+    CameraStyle& mov = b.style(5);
+    mov.extension = ".mov";
+    mov.dated = false;
+    FilePlan& pcm = b.camera(5, 1, 300, 120, "extrait.mov");
+    same(pcm);
+    pcm.audioCodec = "pcm";
+    CameraStyle& mp4 = b.style(6);
+    mp4.extension = ".mp4";
+    mp4.dated = false;
+    same(b.camera(6, 1, 700, 120, "extrait.mp4"));
+    // The MP3 and the MOV hold the same recording, and so do the MKV and the MP4.
+
+    // Cam 7: filmed after every other device stopped, in the same track as
+    // the table's last minutes: its phrases are all over them, its moment
+    // is nowhere.
+    b.style(7).dated = false;
+    FilePlan& alone = b.camera(7, 1, 1458, 20, "seul.mp4");
+    alone.expect = "unsynced";
+    alone.note = "isolated";
+    return b.take();
+}
+
 using Maker = SetPlan (*)(Builder&);
 
 const std::vector<std::pair<std::string, Maker>>& makers() {
     static const std::vector<std::pair<std::string, Maker>> list = {
         {"tiny", tiny},     {"test", test},       {"demo", demo},        {"hard", hard}, {"hour", hour},
         {"nocorr", nocorr}, {"silent", silence}, {"longshort", longshort}, {"drops", drops},
-        {"covered", covered}};
+        {"covered", covered}, {"club", club}};
     return list;
 }
 

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Microphone.h"
@@ -36,6 +37,9 @@ struct FilePlan {
     int pcmBits = 16;
     std::vector<Microphone> mics;
     bool silent = false;                 // streams of digital silence
+    double drift = 0;                    // ppm its clock runs fast: it records the music slowed down
+    std::vector<std::pair<double, double>> gaps;  // file-time spans of digital silence
+    std::string audioCodec;              // "pcm" for PCM in a MOV; empty: the container's usual codec
     std::optional<int64_t> recordedAt;   // creation date, seconds since 1970 (UTC)
 
     // Files that are not encoded media.

@@ -1,6 +1,7 @@
 // Writing a planned set: music, microphones, encoding, then the truth file.
 #include "SetWriter.h"
 
+#include <algorithm>
 #include <chrono>
 #include <ctime>
 #include <fstream>
@@ -69,6 +70,23 @@ Status writeBytes(const fs::path& file, const std::string& bytes) {
     return Ok{};
 }
 
+// What a device whose clock runs `ppm` fast records from `start` on: its
+// sample i is heard at music time start + i / rate / (1 + ppm 1e-6), read
+// between the music's samples by linear interpolation.
+std::vector<float> slowed(const Music& music, double start, size_t count, double ppm) {
+    std::vector<float> out(count, 0.0f);
+    const double step = 1.0 / (1.0 + ppm * 1e-6);
+    const double first = start * music.rate;
+    for (size_t i = 0; i < count; ++i) {
+        double x = first + static_cast<double>(i) * step;
+        auto k = static_cast<size_t>(x);
+        if (k + 1 >= music.samples.size()) break;
+        float f = static_cast<float>(x - static_cast<double>(k));
+        out[i] = music.samples[k] + (music.samples[k + 1] - music.samples[k]) * f;
+    }
+    return out;
+}
+
 json::Json truthOf(const SetPlan& plan, const std::vector<std::optional<Music>>& musics) {
     json::Json j;
     j["seed"] = plan.seed;
@@ -90,6 +108,7 @@ json::Json truthOf(const SetPlan& plan, const std::vector<std::optional<Music>>&
         o["kind"] = f.kind == FileKind::camera ? "camera" : "audio";
         o["start"] = f.start;
         o["duration"] = f.duration;
+        if (f.drift != 0) o["drift"] = f.drift;
         o["sound"] = f.sound;
         bool filtered = false;
         for (const Microphone& m : f.mics) filtered = filtered || m.filtered();
@@ -161,14 +180,24 @@ Status writeSet(const SetPlan& plan, const fs::path& folder, std::ostream& log) 
                 auto count = static_cast<size_t>(std::llround(f.duration * rate));
                 first = std::min(first, music.samples.size());
                 count = std::min(count, music.samples.size() - first);
-                samples = f.mics[m].record(music.samples.data() + first, count, rate, f.channels);
+                if (f.drift != 0) {
+                    std::vector<float> heard = slowed(music, f.start, count, f.drift);
+                    samples = f.mics[m].record(heard.data(), heard.size(), rate, f.channels);
+                } else {
+                    samples = f.mics[m].record(music.samples.data() + first, count, rate, f.channels);
+                }
+                for (const auto& [from, to] : f.gaps) {
+                    auto a = std::min(samples.size(), static_cast<size_t>(std::llround(from * rate)) * f.channels);
+                    auto b = std::min(samples.size(), static_cast<size_t>(std::llround(to * rate)) * f.channels);
+                    std::fill(samples.begin() + static_cast<long>(a), samples.begin() + static_cast<long>(b), 0.0f);
+                }
             }
             fs::path temp = folder / cformat(".setgen-%zu-%zu.wav", i, m);
             temps.add(temp);
             if (Status s = writeFloatWav(temp, samples, f.channels, rate); !s) return s;
         }
 
-        SoundFormat sound{f.sampleRate, f.channels, f.pcmBits};
+        SoundFormat sound{f.sampleRate, f.channels, f.pcmBits, f.audioCodec == "pcm"};
         std::string date = f.recordedAt ? isoDate(*f.recordedAt) : std::string();
         Status encoded = Ok{};
         if (f.kind == FileKind::camera) {

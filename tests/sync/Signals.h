@@ -1,0 +1,53 @@
+// Signals made in memory for the placement tests: slices of one noise "set"
+// so true starts are known exactly, and entries ready for FolderSync::place.
+#pragma once
+
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include "base/SplitMix64.h"
+#include "sync/FolderSync.h"
+
+namespace qv::test {
+
+constexpr int kRate = 2000;
+
+inline std::vector<float> noise(uint64_t seed, double seconds, float amount = 1.0f) {
+    SplitMix64 rng(seed);
+    std::vector<float> x(static_cast<size_t>(std::llround(seconds * kRate)));
+    for (auto& v : x) v = amount * static_cast<float>(rng.unit() * 2 - 1);
+    return x;
+}
+
+inline std::vector<float> slice(const std::vector<float>& x, double from, double seconds) {
+    auto a = x.begin() + std::lround(from * kRate);
+    return std::vector<float>(a, a + std::lround(seconds * kRate));
+}
+
+inline FolderSync::Entry entry(int source, SourceKind kind, const std::string& name, std::vector<float> signal) {
+    FolderSync::Entry e;
+    e.sourceIndex = source;
+    e.kind = kind;
+    e.item.id = Uuid::make();
+    e.item.url = "/set/" + name;
+    e.item.duration = static_cast<double>(signal.size()) / kRate;
+    e.item.audioChannels = 1;
+    e.signal = std::move(signal);
+    return e;
+}
+
+inline SyncResult place(std::vector<FolderSync::Entry> entries, int threads = 1) {
+    FolderSync::Options options = FolderSync::defaultOptions();
+    options.trace = false;
+    options.threads = threads;
+    return FolderSync::place(std::move(entries), {}, nullptr, options);
+}
+
+inline const PlacedItem* find(const SyncResult& r, const std::string& name) {
+    for (const auto& p : r.placed)
+        if (p.item.fileName() == name) return &p;
+    return nullptr;
+}
+
+}  // namespace qv::test

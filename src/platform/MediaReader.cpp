@@ -172,6 +172,9 @@ Result<VideoReader> VideoReader::open(const std::filesystem::path& file) {
 
 Result<std::shared_ptr<const VideoPicture>> VideoReader::frameAt(double seconds) {
     State& s = *s_;
+    // Times on the set's line are sums of doubles: a time within a
+    // microsecond of a frame's start belongs to that frame.
+    seconds += 1e-6;
     // How far ahead decoding on beats a seek.
     constexpr double readAhead = 3.0;
     const bool before = s.current && seconds < s.current->start && !s.currentIsFirst;

@@ -125,6 +125,10 @@ Built build(const Job& job) {
         built.framing.push_back(f == job.framing.end() ? CameraFrame{} : f->second);
     }
 
+    // One renderer for the whole export, its cubes baked before the first frame.
+    built.looks = std::make_shared<LookRenderer>();
+    built.looks->update(job.looks);
+
     // Picture: the plans cut to the range.
     for (size_t k = 0; k < job.segments.size(); ++k) {
         const Segment& seg = job.segments[k];
@@ -188,9 +192,6 @@ Built build(const Job& job) {
         track.volume = apply(base, lo, std::move(ramps), std::vector<Step>(steps.begin() + 1, steps.end()));
         built.sound.push_back(std::move(track));
     }
-
-    built.looks = std::make_shared<LookRenderer>();
-    built.looks->update(job.looks);
     return built;
 }
 

@@ -32,6 +32,25 @@ struct Shared {
     bool readingDone = false;
     bool stop = false;
     std::optional<Error> failure;
+    std::vector<std::vector<uint8_t>> spare;  // encoded frames' buffers, for reuse
+
+    // A frame buffer of `bytes`, from the spares when one is left.
+    std::vector<uint8_t> buffer(size_t bytes) {
+        std::vector<uint8_t> b;
+        {
+            std::lock_guard guard(lock);
+            if (!spare.empty()) {
+                b = std::move(spare.back());
+                spare.pop_back();
+            }
+        }
+        b.resize(bytes);
+        return b;
+    }
+    void recycle(std::vector<uint8_t> b) {
+        std::lock_guard guard(lock);
+        spare.push_back(std::move(b));
+    }
 
     void fail(Error e) {
         std::lock_guard guard(lock);
@@ -123,6 +142,7 @@ Status run(const Built& built, media::MediaWriter& writer, Control& control) {
 
     // Filtering and placing.
     auto filter = [&] {
+        Image image;  // one buffer per worker, kept from frame to frame
         while (true) {
             Work work;
             {
@@ -132,13 +152,13 @@ Status run(const Built& built, media::MediaWriter& writer, Control& control) {
                 work = std::move(shared.todo.front());
                 shared.todo.pop_front();
             }
-            std::vector<uint8_t> frame(static_cast<size_t>(W) * H * 4);
+            std::vector<uint8_t> frame = shared.buffer(static_cast<size_t>(W) * H * 4);
             if (!work.picture) {
-                for (size_t i = 3; i < frame.size(); i += 4) frame[i] = 255;
+                for (size_t i = 0; i < frame.size(); i += 4) frame[i] = frame[i + 1] = frame[i + 2] = 0, frame[i + 3] = 255;
             } else {
                 const media::RgbaFrame& f = work.picture->frame;
                 const double t = built.frameTime(work.n);
-                Image image = Image::fromRgba8(f.pixels.data(), f.width, f.height, f.width * 4);
+                image.assignRgba8(f.pixels.data(), f.width, f.height, f.width * 4);
                 image = built.looks->process(std::move(image), work.plan->camera, t + built.lo);
                 VideoRender::compose(built, *work.plan, t, image, frame.data());
             }
@@ -165,6 +185,7 @@ Status run(const Built& built, media::MediaWriter& writer, Control& control) {
             shared.done.erase(n);
         }
         Status s = writer.writePicture(frame.data(), W * 4);
+        shared.recycle(std::move(frame));
         const int64_t a = std::llround(built.frameTime(n) * soundRate);
         const int64_t b = n + 1 == count ? soundEnd : std::llround(built.frameTime(n + 1) * soundRate);
         if (s && b > a) s = mixer.mix(a, b, sound);

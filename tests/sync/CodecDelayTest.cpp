@@ -4,6 +4,7 @@
 // priming its codec adds and whatever the container says of its start.
 #include <gtest/gtest.h>
 
+#include "base/Text.h"
 #include "platform/MediaTime.h"
 #include "support/Fixtures.h"
 #include "sync/AudioLoader.h"
@@ -74,7 +75,7 @@ TEST(CodecDelay, SoundBeforeThePictureIsCutAndSoundAfterItWaits) {
     for (double offset : {0.25, -0.25}) {
         const fs::path clip = dir / (offset > 0 ? "late.mov" : "early.mov");
         ASSERT_TRUE(test::ffmpeg({"-f", "lavfi", "-i", "color=c=red:s=64x36:r=25:d=10", "-itsoffset",
-                                  std::to_string(offset), "-i", wav.string(), "-c:v", "libx264", "-preset",
+                                  shortest(offset), "-i", wav.string(), "-c:v", "libx264", "-preset",
                                   "ultrafast", "-c:a", "pcm_s16le", clip.string()}));
         // MOV cuts early sound with an edit list: its first sound is then at 0.
         auto lead = media::soundLead(clip);

@@ -1,5 +1,7 @@
 #include "platform/DecodeLoop.h"
 
+#include <algorithm>
+
 namespace qv::ff {
 
 DecodeLoop::DecodeLoop(AVCodecContext* codec) : codec_(codec), frame_(av_frame_alloc()) {}
@@ -68,6 +70,26 @@ bool StreamDecoder::seek(int64_t timestamp) {
     int r = av_seek_frame(format_, stream_, timestamp, AVSEEK_FLAG_BACKWARD);
     loop_.reset();
     return r >= 0;
+}
+
+int channelsOf(const AVFrame* frame) { return std::max(1, frame->ch_layout.nb_channels); }
+
+SwrPtr openResampler(const AVFrame* frame, int channels, int rate) {
+    AVChannelLayout in{};
+    if (frame->ch_layout.order == AV_CHANNEL_ORDER_UNSPEC || frame->ch_layout.nb_channels <= 0)
+        av_channel_layout_default(&in, channelsOf(frame));
+    else
+        av_channel_layout_copy(&in, &frame->ch_layout);
+    AVChannelLayout out{};
+    av_channel_layout_default(&out, channels);
+    SwrContext* raw = nullptr;
+    int r = swr_alloc_set_opts2(&raw, &out, AV_SAMPLE_FMT_FLT, rate, &in, static_cast<AVSampleFormat>(frame->format),
+                                frame->sample_rate, 0, nullptr);
+    av_channel_layout_uninit(&in);
+    av_channel_layout_uninit(&out);
+    SwrPtr swr(raw);
+    if (r < 0 || !swr || swr_init(swr.get()) < 0) return nullptr;
+    return swr;
 }
 
 }  // namespace qv::ff

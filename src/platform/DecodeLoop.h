@@ -64,4 +64,12 @@ private:
     bool ended_ = false;
 };
 
+// A resampler from the format of decoded sound `frame` to interleaved floats
+// of `channels` channels at `rate`; null when it cannot be made. Frames
+// without a channel layout are taken as the usual layout of their count.
+SwrPtr openResampler(const AVFrame* frame, int channels, int rate);
+
+// The channel count of a decoded sound frame (at least 1).
+int channelsOf(const AVFrame* frame);
+
 }  // namespace qv::ff

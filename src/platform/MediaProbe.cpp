@@ -100,24 +100,8 @@ struct AudioLane {
     int outRate = 0;
 
     bool ensureResampler(const AVFrame* frame) {
-        if (swr) return true;
-        AVChannelLayout in{};
-        if (frame->ch_layout.order == AV_CHANNEL_ORDER_UNSPEC || frame->ch_layout.nb_channels <= 0)
-            av_channel_layout_default(&in, std::max(1, frame->ch_layout.nb_channels));
-        else
-            av_channel_layout_copy(&in, &frame->ch_layout);
-        AVChannelLayout mono = AV_CHANNEL_LAYOUT_MONO;
-        SwrContext* raw = nullptr;
-        int r = swr_alloc_set_opts2(&raw, &mono, AV_SAMPLE_FMT_FLT, outRate, &in,
-                                    static_cast<AVSampleFormat>(frame->format), frame->sample_rate, 0,
-                                    nullptr);
-        av_channel_layout_uninit(&in);
-        swr.reset(raw);
-        if (r < 0 || !swr || swr_init(swr.get()) < 0) {
-            swr.reset();
-            return false;
-        }
-        return true;
+        if (!swr) swr = ff::openResampler(frame, 1, outRate);
+        return swr != nullptr;
     }
 
     void take(const AVFrame* frame, const AVStream* stream) {

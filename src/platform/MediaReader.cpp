@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <functional>
 #include <limits>
 #include <vector>
 
@@ -54,14 +55,38 @@ RgbaFrame rotate(RgbaFrame in, int turns) {
 
 }  // namespace
 
-// ---------------------------------------------------------------- video
-
-struct VideoReader::State {
+// One stream of a file, open for decoding; the demuxer skips the others.
+struct OpenStream {
     std::filesystem::path file;
     ff::FormatPtr format;
     ff::CodecPtr codec;
     AVStream* stream = nullptr;
     std::unique_ptr<ff::StreamDecoder> decoder;
+
+    // The first stream `wanted` accepts; `missing` when there is none.
+    Status open(const std::filesystem::path& path, const std::function<bool(const AVStream*)>& wanted,
+                const Error& missing, int threads) {
+        file = path;
+        format = ff::openInput(path.string());
+        if (!format) return unreadable(path);
+        int si = -1;
+        for (unsigned i = 0; i < format->nb_streams; ++i) {
+            AVStream* st = format->streams[i];
+            if (si < 0 && wanted(st)) si = static_cast<int>(i);
+            else st->discard = AVDISCARD_ALL;
+        }
+        if (si < 0) return missing;
+        stream = format->streams[si];
+        codec = ff::openDecoder(stream, threads);
+        if (!codec) return unreadable(path);
+        decoder = std::make_unique<ff::StreamDecoder>(format.get(), si, codec.get());
+        return Ok{};
+    }
+};
+
+// ---------------------------------------------------------------- video
+
+struct VideoReader::State : OpenStream {
     ff::RgbaConverter converter;
     double origin = 0;
     double nominal = 0.04;  // one frame at the nominal rate
@@ -139,20 +164,8 @@ VideoReader& VideoReader::operator=(VideoReader&&) noexcept = default;
 
 Result<VideoReader> VideoReader::open(const std::filesystem::path& file) {
     auto s = std::make_unique<State>();
-    s->file = file;
-    s->format = ff::openInput(file.string());
-    if (!s->format) return unreadable(file);
-    int si = -1;
-    for (unsigned i = 0; i < s->format->nb_streams; ++i) {
-        AVStream* st = s->format->streams[i];
-        if (ff::isPictureStream(st) && si < 0) si = static_cast<int>(i);
-        else st->discard = AVDISCARD_ALL;  // lets the demuxer skip the rest
-    }
-    if (si < 0) return Error{file.filename().string() + " ne contient pas d'image."};
-    s->stream = s->format->streams[si];
-    s->codec = ff::openDecoder(s->stream, 2);
-    if (!s->codec) return unreadable(file);
-    s->decoder = std::make_unique<ff::StreamDecoder>(s->format.get(), si, s->codec.get());
+    if (Status st = s->open(file, ff::isPictureStream, Error{file.filename().string() + " ne contient pas d'image."}, 2); !st)
+        return st.error();
     s->origin = ff::timeZero(s->format.get(), 0);
     AVRational r = s->stream->avg_frame_rate.num > 0 ? s->stream->avg_frame_rate : s->stream->r_frame_rate;
     s->rate = r.num > 0 && r.den > 0 ? av_q2d(r) : 0;
@@ -187,12 +200,7 @@ double VideoReader::frameRate() const { return s_->rate; }
 
 // ---------------------------------------------------------------- sound
 
-struct AudioReader::State {
-    std::filesystem::path file;
-    ff::FormatPtr format;
-    ff::CodecPtr codec;
-    AVStream* stream = nullptr;
-    std::unique_ptr<ff::StreamDecoder> decoder;
+struct AudioReader::State : OpenStream {
     ff::SwrPtr swr;
     int rate = 48000;
     int channels = 2;
@@ -210,27 +218,11 @@ struct AudioReader::State {
 
     bool ensureResampler(const AVFrame* f) {
         if (swr) return true;
-        AVChannelLayout in{};
-        if (f->ch_layout.order == AV_CHANNEL_ORDER_UNSPEC || f->ch_layout.nb_channels <= 0)
-            av_channel_layout_default(&in, std::max(1, f->ch_layout.nb_channels));
-        else
-            av_channel_layout_copy(&in, &f->ch_layout);
         // Mono goes to both sides at full level (not as a centre at -3 dB):
         // resampled as one channel and copied.
-        spread = in.nb_channels == 1 && channels == 2;
-        AVChannelLayout out{};
-        av_channel_layout_default(&out, spread ? 1 : channels);
-        SwrContext* raw = nullptr;
-        int r = swr_alloc_set_opts2(&raw, &out, AV_SAMPLE_FMT_FLT, rate, &in, static_cast<AVSampleFormat>(f->format),
-                                    f->sample_rate, 0, nullptr);
-        av_channel_layout_uninit(&in);
-        av_channel_layout_uninit(&out);
-        swr.reset(raw);
-        if (r < 0 || !swr || swr_init(swr.get()) < 0) {
-            swr.reset();
-            return false;
-        }
-        return true;
+        spread = ff::channelsOf(f) == 1 && channels == 2;
+        swr = ff::openResampler(f, spread ? 1 : channels, rate);
+        return swr != nullptr;
     }
 
     void append(const uint8_t** in, int inCount) {
@@ -291,22 +283,11 @@ AudioReader& AudioReader::operator=(AudioReader&&) noexcept = default;
 
 Result<AudioReader> AudioReader::open(const std::filesystem::path& file, int rate, int channels) {
     auto s = std::make_unique<State>();
-    s->file = file;
     s->rate = rate;
     s->channels = std::clamp(channels, 1, 2);
-    s->format = ff::openInput(file.string());
-    if (!s->format) return unreadable(file);
-    int si = -1;
-    for (unsigned i = 0; i < s->format->nb_streams; ++i) {
-        AVStream* st = s->format->streams[i];
-        if (st->codecpar->codec_type == AVMEDIA_TYPE_AUDIO && si < 0) si = static_cast<int>(i);
-        else st->discard = AVDISCARD_ALL;
-    }
-    if (si < 0) return Error{"Impossible de lire l'audio de " + file.filename().string() + "."};
-    s->stream = s->format->streams[si];
-    s->codec = ff::openDecoder(s->stream);
-    if (!s->codec) return unreadable(file);
-    s->decoder = std::make_unique<ff::StreamDecoder>(s->format.get(), si, s->codec.get());
+    auto isSound = [](const AVStream* st) { return st->codecpar->codec_type == AVMEDIA_TYPE_AUDIO; };
+    if (Status st = s->open(file, isSound, Error{"Impossible de lire l'audio de " + file.filename().string() + "."}, 1); !st)
+        return st.error();
     bool picture = false;
     for (unsigned i = 0; i < s->format->nb_streams; ++i) picture = picture || ff::isPictureStream(s->format->streams[i]);
     if (picture) {

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <fstream>
 
 #include "playback/SourceTimeline.h"
 #include "support/Fixtures.h"
@@ -116,6 +117,31 @@ TEST_F(SourceReaderFiles, SoundComesAtItsPlaceAtAnyRateAndReadsTheSameAfterASeek
     // Past the file: silence.
     ASSERT_TRUE(reader.sound(std::llround(5.5 * 48000), 10, 48000, 2, out.data()).ok());
     EXPECT_EQ(out[5], 0.0f);
+}
+
+TEST_F(SourceReaderFiles, RotationMetadataTurnsThePictureAsFfmpegDoes) {
+    // A white corner on black, stored turned a quarter (MOV rotation tag).
+    fs::path flat = dir_ / "flat.mp4", turned = dir_ / "turned.mov", raw = dir_ / "turned.rgba";
+    ASSERT_TRUE(test::ffmpeg({"-f", "lavfi", "-i", "color=black:s=64x32:r=25:d=1", "-vf",
+                              "drawbox=x=0:y=0:w=16:h=8:color=white:t=fill", "-c:v", "libx264", "-crf", "0",
+                              "-pix_fmt", "yuv444p", flat.string()}));
+    ASSERT_TRUE(test::ffmpeg({"-i", flat.string(), "-c", "copy", "-metadata:s:v:0", "rotate=90", turned.string()}));
+    ASSERT_TRUE(test::ffmpeg({"-i", turned.string(), "-frames:v", "1", "-f", "rawvideo", "-pix_fmt", "rgba", raw.string()}));
+    auto reader = media::VideoReader::open(turned);
+    ASSERT_TRUE(reader.ok());
+    EXPECT_EQ(reader->width(), 32);
+    EXPECT_EQ(reader->height(), 64);
+    auto pic = reader->frameAt(0.1);
+    ASSERT_TRUE(pic.ok());
+    const auto& f = (*pic)->frame;
+    ASSERT_EQ(f.width, 32);
+    ASSERT_EQ(f.height, 64);
+    std::ifstream in(raw, std::ios::binary);
+    std::string want((std::istreambuf_iterator<char>(in)), {});
+    ASSERT_EQ(want.size(), f.pixels.size());
+    int wrong = 0;
+    for (size_t i = 0; i < want.size(); i += 4) wrong += std::abs(static_cast<uint8_t>(want[i]) - f.pixels[i]) > 64;
+    EXPECT_EQ(wrong, 0);
 }
 
 TEST_F(SourceReaderFiles, SoundIsReadFromTheFilesTimeZeroWhereverItsStreamStarts) {

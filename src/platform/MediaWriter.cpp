@@ -115,8 +115,8 @@ Result<MediaWriter> MediaWriter::create(const std::filesystem::path& file, const
     av_log_set_level(AV_LOG_QUIET);
     auto s = std::make_unique<State>();
     s->settings = settings;
-    s->settings.width += s->settings.width % 2;
-    s->settings.height += s->settings.height % 2;
+    if (settings.width <= 0 || settings.height <= 0 || settings.width % 2 || settings.height % 2)
+        return Error{"taille d'image impossible à encoder."};
     const WriterSettings& set = s->settings;
     const bool prores = set.encoding == VideoEncoding::prores;
     const Error missing{"Cet ordinateur ne sait pas exporter en " + set.label};

@@ -21,7 +21,7 @@ enum class VideoEncoding { h264, hevc, prores };
 
 struct WriterSettings {
     VideoEncoding encoding = VideoEncoding::h264;
-    int width = 1920, height = 1080;  // even sizes; odd ones are rounded up
+    int width = 1920, height = 1080;  // even: 4:2:0 pictures need it
     int rateNum = 25, rateDen = 1;    // frames per second as a fraction
     int sampleRate = 48000;
     int channels = 2;                 // 0: no sound stream

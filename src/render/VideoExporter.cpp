@@ -58,6 +58,11 @@ fs::path VideoExporter::partialFile(const fs::path& target) {
 }
 
 void VideoExporter::start(VideoRender::Job job, VideoCodec codec, fs::path to, bool retry, Done done) {
+    if (running_) {
+        // One export at a time: the second is told so and the first goes on.
+        scheduler_.schedule(0, [done = std::move(done)] { done(Error{"Un export vidéo est déjà en cours."}); });
+        return;
+    }
     const std::string label = rawValue(codec);
     const media::VideoEncoding encoding = encodingOf(codec);
     if (!media::MediaWriter::available(encoding)) {

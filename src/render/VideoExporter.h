@@ -36,6 +36,7 @@ public:
     VideoExporter& operator=(const VideoExporter&) = delete;
 
     // A failure other than a cancellation retries once when `retry` is true.
+    // A start while another export runs fails at once and leaves it running.
     // A missing encoder fails at once with "Cet ordinateur ne sait pas
     // exporter en {codec label}" and writes nothing. A cancellation ends with
     // the error RenderPipeline::cancelledMessage.

@@ -113,8 +113,12 @@ Built build(const Job& job) {
     built.rateDen = built.rate.ntsc ? 1001 : 1;
     built.frameCount = std::max<int64_t>(0, std::llround((hi - lo) * built.rateNum / built.rateDen));
     const PixelSize size = outputSize(job);
+    // Encoders of 4:2:0 pictures want even sizes: an odd source size gains
+    // a line of black.
     built.width = static_cast<int>(std::lround(size.width));
     built.height = static_cast<int>(std::lround(size.height));
+    built.width += built.width % 2;
+    built.height += built.height % 2;
     built.effects = job.effects;
     built.cameraSources = job.cameraSources;
 

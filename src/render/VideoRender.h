@@ -94,7 +94,7 @@ struct Plan {
 };
 
 struct Built {
-    int width = 1920, height = 1080;
+    int width = 1920, height = 1080;  // outputSize, made even
     PremiereExport::SequenceRate rate;
     int rateNum = 25, rateDen = 1;  // frame rate as a fraction
     double lo = 0, hi = 0;

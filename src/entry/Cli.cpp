@@ -22,6 +22,7 @@
 #include "base/Text.h"
 #include "edit/AutoEditor.h"
 #include "edit/Cut.h"
+#include "entry/CliVideo.h"
 #include "export/PremiereExport.h"
 #include "music/DropDetector.h"
 #include "platform/Paths.h"
@@ -102,19 +103,25 @@ std::vector<int> cameraSourceIndices(const std::vector<MediaSource>& sources) {
     return cameras;
 }
 
+// The automatic editor's edit of the whole set: 2 to 6 s, on the beat,
+// faster on drops, seed 1.
+std::vector<Cut> autoCuts(const std::vector<MediaSource>& sources, const SyncResult& result) {
+    std::vector<int> cameras = cameraSourceIndices(sources);
+    std::set<int> allowed;
+    for (size_t c = 0; c < cameras.size(); ++c) allowed.insert(static_cast<int>(c));
+    return AutoEditor::generate({0, result.duration()}, AutoEditor::cameraRanges(result, cameras), allowed,
+                                DropDetector::detect(result, sources, 0.5), DropDetector::onsets(result, sources),
+                                AutoSettings{}, {});
+}
+
 // The automatic editor's statistics: how long its plans are, and the faults
 // an editor would see (a camera following itself, a plan with no picture).
 void printAutoStatistics(const std::vector<MediaSource>& sources, const SyncResult& result, std::ostream& out) {
     std::vector<int> cameras = cameraSourceIndices(sources);
     auto ranges = AutoEditor::cameraRanges(result, cameras);
     auto drops = DropDetector::detect(result, sources, 0.5);
-    auto onsets = DropDetector::onsets(result, sources);
-    std::set<int> allowed;
-    for (size_t c = 0; c < cameras.size(); ++c) allowed.insert(static_cast<int>(c));
-    AutoSettings settings;  // 2 to 6 s, on the beat, faster on drops, seed 1
     const double duration = result.duration();
-    auto cuts = AutoEditor::generate({0, duration}, ranges, allowed, drops, onsets, settings, {});
-    auto plans = Segment::build(cuts, duration);
+    auto plans = Segment::build(autoCuts(sources, result), duration);
 
     double shortest = 0, longest = 0, total = 0, afterDropTotal = 0;
     int sameCamera = 0, withoutPicture = 0, afterDrop = 0;
@@ -191,7 +198,7 @@ struct Options {
     std::set<std::string> flags;
 };
 
-const std::set<std::string> valueOptions = {"--montage", "--range", "--format", "--cadrage"};
+const std::set<std::string> valueOptions = {"--montage", "--range", "--format", "--cadrage", "--video", "--codec"};
 const std::set<std::string> flagOptions = {"--drops", "--auto", "--effets", "--son-tout", "--son-camera"};
 
 // Options may stand anywhere, before the folder too; what is not understood
@@ -215,10 +222,12 @@ Options readOptions(const std::vector<std::string>& args, std::ostream& err) {
             err << "Argument en trop ignoré : " << terminalSafe(a) << "\n";
         }
     }
-    if (!o.values.count("--montage"))
+    // The edit's options shape a montage XML or a finished video; alone they do nothing.
+    if (!o.values.count("--montage") && !o.values.count("--video"))
         for (const char* only : {"--range", "--format", "--cadrage", "--effets", "--son-tout", "--son-camera"})
             if (o.values.count(only) || o.flags.count(only))
                 err << "Option ignorée sans --montage : " << only << "\n";
+    if (o.values.count("--codec") && !o.values.count("--video")) err << "Option ignorée sans --video : --codec\n";
     return o;
 }
 
@@ -235,60 +244,66 @@ std::optional<double> finiteNumber(std::string_view text) {
     return v;
 }
 
-std::string montage(const Options& args, const std::string& setName, const std::vector<MediaSource>& sources,
-                    const SyncResult& result, const std::string& cutsText, std::ostream& out, std::ostream& err) {
+// The edit the options ask for, shared by the XML and the video: the
+// `--montage` cuts, else the automatic edit with `--auto`, else none (one
+// plan on the first camera). What cannot be used is said on `err`.
+VideoRequest editOf(const Options& args, const std::vector<MediaSource>& sources, const SyncResult& result,
+                    std::ostream& err) {
+    VideoRequest edit;
     const double duration = result.duration();
     std::vector<std::string> warnings;
-    std::vector<Cut> cuts = parseCuts(cutsText, &warnings);
-    TimeRange range = parseRange(valueOf(args, "--range"), duration, &warnings);
+    if (auto cutsText = valueOf(args, "--montage")) edit.cuts = parseCuts(*cutsText, &warnings);
+    else if (args.flags.count("--auto")) edit.cuts = autoCuts(sources, result);
+    edit.range = parseRange(valueOf(args, "--range"), duration, &warnings);
     for (const auto& w : warnings) err << w << "\n";
 
     const std::vector<int> cameras = cameraSourceIndices(sources);
     std::set<int> missing;
-    for (const Cut& c : cuts)
+    for (const Cut& c : edit.cuts)
         if (c.camera < 0 || static_cast<size_t>(c.camera) >= cameras.size()) missing.insert(c.camera + 1);
     for (int n : missing)
         err << "Caméra " << n << " inexistante dans --montage : le set a " << cameras.size() << " caméra"
             << (cameras.size() > 1 ? "s" : "") << "\n";
 
-    AudioSettings audio;
-    if (args.flags.count("--son-tout")) audio.mode = AudioSettings::Mode::all;
-    if (args.flags.count("--son-camera")) audio.mode = AudioSettings::Mode::camera;
-    audio.rushFade = 1.0;
-    audio.cutFade = true;
-    audio.masterDb = 0;
+    if (args.flags.count("--son-tout")) edit.audio.mode = AudioSettings::Mode::all;
+    if (args.flags.count("--son-camera")) edit.audio.mode = AudioSettings::Mode::camera;
+    edit.audio.rushFade = 1.0;
+    edit.audio.cutFade = true;
+    edit.audio.masterDb = 0;
 
-    OutputFormat format = OutputFormat::landscape;
     if (auto raw = valueOf(args, "--format")) {
         auto known = outputFormatFromRaw(*raw);
         if (!known) err << "Format inconnu ignoré : " << terminalSafe(*raw) << " (16:9 est pris)\n";
-        format = known.value_or(OutputFormat::landscape);
+        edit.format = known.value_or(OutputFormat::landscape);
     }
-    std::map<Uuid, CameraFrame> framing;
     if (auto raw = valueOf(args, "--cadrage")) {
         if (auto x = finiteNumber(*raw)) {
             for (const auto& s : sources)
-                if (s.kind == SourceKind::camera) framing[s.id] = CameraFrame{1.0, *x, 0.0};
+                if (s.kind == SourceKind::camera) edit.framing[s.id] = CameraFrame{1.0, *x, 0.0};
         } else {
             err << "Valeur de --cadrage ignorée : " << terminalSafe(*raw) << " (un nombre est attendu)\n";
         }
     }
 
-    const EffectSettings effects;
     const bool drawn = args.flags.count("--effets") > 0;
-    auto effectFor = [&](const Segment& plan) {
+    edit.effectFor = [effects = edit.effects, drawn](const Segment& plan) {
         if (!drawn) return ResolvedEffect{};
         EffectCameras cameras;
         cameras.zoom = true;
         cameras.shake = plan.camera % 2 == 1;
         return MotionFX::resolve(PlanEffect::automatic, PlanLooks{}, plan.start, cameras, effects);
     };
+    return edit;
+}
 
+std::string montage(const VideoRequest& edit, const std::string& setName, const std::vector<MediaSource>& sources,
+                    const SyncResult& result, std::ostream& out) {
+    const double duration = result.duration();
     std::string document = PremiereExport::makeMontageXML(
-        setName + " - MONTAGE", sources, result, Segment::build(cuts, duration), cameras, range, {}, {}, audio,
-        effects, effectFor, format, framing, false);
-    out << "Montage : " << cuts.size() << " coupes, plage " << shortest(range.start) << "-" << shortest(range.end)
-        << " s\n";
+        setName + " - MONTAGE", sources, result, Segment::build(edit.cuts, duration), cameraSourceIndices(sources),
+        edit.range, {}, {}, edit.audio, edit.effects, edit.effectFor, edit.format, edit.framing, false);
+    out << "Montage : " << edit.cuts.size() << " coupes, plage " << shortest(edit.range.start) << "-"
+        << shortest(edit.range.end) << " s\n";
     return document;
 }
 
@@ -400,13 +415,26 @@ int run(const std::vector<std::string>& arguments, std::ostream& out, std::ostre
     if (options.flags.count("--auto")) printAutoStatistics(sources, result, out);
     if (options.flags.count("--drops")) printDrops(sources, result, out);
 
+    VideoRequest edit = editOf(options, sources, result, err);
     std::string document;
-    if (auto cutsText = valueOf(options, "--montage"))
-        document = montage(options, folderName(folder), sources, result, *cutsText, out, err);
+    if (valueOf(options, "--montage"))
+        document = montage(edit, folderName(folder), sources, result, out);
     else
         document = PremiereExport::makeXML(folderName(folder) + " - SYNC", sources, result, {}, {});
     out.flush();
-    return writeOutput(output, outputText, document, out);
+    int status = writeOutput(output, outputText, document, out);
+    if (status != 0) return status;
+
+    // The finished video of the same edit.
+    if (auto video = valueOf(options, "--video")) {
+        edit.file = *video;
+        edit.codec = valueOf(options, "--codec").value_or("");
+        edit.sources = sources;
+        edit.result = result;
+        status = exportVideo(std::move(edit), out, [&](double f, const std::string& text) { bar.show(f, text); });
+        bar.finish();
+    }
+    return status;
 }
 
 }  // namespace qv::CLI

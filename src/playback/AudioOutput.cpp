@@ -23,7 +23,8 @@ SilentAudioOutput::SilentAudioOutput(TimeSource now, int sampleRate, int channel
 void SilentAudioOutput::advance() {
     if (!playing_) return;
     double t = now_();
-    auto due = static_cast<int64_t>(std::floor(anchorPlayed_ + (t - anchorTime_) * rate_)) - played_;
+    // The epsilon keeps 0.2 s at 1000 Hz from reading as 199.9999 frames.
+    auto due = static_cast<int64_t>(std::floor(anchorPlayed_ + (t - anchorTime_) * rate_ + 1e-6)) - played_;
     if (due <= 0) return;
     auto take = static_cast<size_t>(std::min<int64_t>(due, static_cast<int64_t>(queued_)));
     for (size_t i = 0; i < take; ++i) {

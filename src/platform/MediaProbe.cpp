@@ -4,6 +4,7 @@
 #include <ctime>
 #include <string>
 
+#include "platform/DecodeLoop.h"
 #include "platform/FfmpegPtr.h"
 
 namespace qv::media {
@@ -95,6 +96,7 @@ namespace {
 struct AudioLane {
     int streamIndex = 0;
     ff::CodecPtr codec;
+    std::unique_ptr<ff::DecodeLoop> loop;  // over `codec`, so declared after it
     ff::SwrPtr swr;
     std::vector<float> samples;
     bool started = false;
@@ -153,16 +155,10 @@ struct AudioLane {
     }
 };
 
-// The send/receive loop, written once: feeds one packet (or null to flush)
-// and hands every frame it yields to the lane.
-void decodePacket(AudioLane& lane, const AVStream* stream, const AVPacket* packet, AVFrame* frame) {
-    if (avcodec_send_packet(lane.codec.get(), packet) < 0 && packet) return;  // damaged packet: skip
-    while (true) {
-        int r = avcodec_receive_frame(lane.codec.get(), frame);
-        if (r < 0) break;  // EAGAIN, EOF or a broken frame: nothing more now
-        lane.take(frame, stream);
-        av_frame_unref(frame);
-    }
+// Feeds one packet (or null to flush) through the lane's decode loop.
+void decodePacket(AudioLane& lane, const AVStream* stream, const AVPacket* packet) {
+    if (!lane.loop) lane.loop = std::make_unique<ff::DecodeLoop>(lane.codec.get());
+    lane.loop->decode(packet, [&](AVFrame* f) { lane.take(f, stream); });  // a damaged packet is skipped
 }
 
 }  // namespace
@@ -199,8 +195,7 @@ Result<std::vector<float>> decodeMonoAudio(const std::filesystem::path& file, in
     for (size_t k = 0; k < lanes.size(); ++k) laneOf[static_cast<size_t>(lanes[k].streamIndex)] = static_cast<int>(k);
 
     ff::PacketPtr packet(av_packet_alloc());
-    ff::FramePtr frame(av_frame_alloc());
-    if (!packet || !frame) return unreadable;
+    if (!packet) return unreadable;
 
     int failures = 0;
     while (true) {
@@ -213,11 +208,11 @@ Result<std::vector<float>> decodeMonoAudio(const std::filesystem::path& file, in
             break;
         }
         int lane = packet->stream_index < static_cast<int>(laneOf.size()) ? laneOf[static_cast<size_t>(packet->stream_index)] : -1;
-        if (lane >= 0) decodePacket(lanes[static_cast<size_t>(lane)], ctx->streams[packet->stream_index], packet.get(), frame.get());
+        if (lane >= 0) decodePacket(lanes[static_cast<size_t>(lane)], ctx->streams[packet->stream_index], packet.get());
         av_packet_unref(packet.get());
     }
     for (auto& lane : lanes) {
-        decodePacket(lane, ctx->streams[lane.streamIndex], nullptr, frame.get());
+        decodePacket(lane, ctx->streams[lane.streamIndex], nullptr);
         lane.drain();
     }
 

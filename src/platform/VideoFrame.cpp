@@ -4,56 +4,17 @@
 #include <cstring>
 #include <string_view>
 
+#include "platform/DecodeLoop.h"
 #include "platform/FfmpegPtr.h"
 #include "platform/Paths.h"
-
-extern "C" {
-#include <libswscale/swscale.h>
-}
+#include "platform/RgbaConverter.h"
 
 namespace qv::media {
 
 namespace {
 
-struct SwsFreer {
-    void operator()(SwsContext* s) const { sws_freeContext(s); }
-};
-using SwsPtr = std::unique_ptr<SwsContext, SwsFreer>;
-
 Error cannotRead(const std::filesystem::path& file) {
     return Error{"Impossible de lire une image de " + file.filename().string() + "."};
-}
-
-// YUV pictures carry their matrix; untagged ones follow the usual rule of
-// BT.709 from HD up and BT.601 below.
-int swsColorspace(const AVFrame* f) {
-    switch (f->colorspace) {
-        case AVCOL_SPC_BT709: return SWS_CS_ITU709;
-        case AVCOL_SPC_BT2020_NCL:
-        case AVCOL_SPC_BT2020_CL: return SWS_CS_BT2020;
-        case AVCOL_SPC_SMPTE170M:
-        case AVCOL_SPC_BT470BG: return SWS_CS_ITU601;
-        default: return f->height >= 720 ? SWS_CS_ITU709 : SWS_CS_ITU601;
-    }
-}
-
-Result<RgbaFrame> toRgba(const AVFrame* f) {
-    RgbaFrame out;
-    out.width = f->width;
-    out.height = f->height;
-    if (out.width <= 0 || out.height <= 0) return Error{"Image vide."};
-    SwsPtr sws(sws_getContext(f->width, f->height, static_cast<AVPixelFormat>(f->format), f->width, f->height,
-                              AV_PIX_FMT_RGBA, SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT, nullptr,
-                              nullptr, nullptr));
-    if (!sws) return Error{"Format d'image non pris en charge."};
-    int fullRange = f->color_range == AVCOL_RANGE_JPEG ? 1 : 0;
-    sws_setColorspaceDetails(sws.get(), sws_getCoefficients(swsColorspace(f)), fullRange,
-                             sws_getCoefficients(SWS_CS_DEFAULT), 1, 0, 1 << 16, 1 << 16);
-    out.pixels.resize(static_cast<size_t>(out.width) * out.height * 4);
-    uint8_t* dst[4] = {out.pixels.data(), nullptr, nullptr, nullptr};
-    int dstStride[4] = {out.width * 4, 0, 0, 0};
-    sws_scale(sws.get(), f->data, f->linesize, 0, f->height, dst, dstStride);
-    return out;
 }
 
 }  // namespace
@@ -71,42 +32,21 @@ Result<RgbaFrame> decodeVideoFrame(const std::filesystem::path& file, double sec
     int64_t target = start + av_rescale_q(std::llround(std::max(seconds, 0.0) * AV_TIME_BASE), AV_TIME_BASE_Q,
                                           stream->time_base);
     // A failed seek just means decoding from the start.
-    if (target > start) av_seek_frame(ctx.get(), si, target, AVSEEK_FLAG_BACKWARD);
-
-    ff::FramePtr frame(av_frame_alloc());
-    ff::FramePtr kept(av_frame_alloc());
-    ff::PacketPtr packet(av_packet_alloc());
-    if (!frame || !kept || !packet) return cannotRead(file);
-    bool have = false;
-    bool done = false;
-
+    ff::StreamDecoder decoder(ctx.get(), si, dec.get());
+    if (target > start) decoder.seek(target);
     // Keeps the latest frame at or before the target; the first frame stands
     // in when even it starts later.
-    auto drain = [&] {
-        while (!done) {
-            if (avcodec_receive_frame(dec.get(), frame.get()) < 0) return;
-            int64_t pts = frame->best_effort_timestamp;
-            if (have && pts != AV_NOPTS_VALUE && pts > target) {
-                done = true;
-                return;
-            }
-            av_frame_unref(kept.get());
-            av_frame_move_ref(kept.get(), frame.get());
-            have = true;
-            if (pts != AV_NOPTS_VALUE && pts >= target) done = true;
-        }
-    };
-
-    while (!done && av_read_frame(ctx.get(), packet.get()) >= 0) {
-        if (packet->stream_index == si && avcodec_send_packet(dec.get(), packet.get()) >= 0) drain();
-        av_packet_unref(packet.get());
-    }
-    if (!done) {
-        avcodec_send_packet(dec.get(), nullptr);
-        drain();
+    ff::FramePtr kept;
+    bool have = false;
+    while (ff::FramePtr frame = decoder.next()) {
+        int64_t pts = frame->best_effort_timestamp;
+        if (have && pts != AV_NOPTS_VALUE && pts > target) break;
+        kept = std::move(frame);
+        have = true;
+        if (pts != AV_NOPTS_VALUE && pts >= target) break;
     }
     if (!have) return cannotRead(file);
-    return toRgba(kept.get());
+    return ff::RgbaConverter().convert(kept.get());
 }
 
 Status writePng(const std::filesystem::path& file, const RgbaFrame& frame) {

@@ -7,7 +7,6 @@
 #include <charconv>
 
 #include "base/Text.h"
-#include "persistence/SyncCache.h"
 #include "platform/Paths.h"
 
 namespace fs = std::filesystem;
@@ -35,9 +34,11 @@ ProxyCache::ProxyCache(fs::path folder) : folder_(std::move(folder)) {}
 fs::path ProxyCache::defaultFolder() { return paths::cacheHome() / "quorvel" / "proxies"; }
 
 std::optional<fs::path> ProxyCache::pathFor(const fs::path& file) const {
-    auto stamp = SyncCache::FileStamp::of(file);
-    if (!stamp) return std::nullopt;
-    std::string state = cformat("%lld %.9f", static_cast<long long>(stamp->size), stamp->modified);
+    std::error_code sizeError, timeError;
+    auto size = fs::file_size(file, sizeError);
+    auto modified = fs::last_write_time(file, timeError);
+    if (sizeError || timeError) return std::nullopt;
+    std::string state = std::to_string(size) + " " + std::to_string(modified.time_since_epoch().count());
     return folder_ / (pathKey(file) + "-" + hex(fnv1a(state)) + ".mp4");
 }
 

@@ -1,0 +1,73 @@
+#include "platform/DecodeLoop.h"
+
+namespace qv::ff {
+
+DecodeLoop::DecodeLoop(AVCodecContext* codec) : codec_(codec), frame_(av_frame_alloc()) {}
+
+DecodeLoop::Status DecodeLoop::decode(const AVPacket* packet, const std::function<void(AVFrame*)>& onFrame) {
+    if (!frame_) return Status::decodeFailed;
+    bool sent = false;
+    while (true) {
+        int r = avcodec_send_packet(codec_, packet);
+        if (r >= 0) sent = true;
+        else if (r == AVERROR_EOF) sent = true;  // already flushed: only draining is left
+        else if (r != AVERROR(EAGAIN)) return Status::sendFailed;
+        // Drain what the codec holds; with EAGAIN above, this makes room.
+        while (true) {
+            int got = avcodec_receive_frame(codec_, frame_.get());
+            if (got == AVERROR(EAGAIN)) break;
+            if (got == AVERROR_EOF) return Status::endOfStream;
+            if (got < 0) return Status::decodeFailed;
+            onFrame(frame_.get());
+            av_frame_unref(frame_.get());
+        }
+        if (sent) return Status::okay;
+    }
+}
+
+void DecodeLoop::reset() { avcodec_flush_buffers(codec_); }
+
+StreamDecoder::StreamDecoder(AVFormatContext* format, int streamIndex, AVCodecContext* codec)
+    : format_(format), stream_(streamIndex), loop_(codec), packet_(av_packet_alloc()) {}
+
+FramePtr StreamDecoder::next() {
+    auto keep = [this](AVFrame* f) {
+        if (AVFrame* copy = av_frame_clone(f)) ready_.emplace_back(copy);
+    };
+    int failures = 0;
+    while (ready_.empty() && !ended_ && packet_) {
+        if (flushed_) {
+            if (loop_.decode(nullptr, keep) != DecodeLoop::Status::okay) ended_ = true;
+            if (ready_.empty()) ended_ = true;
+            break;
+        }
+        int r = av_read_frame(format_, packet_.get());
+        if (r == AVERROR(EAGAIN)) continue;
+        if (r < 0) {
+            // A broken stretch of a damaged file: read on a little, then end.
+            if (r != AVERROR_EOF && ++failures < 16 && !avio_feof(format_->pb)) continue;
+            flushed_ = true;
+            continue;
+        }
+        if (packet_->stream_index == stream_) {
+            DecodeLoop::Status s = loop_.decode(packet_.get(), keep);
+            if (s == DecodeLoop::Status::endOfStream) ended_ = true;
+        }
+        av_packet_unref(packet_.get());
+    }
+    if (ready_.empty()) return nullptr;
+    FramePtr f = std::move(ready_.front());
+    ready_.pop_front();
+    return f;
+}
+
+bool StreamDecoder::seek(int64_t timestamp) {
+    ready_.clear();
+    flushed_ = false;
+    ended_ = false;
+    int r = av_seek_frame(format_, stream_, timestamp, AVSEEK_FLAG_BACKWARD);
+    loop_.reset();
+    return r >= 0;
+}
+
+}  // namespace qv::ff

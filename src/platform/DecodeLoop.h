@@ -1,0 +1,67 @@
+// The send/receive decode loop, written once for every reader of the
+// program (the sync's sound, the per-source readers, the export). Private to
+// the platform layer: it speaks FFmpeg types.
+//
+// `decode` feeds one packet, or null to flush at the end of the stream, and
+// hands every frame the codec then yields to `onFrame`. EAGAIN and EOF are
+// the codec's normal answers, not errors: a full input queue is drained and
+// the packet sent again; EOF after a flush reports `endOfStream`.
+#pragma once
+
+#include <deque>
+#include <functional>
+
+#include "platform/FfmpegPtr.h"
+
+namespace qv::ff {
+
+class DecodeLoop {
+public:
+    enum class Status {
+        okay,             // the packet went in; every frame ready was handed over
+        endOfStream,      // flushed and drained: nothing more will come
+        sendFailed,       // the codec refused the packet (damaged data)
+        decodeFailed,     // the codec failed on a frame
+    };
+
+    // `codec` must outlive the loop; the loop never owns it.
+    explicit DecodeLoop(AVCodecContext* codec);
+
+    // `onFrame` receives frames the loop still owns: take a reference
+    // (av_frame_ref, av_frame_clone) to keep one beyond the call.
+    Status decode(const AVPacket* packet, const std::function<void(AVFrame*)>& onFrame);
+
+    // Drops everything buffered in the codec, after a seek.
+    void reset();
+
+private:
+    AVCodecContext* codec_;
+    FramePtr frame_;
+};
+
+// Pull side of the loop over one stream of an open file: `next` returns the
+// following decoded frame, reading and decoding packets as needed. Damaged
+// packets are skipped (a run of them ends the stream early); `seek` moves
+// to the key frame at or before a stream time stamp.
+class StreamDecoder {
+public:
+    StreamDecoder(AVFormatContext* format, int streamIndex, AVCodecContext* codec);
+
+    // A frame the caller now owns, or null at the end of the stream.
+    FramePtr next();
+    // Seeks so that decoding starts at or before `timestamp` (stream time
+    // base); false when the demuxer could not seek.
+    bool seek(int64_t timestamp);
+    bool ended() const { return ended_; }
+
+private:
+    AVFormatContext* format_;
+    int stream_;
+    DecodeLoop loop_;
+    PacketPtr packet_;
+    std::deque<FramePtr> ready_;
+    bool flushed_ = false;
+    bool ended_ = false;
+};
+
+}  // namespace qv::ff

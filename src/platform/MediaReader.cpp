@@ -1,0 +1,337 @@
+#include "platform/MediaReader.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <vector>
+
+#include "platform/DecodeLoop.h"
+#include "platform/FfmpegPtr.h"
+#include "platform/RgbaConverter.h"
+
+namespace qv::media {
+
+namespace {
+
+Error unreadable(const std::filesystem::path& file) {
+    return Error{"Impossible de lire " + file.filename().string() + "."};
+}
+
+// The container's start: time 0 of the file for picture and sound alike.
+double originOf(const AVFormatContext* ctx) {
+    return ctx->start_time != AV_NOPTS_VALUE ? static_cast<double>(ctx->start_time) / AV_TIME_BASE : 0.0;
+}
+
+int64_t streamStamp(const AVStream* s, double seconds) {
+    return av_rescale_q(std::llround(seconds * AV_TIME_BASE), AV_TIME_BASE_Q, s->time_base);
+}
+
+// Quarter turns clockwise that bring the coded picture upright.
+int quarterTurns(const AVStream* s) {
+    const uint8_t* m = av_stream_get_side_data(s, AV_PKT_DATA_DISPLAYMATRIX, nullptr);
+    if (!m) return 0;
+    double degrees = -av_display_rotation_get(reinterpret_cast<const int32_t*>(m));
+    if (!std::isfinite(degrees)) return 0;
+    long turns = std::lround(degrees / 90.0) % 4;
+    return static_cast<int>(turns < 0 ? turns + 4 : turns);
+}
+
+RgbaFrame rotate(RgbaFrame in, int turns) {
+    if (turns == 0) return in;
+    const int w = in.width, h = in.height;
+    RgbaFrame out;
+    out.width = turns == 2 ? w : h;
+    out.height = turns == 2 ? h : w;
+    out.pixels.resize(in.pixels.size());
+    const auto* src = reinterpret_cast<const uint32_t*>(in.pixels.data());
+    auto* dst = reinterpret_cast<uint32_t*>(out.pixels.data());
+    for (int y = 0; y < out.height; ++y)
+        for (int x = 0; x < out.width; ++x) {
+            int sx, sy;
+            if (turns == 1) sx = y, sy = h - 1 - x;
+            else if (turns == 2) sx = w - 1 - x, sy = h - 1 - y;
+            else sx = w - 1 - y, sy = x;
+            dst[static_cast<size_t>(y) * out.width + x] = src[static_cast<size_t>(sy) * w + sx];
+        }
+    return out;
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------- video
+
+struct VideoReader::State {
+    std::filesystem::path file;
+    ff::FormatPtr format;
+    ff::CodecPtr codec;
+    AVStream* stream = nullptr;
+    std::unique_ptr<ff::StreamDecoder> decoder;
+    ff::RgbaConverter converter;
+    double origin = 0;
+    double nominal = 0.04;  // one frame at the nominal rate
+    int turns = 0;
+    int width = 0, height = 0;
+    double rate = 0;
+
+    std::shared_ptr<const VideoPicture> current;
+    bool currentIsFirst = false;  // nothing lies before it
+    ff::FramePtr pending;         // the next picture, decoded but not converted
+    double pendingStart = 0;
+    double lastStart = -std::numeric_limits<double>::infinity();
+
+    double startOf(const AVFrame* f) {
+        int64_t pts = f->best_effort_timestamp;
+        if (pts == AV_NOPTS_VALUE) return lastStart + nominal;
+        return static_cast<double>(pts) * av_q2d(stream->time_base) - origin;
+    }
+
+    void pull() {
+        pending = decoder->next();
+        if (pending) lastStart = pendingStart = startOf(pending.get());
+    }
+
+    // Makes the pending picture the current one and decodes the next.
+    bool promote() {
+        if (!pending) return false;
+        auto rgba = converter.convert(pending.get());
+        if (!rgba) return false;
+        auto picture = std::make_shared<VideoPicture>();
+        picture->start = pendingStart;
+        picture->frame = rotate(std::move(rgba).value(), turns);
+        pull();
+        picture->end = pending && pendingStart > picture->start ? pendingStart : picture->start + nominal;
+        current = std::move(picture);
+        return true;
+    }
+
+    // Seeks to the key frame before `t`, further back when the demuxer lands
+    // after it, and to the very start at last.
+    void seekBefore(double t) {
+        static constexpr double backoffs[] = {0, 1, 4, 16};
+        current.reset();
+        for (double b : backoffs) {
+            if (t - b <= 0) break;
+            if (!decoder->seek(streamStamp(stream, t - b + origin))) break;
+            pull();
+            if (pending && pendingStart <= t + 1e-6) {
+                currentIsFirst = false;
+                promote();
+                return;
+            }
+        }
+        int64_t begin = stream->start_time != AV_NOPTS_VALUE ? stream->start_time : 0;
+        if (!decoder->seek(begin)) {
+            // A file that cannot seek is read again from the top.
+            format = ff::openInput(file.string());
+            if (!format) return;
+            stream = format->streams[stream->index];
+            for (unsigned i = 0; i < format->nb_streams; ++i)
+                if (format->streams[i] != stream) format->streams[i]->discard = AVDISCARD_ALL;
+            avcodec_flush_buffers(codec.get());
+            decoder = std::make_unique<ff::StreamDecoder>(format.get(), stream->index, codec.get());
+        }
+        pull();
+        currentIsFirst = true;
+        promote();
+    }
+};
+
+VideoReader::VideoReader(std::unique_ptr<State> s) : s_(std::move(s)) {}
+VideoReader::~VideoReader() = default;
+VideoReader::VideoReader(VideoReader&&) noexcept = default;
+VideoReader& VideoReader::operator=(VideoReader&&) noexcept = default;
+
+Result<VideoReader> VideoReader::open(const std::filesystem::path& file) {
+    auto s = std::make_unique<State>();
+    s->file = file;
+    s->format = ff::openInput(file.string());
+    if (!s->format) return unreadable(file);
+    int si = -1;
+    for (unsigned i = 0; i < s->format->nb_streams; ++i) {
+        AVStream* st = s->format->streams[i];
+        bool picture = st->codecpar->codec_type == AVMEDIA_TYPE_VIDEO && !(st->disposition & AV_DISPOSITION_ATTACHED_PIC);
+        if (picture && si < 0) si = static_cast<int>(i);
+        else st->discard = AVDISCARD_ALL;  // lets the demuxer skip the rest
+    }
+    if (si < 0) return Error{file.filename().string() + " ne contient pas d'image."};
+    s->stream = s->format->streams[si];
+    s->codec = ff::openDecoder(s->stream, 2);
+    if (!s->codec) return unreadable(file);
+    s->decoder = std::make_unique<ff::StreamDecoder>(s->format.get(), si, s->codec.get());
+    s->origin = originOf(s->format.get());
+    AVRational r = s->stream->avg_frame_rate.num > 0 ? s->stream->avg_frame_rate : s->stream->r_frame_rate;
+    s->rate = r.num > 0 && r.den > 0 ? av_q2d(r) : 0;
+    if (s->rate > 0) s->nominal = 1 / s->rate;
+    s->turns = quarterTurns(s->stream);
+    const int w = s->stream->codecpar->width, h = s->stream->codecpar->height;
+    s->width = s->turns % 2 ? h : w;
+    s->height = s->turns % 2 ? w : h;
+    return VideoReader(std::move(s));
+}
+
+Result<std::shared_ptr<const VideoPicture>> VideoReader::frameAt(double seconds) {
+    State& s = *s_;
+    // How far ahead decoding on beats a seek.
+    constexpr double readAhead = 3.0;
+    const bool before = s.current && seconds < s.current->start && !s.currentIsFirst;
+    if (!s.current || before || seconds > s.current->start + readAhead) s.seekBefore(seconds);
+    if (!s.current) return unreadable(s.file);
+    while (s.pending && s.pendingStart <= seconds) {
+        s.currentIsFirst = false;
+        if (!s.promote()) break;
+    }
+    return s.current;
+}
+
+int VideoReader::width() const { return s_->width; }
+int VideoReader::height() const { return s_->height; }
+double VideoReader::frameRate() const { return s_->rate; }
+
+// ---------------------------------------------------------------- sound
+
+struct AudioReader::State {
+    std::filesystem::path file;
+    ff::FormatPtr format;
+    ff::CodecPtr codec;
+    AVStream* stream = nullptr;
+    std::unique_ptr<ff::StreamDecoder> decoder;
+    ff::SwrPtr swr;
+    int rate = 48000;
+    int channels = 2;
+    bool spread = false;  // mono file, stereo output
+    double origin = 0;
+
+    std::vector<float> buffer;  // interleaved; frames from `head` on are live
+    size_t head = 0;            // first live frame in `buffer`
+    int64_t first = 0;          // frame number of buffer frame `head`
+    bool positioned = false;    // `first` known from a time stamp
+    bool ended = false;
+
+    int64_t live() const { return static_cast<int64_t>(buffer.size() / channels - head); }
+    int64_t end() const { return first + live(); }
+
+    bool ensureResampler(const AVFrame* f) {
+        if (swr) return true;
+        AVChannelLayout in{};
+        if (f->ch_layout.order == AV_CHANNEL_ORDER_UNSPEC || f->ch_layout.nb_channels <= 0)
+            av_channel_layout_default(&in, std::max(1, f->ch_layout.nb_channels));
+        else
+            av_channel_layout_copy(&in, &f->ch_layout);
+        // Mono goes to both sides at full level (not as a centre at -3 dB):
+        // resampled as one channel and copied.
+        spread = in.nb_channels == 1 && channels == 2;
+        AVChannelLayout out{};
+        av_channel_layout_default(&out, spread ? 1 : channels);
+        SwrContext* raw = nullptr;
+        int r = swr_alloc_set_opts2(&raw, &out, AV_SAMPLE_FMT_FLT, rate, &in, static_cast<AVSampleFormat>(f->format),
+                                    f->sample_rate, 0, nullptr);
+        av_channel_layout_uninit(&in);
+        av_channel_layout_uninit(&out);
+        swr.reset(raw);
+        if (r < 0 || !swr || swr_init(swr.get()) < 0) {
+            swr.reset();
+            return false;
+        }
+        return true;
+    }
+
+    void append(const uint8_t** in, int inCount) {
+        int capacity = swr_get_out_samples(swr.get(), inCount);
+        if (capacity <= 0) return;
+        size_t at = buffer.size();
+        buffer.resize(at + static_cast<size_t>(capacity) * channels);
+        uint8_t* out = reinterpret_cast<uint8_t*>(buffer.data() + at);
+        int got = std::max(swr_convert(swr.get(), &out, capacity, in, inCount), 0);
+        if (spread)
+            for (int k = got - 1; k >= 0; --k) buffer[at + 2 * k] = buffer[at + 2 * k + 1] = buffer[at + k];
+        buffer.resize(at + static_cast<size_t>(got) * channels);
+    }
+
+    void pull() {
+        ff::FramePtr f = decoder->next();
+        if (!f) {
+            if (swr) append(nullptr, 0);
+            ended = true;
+            return;
+        }
+        if (!ensureResampler(f.get())) return;
+        if (!positioned) {
+            int64_t pts = f->best_effort_timestamp;
+            double t = pts == AV_NOPTS_VALUE ? 0 : pts * av_q2d(stream->time_base) - origin;
+            first = std::llround(t * rate);
+            positioned = true;
+        }
+        append(const_cast<const uint8_t**>(f->extended_data), f->nb_samples);
+    }
+
+    void seek(int64_t frame) {
+        double t = static_cast<double>(frame) / rate - 0.1;
+        int64_t begin = stream->start_time != AV_NOPTS_VALUE ? stream->start_time : 0;
+        decoder->seek(t > 0 ? streamStamp(stream, t + origin) : begin);
+        swr.reset();
+        buffer.clear();
+        head = 0;
+        positioned = false;
+        ended = false;
+    }
+
+    void dropBefore(int64_t frame) {
+        int64_t n = std::clamp<int64_t>(frame - first, 0, live());
+        head += static_cast<size_t>(n);
+        first += n;
+        if (head > 1 << 16 && head * channels * 2 > buffer.size()) {
+            buffer.erase(buffer.begin(), buffer.begin() + static_cast<ptrdiff_t>(head * channels));
+            head = 0;
+        }
+    }
+};
+
+AudioReader::AudioReader(std::unique_ptr<State> s) : s_(std::move(s)) {}
+AudioReader::~AudioReader() = default;
+AudioReader::AudioReader(AudioReader&&) noexcept = default;
+AudioReader& AudioReader::operator=(AudioReader&&) noexcept = default;
+
+Result<AudioReader> AudioReader::open(const std::filesystem::path& file, int rate, int channels) {
+    auto s = std::make_unique<State>();
+    s->file = file;
+    s->rate = rate;
+    s->channels = std::clamp(channels, 1, 2);
+    s->format = ff::openInput(file.string());
+    if (!s->format) return unreadable(file);
+    int si = -1;
+    for (unsigned i = 0; i < s->format->nb_streams; ++i) {
+        AVStream* st = s->format->streams[i];
+        if (st->codecpar->codec_type == AVMEDIA_TYPE_AUDIO && si < 0) si = static_cast<int>(i);
+        else st->discard = AVDISCARD_ALL;
+    }
+    if (si < 0) return Error{"Impossible de lire l'audio de " + file.filename().string() + "."};
+    s->stream = s->format->streams[si];
+    s->codec = ff::openDecoder(s->stream);
+    if (!s->codec) return unreadable(file);
+    s->decoder = std::make_unique<ff::StreamDecoder>(s->format.get(), si, s->codec.get());
+    s->origin = originOf(s->format.get());
+    return AudioReader(std::move(s));
+}
+
+void AudioReader::read(int64_t first, int64_t count, float* out) {
+    State& s = *s_;
+    const int ch = s.channels;
+    std::fill(out, out + count * ch, 0.0f);
+    if (count <= 0) return;
+    if (!s.positioned && s.ended) return;
+    if (!s.positioned && first > s.rate) s.seek(first);
+    if (s.positioned && (first < s.first || first > s.end() + s.rate)) s.seek(first);
+    while (!s.ended && (!s.positioned || s.end() < first + count)) {
+        s.pull();
+        if (s.positioned && s.end() <= first) s.dropBefore(s.end());  // keeps the buffer small on a long read-in
+    }
+    if (!s.positioned) return;
+    s.dropBefore(first);
+    int64_t from = std::max(first, s.first), to = std::min(first + count, s.end());
+    if (to > from)
+        std::memcpy(out + (from - first) * ch, s.buffer.data() + (s.head + static_cast<size_t>(from - s.first)) * ch,
+                    static_cast<size_t>(to - from) * ch * sizeof(float));
+}
+
+}  // namespace qv::media

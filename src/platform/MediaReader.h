@@ -1,0 +1,83 @@
+// Random-access readers of one media file, for the per-source time line,
+// the player and the export: the picture shown at any time of the file and
+// its sound over any range, both on the file's own time line.
+//
+// Time 0 of a file is the container's start, the same origin as the sound
+// the sync analysed (decodeMonoAudio), so a file placed at s on the set shows
+// its time t at s + t. Codec delays (B-frame reordering, AAC priming) are
+// taken out by the time stamps the demuxer gives.
+//
+// A reader is used by one thread at a time; different readers may run on
+// different threads. Readers own their FFmpeg objects and release them on
+// destruction.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+
+#include "base/Result.h"
+#include "platform/VideoFrame.h"
+
+namespace qv::media {
+
+// One decoded picture and the stretch of the file's time line it covers.
+struct VideoPicture {
+    double start = 0;  // seconds on the file's time line
+    double end = 0;    // start of the next picture, or start + one nominal frame for the last
+    RgbaFrame frame;   // display orientation (rotation metadata applied), 8-bit RGBA
+};
+
+class VideoReader {
+public:
+    ~VideoReader();
+    VideoReader(VideoReader&&) noexcept;
+    VideoReader& operator=(VideoReader&&) noexcept;
+
+    // Opens the first video stream (cover art does not count). Fails with a
+    // French message naming the file when it is missing, unreadable or has
+    // no picture.
+    static Result<VideoReader> open(const std::filesystem::path& file);
+
+    // The picture whose interval [start, end) holds `seconds`; the first
+    // picture for earlier times and the last for later ones. Reading forward
+    // decodes on; a jump back or far ahead seeks to a key frame and decodes
+    // up to the time, so the answer is the same frame either way (variable
+    // frame rates included). Fails only when nothing at all decodes.
+    Result<std::shared_ptr<const VideoPicture>> frameAt(double seconds);
+
+    int width() const;   // display size
+    int height() const;
+    double frameRate() const;  // nominal
+
+private:
+    struct State;
+    explicit VideoReader(std::unique_ptr<State> s);
+    std::unique_ptr<State> s_;
+};
+
+class AudioReader {
+public:
+    ~AudioReader();
+    AudioReader(AudioReader&&) noexcept;
+    AudioReader& operator=(AudioReader&&) noexcept;
+
+    // Opens the first audio stream, resampled to `rate` Hz and `channels`
+    // interleaved float channels (1 or 2; mono is spread, more than two are
+    // mixed down).
+    static Result<AudioReader> open(const std::filesystem::path& file, int rate, int channels);
+
+    // Frames [first, first + count) at the reader's rate, frame n lying at
+    // n / rate seconds of the file's time line, written interleaved to
+    // `out` (count × channels floats). Before the sound starts or after it
+    // ends the samples are 0. Reading on from the last call continues the
+    // stream; any other position seeks.
+    void read(int64_t first, int64_t count, float* out);
+
+private:
+    struct State;
+    explicit AudioReader(std::unique_ptr<State> s);
+    std::unique_ptr<State> s_;
+};
+
+}  // namespace qv::media

@@ -1,0 +1,101 @@
+#include "playback/SourceTimeline.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace qv {
+
+namespace {
+
+// A file may start this much before the previous one ends and still play,
+// pushed back to that end.
+constexpr double overlapTolerance = 0.04;
+
+}  // namespace
+
+SourceTimeline SourceTimeline::composition(std::vector<PlacedItem> items, double total, bool video) {
+    std::stable_sort(items.begin(), items.end(), [](const PlacedItem& a, const PlacedItem& b) { return a.start < b.start; });
+    SourceTimeline line;
+    double cursor = 0;
+    for (PlacedItem& p : items) {
+        if (p.start < cursor - overlapTolerance) continue;
+        TimelinePiece piece;
+        piece.at = std::max(cursor, p.start);
+        piece.duration = p.item.duration;
+        piece.video = video && p.item.hasVideo;
+        piece.sound = p.item.audioChannels > 0;
+        piece.item = std::move(p.item);
+        if (piece.sound) line.soundRanges.push_back({piece.at, piece.end()});
+        cursor = piece.end();
+        line.pieces.push_back(std::move(piece));
+    }
+    line.total = std::max(total, cursor);
+    return line;
+}
+
+SourceTimeline SourceTimeline::of(const SyncResult& result, int sourceIndex, double total, bool video) {
+    std::vector<PlacedItem> items;
+    for (const PlacedItem& p : result.placed)
+        if (p.sourceIndex == sourceIndex) items.push_back(p);
+    return composition(std::move(items), total, video);
+}
+
+const TimelinePiece* SourceTimeline::pictureAt(double t) const {
+    for (const TimelinePiece& p : pieces)
+        if (p.video && p.at <= t && t < p.end()) return &p;
+    return nullptr;
+}
+
+bool SourceTimeline::hasPicture() const {
+    return std::any_of(pieces.begin(), pieces.end(), [](const TimelinePiece& p) { return p.video; });
+}
+
+bool SourceTimeline::hasSound() const { return !soundRanges.empty(); }
+
+SourceReader::SourceReader(SourceTimeline line) : line_(std::move(line)) {}
+
+Result<std::shared_ptr<const media::VideoPicture>> SourceReader::pictureAt(double t) {
+    const TimelinePiece* piece = line_.pictureAt(t);
+    if (!piece) return std::shared_ptr<const media::VideoPicture>();
+    if (piece != videoPiece_) {
+        video_.reset();
+        videoPiece_ = nullptr;
+        auto opened = media::VideoReader::open(piece->item.url);
+        if (!opened) return opened.error();
+        video_.emplace(std::move(opened).value());
+        videoPiece_ = piece;
+    }
+    return video_->frameAt(t - piece->at);
+}
+
+Status SourceReader::sound(int64_t first, int64_t count, int rate, int channels, float* out) {
+    std::fill(out, out + count * channels, 0.0f);
+    if (count <= 0) return Ok{};
+    const double from = static_cast<double>(first) / rate, to = static_cast<double>(first + count) / rate;
+    for (const TimelinePiece& piece : line_.pieces) {
+        if (!piece.sound || piece.end() <= from || piece.at >= to) continue;
+        auto open = std::find_if(sound_.begin(), sound_.end(), [&](const SoundFile& f) {
+            return f.piece == &piece && f.rate == rate && f.channels == channels;
+        });
+        if (open == sound_.end()) {
+            auto opened = media::AudioReader::open(piece.item.url, rate, channels);
+            if (!opened) return opened.error();
+            // Files follow one another: two readers cover a boundary.
+            if (sound_.size() >= 2) sound_.erase(sound_.begin());
+            sound_.push_back({&piece, rate, channels, std::move(opened).value()});
+            open = sound_.end() - 1;
+        }
+        // Frames of this piece inside the request, in the file's numbering.
+        const int64_t offset = std::llround(piece.at * rate);
+        const int64_t pieceEnd = offset + static_cast<int64_t>(std::floor(piece.duration * rate));
+        const int64_t a = std::max(first, offset), b = std::min(first + count, pieceEnd);
+        if (b <= a) continue;
+        scratch_.resize(static_cast<size_t>(b - a) * channels);
+        open->reader->read(a - offset, b - a, scratch_.data());
+        float* dst = out + (a - first) * channels;
+        for (size_t k = 0; k < scratch_.size(); ++k) dst[k] += scratch_[k];
+    }
+    return Ok{};
+}
+
+}  // namespace qv

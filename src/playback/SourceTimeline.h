@@ -1,0 +1,90 @@
+// The per-source time line: one source's placed files laid on the set's time
+// line, and a reader that answers, for any time of the set, the picture that
+// source shows and its sound over any range. The player and the video export
+// both read sources through it, so they show the same frame at the same time.
+//
+// Times are seconds on the set's time line. Sound comes as interleaved
+// 32-bit floats at the rate and channel count the caller asks for.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "base/Result.h"
+#include "edit/TimeRange.h"
+#include "platform/MediaReader.h"
+#include "sync/SyncResult.h"
+
+namespace qv {
+
+// Where one file stands on its source's line.
+struct TimelinePiece {
+    MediaItem item;
+    double at = 0;        // insertion point on the set's time line
+    double duration = 0;  // the file's duration
+    bool video = false;   // its picture is on the line
+    bool sound = false;   // its sound is on the line
+
+    double end() const { return at + duration; }
+};
+
+struct SourceTimeline {
+    std::vector<TimelinePiece> pieces;  // ascending `at`, never overlapping
+    std::vector<TimeRange> soundRanges;  // (point, point + duration) of each file with sound
+    double total = 0;                    // length of the line; empty after the last file
+
+    // Lays out `items` (any order; typically one source's placed files):
+    // sorted by start (stable), a file starting more than 0.04 s before the
+    // end of the previous one is skipped (the earlier file wins), a smaller
+    // overlap pushes the file back to that end. With `video` false no
+    // picture is laid. A file without sound adds no sound range.
+    static SourceTimeline composition(std::vector<PlacedItem> items, double total, bool video);
+
+    // The placed files of source `sourceIndex` in `result`.
+    static SourceTimeline of(const SyncResult& result, int sourceIndex, double total, bool video);
+
+    // The piece holding time t (at <= t < end) with a picture, or sound.
+    const TimelinePiece* pictureAt(double t) const;
+    bool hasPicture() const;
+    bool hasSound() const;
+};
+
+// Reads one source's line. Owns the file readers it opens (one at a time
+// for pictures, one for sound); a reader is used by one thread at a time,
+// and several readers of the same line may run on different threads.
+class SourceReader {
+public:
+    // `line` is copied.
+    explicit SourceReader(SourceTimeline line);
+
+    // The picture shown at set time t: the frame of the file under t whose
+    // presentation interval holds t, exact after any jump. Nothing where the
+    // line has no picture (the caller shows black). Fails with a French
+    // message when the file under t cannot be read any more.
+    Result<std::shared_ptr<const media::VideoPicture>> pictureAt(double t);
+
+    // Frames [first, first + count) at `rate`, frame n lying at n / rate on
+    // the set's time line, each file's sound at its place, silence between.
+    // `out` takes count × channels floats. Fails when a file under the range
+    // cannot be opened.
+    Status sound(int64_t first, int64_t count, int rate, int channels, float* out);
+
+    const SourceTimeline& line() const { return line_; }
+
+private:
+    SourceTimeline line_;
+    const TimelinePiece* videoPiece_ = nullptr;
+    std::optional<media::VideoReader> video_;
+    struct SoundFile {
+        const TimelinePiece* piece = nullptr;
+        int rate = 0, channels = 0;
+        std::optional<media::AudioReader> reader;
+    };
+    std::vector<SoundFile> sound_;  // open sound readers, at most two
+    std::vector<float> scratch_;
+};
+
+}  // namespace qv

@@ -4,6 +4,7 @@
 #include <bit>
 #include <fstream>
 
+#include "FrameCode.h"
 #include "base/Text.h"
 #include "platform/Process.h"
 
@@ -87,13 +88,21 @@ Status encodeVideo(const Ffmpeg& ffmpeg, const fs::path& out, const std::string&
                    const std::vector<fs::path>& tracks, const SoundFormat& sound, const std::string& creationTime) {
     const int big = std::max(12, picture.height * 36 / 100);
     const int small = std::max(8, picture.height / 10);
-    std::string filter = drawText(picture.label, big, "(h-th)/2-h/12") + "," +
-                         drawText(picture.caption, small, "h/20") + "," +
-                         drawText(cformat("%%{pts\\:hms\\:%.6f}", picture.clock), small, "h-th-h/15");
-
+    const int strip = framecode::stripHeight(picture.height);
     // The source stops by itself after the last frame (half a frame of margin
     // against rounding); "-frames:v" would also cut the tail of the sound.
     const double length = (static_cast<double>(picture.frames) - 0.5) * picture.fpsDen / picture.fpsNum;
+    // The frame code is drawn one pixel per cell and scaled up without
+    // smoothing, over the top of the picture; the caption sits below it.
+    std::string filter =
+        "[0:v]" + drawText(picture.label, big, "(h-th)/2-h/12") + "," +
+        drawText(picture.caption, small, cformat("%d+h/40", strip)) + "," +
+        drawText(cformat("%%{pts\\:hms\\:%.6f}", picture.clock), small, "h-th-h/15") + "[base];" +
+        cformat("color=c=black:s=%dx2:r=%d/%d:d=%.6f,format=gray,geq=lum='%s',scale=%d:%d:flags=neighbor[code];",
+                framecode::cells, picture.fpsNum, picture.fpsDen, length,
+                framecode::geqExpression(picture.camera, picture.clip).c_str(), picture.width, strip) +
+        "[base][code]overlay=0:0:shortest=1,format=yuv420p[v]";
+
     std::vector<std::string> args = {
         "-f", "lavfi", "-i",
         cformat("color=c=0x%06x:s=%dx%d:r=%d/%d:d=%.6f", static_cast<unsigned>(picture.colour), picture.width,
@@ -102,9 +111,9 @@ Status encodeVideo(const Ffmpeg& ffmpeg, const fs::path& out, const std::string&
         args.push_back("-i");
         args.push_back(t.string());
     }
-    args.insert(args.end(), {"-map", "0:v"});
+    args.insert(args.end(), {"-filter_complex", filter, "-map", "[v]"});
     for (size_t i = 0; i < tracks.size(); ++i) args.insert(args.end(), {"-map", cformat("%zu:a", i + 1)});
-    args.insert(args.end(), {"-vf", filter, "-c:v", "libx264",
+    args.insert(args.end(), {"-c:v", "libx264",
                              "-preset", "ultrafast", "-tune", "stillimage", "-pix_fmt", "yuv420p", "-threads",
                              "1"});
     if (tracks.empty()) {

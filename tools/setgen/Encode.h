@@ -38,6 +38,7 @@ struct Picture {
     std::string caption;  // drawn small at the top, e.g. "clip 1"
     uint32_t colour = 0x1f4e79;
     double clock = 0;     // set time of the first frame, drawn at the bottom
+    int camera = 0, clip = 0;  // carried by the frame code (FrameCode.h)
 };
 
 struct SoundFormat {

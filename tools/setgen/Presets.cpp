@@ -86,6 +86,14 @@ public:
         return styles_[camera] = s;
     }
 
+    // Fixes a camera's rate (and MP4 files) before its first clip.
+    void rate(int camera, int fpsNum, int fpsDen) {
+        CameraStyle& s = style(camera);
+        s.fpsNum = fpsNum;
+        s.fpsDen = fpsDen;
+        s.extension = ".mp4";
+    }
+
     // A camera clip; `name` without extension takes the camera's own.
     FilePlan& camera(int number, int clip, double start, double duration, std::string name = {}, int music = 0) {
         const CameraStyle& s = style(number);
@@ -345,13 +353,40 @@ SetPlan covered(Builder& b) {
     return b.take();
 }
 
+// For the video export: one camera at each common rate (25, 23.976 and
+// 29.97), the first with two files, and a recorder under all of them.
+SetPlan render(Builder& b) {
+    b.addMusic(20, 1);
+    b.rate(1, 25, 1);
+    b.rate(2, 24000, 1001);
+    b.rate(3, 30000, 1001);
+    b.camera(1, 1, 0.5, 9.0);
+    b.camera(1, 2, 10.0, 9.5);
+    b.camera(2, 1, 1.0, 17.0);
+    b.camera(3, 1, 0.7, 18.3);
+    b.recorder(1, "prise 1.wav", 0, 20);
+    return b.take();
+}
+
+// A minute of full-HD pictures from three cameras, for the export benchmark.
+SetPlan fullhd(Builder& b) {
+    b.addMusic(64, 1);
+    b.pictureSize(1920, 1080);
+    for (int c = 1; c <= 3; ++c) {
+        b.rate(c, 25, 1);
+        b.camera(c, 1, 0.2 * c, 63);
+    }
+    b.recorder(1, "prise 1.wav", 0, 64);
+    return b.take();
+}
+
 using Maker = SetPlan (*)(Builder&);
 
 const std::vector<std::pair<std::string, Maker>>& makers() {
     static const std::vector<std::pair<std::string, Maker>> list = {
         {"tiny", tiny},     {"test", test},       {"demo", demo},        {"hard", hard}, {"hour", hour},
         {"nocorr", nocorr}, {"silent", silence}, {"longshort", longshort}, {"drops", drops},
-        {"covered", covered}};
+        {"covered", covered}, {"render", render},   {"fullhd", fullhd}};
     return list;
 }
 

@@ -182,6 +182,8 @@ Status writeSet(const SetPlan& plan, const fs::path& folder, std::ostream& log) 
             picture.caption = "clip " + std::to_string(f.clipNumber);
             picture.colour = palette[static_cast<size_t>(f.cameraNumber - 1) % std::size(palette)];
             picture.clock = f.start;
+            picture.camera = f.cameraNumber;
+            picture.clip = f.clipNumber;
             encoded = encodeVideo(*ffmpeg, target, f.path, picture, temps.paths(), sound, date);
         } else {
             if (temps.paths().empty()) return Error{"Fichier son sans micro : " + f.path};

@@ -161,7 +161,7 @@ struct MulticamPlayer::Mixer {
 
     void run() {
         uint64_t seen = 0;
-        double position = 0;
+        int64_t position = 0;  // frames at `rate` from the time line's start
         std::vector<float> mix(kMixBlock * channels), buffer(kMixBlock * channels);
         std::unique_lock l(lock);
         for (;;) {
@@ -175,7 +175,7 @@ struct MulticamPlayer::Mixer {
             if (quit) break;
             if (generation != seen) {
                 seen = generation;
-                position = target;
+                position = std::llround(target * rate);
                 if (!active) continue;
             }
             const uint64_t gen = seen;
@@ -184,10 +184,11 @@ struct MulticamPlayer::Mixer {
             l.unlock();
 
             std::fill(mix.begin(), mix.end(), 0.0f);
+            const double time = static_cast<double>(position) / rate;
             for (size_t i = 0; i < readers.size(); ++i) {
                 if (gains[i] <= 0) continue;
                 readers[i]->read(position, buffer.data(), kMixBlock);
-                SoundMix::addWithGain(mix.data(), buffer.data(), kMixBlock, channels, position, rate, gains[i],
+                SoundMix::addWithGain(mix.data(), buffer.data(), kMixBlock, channels, time, rate, gains[i],
                                       ranges[i], fadeSeconds);
             }
             SoundMix::clip(mix.data(), mix.size());
@@ -195,7 +196,7 @@ struct MulticamPlayer::Mixer {
             l.lock();
             if (generation != gen) continue;
             output->write(mix.data(), kMixBlock);
-            position += static_cast<double>(kMixBlock) / rate;
+            position += static_cast<int64_t>(kMixBlock);
         }
     }
 };

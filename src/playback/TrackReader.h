@@ -41,9 +41,10 @@ public:
 class SoundTrackReader {
 public:
     virtual ~SoundTrackReader() = default;
-    // Interleaved samples of [time, time + frames / rate) at the rate and
-    // channel count given at opening; silence where the source has no sound.
-    virtual void read(double time, float* out, size_t frames) = 0;
+    // Interleaved frames [first, first + frames) at the rate and channel
+    // count given at opening, frame n lying at n / rate on the set's time
+    // line; silence where the source has no sound.
+    virtual void read(int64_t first, float* out, size_t frames) = 0;
 };
 
 // Opens the readers of one source's placed files laid on a time line of

@@ -11,6 +11,7 @@
 #include "../edit/Fakes.h"
 #include "base/Text.h"
 #include "entry/SetTruth.h"
+#include "looks/LookRenderer.h"
 #include "playback/MulticamPlayer.h"
 #include "playback/SoundMix.h"
 #include "playback/TimelineTracks.h"
@@ -172,6 +173,57 @@ TEST_F(PlayerMediaTest, WhilePlayingEveryShownFrameHoldsTheClock) {
     EXPECT_GT(player->counters().shown, 100);
 }
 
+double meanGreen(const PreviewFrame& frame) {
+    double sum = 0;
+    for (size_t i = 1; i < frame.rgba.size(); i += 4) sum += frame.rgba[i];
+    return sum / (frame.rgba.size() / 4);
+}
+
+TEST_F(PlayerMediaTest, PreviewsShrinkAndTakeTheirLookAndAnUnchangedStateInstallsNothing) {
+    player->seek(5.0);
+    player->settle();
+    player->update();
+    auto full = player->shownFrame(1);
+    ASSERT_TRUE(full);
+    const double plainGreen = meanGreen(*full);
+
+    player->configureVideo(2, nullptr);
+    player->settle();
+    player->update();
+    auto half = player->shownFrame(1);
+    ASSERT_TRUE(half);
+    EXPECT_EQ(half->width, (full->width + 1) / 2);
+    EXPECT_EQ(half->height, (full->height + 1) / 2);
+    expectAligned();
+    EXPECT_EQ(player->installed().at(1), (MulticamPlayer::VideoState{2, false}));
+    player->configureVideo(2, nullptr);  // the same again: the frames stay
+    player->settle();
+    player->update();
+    EXPECT_EQ(player->shownFrame(1), half);
+
+    // A grade on the second camera only: it alone goes through the renderer.
+    auto renderer = std::make_shared<LookRenderer>();
+    LookRenderer::Snapshot snapshot;
+    snapshot.enabled = true;
+    snapshot.grades[1].exposure = 1;
+    renderer->update(snapshot);
+    player->configureVideo(2, renderer);
+    EXPECT_EQ(player->installed().at(1), (MulticamPlayer::VideoState{2, true}));
+    EXPECT_EQ(player->installed().at(0), (MulticamPlayer::VideoState{2, false}));
+    player->settle();
+    player->update();
+    expectAligned();
+    EXPECT_GT(meanGreen(*player->shownFrame(1)), plainGreen + 10);
+    EXPECT_EQ(player->shownFrame(1)->width, half->width);
+
+    // Back to full size without looks.
+    player->configureVideo(1, nullptr);
+    player->settle();
+    player->update();
+    EXPECT_EQ(player->shownFrame(1)->width, full->width);
+    EXPECT_NEAR(meanGreen(*player->shownFrame(1)), plainGreen, 1.0);
+}
+
 // Three sources of constant sound: every captured sample tells the gains.
 class PlayerSoundTest : public ::testing::Test {
 protected:
@@ -266,6 +318,81 @@ TEST_F(PlayerSoundTest, FadesRampEveryFileWhereItsSoundBeginsAndEnds) {
     player->applyFades(0);
     heard = hear(0.25, 0.5);
     EXPECT_NEAR(heard[static_cast<size_t>(0.3 * 48000)], 0.1, 1e-4);
+}
+
+TEST_F(PlayerSoundTest, ASingleRecorderIsTheClock) {
+    std::vector<MediaSource> recorder{sources[2]};
+    SyncResult alone;
+    alone.placed = {result.placed[2]};
+    alone.placed[0].sourceIndex = 0;
+    Clocked own;
+    MulticamPlayer solo(recorder, alone, own.options(timelineTracks()));
+    EXPECT_TRUE(solo.cameraAngles().empty());
+    EXPECT_EQ(solo.clockKind(), MulticamPlayer::ClockKind::sound);
+    EXPECT_EQ(solo.clockSource(), recorder[0].id);
+    solo.seek(1);
+    solo.play();
+    own.run(solo, 1);
+    // The time is the sound's own: what the output played, no more.
+    EXPECT_NEAR(solo.currentTime(), 1 + static_cast<double>(own.output->playedFrames()) / 48000, 1e-9);
+    EXPECT_GT(solo.currentTime(), 1.9);
+}
+
+// Damaged cameras: a file without picture, a file cut in half after
+// probing, a second file that vanishes while the first plays. Each angle
+// shows what it can, and the player plays to the end.
+TEST(PlayerBadInputTest, DamagedCamerasLeaveHolesAndThePlayerGoesOn) {
+    if (!test::haveFFmpeg()) GTEST_SKIP() << "ffmpeg missing";
+    test::TempDir dir;
+    std::vector<MediaSource> sources;
+    SyncResult result;
+    auto add = [&](const std::string& name, bool video, double start, bool newSource) {
+        fs::path file = dir / name;
+        std::vector<std::string> args = {"-f", "lavfi", "-i", "testsrc2=s=64x36:r=25:d=2", "-f", "lavfi", "-i",
+                                         "sine=f=300:r=48000:d=2"};
+        if (!video) args.push_back("-vn");
+        for (const char* a : {"-c:v", "libx264", "-preset", "ultrafast", "-c:a", "aac"}) args.push_back(a);
+        args.push_back(file.string());
+        ASSERT_TRUE(test::ffmpeg(args));
+        auto item = MediaScanner::probe(file);
+        ASSERT_TRUE(item) << name;
+        if (newSource) {
+            sources.emplace_back();
+            sources.back().id = Uuid::make();
+            sources.back().name = name;
+            sources.back().kind = SourceKind::camera;
+        }
+        sources.back().items.push_back(*item);
+        PlacedItem p;
+        p.sourceIndex = static_cast<int>(sources.size()) - 1;
+        p.item = *item;
+        p.start = start;
+        result.placed.push_back(p);
+    };
+    add("sain.mp4", true, 0, true);
+    add("sans image.mp4", false, 0, true);
+    add("tronque.mp4", true, 0, true);
+    add("disparu 1.mp4", true, 0, true);
+    add("disparu 2.mp4", true, 2, false);
+    fs::resize_file(dir / "tronque.mp4", fs::file_size(dir / "tronque.mp4") / 2);
+
+    Clocked clock;
+    MulticamPlayer player(sources, result, clock.options(timelineTracks()));
+    ASSERT_EQ(player.duration(), 4);
+    EXPECT_TRUE(player.cameraAngles()[1].hasPlayer);
+    player.play();
+    int healthy = 0, second = 0;
+    clock.run(player, 1.0, [&] { healthy += player.shownFrame(0) != nullptr; });
+    fs::remove(dir / "disparu 2.mp4");
+    clock.run(player, 3.5, [&] {
+        healthy += player.shownFrame(0) != nullptr;
+        second += player.currentTime() >= 2 && player.shownFrame(3) != nullptr;
+        EXPECT_EQ(player.shownFrame(1), nullptr);
+    });
+    EXPECT_FALSE(player.isPlaying());
+    EXPECT_GE(player.currentTime(), 4 - 0.02);
+    EXPECT_GT(healthy, 50);
+    EXPECT_EQ(second, 0);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <charconv>
 
 #include "base/Text.h"
@@ -59,6 +60,16 @@ void ProxyCache::removeStale(const fs::path& file) const {
         std::error_code removeError;
         fs::remove(it->path(), removeError);
     }
+}
+
+std::vector<fs::path> ProxyMaker::candidates(const std::vector<MediaSource>& sources, int proxyWidth) {
+    std::vector<fs::path> files;
+    for (const auto& source : sources) {
+        if (source.kind != SourceKind::camera) continue;
+        for (const auto& item : source.items)
+            if (item.hasVideo && std::max(item.width, item.height) > proxyWidth) files.push_back(item.url);
+    }
+    return files;
 }
 
 ProxyMaker::ProxyMaker(ProxyCache cache, Encode encode, std::function<void()> wakeup)

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "base/Result.h"
+#include "sync/Media.h"
 
 namespace qv {
 
@@ -45,6 +46,9 @@ private:
 // The owner's thread calls everything; the thread only calls `wakeup`.
 class ProxyMaker {
 public:
+    // The camera files worth a proxy: those with a picture wider than one.
+    static std::vector<std::filesystem::path> candidates(const std::vector<MediaSource>& sources, int proxyWidth = 640);
+
     using Encode = std::function<Status(const std::filesystem::path& in, const std::filesystem::path& out,
                                         const std::atomic<bool>& cancel)>;
 

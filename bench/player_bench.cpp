@@ -1,0 +1,227 @@
+// The multicam player on a real clock: every camera and recorder of a set
+// playing for a while from the originals, then from proxies, with frames
+// shown and dropped, seek latency (request to every angle showing the
+// target frame) and CPU use; beside it, in the same run, how fast the same
+// cameras decode alone (our reader and the ffmpeg executable), and how fast
+// proxies are made against the ffmpeg executable making the same ones.
+// Usage: player_bench <set folder> [seconds of play, default 60]
+// (e.g. quorvel-setgen --preset multicam).
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <cmath>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <thread>
+
+#include "base/SplitMix64.h"
+#include "base/Text.h"
+#include "entry/SetTruth.h"
+#include "platform/MediaReader.h"
+#include "platform/Process.h"
+#include "playback/MulticamPlayer.h"
+#include "playback/ProxyEncoder.h"
+#include "playback/TimelineTracks.h"
+#include "sync/MediaScanner.h"
+
+using namespace qv;
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+double since(Clock::time_point t0) { return std::chrono::duration<double>(Clock::now() - t0).count(); }
+
+double cpuSeconds() {
+    rusage u{};
+    getrusage(RUSAGE_SELF, &u);
+    return u.ru_utime.tv_sec + u.ru_stime.tv_sec + (u.ru_utime.tv_usec + u.ru_stime.tv_usec) / 1e6;
+}
+
+double load() {
+    double l[1] = {0};
+    getloadavg(l, 1);
+    return l[0];
+}
+
+double percentile(std::vector<double> v, double p) {
+    if (v.empty()) return 0;
+    std::sort(v.begin(), v.end());
+    size_t i = static_cast<size_t>(std::min<double>(v.size() - 1, std::floor(p * (v.size() - 1) + 0.5)));
+    return v[i];
+}
+
+// Every camera decoded alone for `seconds` of its pictures, all at once on
+// their own threads: the most the player could ever show.
+double decodeOnly(const std::vector<fs::path>& files, double seconds) {
+    auto t0 = Clock::now();
+    std::vector<std::thread> threads;
+    for (const auto& file : files) {
+        threads.emplace_back([&file, seconds] {
+            auto reader = media::VideoReader::open(file);
+            if (!reader) return;
+            double rate = reader->frameRate() > 0 ? reader->frameRate() : 25;
+            for (long n = 0; n < static_cast<long>(seconds * rate); ++n) (void)reader->frameAt((n + 0.5) / rate);
+        });
+    }
+    for (auto& t : threads) t.join();
+    return seconds / since(t0);
+}
+
+// The same with the ffmpeg executable, one process per file.
+double ffmpegDecode(const std::vector<fs::path>& files, double seconds) {
+    fs::path ffmpeg = process::findExecutable({"/usr/bin/ffmpeg", "/usr/local/bin/ffmpeg"});
+    if (ffmpeg.empty()) return 0;
+    auto t0 = Clock::now();
+    std::vector<std::thread> threads;
+    for (const auto& file : files) {
+        threads.emplace_back([&, file] {
+            (void)process::run(ffmpeg, {"-nostdin", "-v", "error", "-threads", "1", "-t", shortest(seconds), "-i",
+                                        file.string(), "-f", "null", "-"});
+        });
+    }
+    for (auto& t : threads) t.join();
+    return seconds / since(t0);
+}
+
+struct PlayFigures {
+    int64_t shown = 0, dropped = 0;
+    double cpu = 0;  // processor seconds per second of play, 1 = one core
+    std::vector<double> seeks;  // seconds
+};
+
+PlayFigures playFor(const std::vector<MediaSource>& sources, const SyncResult& result, const ProxyCache* proxies,
+                    double seconds, int division) {
+    MulticamPlayer::Options options;
+    options.opener = timelineTracks(proxies);
+    MulticamPlayer player(sources, result, std::move(options));
+    player.configureVideo(division, nullptr);
+    player.settle();
+    PlayFigures figures;
+    double cpu0 = cpuSeconds();
+    auto t0 = Clock::now();
+    player.play();
+    // The interface's refresh: 60 times a second.
+    auto next = Clock::now();
+    while (player.isPlaying() && since(t0) < seconds) {
+        next += std::chrono::microseconds(16667);
+        std::this_thread::sleep_until(next);
+        player.update();
+    }
+    figures.cpu = (cpuSeconds() - cpu0) / since(t0);
+    player.pause();
+    figures.shown = player.counters().shown;
+    figures.dropped = player.counters().dropped;
+
+    SplitMix64 random(7);
+    for (int i = 0; i < 30; ++i) {
+        double t = static_cast<double>(random.next() % 1000000) / 1000000 * player.duration();
+        auto s0 = Clock::now();
+        player.seek(t);
+        t = player.currentTime();
+        for (;;) {
+            player.update();
+            bool all = true;
+            for (const auto& angle : player.cameraAngles()) {
+                if (!angle.hasImage(t)) continue;
+                auto frame = player.shownFrame(angle.id);
+                all = all && frame && frame->start <= t + 1e-9 && t < frame->end + 1e-9;
+            }
+            if (all || since(s0) > 10) break;
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        figures.seeks.push_back(since(s0));
+    }
+    return figures;
+}
+
+void print(const char* what, const PlayFigures& f, double seconds, int cameras) {
+    double expected = seconds * 25 * cameras;
+    std::printf("%s : %lld images montrées sur %.0f attendues, %lld perdues ; processeur %.2f cœur(s) ;"
+                " recherche médiane %.0f ms, 95e centile %.0f ms\n",
+                what, static_cast<long long>(f.shown), expected, static_cast<long long>(f.dropped), f.cpu,
+                percentile(f.seeks, 0.5) * 1000, percentile(f.seeks, 0.95) * 1000);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 2) {
+        std::fprintf(stderr, "usage : player_bench <dossier du set> [secondes]\n");
+        return 1;
+    }
+    fs::path set = argv[1];
+    double seconds = argc > 2 ? std::atof(argv[2]) : 60;
+    auto truth = SetTruth::read(set);
+    auto sources = MediaScanner::scan(set);
+    if (!truth || sources.empty()) {
+        std::fprintf(stderr, "set illisible ou sans truth.json : %s\n", set.c_str());
+        return 1;
+    }
+    SyncResult result;
+    std::vector<fs::path> cameraFiles;
+    double cameraSeconds = 0;
+    for (size_t s = 0; s < sources.size(); ++s) {
+        for (const auto& item : sources[s].items) {
+            PlacedItem p;
+            p.sourceIndex = static_cast<int>(s);
+            p.item = item;
+            auto found = truth->files.find(fs::relative(item.url, set).string());
+            if (found == truth->files.end()) continue;
+            p.start = found->second.start;
+            result.placed.push_back(p);
+            if (sources[s].kind == SourceKind::camera) {
+                cameraFiles.push_back(item.url);
+                cameraSeconds += item.duration;
+            }
+        }
+    }
+    int cameras = static_cast<int>(cameraFiles.size());
+    std::printf("set : %d caméras, %zu fichiers ; charge du système %.2f sur %u cœurs\n", cameras,
+                result.placed.size(), load(), std::thread::hardware_concurrency());
+
+    const double decodeSeconds = std::min(seconds, 20.0);
+    std::printf("décodage seul des %d caméras (%.0f s chacune) : %.2f × temps réel ; ffmpeg : %.2f ×\n", cameras,
+                decodeSeconds, decodeOnly(cameraFiles, decodeSeconds), ffmpegDecode(cameraFiles, decodeSeconds));
+
+    auto original = playFor(sources, result, nullptr, seconds, 4);
+    print("originaux, aperçu au 1/4", original, seconds, cameras);
+    std::printf("charge du système %.2f\n", load());
+
+    // Proxies, ours against the ffmpeg executable making the same ones.
+    fs::path cache = fs::temp_directory_path() / "quorvel-player-bench-proxies";
+    fs::remove_all(cache);
+    ProxyCache proxies(cache);
+    ProxyMaker maker(proxies, proxyEncoder());
+    auto t0 = Clock::now();
+    maker.start(cameraFiles);
+    while (!maker.progress().finished) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    double ours = since(t0);
+    fs::path ffmpeg = process::findExecutable({"/usr/bin/ffmpeg", "/usr/local/bin/ffmpeg"});
+    t0 = Clock::now();
+    for (const auto& file : cameraFiles) {
+        (void)process::run(ffmpeg, {"-nostdin", "-v", "error", "-y", "-i", file.string(), "-an", "-vf",
+                                    "scale=640:360", "-c:v", "libx264", "-preset", "veryfast", "-crf", "23", "-g", "12",
+                                    "-pix_fmt", "yuv420p", (cache / "ffmpeg.mp4").string()});
+    }
+    double theirs = since(t0);
+    std::printf("proxies : %.2f × temps réel (%.1f s pour %.0f s d'images), ffmpeg : %.2f × (%.1f s), rapport %.2f ;"
+                " échecs %zu\n",
+                cameraSeconds / ours, ours, cameraSeconds, cameraSeconds / theirs, theirs, ours / theirs,
+                maker.progress().failed.size());
+    fs::remove(cache / "ffmpeg.mp4");
+
+    std::printf("décodage seul des proxies : %.2f × temps réel\n", [&] {
+        std::vector<fs::path> made;
+        for (const auto& file : cameraFiles)
+            if (auto p = proxies.find(file)) made.push_back(*p);
+        return decodeOnly(made, decodeSeconds);
+    }());
+    auto proxied = playFor(sources, result, &proxies, seconds, 1);
+    print("proxies, aperçu 640 × 360", proxied, seconds, cameras);
+    std::printf("charge du système %.2f\n", load());
+    fs::remove_all(cache);
+    return 0;
+}

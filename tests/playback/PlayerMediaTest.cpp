@@ -30,6 +30,7 @@ struct Clocked {
     std::atomic<double> now{0};
     test::ManualScheduler scheduler;
     SilentAudioOutput* output = nullptr;
+    std::atomic<int> wakeups{0};
 
     MulticamPlayer::Options options(TrackOpener opener) {
         MulticamPlayer::Options o;
@@ -39,6 +40,7 @@ struct Clocked {
         output = out.get();
         o.output = std::move(out);
         o.scheduler = &scheduler;
+        o.wakeup = [this] { ++wakeups; };
         return o;
     }
     template <class Check>
@@ -130,8 +132,11 @@ TEST_F(PlayerMediaTest, SeeksAndPausesShowTheSameInstantOnEveryAngle) {
     EXPECT_EQ(player->clockSource(), set.sources[0].id);
     // Across the first camera's two files, backwards, into its gap, to the ends.
     for (double t : {0.0, 9.49, 10.02, 3.3333, 9.7, 1.04, 17.99, 19.4, 0.71}) {
+        int wakeups = clock.wakeups;
         player->seek(t);
         player->settle();
+        // Each decoder woke the owner once its frame was there; the owner pulls.
+        EXPECT_EQ(clock.wakeups - wakeups, 3);
         player->update();
         expectAligned();
         EXPECT_EQ(player->shownFrame(0) != nullptr, player->cameraAngles()[0].hasImage(t)) << t;

@@ -17,8 +17,7 @@ SilentAudioOutput::SilentAudioOutput(TimeSource now, int sampleRate, int channel
     : now_(std::move(now)),
       rate_(sampleRate),
       channels_(channels),
-      capacity_(static_cast<size_t>(std::max(1.0, std::round(queueSeconds * sampleRate)))),
-      queue_(capacity_ * static_cast<size_t>(channels)) {}
+      queue_(static_cast<size_t>(std::max(1.0, std::round(queueSeconds * sampleRate))), channels) {}
 
 void SilentAudioOutput::advance() {
     if (!playing_) return;
@@ -26,15 +25,10 @@ void SilentAudioOutput::advance() {
     // The epsilon keeps 0.2 s at 1000 Hz from reading as 199.9999 frames.
     auto due = static_cast<int64_t>(std::floor(anchorPlayed_ + (t - anchorTime_) * rate_ + 1e-6)) - played_;
     if (due <= 0) return;
-    auto take = static_cast<size_t>(std::min<int64_t>(due, static_cast<int64_t>(queued_)));
-    for (size_t i = 0; i < take; ++i) {
-        if (capture_) {
-            const float* frame = &queue_[((head_ + i) % capacity_) * channels_];
-            captured_.insert(captured_.end(), frame, frame + channels_);
-        }
-    }
-    head_ = (head_ + take) % capacity_;
-    queued_ -= take;
+    auto take = static_cast<size_t>(std::min<int64_t>(due, static_cast<int64_t>(queue_.queued())));
+    queue_.take(take, [this](const float* frame) {
+        if (capture_) captured_.insert(captured_.end(), frame, frame + channels_);
+    });
     played_ += static_cast<int64_t>(take);
     if (static_cast<int64_t>(take) < due) {
         // Starved: a device plays silence and its position stands still.
@@ -46,19 +40,13 @@ void SilentAudioOutput::advance() {
 size_t SilentAudioOutput::space() {
     std::lock_guard guard(lock_);
     advance();
-    return capacity_ - queued_;
+    return queue_.space();
 }
 
 size_t SilentAudioOutput::write(const float* interleaved, size_t frames) {
     std::lock_guard guard(lock_);
     advance();
-    size_t take = std::min(frames, capacity_ - queued_);
-    for (size_t i = 0; i < take; ++i) {
-        size_t slot = (head_ + queued_ + i) % capacity_;
-        std::copy_n(interleaved + i * channels_, channels_, &queue_[slot * channels_]);
-    }
-    queued_ += take;
-    return take;
+    return queue_.write(interleaved, frames);
 }
 
 void SilentAudioOutput::start() {
@@ -78,7 +66,7 @@ void SilentAudioOutput::pause() {
 void SilentAudioOutput::flush() {
     std::lock_guard guard(lock_);
     advance();
-    head_ = queued_ = 0;
+    queue_.clear();
     played_ = 0;
     anchorTime_ = now_();
     anchorPlayed_ = 0;

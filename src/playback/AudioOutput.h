@@ -16,6 +16,8 @@
 #include <mutex>
 #include <vector>
 
+#include "playback/SampleRing.h"
+
 namespace qv {
 
 // Seconds of a steady clock; injected so tests run on virtual time.
@@ -73,13 +75,10 @@ private:
     const TimeSource now_;
     const int rate_;
     const int channels_;
-    const size_t capacity_;  // frames
 
     std::mutex lock_;
     // -- All the following fields are guarded by lock_.
-    std::vector<float> queue_;  // ring of capacity_ frames
-    size_t head_ = 0;           // first queued frame
-    size_t queued_ = 0;         // frames queued
+    SampleRing queue_;
     bool playing_ = false;
     double anchorTime_ = 0;     // clock time at which `anchorPlayed_` frames had been played
     double anchorPlayed_ = 0;   // fractional, so no rounding drifts

@@ -26,8 +26,8 @@ QtAudioOutput::QtAudioOutput(double queueSeconds) {
             channels_ = std::max(1, format.channelCount());
         }
     }
-    capacity_ = static_cast<size_t>(std::max(1.0, std::round(queueSeconds * rate_)));
-    ring_.assign(capacity_ * channels_, 0.0f);
+    ring_ = std::make_unique<SampleRing>(static_cast<size_t>(std::max(1.0, std::round(queueSeconds * rate_))),
+                                         channels_);
     device_ = std::make_unique<Device>(*this);
     device_->open(QIODevice::ReadOnly);
     sink_ = std::make_unique<QAudioSink>(device, format);
@@ -39,18 +39,12 @@ QtAudioOutput::~QtAudioOutput() {
 
 size_t QtAudioOutput::space() {
     std::lock_guard guard(lock_);
-    return capacity_ - queued_;
+    return ring_ ? ring_->space() : 0;
 }
 
 size_t QtAudioOutput::write(const float* interleaved, size_t frames) {
     std::lock_guard guard(lock_);
-    size_t take = std::min(frames, capacity_ - queued_);
-    for (size_t i = 0; i < take; ++i) {
-        size_t slot = (head_ + queued_ + i) % capacity_;
-        std::copy_n(interleaved + i * channels_, channels_, &ring_[slot * channels_]);
-    }
-    queued_ += take;
-    return take;
+    return ring_ ? ring_->write(interleaved, frames) : 0;
 }
 
 void QtAudioOutput::start() {
@@ -74,7 +68,7 @@ void QtAudioOutput::flush() {
         started_ = false;
     }
     std::lock_guard guard(lock_);
-    head_ = queued_ = 0;
+    if (ring_) ring_->clear();
     taken_ = 0;
 }
 
@@ -91,7 +85,8 @@ int64_t QtAudioOutput::playedFrames() {
 qint64 QtAudioOutput::Device::bytesAvailable() const {
     std::lock_guard guard(owner_.lock_);
     size_t bytesPerSample = owner_.floatSamples_ ? sizeof(float) : sizeof(int16_t);
-    return static_cast<qint64>(owner_.queued_ * owner_.channels_ * bytesPerSample) + QIODevice::bytesAvailable();
+    size_t queued = owner_.ring_ ? owner_.ring_->queued() : 0;
+    return static_cast<qint64>(queued * owner_.channels_ * bytesPerSample) + QIODevice::bytesAvailable();
 }
 
 qint64 QtAudioOutput::Device::readData(char* data, qint64 maxSize) {
@@ -99,10 +94,10 @@ qint64 QtAudioOutput::Device::readData(char* data, qint64 maxSize) {
     std::lock_guard guard(o.lock_);
     size_t bytesPerSample = o.floatSamples_ ? sizeof(float) : sizeof(int16_t);
     size_t frameBytes = bytesPerSample * o.channels_;
-    size_t frames = std::min(o.queued_, static_cast<size_t>(maxSize) / frameBytes);
-    for (size_t i = 0; i < frames; ++i) {
-        const float* frame = &o.ring_[((o.head_ + i) % o.capacity_) * o.channels_];
-        char* out = data + i * frameBytes;
+    if (!o.ring_) return 0;
+    size_t frames = std::min(o.ring_->queued(), static_cast<size_t>(maxSize) / frameBytes);
+    char* out = data;
+    o.ring_->take(frames, [&](const float* frame) {
         if (o.floatSamples_) {
             std::memcpy(out, frame, frameBytes);
         } else {
@@ -111,9 +106,8 @@ qint64 QtAudioOutput::Device::readData(char* data, qint64 maxSize) {
                 std::memcpy(out + c * sizeof(int16_t), &s, sizeof(int16_t));
             }
         }
-    }
-    o.head_ = (o.head_ + frames) % o.capacity_;
-    o.queued_ -= frames;
+        out += frameBytes;
+    });
     o.taken_ += static_cast<int64_t>(frames);
     return static_cast<qint64>(frames * frameBytes);
 }

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "playback/AudioOutput.h"
+#include "playback/SampleRing.h"
 
 class QAudioSink;
 
@@ -56,13 +57,10 @@ private:
     int rate_ = 48000;
     int channels_ = 2;
     bool floatSamples_ = true;
-    size_t capacity_ = 0;  // frames
 
-    std::mutex lock_;
+    mutable std::mutex lock_;
     // -- All the following fields are guarded by lock_.
-    std::vector<float> ring_;
-    size_t head_ = 0;
-    size_t queued_ = 0;
+    std::unique_ptr<SampleRing> ring_;
     int64_t taken_ = 0;  // frames the device has read since the last flush
 
     std::unique_ptr<Device> device_;

@@ -152,6 +152,7 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "usage : player_bench <dossier du set> [secondes]\n");
         return 1;
     }
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);  // each figure as soon as it is known
     fs::path set = argv[1];
     double seconds = argc > 2 ? std::atof(argv[2]) : 60;
     auto truth = SetTruth::read(set);

@@ -2,7 +2,7 @@
 # Sets everything up, builds, makes the built-in demo set (a generated club
 # set: 4 cameras, 2 recorders) and runs the whole command-line road on it:
 # listing, synchronisation, drops, automatic edit, synchronised XML, then a
-# hand-given montage in 9:16.
+# hand-given montage in 9:16, and a finished video of half a minute of it.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
@@ -17,3 +17,7 @@ echo
 ./build/src/quorvel --cli out/demo-set out/demo-montage.xml \
   --montage "20:1,40:2,60:3,80:4,100:1,120:2" --range 10-150 --effets --son-camera --format 9:16 \
   | tail -n 2
+echo
+./build/src/quorvel --cli out/demo-set out/demo-video.xml \
+  --montage "20:1,26:2,31:3,37:4,44:1" --range 20-50 --effets --son-camera --video out/demo-video.mp4 \
+  | tail -n 1

@@ -15,6 +15,7 @@
 #include "base/Text.h"
 #include "edit/AutoEditor.h"
 #include "edit/Cut.h"
+#include "entry/CliVideo.h"
 #include "export/PremiereExport.h"
 #include "music/DropDetector.h"
 #include "sync/FolderSync.h"
@@ -97,19 +98,25 @@ std::vector<int> cameraSourceIndices(const std::vector<MediaSource>& sources) {
     return cameras;
 }
 
+// The automatic editor's edit of the whole set: 2 to 6 s, on the beat,
+// faster on drops, seed 1.
+std::vector<Cut> autoCuts(const std::vector<MediaSource>& sources, const SyncResult& result) {
+    std::vector<int> cameras = cameraSourceIndices(sources);
+    std::set<int> allowed;
+    for (size_t c = 0; c < cameras.size(); ++c) allowed.insert(static_cast<int>(c));
+    return AutoEditor::generate({0, result.duration()}, AutoEditor::cameraRanges(result, cameras), allowed,
+                                DropDetector::detect(result, sources, 0.5), DropDetector::onsets(result, sources),
+                                AutoSettings{}, {});
+}
+
 // The automatic editor's statistics: how long its plans are, and the faults
 // an editor would see (a camera following itself, a plan with no picture).
 void printAutoStatistics(const std::vector<MediaSource>& sources, const SyncResult& result, std::ostream& out) {
     std::vector<int> cameras = cameraSourceIndices(sources);
     auto ranges = AutoEditor::cameraRanges(result, cameras);
     auto drops = DropDetector::detect(result, sources, 0.5);
-    auto onsets = DropDetector::onsets(result, sources);
-    std::set<int> allowed;
-    for (size_t c = 0; c < cameras.size(); ++c) allowed.insert(static_cast<int>(c));
-    AutoSettings settings;  // 2 to 6 s, on the beat, faster on drops, seed 1
     const double duration = result.duration();
-    auto cuts = AutoEditor::generate({0, duration}, ranges, allowed, drops, onsets, settings, {});
-    auto plans = Segment::build(cuts, duration);
+    auto plans = Segment::build(autoCuts(sources, result), duration);
 
     double shortest = 0, longest = 0, total = 0, afterDropTotal = 0;
     int sameCamera = 0, withoutPicture = 0, afterDrop = 0;
@@ -194,46 +201,51 @@ TimeRange parseRange(const std::optional<std::string>& value, double duration) {
     return {start, end};
 }
 
-std::string montage(const std::vector<std::string>& args, const std::string& setName,
-                    const std::vector<MediaSource>& sources, const SyncResult& result, const std::string& cutsText,
-                    std::ostream& out) {
+// The edit the options ask for, shared by the XML and the video: the
+// `--montage` cuts, else the automatic edit with `--auto`, else none (one
+// plan on the first camera).
+VideoRequest editOf(const std::vector<std::string>& args, const std::vector<MediaSource>& sources,
+                    const SyncResult& result) {
+    VideoRequest edit;
     const double duration = result.duration();
-    std::vector<Cut> cuts = parseCuts(cutsText);
-    TimeRange range = parseRange(optionValue(args, "--range"), duration);
+    if (auto cutsText = optionValue(args, "--montage")) edit.cuts = parseCuts(*cutsText);
+    else if (hasFlag(args, "--auto")) edit.cuts = autoCuts(sources, result);
+    edit.range = parseRange(optionValue(args, "--range"), duration);
 
-    AudioSettings audio;
-    if (hasFlag(args, "--son-tout")) audio.mode = AudioSettings::Mode::all;
-    if (hasFlag(args, "--son-camera")) audio.mode = AudioSettings::Mode::camera;
-    audio.rushFade = 1.0;
-    audio.cutFade = true;
-    audio.masterDb = 0;
+    if (hasFlag(args, "--son-tout")) edit.audio.mode = AudioSettings::Mode::all;
+    if (hasFlag(args, "--son-camera")) edit.audio.mode = AudioSettings::Mode::camera;
+    edit.audio.rushFade = 1.0;
+    edit.audio.cutFade = true;
+    edit.audio.masterDb = 0;
 
-    OutputFormat format = OutputFormat::landscape;
     if (auto raw = optionValue(args, "--format"))
-        format = outputFormatFromRaw(*raw).value_or(OutputFormat::landscape);
-    std::map<Uuid, CameraFrame> framing;
+        edit.format = outputFormatFromRaw(*raw).value_or(OutputFormat::landscape);
     if (auto raw = optionValue(args, "--cadrage")) {
         if (auto x = parseDouble(*raw)) {
             for (const auto& s : sources)
-                if (s.kind == SourceKind::camera) framing[s.id] = CameraFrame{1.0, *x, 0.0};
+                if (s.kind == SourceKind::camera) edit.framing[s.id] = CameraFrame{1.0, *x, 0.0};
         }
     }
 
-    const EffectSettings effects;
     const bool drawn = hasFlag(args, "--effets");
-    auto effectFor = [&](const Segment& plan) {
+    edit.effectFor = [effects = edit.effects, drawn](const Segment& plan) {
         if (!drawn) return ResolvedEffect{};
         EffectCameras cameras;
         cameras.zoom = true;
         cameras.shake = plan.camera % 2 == 1;
         return MotionFX::resolve(PlanEffect::automatic, PlanLooks{}, plan.start, cameras, effects);
     };
+    return edit;
+}
 
+std::string montage(const VideoRequest& edit, const std::string& setName, const std::vector<MediaSource>& sources,
+                    const SyncResult& result, std::ostream& out) {
+    const double duration = result.duration();
     std::string document = PremiereExport::makeMontageXML(
-        setName + " - MONTAGE", sources, result, Segment::build(cuts, duration), cameraSourceIndices(sources), range,
-        {}, {}, audio, effects, effectFor, format, framing, false);
-    out << "Montage : " << cuts.size() << " coupes, plage " << shortest(range.start) << "-" << shortest(range.end)
-        << " s\n";
+        setName + " - MONTAGE", sources, result, Segment::build(edit.cuts, duration), cameraSourceIndices(sources),
+        edit.range, {}, {}, edit.audio, edit.effects, edit.effectFor, edit.format, edit.framing, false);
+    out << "Montage : " << edit.cuts.size() << " coupes, plage " << shortest(edit.range.start) << "-"
+        << shortest(edit.range.end) << " s\n";
     return document;
 }
 
@@ -267,13 +279,26 @@ int run(const std::vector<std::string>& arguments, std::ostream& out) {
     if (hasFlag(arguments, "--auto")) printAutoStatistics(sources, result, out);
     if (hasFlag(arguments, "--drops")) printDrops(sources, result, out);
 
+    VideoRequest edit = editOf(arguments, sources, result);
     std::string document;
-    if (auto cutsText = optionValue(arguments, "--montage"))
-        document = montage(arguments, folderName(folder), sources, result, *cutsText, out);
+    if (optionValue(arguments, "--montage"))
+        document = montage(edit, folderName(folder), sources, result, out);
     else
         document = PremiereExport::makeXML(folderName(folder) + " - SYNC", sources, result, {}, {});
     out.flush();
-    return writeOutput(output, document, out);
+    int status = writeOutput(output, document, out);
+    if (status != 0) return status;
+
+    // The finished video of the same edit.
+    if (auto video = optionValue(arguments, "--video")) {
+        edit.file = *video;
+        edit.codec = optionValue(arguments, "--codec").value_or("");
+        edit.sources = sources;
+        edit.result = result;
+        status = exportVideo(std::move(edit), out, [&](double f, const std::string& text) { bar.show(f, text); });
+        bar.finish();
+    }
+    return status;
 }
 
 }  // namespace qv::CLI

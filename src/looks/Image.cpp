@@ -30,11 +30,17 @@ Image Image::filled(int width, int height, Rgba c) {
 }
 
 Image Image::fromRgba8(const uint8_t* pixels, int width, int height, int stride) {
-    Image img = uninitialized(width, height);
-    for (int y = 0; y < img.height_; ++y) {
+    Image img;
+    img.assignRgba8(pixels, width, height, stride);
+    return img;
+}
+
+void Image::assignRgba8(const uint8_t* pixels, int width, int height, int stride) {
+    if (width != width_ || height != height_ || !pixels_) *this = uninitialized(width, height);
+    for (int y = 0; y < height_; ++y) {
         const uint8_t* s = pixels + static_cast<ptrdiff_t>(y) * stride;
-        float* d = img.row(y);
-        for (int x = 0; x < img.width_; ++x, s += 4, d += 4) {
+        float* d = row(y);
+        for (int x = 0; x < width_; ++x, s += 4, d += 4) {
             float a = s[3] / 255.0f;
             d[0] = s[0] / 255.0f * a;
             d[1] = s[1] / 255.0f * a;
@@ -42,7 +48,6 @@ Image Image::fromRgba8(const uint8_t* pixels, int width, int height, int stride)
             d[3] = a;
         }
     }
-    return img;
 }
 
 std::vector<uint8_t> Image::toRgba8() const {

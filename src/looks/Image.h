@@ -30,6 +30,9 @@ public:
 
     // From 8-bit RGBA with straight alpha, `stride` bytes from row to row.
     static Image fromRgba8(const uint8_t* pixels, int width, int height, int stride);
+    // The same into this picture, whose pixels are reused when the size
+    // matches: a stream of frames fills one buffer instead of fresh pages.
+    void assignRgba8(const uint8_t* pixels, int width, int height, int stride);
     // Back to 8-bit straight alpha, rounded and clamped, rows packed.
     std::vector<uint8_t> toRgba8() const;
 

@@ -28,6 +28,10 @@ CodecPtr openDecoder(const AVStream* stream, int threads) {
     return ctx;
 }
 
+bool isPictureStream(const AVStream* s) {
+    return s->codecpar->codec_type == AVMEDIA_TYPE_VIDEO && !(s->disposition & AV_DISPOSITION_ATTACHED_PIC);
+}
+
 std::string errorText(int code) {
     char buf[AV_ERROR_MAX_STRING_SIZE] = {};
     av_strerror(code, buf, sizeof buf);

@@ -46,4 +46,14 @@ CodecPtr openDecoder(const AVStream* stream, int threads = 1);
 
 std::string errorText(int code);
 
+// A real picture stream: cover art attached to a sound file does not count.
+bool isPictureStream(const AVStream* s);
+
+// Media time zero of an open file, in seconds of its container's clock: the
+// presentation time of the first frame of its first picture stream or, with
+// no picture, `firstSound`, the time of the first decoded sound sample
+// (decoders drop codec delay and priming and move that time accordingly).
+// The one rule every reader of this program measures from.
+double timeZero(const AVFormatContext* ctx, double firstSound);
+
 }  // namespace qv::ff

@@ -1,5 +1,6 @@
 #include "platform/MediaProbe.h"
 
+#include <algorithm>
 #include <cmath>
 #include <ctime>
 #include <string>
@@ -39,11 +40,6 @@ const char* creationTag(const AVFormatContext* ctx) {
     return nullptr;
 }
 
-bool isPictureStream(const AVStream* s) {
-    return s->codecpar->codec_type == AVMEDIA_TYPE_VIDEO &&
-           !(s->disposition & AV_DISPOSITION_ATTACHED_PIC);
-}
-
 }  // namespace
 
 Result<ProbeInfo> probe(const std::filesystem::path& file) {
@@ -64,7 +60,7 @@ Result<ProbeInfo> probe(const std::filesystem::path& file) {
     for (unsigned i = 0; i < ctx->nb_streams; ++i) {
         const AVStream* s = ctx->streams[i];
         const AVCodecParameters* par = s->codecpar;
-        if (isPictureStream(s) && !info.hasVideo) {
+        if (ff::isPictureStream(s) && !info.hasVideo) {
             info.hasVideo = true;
             double w = par->width, h = par->height;
             if (const uint8_t* m = av_stream_get_side_data(s, AV_PKT_DATA_DISPLAYMATRIX, nullptr)) {
@@ -216,17 +212,26 @@ Result<std::vector<float>> decodeMonoAudio(const std::filesystem::path& file, in
         lane.drain();
     }
 
-    // Time 0 of the file is the container's start; a stream that starts
-    // later is shifted right by silence so every stream shares that origin.
-    double origin = ctx->start_time != AV_NOPTS_VALUE ? static_cast<double>(ctx->start_time) / AV_TIME_BASE : 0.0;
+    // Sample 0 is the file's time zero (its first picture, else its first
+    // sound). Each stream lands at its first decoded sample's time from
+    // there: later streams are shifted right by silence, sound before the
+    // first picture is cut.
+    double firstSound = INFINITY;
+    for (const auto& lane : lanes)
+        if (!lane.samples.empty()) firstSound = std::min(firstSound, lane.startSeconds);
+    if (!std::isfinite(firstSound)) return std::vector<float>{};
+    const double zero = ff::timeZero(ctx.get(), firstSound);
+    auto shiftOf = [&](const AudioLane& lane) { return std::lround((lane.startSeconds - zero) * sampleRate); };
+    if (lanes.size() == 1 && shiftOf(lanes[0]) == 0) return std::move(lanes[0].samples);
     std::vector<float> mix;
-    if (lanes.size() == 1 && lanes[0].startSeconds <= origin) return std::move(lanes[0].samples);
     for (auto& lane : lanes) {
         if (lane.samples.empty()) continue;
-        long offset = std::lround(std::max(0.0, lane.startSeconds - origin) * sampleRate);
-        size_t need = static_cast<size_t>(offset) + lane.samples.size();
+        long shift = shiftOf(lane);
+        size_t skip = shift < 0 ? std::min(lane.samples.size(), static_cast<size_t>(-shift)) : 0;
+        size_t offset = shift > 0 ? static_cast<size_t>(shift) : 0;
+        size_t need = offset + lane.samples.size() - skip;
         if (mix.size() < need) mix.resize(need, 0.0f);
-        for (size_t n = 0; n < lane.samples.size(); ++n) mix[static_cast<size_t>(offset) + n] += lane.samples[n];
+        for (size_t n = skip; n < lane.samples.size(); ++n) mix[offset + n - skip] += lane.samples[n];
     }
     return mix;
 }

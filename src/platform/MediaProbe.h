@@ -28,7 +28,7 @@ Result<ProbeInfo> probe(const std::filesystem::path& file);
 
 // Decodes every audio stream of the file, mixes all streams and channels to
 // one channel and resamples to `sampleRate`. Sample 0 lies at the file's
-// time 0. Damaged packets are skipped; a file that ends early gives what was
+// media time zero (platform/MediaTime.h). Damaged packets are skipped; a file that ends early gives what was
 // decoded. Fails when the file has no audio stream or cannot be opened.
 Result<std::vector<float>> decodeMonoAudio(const std::filesystem::path& file, int sampleRate);
 

@@ -18,11 +18,6 @@ Error unreadable(const std::filesystem::path& file) {
     return Error{"Impossible de lire " + file.filename().string() + "."};
 }
 
-// The container's start: time 0 of the file for picture and sound alike.
-double originOf(const AVFormatContext* ctx) {
-    return ctx->start_time != AV_NOPTS_VALUE ? static_cast<double>(ctx->start_time) / AV_TIME_BASE : 0.0;
-}
-
 int64_t streamStamp(const AVStream* s, double seconds) {
     return av_rescale_q(std::llround(seconds * AV_TIME_BASE), AV_TIME_BASE_Q, s->time_base);
 }
@@ -150,8 +145,7 @@ Result<VideoReader> VideoReader::open(const std::filesystem::path& file) {
     int si = -1;
     for (unsigned i = 0; i < s->format->nb_streams; ++i) {
         AVStream* st = s->format->streams[i];
-        bool picture = st->codecpar->codec_type == AVMEDIA_TYPE_VIDEO && !(st->disposition & AV_DISPOSITION_ATTACHED_PIC);
-        if (picture && si < 0) si = static_cast<int>(i);
+        if (ff::isPictureStream(st) && si < 0) si = static_cast<int>(i);
         else st->discard = AVDISCARD_ALL;  // lets the demuxer skip the rest
     }
     if (si < 0) return Error{file.filename().string() + " ne contient pas d'image."};
@@ -159,7 +153,7 @@ Result<VideoReader> VideoReader::open(const std::filesystem::path& file) {
     s->codec = ff::openDecoder(s->stream, 2);
     if (!s->codec) return unreadable(file);
     s->decoder = std::make_unique<ff::StreamDecoder>(s->format.get(), si, s->codec.get());
-    s->origin = originOf(s->format.get());
+    s->origin = ff::timeZero(s->format.get(), 0);
     AVRational r = s->stream->avg_frame_rate.num > 0 ? s->stream->avg_frame_rate : s->stream->r_frame_rate;
     s->rate = r.num > 0 && r.den > 0 ? av_q2d(r) : 0;
     if (s->rate > 0) s->nominal = 1 / s->rate;
@@ -172,6 +166,9 @@ Result<VideoReader> VideoReader::open(const std::filesystem::path& file) {
 
 Result<std::shared_ptr<const VideoPicture>> VideoReader::frameAt(double seconds) {
     State& s = *s_;
+    // Times on the set's line are sums of doubles: a time within a
+    // microsecond of a frame's start belongs to that frame.
+    seconds += 1e-6;
     // How far ahead decoding on beats a seek.
     constexpr double readAhead = 3.0;
     const bool before = s.current && seconds < s.current->start && !s.currentIsFirst;
@@ -310,7 +307,18 @@ Result<AudioReader> AudioReader::open(const std::filesystem::path& file, int rat
     s->codec = ff::openDecoder(s->stream);
     if (!s->codec) return unreadable(file);
     s->decoder = std::make_unique<ff::StreamDecoder>(s->format.get(), si, s->codec.get());
-    s->origin = originOf(s->format.get());
+    bool picture = false;
+    for (unsigned i = 0; i < s->format->nb_streams; ++i) picture = picture || ff::isPictureStream(s->format->streams[i]);
+    if (picture) {
+        s->origin = ff::timeZero(s->format.get(), 0);
+    } else {
+        // Without picture, time zero is the first sound the decoder gives
+        // (its delay and priming dropped): decode it, then start again.
+        ff::FramePtr first = s->decoder->next();
+        const int64_t pts = first ? first->best_effort_timestamp : AV_NOPTS_VALUE;
+        s->origin = pts != AV_NOPTS_VALUE ? static_cast<double>(pts) * av_q2d(s->stream->time_base) : 0.0;
+        s->decoder->seek(s->stream->start_time != AV_NOPTS_VALUE ? s->stream->start_time : 0);
+    }
     return AudioReader(std::move(s));
 }
 

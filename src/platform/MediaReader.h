@@ -2,10 +2,11 @@
 // the player and the export: the picture shown at any time of the file and
 // its sound over any range, both on the file's own time line.
 //
-// Time 0 of a file is the container's start, the same origin as the sound
-// the sync analysed (decodeMonoAudio), so a file placed at s on the set shows
-// its time t at s + t. Codec delays (B-frame reordering, AAC priming) are
-// taken out by the time stamps the demuxer gives.
+// Time 0 of a file is its media time zero (platform/MediaTime.h: the first
+// picture, else the first sound after codec delay and priming), the origin
+// the sync measured from, so a file placed at s on the set shows its time t
+// at s + t. B-frame reordering and edit lists are taken out by the time
+// stamps the demuxer gives.
 //
 // A reader is used by one thread at a time; different readers may run on
 // different threads. Readers own their FFmpeg objects and release them on

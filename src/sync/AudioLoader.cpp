@@ -1,10 +1,12 @@
 #include "sync/AudioLoader.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstring>
 
 #include "platform/MediaProbe.h"
+#include "platform/MediaTime.h"
 #include "platform/Process.h"
 
 namespace qv::AudioLoader {
@@ -36,15 +38,24 @@ std::array<float, tapCount> makeTaps() {
 }
 }  // namespace
 
-std::vector<float> decimate(const std::vector<float>& x) {
+std::vector<float> decimate(const std::vector<float>& x) { return decimate(x, 0); }
+
+std::vector<float> decimate(const std::vector<float>& x, int lead) {
     static const std::array<float, tapCount> taps = makeTaps();
-    if (x.size() < tapCount + 1) return {};
-    size_t count = (x.size() - tapCount) / factor + 1;
+    const size_t total = x.size() + static_cast<size_t>(std::max(lead, 0));
+    if (x.empty() || total < tapCount + 1) return {};
+    size_t count = (total - tapCount) / factor + 1;
     std::vector<float> out(count);
     for (size_t n = 0; n < count; ++n) {
-        const float* p = x.data() + factor * n;
+        // Input index of tap 0; the first few outputs reach into the zeros.
+        long first = static_cast<long>(factor * n) - lead;
         float acc = 0;
-        for (int k = 0; k < tapCount; ++k) acc += p[k] * taps[k];
+        if (first >= 0) {
+            const float* p = x.data() + first;
+            for (int k = 0; k < tapCount; ++k) acc += p[k] * taps[k];
+        } else {
+            for (long k = -first; k < tapCount; ++k) acc += x[static_cast<size_t>(first + k)] * taps[k];
+        }
         out[n] = acc;
     }
     return out;
@@ -53,7 +64,7 @@ std::vector<float> decimate(const std::vector<float>& x) {
 Result<std::vector<float>> loadWithLibav(const std::filesystem::path& path) {
     auto samples = media::decodeMonoAudio(path, decodeRate);
     if (!samples) return unreadable(path);
-    return decimate(*samples);
+    return decimate(*samples, decimateDelay);
 }
 
 Result<std::vector<float>> loadWithFFmpeg(const std::filesystem::path& path) {
@@ -63,9 +74,16 @@ Result<std::vector<float>> loadWithFFmpeg(const std::filesystem::path& path) {
                                    "f32le", "-"});
     if (!run) return run.error();
     if (run->exitCode != 0) return unreadable(path);
-    std::vector<float> signal(run->out.size() / 4);
+    // The tool starts with the first sound it decodes; from time zero that
+    // lies `lead` seconds on. Without an answer from libav, as it comes.
+    size_t count = run->out.size() / 4;
+    auto lead = media::soundLead(path);
+    long shift = lead ? std::lround(*lead * analysisRate) : 0;
+    size_t skip = shift < 0 ? std::min(count, static_cast<size_t>(-shift)) : 0;
+    size_t pad = shift > 0 ? static_cast<size_t>(shift) : 0;
+    std::vector<float> signal(pad + count - skip, 0.0f);
     // Little-endian floats, as this machine stores them.
-    std::memcpy(signal.data(), run->out.data(), signal.size() * 4);
+    std::memcpy(signal.data() + pad, run->out.data() + skip * 4, (count - skip) * 4);
     return signal;
 }
 

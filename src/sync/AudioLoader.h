@@ -18,13 +18,19 @@ constexpr int factor = 4;
 // "Impossible de lire l'audio de {file}."
 Error unreadable(const std::filesystem::path& path);
 
+// Both roads give sample 0 at the file's media time zero (its first picture,
+// else its first sound; platform/MediaTime.h).
 Result<std::vector<float>> loadWithLibav(const std::filesystem::path& path);
 Result<std::vector<float>> loadWithFFmpeg(const std::filesystem::path& path);
 
 // Windowed-sinc low-pass (33 taps) and 4-to-1 reduction in one step. Fewer
-// than 34 samples give nothing. The 16-sample delay is not compensated: all
-// signals of this road share it.
+// than 34 samples give nothing. Output n is centred on input 4n + 16.
 std::vector<float> decimate(const std::vector<float>& x);
+// The same with the filter's delay taken out: x is read as if `lead` zeros
+// came before it, so with lead 16 output n is centred on input 4n and both
+// roads put a sound at the same sample.
+std::vector<float> decimate(const std::vector<float>& x, int lead);
+constexpr int decimateDelay = 16;
 
 // Where the executable is looked for, in order.
 extern const std::vector<std::filesystem::path> ffmpegCandidates;

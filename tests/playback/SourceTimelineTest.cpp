@@ -118,6 +118,31 @@ TEST_F(SourceReaderFiles, SoundComesAtItsPlaceAtAnyRateAndReadsTheSameAfterASeek
     EXPECT_EQ(out[5], 0.0f);
 }
 
+TEST_F(SourceReaderFiles, SoundIsReadFromTheFilesTimeZeroWhereverItsStreamStarts) {
+    fs::path wav = dir_ / "ramp.wav";
+    ASSERT_TRUE(test::ffmpeg({"-f", "lavfi", "-i", "aevalsrc='t/4':s=48000:d=3", "-c:a", "pcm_f32le", wav.string()}));
+    // The sound stream starts 0.25 s after the picture, then 0.25 s before it
+    // (cut by an edit list), then in AAC with its priming.
+    struct Case {
+        const char* name;
+        const char* offset;
+        const char* codec;
+        double lead;
+    };
+    for (Case c : {Case{"late.mov", "0.25", "pcm_s16le", 0.25}, Case{"early.mov", "-0.25", "pcm_s16le", -0.25},
+                   Case{"aac.mp4", "0", "aac", 0.0}}) {
+        fs::path clip = dir_ / c.name;
+        ASSERT_TRUE(test::ffmpeg({"-f", "lavfi", "-i", "color=c=red:s=64x36:r=25:d=3", "-itsoffset", c.offset, "-i",
+                                  wav.string(), "-c:v", "libx264", "-preset", "ultrafast", "-c:a", c.codec, "-b:a",
+                                  "320k", clip.string()}));
+        auto reader = media::AudioReader::open(clip, 48000, 1);
+        ASSERT_TRUE(reader.ok());
+        std::vector<float> out(1);
+        reader->read(48000, 1, out.data());  // 1 s into the file
+        EXPECT_NEAR(out[0], (1.0 - c.lead) / 4, 0.003) << c.name;
+    }
+}
+
 TEST_F(SourceReaderFiles, AFileThatVanishedIsAFrenchErrorNotACrash) {
     fs::path file = clip("gone.mp4", 10, "N*40", "32x32");
     auto line = SourceTimeline::composition({placed(1, 0.4, true, 2, file)}, 3, true);

@@ -204,9 +204,11 @@ int main(int argc, char** argv) {
     // At the proxy maker's own lowest priority, so both meet the same load.
     t0 = Clock::now();
     for (const auto& file : cameraFiles) {
-        (void)process::run("/usr/bin/nice", {"-n", "19", ffmpeg.string(), "-nostdin", "-v", "error", "-y", "-i", file.string(), "-an", "-vf",
-                                    "scale=640:360", "-c:v", "libx264", "-preset", "veryfast", "-crf", "23", "-g", "12",
-                                    "-threads", "1", "-pix_fmt", "yuv420p", (cache / "ffmpeg.mp4").string()});
+        (void)process::run("/usr/bin/nice",
+                           {"-n", "19", ffmpeg.string(), "-nostdin", "-v", "error", "-y", "-threads", "1", "-i",
+                            file.string(), "-an", "-vf", "scale=640:360", "-c:v", "libx264", "-preset", "veryfast",
+                            "-crf", "23", "-g", "12", "-bf", "0", "-threads", "1", "-pix_fmt", "yuv420p",
+                            (cache / "ffmpeg.mp4").string()});
     }
     double theirs = since(t0);
     std::printf("proxies : %.2f × temps réel (%.1f s pour %.0f s d'images), ffmpeg : %.2f × (%.1f s), rapport %.2f ;"

@@ -45,10 +45,15 @@ struct MulticamPlayer::VideoWorker {
     std::deque<std::shared_ptr<const PreviewFrame>> queue;
     bool ready = false;  // the frame at `target` is queued, or there is none
     uint64_t poke = 0, pokeSeen = 0;
+    int64_t skipped = 0;  // frames passed over to catch up with the clock
+    // The clock as the owner last saw it while playing: a decoder that
+    // falls behind jumps to it instead of decoding late frames to the end.
+    std::atomic<double> playhead{-1e300};
 
     std::thread thread;  // last, so it starts after everything above exists
 
     void request(double at, bool play) {  // lock held
+        playhead = -1e300;
         ++generation;
         target = at;
         playing = play;
@@ -61,6 +66,7 @@ struct MulticamPlayer::VideoWorker {
         uint64_t seen = 0;
         bool ended = false;
         std::optional<VideoState> applied;
+        double lastStart = 0, lastEnd = 0;  // of the last frame handed over
         std::unique_lock l(lock);
         for (;;) {
             auto hasWork = [&] {
@@ -77,7 +83,9 @@ struct MulticamPlayer::VideoWorker {
             if (fresh) {
                 seen = generation;
                 ended = false;
+                lastStart = lastEnd = 0;
             }
+            const double floor = playing && !fresh ? playhead.load() : -1e300;
             const uint64_t gen = seen;
             const double at = target;
             const VideoState st = state;
@@ -96,7 +104,7 @@ struct MulticamPlayer::VideoWorker {
                 }
                 reader->seek(at);
             }
-            auto frame = reader->read();
+            auto frame = reader->read(floor);
             if (frame && st.looks && looks && !frame->rgba.empty()) {
                 Image image = Image::fromRgba8(frame->rgba.data(), frame->width, frame->height, frame->width * 4);
                 frame->rgba = looks->process(std::move(image), camera, frame->start).toRgba8();
@@ -105,7 +113,12 @@ struct MulticamPlayer::VideoWorker {
             l.lock();
             if (generation != gen) continue;  // a newer request came meanwhile
             bool first = !ready;
+            if (frame && floor > lastEnd + 1e-6 && lastEnd > lastStart) {
+                skipped += std::max<int64_t>(0, std::llround((frame->start - lastEnd) / (lastEnd - lastStart)));
+            }
             if (frame) {
+                lastStart = frame->start;
+                lastEnd = frame->end;
                 queue.push_back(std::make_shared<const PreviewFrame>(std::move(*frame)));
             } else {
                 ended = true;
@@ -410,6 +423,7 @@ void MulticamPlayer::update() {
                 popped = true;
             }
             if (!queue.empty() && queue.front()->start <= t) show = queue.front();
+            if (playing_ && !prerolling_) worker->playhead = t;
             if (popped) worker->work.notify_all();
         }
         if (show != shown_[i]) {
@@ -490,7 +504,13 @@ std::shared_ptr<const PreviewFrame> MulticamPlayer::shownFrame(int angle) const 
 }
 
 MulticamPlayer::Counters MulticamPlayer::counters() const {
-    return {shownCount_, droppedCount_};
+    int64_t skipped = 0;
+    for (const auto& worker : video_) {
+        if (!worker) continue;
+        std::lock_guard guard(worker->lock);
+        skipped += worker->skipped;
+    }
+    return {shownCount_, droppedCount_ + skipped};
 }
 
 void MulticamPlayer::settle() {

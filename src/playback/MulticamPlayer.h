@@ -67,7 +67,7 @@ public:
 
     struct Counters {
         int64_t shown = 0;    // frames that reached a monitor
-        int64_t dropped = 0;  // frames whose time passed before they could be shown
+        int64_t dropped = 0;  // frames whose time passed before they could be shown, or skipped to catch up
     };
 
     MulticamPlayer(const std::vector<MediaSource>& sources, const SyncResult& result, Options options);
@@ -114,7 +114,7 @@ public:
 
     // The frame an angle shows now; null where it shows nothing.
     std::shared_ptr<const PreviewFrame> shownFrame(int angle) const;
-    Counters counters() const;
+    Counters counters() const;  // owner's thread
 
     ClockKind clockKind() const { return clockKind_; }
     // The source whose time line is the clock: the first camera that has a

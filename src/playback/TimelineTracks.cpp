@@ -16,8 +16,9 @@ public:
     void seek(double time) override { next_ = time; }
     void setOutputSize(int width, int height) override { reader_.setOutputSize(width, height); }
 
-    std::optional<PreviewFrame> read() override {
+    std::optional<PreviewFrame> read(double notBefore) override {
         const SourceTimeline& line = reader_.line();
+        next_ = std::max(next_, notBefore);
         for (;;) {
             const TimelinePiece* piece = line.pictureAt(next_);
             if (!piece) {

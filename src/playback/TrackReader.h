@@ -31,9 +31,11 @@ public:
     // The next `read` gives the frame shown at `time` (frame-exact), or the
     // first frame after it where the camera has no picture then.
     virtual void seek(double time) = 0;
-    // The next frame in order, scaled to the size last set; nothing at the
-    // end of the time line or when no more can be decoded.
-    virtual std::optional<PreviewFrame> read() = 0;
+    // The next frame in order, scaled to the size last set; when the clock
+    // has passed it (`notBefore` later than it), the frame shown at
+    // `notBefore` instead, the ones between decoded but never converted.
+    // Nothing at the end of the time line or when no more can be decoded.
+    virtual std::optional<PreviewFrame> read(double notBefore) = 0;
     // Size of the frames to come; 0 × 0 keeps the file's own size.
     virtual void setOutputSize(int width, int height) = 0;
 };

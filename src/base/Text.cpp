@@ -139,4 +139,13 @@ std::string toLower(std::string_view s) {
     return out;
 }
 
+uint64_t fnv1a(std::string_view bytes) {
+    uint64_t h = 0xcbf29ce484222325ull;
+    for (unsigned char b : bytes) {
+        h ^= b;
+        h *= 0x100000001b3ull;
+    }
+    return h;
+}
+
 }  // namespace qv

@@ -3,6 +3,7 @@
 // lines must always carry a dot.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -32,5 +33,8 @@ std::vector<std::string> split(std::string_view s, char sep);
 int naturalCompare(std::string_view a, std::string_view b);
 
 std::string toLower(std::string_view s);
+
+// 64-bit FNV-1a of the bytes: a stable short key for names on disk.
+uint64_t fnv1a(std::string_view bytes);
 
 }  // namespace qv

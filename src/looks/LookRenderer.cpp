@@ -148,6 +148,16 @@ const std::string& LookRenderer::stampDate() {
     return date;
 }
 
+bool LookRenderer::changesCamera(int camera) {
+    std::lock_guard guard(lock_);
+    if (!snapshot_->enabled) return false;
+    auto grade = snapshot_->grades.find(camera);
+    if (grade != snapshot_->grades.end() && !(grade->second == ColorGrade::neutral)) return true;
+    return std::any_of(snapshot_->plans.begin(), snapshot_->plans.end(), [camera](const Plan& plan) {
+        return plan.camera == camera && (plan.effect.lens || plan.effect.shutter || plan.effect.vhs);
+    });
+}
+
 void LookRenderer::update(Snapshot snapshot) {
     const ColorGrade neutral = reduced(ColorGrade::neutral);
     CubeMap fresh;

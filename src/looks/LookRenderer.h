@@ -69,6 +69,11 @@ public:
     // the snapshot is disabled, comes back as it went in.
     Image process(Image image, int camera, double time);
 
+    // Whether `process` can change this camera's frames at all: the snapshot
+    // is enabled and the camera has a grade other than neutral, or a plan of
+    // it has lens, shutter or VHS. Read under the lock.
+    bool changesCamera(int camera);
+
     // The key of a baked cube: the grade with the fields the cube does not
     // carry (sharpen, vignette and its shape, texture, grain and its shape)
     // put back to neutral.

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <map>
 
+#include "base/Text.h"
 #include "platform/Paths.h"
 
 namespace fs = std::filesystem;
@@ -106,15 +107,6 @@ std::string keepNameCharacters(std::string_view name, size_t limit) {
         lastKept = true;
     }
     return out;
-}
-
-uint64_t fnv1a(std::string_view bytes) {
-    uint64_t h = 0xcbf29ce484222325ull;
-    for (unsigned char b : bytes) {
-        h ^= b;
-        h *= 0x100000001b3ull;
-    }
-    return h;
 }
 
 Date savedAtOf(const Json& doc, Date fallback) {

@@ -94,7 +94,9 @@ struct VideoReader::State : OpenStream {
     int width = 0, height = 0;
     double rate = 0;
 
-    std::shared_ptr<const VideoPicture> current;
+    std::shared_ptr<VideoPicture> current;
+    ff::FramePtr currentRaw;      // the current picture until it is asked for: skipped ones are never converted
+    int outWidth = 0, outHeight = 0;  // display size asked for; 0 keeps the file's
     bool currentIsFirst = false;  // nothing lies before it
     ff::FramePtr pending;         // the next picture, decoded but not converted
     double pendingStart = 0;
@@ -114,11 +116,9 @@ struct VideoReader::State : OpenStream {
     // Makes the pending picture the current one and decodes the next.
     bool promote() {
         if (!pending) return false;
-        auto rgba = converter.convert(pending.get());
-        if (!rgba) return false;
         auto picture = std::make_shared<VideoPicture>();
         picture->start = pendingStart;
-        picture->frame = rotate(std::move(rgba).value(), turns);
+        currentRaw = std::move(pending);
         pull();
         picture->end = pending && pendingStart > picture->start ? pendingStart : picture->start + nominal;
         current = std::move(picture);
@@ -130,6 +130,7 @@ struct VideoReader::State : OpenStream {
     void seekBefore(double t) {
         static constexpr double backoffs[] = {0, 1, 4, 16};
         current.reset();
+        currentRaw.reset();
         for (double b : backoffs) {
             if (t - b <= 0) break;
             if (!decoder->seek(streamStamp(stream, t - b + origin))) break;
@@ -191,7 +192,25 @@ Result<std::shared_ptr<const VideoPicture>> VideoReader::frameAt(double seconds)
         s.currentIsFirst = false;
         if (!s.promote()) break;
     }
-    return s.current;
+    if (s.currentRaw) {
+        // Scaled before turning: the coded picture's axes are swapped by odd turns.
+        bool swap = s.turns % 2 != 0;
+        auto rgba = s.converter.convert(s.currentRaw.get(), swap ? s.outHeight : s.outWidth,
+                                        swap ? s.outWidth : s.outHeight);
+        if (!rgba) return unreadable(s.file);
+        s.current->frame = rotate(std::move(rgba).value(), s.turns);
+        s.currentRaw.reset();
+    }
+    return std::shared_ptr<const VideoPicture>(s.current);
+}
+
+void VideoReader::setOutputSize(int width, int height) {
+    if (width == s_->outWidth && height == s_->outHeight) return;
+    s_->outWidth = width;
+    s_->outHeight = height;
+    // The picture already made has the old size: make the next one afresh.
+    s_->current.reset();
+    s_->currentRaw.reset();
 }
 
 int VideoReader::width() const { return s_->width; }

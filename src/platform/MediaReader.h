@@ -47,6 +47,10 @@ public:
     // frame rates included). Fails only when nothing at all decodes.
     Result<std::shared_ptr<const VideoPicture>> frameAt(double seconds);
 
+    // Pictures from now on at this display size (0 × 0: the file's own),
+    // scaled as they are converted; pictures passed over are never converted.
+    void setOutputSize(int width, int height);
+
     int width() const;   // display size
     int height() const;
     double frameRate() const;  // nominal

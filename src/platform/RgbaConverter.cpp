@@ -17,21 +17,26 @@ int swsColorspace(const AVFrame* f) {
 
 }  // namespace
 
-Result<media::RgbaFrame> RgbaConverter::convert(const AVFrame* f) {
+Result<media::RgbaFrame> RgbaConverter::convert(const AVFrame* f, int width, int height) {
     if (f->width <= 0 || f->height <= 0) return Error{"Image vide."};
-    if (!sws_ || f->width != w_ || f->height != h_ || f->format != format_) {
-        sws_.reset(sws_getContext(f->width, f->height, static_cast<AVPixelFormat>(f->format), f->width, f->height,
-                                  AV_PIX_FMT_RGBA, SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT, nullptr,
-                                  nullptr, nullptr));
+    if (width <= 0 || height <= 0) width = f->width, height = f->height;
+    if (!sws_ || f->width != w_ || f->height != h_ || f->format != format_ || width != outW_ || height != outH_) {
+        // Pictures at their size keep every detail; smaller ones (previews)
+        // average the pixels they cover, which is also the fast way down.
+        int flags = width == f->width && height == f->height
+                        ? SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT
+                        : SWS_AREA;
+        sws_.reset(sws_getContext(f->width, f->height, static_cast<AVPixelFormat>(f->format), width, height,
+                                  AV_PIX_FMT_RGBA, flags, nullptr, nullptr, nullptr));
         if (!sws_) return Error{"Format d'image non pris en charge."};
-        w_ = f->width, h_ = f->height, format_ = f->format;
+        w_ = f->width, h_ = f->height, format_ = f->format, outW_ = width, outH_ = height;
         int fullRange = f->color_range == AVCOL_RANGE_JPEG ? 1 : 0;
         sws_setColorspaceDetails(sws_.get(), sws_getCoefficients(swsColorspace(f)), fullRange,
                                  sws_getCoefficients(SWS_CS_DEFAULT), 1, 0, 1 << 16, 1 << 16);
     }
     media::RgbaFrame out;
-    out.width = f->width;
-    out.height = f->height;
+    out.width = width;
+    out.height = height;
     out.pixels.resize(static_cast<size_t>(out.width) * out.height * 4);
     uint8_t* dst[4] = {out.pixels.data(), nullptr, nullptr, nullptr};
     int dstStride[4] = {out.width * 4, 0, 0, 0};

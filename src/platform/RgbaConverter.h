@@ -21,11 +21,12 @@ using SwsPtr = std::unique_ptr<SwsContext, SwsFreer>;
 // from HD up and BT.601 below.
 class RgbaConverter {
 public:
-    Result<media::RgbaFrame> convert(const AVFrame* f);
+    // At `width` × `height` when both are above 0, else at the picture's size.
+    Result<media::RgbaFrame> convert(const AVFrame* f, int width = 0, int height = 0);
 
 private:
     SwsPtr sws_;
-    int w_ = 0, h_ = 0, format_ = -1;
+    int w_ = 0, h_ = 0, format_ = -1, outW_ = 0, outH_ = 0;
 };
 
 }  // namespace qv::ff

@@ -63,9 +63,16 @@ Result<std::shared_ptr<const media::VideoPicture>> SourceReader::pictureAt(doubl
         auto opened = media::VideoReader::open(piece->item.url);
         if (!opened) return opened.error();
         video_.emplace(std::move(opened).value());
+        video_->setOutputSize(outWidth_, outHeight_);
         videoPiece_ = piece;
     }
     return video_->frameAt(t - piece->at);
+}
+
+void SourceReader::setOutputSize(int width, int height) {
+    outWidth_ = width;
+    outHeight_ = height;
+    if (video_) video_->setOutputSize(width, height);
 }
 
 Status SourceReader::sound(int64_t first, int64_t count, int rate, int channels, float* out) {

@@ -65,6 +65,8 @@ public:
     // line has no picture (the caller shows black). Fails with a French
     // message when the file under t cannot be read any more.
     Result<std::shared_ptr<const media::VideoPicture>> pictureAt(double t);
+    // Pictures from now on at this display size; 0 × 0 keeps each file's.
+    void setOutputSize(int width, int height);
 
     // Frames [first, first + count) at `rate`, frame n lying at n / rate on
     // the set's time line, each file's sound at its place, silence between.
@@ -78,6 +80,7 @@ private:
     SourceTimeline line_;
     const TimelinePiece* videoPiece_ = nullptr;
     std::optional<media::VideoReader> video_;
+    int outWidth_ = 0, outHeight_ = 0;
     struct SoundFile {
         const TimelinePiece* piece = nullptr;
         int rate = 0, channels = 0;

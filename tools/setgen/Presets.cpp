@@ -462,13 +462,28 @@ SetPlan fullhd(Builder& b) {
     return b.take();
 }
 
+// The player's benchmark: eight full-HD cameras at 25 fps and two recorders
+// over a minute, each camera a little late on the one before.
+SetPlan multicam(Builder& b) {
+    b.addMusic(63, 1);
+    b.pictureSize(1920, 1080);
+    for (int c = 1; c <= 8; ++c) {
+        b.rate(c, 25, 1);
+        b.camera(c, 1, 0.1 * c, 62);
+    }
+    b.recorder(1, "prise 1.wav", 0, 63);
+    b.recorder(2, "prise 1.wav", 0.3, 62.5);
+    return b.take();
+}
+
 using Maker = SetPlan (*)(Builder&);
 
 const std::vector<std::pair<std::string, Maker>>& makers() {
     static const std::vector<std::pair<std::string, Maker>> list = {
         {"tiny", tiny},     {"test", test},       {"demo", demo},        {"hard", hard}, {"hour", hour},
         {"nocorr", nocorr}, {"silent", silence}, {"longshort", longshort}, {"drops", drops},
-        {"covered", covered}, {"club", club},   {"render", render},   {"fullhd", fullhd}};
+        {"covered", covered}, {"club", club},   {"render", render},   {"fullhd", fullhd},
+        {"multicam", multicam}};
     return list;
 }
 

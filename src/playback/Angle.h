@@ -1,0 +1,42 @@
+// Angle: one camera as the player shows it, and the small rules that tell
+// where it has a picture and what its monitor's caption says. Plain values;
+// any thread.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "base/Uuid.h"
+#include "edit/TimeRange.h"
+#include "sync/SyncResult.h"
+
+namespace qv {
+
+struct AngleStatus {
+    std::string text;
+    bool urgent = false;
+
+    bool operator==(const AngleStatus&) const = default;
+};
+
+struct Angle {
+    int id = 0;  // the camera's number, from 0
+    Uuid sourceId;
+    std::string name;
+    bool hasPlayer = false;         // false when none of its files could be placed
+    std::vector<TimeRange> ranges;  // where it has a picture, by time
+    int width = 0, height = 0;      // of its first placed file
+
+    // Whether the camera shows a picture at `t`: start <= t < end of a range.
+    bool hasImage(double t) const;
+    // The monitor's caption: "NON CALÉE", "COUPE DANS 1:10" (urgent under
+    // 15 s left), "DÉMARRE DANS 0:42" or "TERMINÉE".
+    AngleStatus status(double t) const;
+
+    // The stretches of pictures of a camera's placed files: by time, a file
+    // that starts 0.5 s or more after the previous range opens a new one,
+    // so shorter gaps are not shown as gaps.
+    static std::vector<TimeRange> rangesOf(std::vector<PlacedItem> files);
+};
+
+}  // namespace qv

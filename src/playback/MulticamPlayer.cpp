@@ -1,0 +1,530 @@
+#include "playback/MulticamPlayer.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <thread>
+
+#include "looks/Image.h"
+#include "looks/LookRenderer.h"
+#include "playback/SoundMix.h"
+
+namespace qv {
+
+namespace {
+
+constexpr double kTickSeconds = 1.0 / 30;
+constexpr double kStartWait = 0.15;  // longest hold of the clock at a start
+constexpr size_t kMixBlock = 1024;   // frames mixed at a time
+
+}  // namespace
+
+// One camera's decoder thread. It seeks its reader at every new request
+// (generation), then decodes in order: while playing until `ahead` frames
+// wait, while paused only the frame at the requested time.
+struct MulticamPlayer::VideoWorker {
+    int camera = 0;
+    int fileWidth = 0, fileHeight = 0;
+    int ahead = 8;
+    std::function<void()> wakeup;
+    std::unique_ptr<VideoTrackReader> reader;  // used by the thread only
+
+    std::mutex lock;
+    std::condition_variable work;     // a request or room in the queue
+    std::condition_variable settled;  // the thread has nothing left to do
+    // -- All the following fields are guarded by lock.
+    uint64_t generation = 0;
+    double target = 0;
+    bool playing = false;
+    bool quit = false;
+    VideoState state;
+    std::shared_ptr<LookRenderer> renderer;  // set only while `state.looks`
+    std::deque<std::shared_ptr<const PreviewFrame>> queue;
+    bool ready = false;  // the frame at `target` is queued, or there is none
+    uint64_t poke = 0, pokeSeen = 0;
+    int64_t skipped = 0;  // frames passed over to catch up with the clock
+    // The clock as the owner last saw it while playing: a decoder that
+    // falls behind jumps to it instead of decoding late frames to the end.
+    std::atomic<double> playhead{-1e300};
+
+    std::thread thread;  // last, so it starts after everything above exists
+
+    void request(double at, bool play) {  // lock held
+        playhead = -1e300;
+        ++generation;
+        target = at;
+        playing = play;
+        queue.clear();
+        ready = false;
+        work.notify_all();
+    }
+
+    void run() {
+        uint64_t seen = 0;
+        bool ended = false;
+        std::optional<VideoState> applied;
+        double lastStart = 0, lastEnd = 0;  // of the last frame handed over
+        std::unique_lock l(lock);
+        for (;;) {
+            auto hasWork = [&] {
+                return quit || generation != seen ||
+                       (!ended && (playing ? queue.size() < static_cast<size_t>(ahead) : !ready));
+            };
+            while (!hasWork()) {
+                pokeSeen = poke;
+                settled.notify_all();
+                work.wait(l);
+            }
+            if (quit) break;
+            bool fresh = generation != seen;
+            if (fresh) {
+                seen = generation;
+                ended = false;
+                lastStart = lastEnd = 0;
+            }
+            const double floor = playing && !fresh ? playhead.load() : -1e300;
+            const uint64_t gen = seen;
+            const double at = target;
+            const VideoState st = state;
+            auto looks = renderer;
+            l.unlock();
+
+            if (fresh) {
+                if (applied != st) {
+                    if (st.division < 2 && !st.looks) {
+                        reader->setOutputSize(0, 0);
+                    } else {
+                        reader->setOutputSize(std::max(2, static_cast<int>(std::lround(double(fileWidth) / st.division))),
+                                              std::max(2, static_cast<int>(std::lround(double(fileHeight) / st.division))));
+                    }
+                    applied = st;
+                }
+                reader->seek(at);
+            }
+            auto frame = reader->read(floor);
+            if (frame && st.looks && looks && !frame->rgba.empty()) {
+                Image image = Image::fromRgba8(frame->rgba.data(), frame->width, frame->height, frame->width * 4);
+                frame->rgba = looks->process(std::move(image), camera, frame->start).toRgba8();
+            }
+
+            l.lock();
+            if (generation != gen) continue;  // a newer request came meanwhile
+            bool first = !ready;
+            if (frame && floor > lastEnd + 1e-6 && lastEnd > lastStart) {
+                skipped += std::max<int64_t>(0, std::llround((frame->start - lastEnd) / (lastEnd - lastStart)));
+            }
+            if (frame) {
+                lastStart = frame->start;
+                lastEnd = frame->end;
+                queue.push_back(std::make_shared<const PreviewFrame>(std::move(*frame)));
+            } else {
+                ended = true;
+            }
+            ready = true;
+            if (first && wakeup) {
+                l.unlock();
+                wakeup();
+                l.lock();
+            }
+        }
+    }
+};
+
+// Sound of one source on the time line, for the mixer and the fades.
+struct MulticamPlayer::SoundSource {
+    Uuid sourceId;
+    int camera = -1;                 // -1 for a recorder
+    std::vector<TimeRange> ranges;   // where its files have sound
+    double volume = 1;
+};
+
+// The mixer thread: from the requested time on, it mixes every source's
+// sound in blocks and queues them on the output as room frees up.
+struct MulticamPlayer::Mixer {
+    AudioOutput* output = nullptr;
+    int rate = 48000, channels = 2;
+    std::vector<std::unique_ptr<SoundTrackReader>> readers;  // by sound source; used by the thread only
+    std::vector<std::vector<TimeRange>> ranges;              // by sound source; fixed
+
+    std::mutex lock;
+    std::condition_variable work;
+    std::condition_variable settled;
+    // -- All the following fields are guarded by lock. The output is written
+    // and flushed only under it, so no stale block lands after a flush.
+    uint64_t generation = 0;
+    double target = 0;
+    bool active = false;
+    bool quit = false;
+    std::vector<double> volumes;  // by sound source
+    double fade = 0;
+    uint64_t poke = 0, pokeSeen = 0;
+
+    std::thread thread;
+
+    void request(double at, bool run) {  // lock held
+        ++generation;
+        target = at;
+        active = run;
+        output->flush();
+        work.notify_all();
+    }
+
+    void run() {
+        uint64_t seen = 0;
+        int64_t position = 0;  // frames at `rate` from the time line's start
+        std::vector<float> mix(kMixBlock * channels), buffer(kMixBlock * channels);
+        std::unique_lock l(lock);
+        for (;;) {
+            auto hasWork = [&] { return quit || generation != seen || (active && output->space() >= kMixBlock); };
+            while (!hasWork()) {
+                pokeSeen = poke;
+                settled.notify_all();
+                // The output frees room as it plays and tells nobody: look again soon.
+                work.wait_for(l, std::chrono::milliseconds(5));
+            }
+            if (quit) break;
+            if (generation != seen) {
+                seen = generation;
+                position = std::llround(target * rate);
+                if (!active) continue;
+            }
+            const uint64_t gen = seen;
+            const auto gains = volumes;
+            const double fadeSeconds = fade;
+            l.unlock();
+
+            std::fill(mix.begin(), mix.end(), 0.0f);
+            const double time = static_cast<double>(position) / rate;
+            for (size_t i = 0; i < readers.size(); ++i) {
+                if (gains[i] <= 0) continue;
+                readers[i]->read(position, buffer.data(), kMixBlock);
+                SoundMix::addWithGain(mix.data(), buffer.data(), kMixBlock, channels, time, rate, gains[i],
+                                      ranges[i], fadeSeconds);
+            }
+            SoundMix::clip(mix.data(), mix.size());
+
+            l.lock();
+            if (generation != gen) continue;
+            output->write(mix.data(), kMixBlock);
+            position += static_cast<int64_t>(kMixBlock);
+        }
+    }
+};
+
+MulticamPlayer::MulticamPlayer(const std::vector<MediaSource>& sources, const SyncResult& result, Options options)
+    : now_(std::move(options.now)),
+      scheduler_(options.scheduler),
+      wakeup_(std::move(options.wakeup)),
+      output_(std::move(options.output)),
+      framesAhead_(std::max(1, options.framesAhead)) {
+    if (!output_) output_ = std::make_unique<SilentAudioOutput>(now_);
+    duration_ = result.duration();
+    mixer_ = std::make_unique<Mixer>();
+    mixer_->output = output_.get();
+    mixer_->rate = output_->sampleRate();
+    mixer_->channels = output_->channels();
+    const auto& opener = options.opener;
+
+    int camera = 0;
+    std::optional<Uuid> firstRecorder;
+    for (size_t i = 0; i < sources.size(); ++i) {
+        const auto& source = sources[i];
+        std::vector<PlacedItem> files;
+        for (const auto& p : result.placed) {
+            if (p.sourceIndex == static_cast<int>(i)) files.push_back(p);
+        }
+        std::stable_sort(files.begin(), files.end(),
+                         [](const PlacedItem& a, const PlacedItem& b) { return a.start < b.start; });
+        if (source.kind == SourceKind::camera) {
+            Angle angle;
+            angle.id = camera++;
+            angle.sourceId = source.id;
+            angle.name = source.name;
+            angle.hasPlayer = !files.empty();
+            angle.ranges = Angle::rangesOf(files);
+            if (!files.empty()) {
+                angle.width = files.front().item.width;
+                angle.height = files.front().item.height;
+                if (!clockSource_) clockSource_ = source.id;
+            }
+            std::unique_ptr<VideoWorker> worker;
+            if (!files.empty() && opener.video) {
+                if (auto reader = opener.video(files, duration_)) {
+                    worker = std::make_unique<VideoWorker>();
+                    worker->camera = angle.id;
+                    worker->fileWidth = angle.width;
+                    worker->fileHeight = angle.height;
+                    worker->ahead = framesAhead_;
+                    worker->wakeup = wakeup_;
+                    worker->reader = std::move(reader);
+                }
+            }
+            video_.push_back(std::move(worker));
+            angleInfos_.push_back({angle.name, angle.hasPlayer, angle.ranges});
+            angles_.push_back(std::move(angle));
+        } else if (!files.empty() && !firstRecorder) {
+            firstRecorder = source.id;
+        }
+        if (files.empty() || !opener.soundRanges || !opener.sound) continue;
+        auto ranges = opener.soundRanges(files, duration_);
+        if (ranges.empty()) continue;
+        auto reader = opener.sound(files, duration_, mixer_->rate, mixer_->channels);
+        if (!reader) continue;
+        sound_.push_back({source.id, source.kind == SourceKind::camera ? camera - 1 : -1, ranges, 1.0});
+        mixer_->readers.push_back(std::move(reader));
+        mixer_->ranges.push_back(std::move(ranges));
+        mixer_->volumes.push_back(1.0);
+    }
+    if (!clockSource_) clockSource_ = firstRecorder;
+    if (clockSource_) clockKind_ = sound_.empty() ? ClockKind::steady : ClockKind::sound;
+
+    shown_.resize(angles_.size());
+    for (auto& worker : video_) {
+        if (!worker) continue;
+        std::lock_guard guard(worker->lock);
+        worker->request(0, false);
+        worker->thread = std::thread([w = worker.get()] { w->run(); });
+    }
+    mixer_->thread = std::thread([m = mixer_.get()] { m->run(); });
+}
+
+MulticamPlayer::~MulticamPlayer() {
+    if (scheduler_ && tick_) scheduler_->cancel(tick_);
+    for (auto& worker : video_) {
+        if (!worker) continue;
+        {
+            std::lock_guard guard(worker->lock);
+            worker->quit = true;
+            worker->work.notify_all();
+        }
+        worker->thread.join();
+    }
+    {
+        std::lock_guard guard(mixer_->lock);
+        mixer_->quit = true;
+        mixer_->work.notify_all();
+    }
+    mixer_->thread.join();
+    output_->pause();
+}
+
+double MulticamPlayer::clockTime() {
+    if (!playing_) return currentTime_;
+    if (prerolling_) return startAt_;
+    if (clockKind_ == ClockKind::sound) {
+        return startAt_ + static_cast<double>(output_->playedFrames()) / output_->sampleRate();
+    }
+    return startAt_ + (now_() - runningSince_);
+}
+
+void MulticamPlayer::restartWorkers(double at, bool playing) {
+    for (auto& worker : video_) {
+        if (!worker) continue;
+        std::lock_guard guard(worker->lock);
+        worker->request(at, playing);
+    }
+    std::lock_guard guard(mixer_->lock);
+    mixer_->request(at, playing && clockKind_ == ClockKind::sound);
+}
+
+void MulticamPlayer::start(double at) {
+    output_->pause();
+    startAt_ = at;
+    prerolling_ = true;
+    prerollSince_ = now_();
+    playing_ = true;
+    restartWorkers(at, true);
+    scheduleTick();
+    changed();
+}
+
+void MulticamPlayer::play() {
+    if (stopped_ || !clockSource_ || duration_ <= 0) return;
+    if (currentTime_ >= duration_ - 0.05) currentTime_ = 0;
+    start(currentTime_);
+}
+
+void MulticamPlayer::pause() {
+    if (!playing_) return;
+    double t = clockTime();
+    playing_ = false;
+    prerolling_ = false;
+    output_->pause();
+    if (std::isfinite(t)) currentTime_ = std::clamp(t, 0.0, duration_);
+    if (scheduler_ && tick_) {
+        scheduler_->cancel(tick_);
+        tick_ = 0;
+    }
+    // Every angle decodes the clock's instant again: a paused player shows
+    // all cameras at exactly the same moment.
+    seek(currentTime_);
+}
+
+void MulticamPlayer::stop() {
+    pause();
+    stopped_ = true;
+}
+
+void MulticamPlayer::seek(double time) {
+    currentTime_ = std::isfinite(time) ? std::clamp(time, 0.0, duration_) : 0.0;
+    if (playing_) {
+        start(currentTime_);
+        return;
+    }
+    restartWorkers(currentTime_, false);
+    changed();
+}
+
+void MulticamPlayer::scheduleTick() {
+    if (!scheduler_ || tick_) return;
+    tick_ = scheduler_->schedule(kTickSeconds, [this] {
+        tick_ = 0;
+        update();
+        if (playing_) scheduleTick();
+    });
+}
+
+void MulticamPlayer::update() {
+    bool dirty = false;
+    if (playing_ && prerolling_) {
+        bool allReady = true;
+        for (auto& worker : video_) {
+            if (!worker) continue;
+            std::lock_guard guard(worker->lock);
+            allReady = allReady && worker->ready;
+        }
+        if (allReady || now_() - prerollSince_ >= kStartWait) {
+            prerolling_ = false;
+            runningSince_ = now_();
+            if (clockKind_ == ClockKind::sound) output_->start();
+        }
+    }
+    double t = clockTime();
+    if (playing_ && std::isfinite(t)) {
+        double clamped = std::clamp(t, 0.0, duration_);
+        if (clamped != currentTime_) dirty = true;
+        currentTime_ = clamped;
+    }
+    t = currentTime_;
+    for (size_t i = 0; i < video_.size(); ++i) {
+        auto& worker = video_[i];
+        if (!worker) continue;
+        std::shared_ptr<const PreviewFrame> show;
+        {
+            std::lock_guard guard(worker->lock);
+            auto& queue = worker->queue;
+            bool popped = false;
+            while (!queue.empty() && queue.front()->end <= t) {
+                if (queue.front() != shown_[i]) ++droppedCount_;
+                queue.pop_front();
+                popped = true;
+            }
+            if (!queue.empty() && queue.front()->start <= t) show = queue.front();
+            if (playing_ && !prerolling_) worker->playhead = t;
+            if (popped) worker->work.notify_all();
+        }
+        if (show != shown_[i]) {
+            if (show) ++shownCount_;
+            shown_[i] = std::move(show);
+            dirty = true;
+        }
+    }
+    if (playing_ && currentTime_ >= duration_ - 0.02) {
+        pause();
+        return;
+    }
+    if (dirty) changed();
+}
+
+void MulticamPlayer::changed() {
+    if (onChange_) onChange_();
+}
+
+void MulticamPlayer::applyVolumes(const std::map<Uuid, double>& levels, const std::set<Uuid>& muted, double masterDb,
+                                  std::optional<int> follow) {
+    std::vector<double> gains;
+    for (auto& source : sound_) {
+        auto level = levels.find(source.sourceId);
+        bool followOther = follow && source.camera >= 0 && source.camera != *follow;
+        source.volume = SoundMix::volume(level == levels.end() ? 0.0 : level->second, masterDb,
+                                         muted.count(source.sourceId) > 0, followOther);
+        gains.push_back(source.volume);
+    }
+    std::lock_guard guard(mixer_->lock);
+    mixer_->volumes = std::move(gains);
+}
+
+void MulticamPlayer::applyFades(double seconds) {
+    std::lock_guard guard(mixer_->lock);
+    mixer_->fade = std::max(0.0, seconds);
+}
+
+std::map<Uuid, double> MulticamPlayer::volumes() const {
+    std::map<Uuid, double> out;
+    for (const auto& source : sound_) out[source.sourceId] = source.volume;
+    return out;
+}
+
+void MulticamPlayer::configureVideo(int division, std::shared_ptr<LookRenderer> renderer) {
+    division = std::max(1, division);
+    bool changedAny = false;
+    double at = clockTime();
+    for (size_t i = 0; i < angles_.size(); ++i) {
+        auto& worker = video_[i];
+        if (!worker || angles_[i].width <= 0 || angles_[i].height <= 0) continue;
+        VideoState state{division, renderer && renderer->changesCamera(angles_[i].id)};
+        auto found = installed_.find(angles_[i].id);
+        if (found != installed_.end() && found->second == state) continue;
+        installed_[angles_[i].id] = state;
+        changedAny = true;
+        std::lock_guard guard(worker->lock);
+        worker->state = state;
+        worker->renderer = state.looks ? renderer : nullptr;
+        worker->request(at, playing_);
+    }
+    renderer_ = std::move(renderer);
+    if (changedAny || renderer_) refreshStill();
+}
+
+void MulticamPlayer::refreshStill() {
+    if (playing_) return;
+    for (auto& worker : video_) {
+        if (!worker) continue;
+        std::lock_guard guard(worker->lock);
+        worker->request(currentTime_, false);
+    }
+}
+
+std::shared_ptr<const PreviewFrame> MulticamPlayer::shownFrame(int angle) const {
+    if (angle < 0 || static_cast<size_t>(angle) >= shown_.size()) return nullptr;
+    return shown_[angle];
+}
+
+MulticamPlayer::Counters MulticamPlayer::counters() const {
+    int64_t skipped = 0;
+    for (const auto& worker : video_) {
+        if (!worker) continue;
+        std::lock_guard guard(worker->lock);
+        skipped += worker->skipped;
+    }
+    return {shownCount_, droppedCount_ + skipped};
+}
+
+void MulticamPlayer::settle() {
+    for (auto& worker : video_) {
+        if (!worker) continue;
+        std::unique_lock l(worker->lock);
+        uint64_t want = ++worker->poke;
+        worker->work.notify_all();
+        worker->settled.wait(l, [&] { return worker->pokeSeen >= want; });
+    }
+    std::unique_lock l(mixer_->lock);
+    uint64_t want = ++mixer_->poke;
+    mixer_->work.notify_all();
+    mixer_->settled.wait(l, [&] { return mixer_->pokeSeen >= want; });
+}
+
+}  // namespace qv

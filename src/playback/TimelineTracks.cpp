@@ -1,0 +1,99 @@
+#include "playback/TimelineTracks.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "playback/SourceTimeline.h"
+
+namespace qv {
+
+namespace {
+
+class TimelineVideo : public VideoTrackReader {
+public:
+    explicit TimelineVideo(SourceTimeline line) : reader_(std::move(line)) {}
+
+    void seek(double time) override { next_ = time; }
+    void setOutputSize(int width, int height) override { reader_.setOutputSize(width, height); }
+
+    std::optional<PreviewFrame> read(double notBefore) override {
+        const SourceTimeline& line = reader_.line();
+        next_ = std::max(next_, notBefore);
+        for (;;) {
+            const TimelinePiece* piece = line.pictureAt(next_);
+            if (!piece) {
+                auto later = std::find_if(line.pieces.begin(), line.pieces.end(),
+                                          [&](const TimelinePiece& p) { return p.video && p.at > next_; });
+                if (later == line.pieces.end()) return std::nullopt;
+                next_ = later->at;
+                continue;
+            }
+            auto picture = reader_.pictureAt(next_);
+            if (!picture || !*picture) {
+                // The file went away or holds nothing readable: a hole in this angle.
+                next_ = piece->end();
+                continue;
+            }
+            const media::VideoPicture& p = **picture;
+            PreviewFrame frame;
+            frame.start = std::max(piece->at + p.start, piece->at);
+            frame.end = std::min(piece->at + p.end, piece->end());
+            if (frame.end <= next_) frame.end = std::min(next_ + 1e-3, piece->end());
+            // Just past the end, so rounding never hands back the same picture.
+            next_ = frame.end + 1e-6;
+            frame.width = p.frame.width;
+            frame.height = p.frame.height;
+            frame.rgba = p.frame.pixels;
+            return frame;
+        }
+    }
+
+private:
+    SourceReader reader_;
+    double next_ = 0;
+};
+
+class TimelineSound : public SoundTrackReader {
+public:
+    TimelineSound(SourceTimeline line, int rate, int channels)
+        : reader_(std::move(line)), rate_(rate), channels_(channels) {}
+
+    void read(int64_t first, float* out, size_t frames) override {
+        // A file that cannot be read any more plays as silence; the rest goes on.
+        if (!reader_.sound(first, static_cast<int64_t>(frames), rate_, channels_, out)) {
+            std::fill(out, out + frames * channels_, 0.0f);
+        }
+    }
+
+private:
+    SourceReader reader_;
+    int rate_, channels_;
+};
+
+}  // namespace
+
+TrackOpener timelineTracks(const ProxyCache* proxies) {
+    TrackOpener opener;
+    opener.video = [proxies](const std::vector<PlacedItem>& files, double total) -> std::unique_ptr<VideoTrackReader> {
+        SourceTimeline line = SourceTimeline::composition(files, total, true);
+        if (!line.hasPicture()) return nullptr;
+        if (proxies) {
+            for (auto& piece : line.pieces) {
+                if (auto proxy = proxies->find(piece.item.url)) piece.item.url = *proxy;
+            }
+        }
+        return std::make_unique<TimelineVideo>(std::move(line));
+    };
+    opener.sound = [](const std::vector<PlacedItem>& files, double total, int rate,
+                      int channels) -> std::unique_ptr<SoundTrackReader> {
+        SourceTimeline line = SourceTimeline::composition(files, total, false);
+        if (!line.hasSound()) return nullptr;
+        return std::make_unique<TimelineSound>(std::move(line), rate, channels);
+    };
+    opener.soundRanges = [](const std::vector<PlacedItem>& files, double total) {
+        return SourceTimeline::composition(files, total, false).soundRanges;
+    };
+    return opener;
+}
+
+}  // namespace qv

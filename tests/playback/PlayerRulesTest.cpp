@@ -1,0 +1,215 @@
+// The rules of the player that need no media: where an angle has pictures,
+// its caption, preview volumes and fades, the silent output's clock, and
+// the time line's clamps and end on a player without readers.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cmath>
+
+#include "../edit/Fakes.h"
+#include "playback/Angle.h"
+#include "playback/AudioOutput.h"
+#include "playback/MulticamPlayer.h"
+#include "playback/SoundMix.h"
+
+namespace qv {
+namespace {
+
+PlacedItem placed(int source, double start, double duration) {
+    PlacedItem p;
+    p.sourceIndex = source;
+    p.start = start;
+    p.item.duration = duration;
+    p.item.width = 320;
+    p.item.height = 180;
+    p.item.hasVideo = true;
+    return p;
+}
+
+TEST(AngleTest, GapsUnderHalfASecondAreNotGaps) {
+    auto one = Angle::rangesOf({placed(0, 10.4, 5), placed(0, 0, 10)});
+    ASSERT_EQ(one.size(), 1u);
+    EXPECT_EQ(one[0], (TimeRange{0, 15.4}));
+    auto two = Angle::rangesOf({placed(0, 0, 10), placed(0, 10.5, 5)});
+    ASSERT_EQ(two.size(), 2u);
+    EXPECT_EQ(two[1], (TimeRange{10.5, 15.5}));
+    // A file inside the previous one does not shorten the range.
+    EXPECT_EQ(Angle::rangesOf({placed(0, 0, 10), placed(0, 2, 3)}), (std::vector<TimeRange>{{0, 10}}));
+}
+
+TEST(AngleTest, CaptionsCountDownAndTurnUrgentUnderFifteenSeconds) {
+    Angle angle;
+    angle.hasPlayer = true;
+    angle.ranges = {{0, 100}, {130, 200}};
+    EXPECT_EQ(angle.status(30), (AngleStatus{"COUPE DANS 1:10", false}));
+    EXPECT_EQ(angle.status(86), (AngleStatus{"COUPE DANS 0:14", true}));
+    EXPECT_EQ(angle.status(100), (AngleStatus{"DÉMARRE DANS 0:30", false}));
+    EXPECT_EQ(angle.status(200), (AngleStatus{"TERMINÉE", false}));
+    EXPECT_TRUE(angle.hasImage(0));
+    EXPECT_FALSE(angle.hasImage(100));
+    angle.hasPlayer = false;
+    EXPECT_EQ(angle.status(30), (AngleStatus{"NON CALÉE", false}));
+    EXPECT_FALSE(angle.hasImage(30));
+}
+
+TEST(SoundMixTest, VolumesAreCappedMutedAndFollowTheCut) {
+    EXPECT_DOUBLE_EQ(SoundMix::volume(6, 0, false, false), 1.0);
+    EXPECT_DOUBLE_EQ(SoundMix::volume(3, 3, false, false), 1.0);
+    EXPECT_NEAR(SoundMix::volume(-6, 0, false, false), 0.501, 0.001);
+    EXPECT_NEAR(SoundMix::volume(-3, -3, false, false), 0.501, 0.001);
+    EXPECT_EQ(SoundMix::volume(0, 0, true, false), 0.0);
+    EXPECT_EQ(SoundMix::volume(0, 0, false, true), 0.0);
+}
+
+TEST(SoundMixTest, FadesOfTwoSecondsOnAThreeSecondFileTakeHalfOfIt) {
+    std::vector<TimeRange> ranges{{10, 13}};
+    EXPECT_DOUBLE_EQ(SoundMix::fadeAt(ranges, 2, 10), 0.0);
+    EXPECT_DOUBLE_EQ(SoundMix::fadeAt(ranges, 2, 10.75), 0.5);
+    EXPECT_DOUBLE_EQ(SoundMix::fadeAt(ranges, 2, 11.5), 1.0);
+    EXPECT_DOUBLE_EQ(SoundMix::fadeAt(ranges, 2, 12.25), 0.5);
+    EXPECT_DOUBLE_EQ(SoundMix::fadeAt(ranges, 2, 13), 0.0);
+    EXPECT_DOUBLE_EQ(SoundMix::fadeAt(ranges, 0, 10), 1.0);
+    EXPECT_DOUBLE_EQ(SoundMix::fadeAt(ranges, 0, 9.99), 0.0);
+
+    // Each sample gets the gain of its own time, in the ramps and between them.
+    const double rate = 1000;
+    const size_t frames = 4000;
+    std::vector<float> source(frames * 2, 0.5f), mix(frames * 2, 0.0f);
+    for (size_t block = 0; block < frames; block += 256) {
+        size_t n = std::min<size_t>(256, frames - block);
+        SoundMix::addWithGain(mix.data() + block * 2, source.data(), n, 2, 9.5 + block / rate, rate, 0.8, ranges, 2);
+    }
+    for (size_t i = 0; i < frames; ++i) {
+        float want = static_cast<float>(0.4 * SoundMix::fadeAt(ranges, 2, 9.5 + i / rate));
+        ASSERT_FLOAT_EQ(mix[i * 2], want) << i;
+        ASSERT_FLOAT_EQ(mix[i * 2 + 1], want) << i;
+    }
+}
+
+struct VirtualTime {
+    std::atomic<double> now{0};
+    TimeSource source() {
+        return [this] { return now.load(); };
+    }
+};
+
+TEST(SilentAudioOutputTest, PlaysAtTheClocksRateAndStandsStillWhenStarved) {
+    VirtualTime time;
+    SilentAudioOutput out(time.source(), 1000, 1, 0.5);
+    EXPECT_EQ(out.space(), 500u);
+    std::vector<float> ramp(600);
+    for (size_t i = 0; i < ramp.size(); ++i) ramp[i] = static_cast<float>(i);
+    EXPECT_EQ(out.write(ramp.data(), 600), 500u);
+    out.setCapture(true);
+    time.now = 1;  // not started: nothing plays
+    EXPECT_EQ(out.playedFrames(), 0);
+    out.start();
+    time.now = 1.2;
+    EXPECT_EQ(out.playedFrames(), 200);
+    EXPECT_EQ(out.space(), 200u);
+    time.now = 3;  // only 300 more were queued
+    EXPECT_EQ(out.playedFrames(), 500);
+    EXPECT_EQ(out.write(ramp.data() + 500, 100), 100u);
+    time.now = 3.05;  // the position resumes from where it starved
+    EXPECT_EQ(out.playedFrames(), 550);
+    auto captured = out.takeCaptured();
+    ASSERT_EQ(captured.size(), 550u);
+    for (size_t i = 0; i < captured.size(); ++i) ASSERT_EQ(captured[i], static_cast<float>(i));
+    out.pause();
+    time.now = 9;
+    EXPECT_EQ(out.playedFrames(), 550);
+    out.flush();
+    EXPECT_EQ(out.playedFrames(), 0);
+    EXPECT_EQ(out.space(), 500u);
+}
+
+// A set of one camera whose files have no reader: the player runs on the
+// steady clock alone.
+class PlayerClockTest : public ::testing::Test {
+protected:
+    PlayerClockTest() {
+        MediaSource camera;
+        camera.name = "Cam A";
+        camera.kind = SourceKind::camera;
+        MediaSource empty;
+        empty.name = "Cam B";
+        empty.kind = SourceKind::camera;
+        sources = {camera, empty};
+        result.placed = {placed(0, 0, 10), placed(0, 12, 8)};
+        MulticamPlayer::Options options;
+        options.now = time.source();
+        options.scheduler = &scheduler;
+        player = std::make_unique<MulticamPlayer>(sources, result, std::move(options));
+    }
+    // In steps of the player's tick, so each step runs the tick due then.
+    void advance(double seconds) {
+        for (double left = seconds; left > 1e-9; left -= 1.0 / 30) {
+            double step = std::min(left, 1.0 / 30);
+            time.now = time.now + step;
+            scheduler.advance(step);
+        }
+    }
+
+    VirtualTime time;
+    test::ManualScheduler scheduler;
+    std::vector<MediaSource> sources;
+    SyncResult result;
+    std::unique_ptr<MulticamPlayer> player;
+};
+
+TEST_F(PlayerClockTest, SeeksClampAndPlayNearTheEndStartsOver) {
+    EXPECT_EQ(player->duration(), 20);
+    EXPECT_EQ(player->clockKind(), MulticamPlayer::ClockKind::steady);
+    EXPECT_EQ(player->clockSource(), sources[0].id);
+    ASSERT_EQ(player->cameraAngles().size(), 2u);
+    EXPECT_EQ(player->angles()[1].hasPicture, false);
+    EXPECT_EQ(player->cameraAngles()[1].status(3).text, "NON CALÉE");
+    EXPECT_EQ(player->angles()[0].ranges, (std::vector<TimeRange>{{0, 10}, {12, 20}}));
+
+    player->seek(-5);
+    EXPECT_EQ(player->currentTime(), 0);
+    player->seek(1e9);
+    EXPECT_EQ(player->currentTime(), 20);
+    player->seek(19.96);
+    player->play();
+    EXPECT_TRUE(player->isPlaying());
+    EXPECT_EQ(player->currentTime(), 0);
+    player->pause();
+    player->seek(19.9);
+    player->play();
+    EXPECT_EQ(player->currentTime(), 19.9);
+}
+
+TEST_F(PlayerClockTest, TimeMovesEveryThirtiethOfASecondAndPausesAtTheEnd) {
+    int changes = 0;
+    player->setOnChange([&] { ++changes; });
+    player->seek(18);
+    player->play();
+    advance(1.0 / 30);
+    // The start holds the clock for the first tick, then it runs.
+    EXPECT_EQ(player->currentTime(), 18);
+    advance(0.5);
+    EXPECT_NEAR(player->currentTime(), 18.5, 1.0 / 30 + 1e-9);
+    int before = changes;
+    advance(1.0 / 30);
+    EXPECT_GT(changes, before);
+    player->pause();
+    double paused = player->currentTime();
+    EXPECT_FALSE(player->isPlaying());
+    advance(1);
+    EXPECT_EQ(player->currentTime(), paused);
+    player->play();
+    advance(3);
+    EXPECT_FALSE(player->isPlaying());
+    EXPECT_GE(player->currentTime(), 20 - 0.02);
+    EXPECT_EQ(scheduler.pendingCount(), 0u);
+    player->play();  // from the end: from 0 again
+    EXPECT_EQ(player->currentTime(), 0);
+    player->stop();
+    EXPECT_FALSE(player->isPlaying());
+    player->play();
+    EXPECT_FALSE(player->isPlaying());
+}
+
+}  // namespace
+}  // namespace qv

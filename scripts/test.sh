@@ -7,6 +7,8 @@
 set -uo pipefail
 cd "$(dirname "$0")/.."
 export CCACHE_BASEDIR="$PWD"
+# Objects are shared between checkouts: the build folder's name must not count.
+export CCACHE_NOHASHDIR=1
 jobs="$(nproc)"
 
 bash scripts/setup.sh || exit 1

@@ -133,8 +133,12 @@ void MainWindow::refresh() {
             list_->addItem(q(p.name.value_or(p.folder) + " — " + p.folder));
     } else if (model_.result()) {
         const auto& result = *model_.result();
-        listTitle_->setText(q(std::to_string(model_.cuts().size()) + " coupes · " + std::to_string(model_.cameraCount()) +
-                              " caméras · " + std::to_string(model_.soundCount()) + " sons · durée " +
+        auto count = [](size_t n, const char* word) {
+            return std::to_string(n) + " " + word + (n >= 2 ? "s" : "");
+        };
+        listTitle_->setText(q(count(model_.cuts().size(), "coupe") + " · " +
+                              count(static_cast<size_t>(model_.cameraCount()), "caméra") + " · " +
+                              count(static_cast<size_t>(model_.soundCount()), "son") + " · durée " +
                               Format::duration(model_.duration())));
         for (const auto& p : result.placed)
             list_->addItem(q(model_.sources()[static_cast<size_t>(p.sourceIndex)].name + " / " + p.item.fileName() +

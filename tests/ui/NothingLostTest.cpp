@@ -128,7 +128,7 @@ TEST(NothingLost, KilledAnywhereTheProjectReadsAndKeepsItsEdits) {
 
         // Even runs die where a save falls due, odd ones anywhere.
         const bool atSave = run % 2 == 0;
-        double killAt = ready->time + std::uniform_real_distribution<double>(0.3, 5.0)(rng);
+        double killAt = ready->time + std::uniform_real_distribution<double>(0.3, 8.0)(rng);
         std::vector<Event> edits;
         double lastEdit = ready->time;
         for (;;) {

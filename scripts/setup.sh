@@ -13,6 +13,7 @@ PACKAGES=(
   nlohmann-json3-dev libpugixml-dev
   libgtest-dev googletest
   qt6-base-dev qt6-multimedia-dev
+  desktop-file-utils xvfb xauth imagemagick
   locales
 )
 

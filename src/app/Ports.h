@@ -29,6 +29,8 @@
 #include "effects/Reframe.h"
 #include "looks/LookRenderer.h"
 #include "persistence/AppSettings.h"
+#include "playback/TrackReader.h"
+#include "render/VideoRender.h"
 #include "sync/Media.h"
 #include "sync/SyncResult.h"
 
@@ -86,27 +88,16 @@ public:
     virtual void stop() = 0;
     // Size of a camera's picture, when known.
     virtual std::optional<PixelSize> pictureSize(int camera) const = 0;
+    // The picture a camera's monitor shows now; null where it shows none
+    // (a player without pictures never has one).
+    virtual std::shared_ptr<const PreviewFrame> shownFrame(int /*camera*/) const { return nullptr; }
 };
 
 using PlayerFactory =
     std::function<std::shared_ptr<AppPlayer>(const std::vector<MediaSource>&, const SyncResult&, MainThread&)>;
 
 // Everything a finished video is made from; effects are resolved already.
-struct VideoJob {
-    std::vector<MediaSource> sources;
-    SyncResult result;
-    std::vector<Segment> segments;
-    std::vector<int> cameraSources;
-    TimeRange range;
-    std::map<Uuid, double> levels;
-    std::set<Uuid> muted;
-    AudioSettings audio;
-    EffectSettings effects;
-    std::vector<ResolvedEffect> planEffects;  // one per segment, in order
-    OutputFormat format = OutputFormat::landscape;
-    std::map<Uuid, CameraFrame> framing;
-    LookRenderer::Snapshot looks;
-};
+using VideoJob = VideoRender::Job;
 
 struct VideoOutcome {
     enum class Kind { success, cancelled, failure };

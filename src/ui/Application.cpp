@@ -13,10 +13,12 @@
 #include <random>
 
 #include "app/AppModel.h"
-#include "app/ClockPlayer.h"
+#include "app/MulticamAppPlayer.h"
+#include "app/RenderVideoExporter.h"
 #include "diagnostics/CrashHandler.h"
 #include "diagnostics/Log.h"
 #include "ui/MainWindow.h"
+#include "ui/QtAudioOutput.h"
 #include "ui/QtPorts.h"
 
 namespace qv::ui {
@@ -113,6 +115,15 @@ void quitOnSignals(QApplication& app) {
     for (int sig : {SIGTERM, SIGINT, SIGHUP}) ::sigaction(sig, &action, nullptr);
 }
 
+// The machine's sound device, or null where none opens: the player then
+// keeps time on its silent clocked output.
+std::unique_ptr<AudioOutput> soundDevice() {
+    auto device = std::make_unique<QtAudioOutput>();
+    if (device->valid()) return device;
+    Log::write("Pas de sortie son : lecture muette");
+    return nullptr;
+}
+
 }  // namespace
 
 int run(int argc, char** argv, const std::vector<std::string>& arguments) {
@@ -136,7 +147,9 @@ int run(int argc, char** argv, const std::vector<std::string>& arguments) {
     QtDialogs dialogs;
     QtFileViewer viewer;
     auto model = std::make_unique<AppModel>(AppModel::Services{main, dialogs, viewer, AppSettings::shared(),
-                                                               ClockPlayer::factory(), nullptr, arguments});
+                                                               MulticamAppPlayer::factory(soundDevice),
+                                                               std::make_shared<RenderVideoExporter>(main),
+                                                               arguments});
     ModelObject object(*model);
     std::unique_ptr<EditDriver> driver;
     MainWindow window(*model, object);

@@ -1,9 +1,10 @@
 // ClockPlayer: a player without picture or sound. It knows each camera's
 // angle from the placed files and runs a clock at 30 ticks a second on the
-// main thread while playing, so the edit, the sound follow and the timeline
-// work where no decoding player is plugged in (the command-line demo, a
-// headless run). The orders about volumes, fades and video are kept as the
-// last values given, which is all a silent player can do with them.
+// main thread while playing, so the model's tests run the edit, the sound
+// follow and the timeline on virtual time without decoding anything (the
+// program itself uses MulticamAppPlayer). The orders about volumes, fades and
+// video are kept as the last values given, which is all a silent player can
+// do with them.
 #pragma once
 
 #include "app/Ports.h"

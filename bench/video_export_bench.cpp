@@ -18,7 +18,7 @@
 #include "edit/Scheduler.h"
 #include "looks/GradeMath.h"
 #include "platform/Process.h"
-#include "render/VideoExporter.h"
+#include "render/VideoExportSession.h"
 #include "sync/MediaScanner.h"
 
 namespace fs = std::filesystem;
@@ -143,7 +143,7 @@ int main(int argc, char** argv) {
     getrusage(RUSAGE_CHILDREN, &children);
 
     Loop loop;
-    VideoExporter exporter(loop);
+    VideoExportSession exporter(loop);
     bool finished = false;
     std::string error;
     t0 = Clock::now();

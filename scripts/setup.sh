@@ -14,6 +14,7 @@ PACKAGES=(
   libgtest-dev googletest
   clang-14 libfuzzer-14-dev libclang-rt-14-dev
   qt6-base-dev qt6-multimedia-dev
+  desktop-file-utils xvfb xauth imagemagick
   locales
 )
 

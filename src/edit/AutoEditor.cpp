@@ -66,23 +66,27 @@ void from_json(const Json& j, AutoSettings& s) {
 
 namespace AutoEditor {
 
+std::vector<TimeRange> takeRanges(std::vector<PlacedItem> files) {
+    std::stable_sort(files.begin(), files.end(),
+                     [](const PlacedItem& a, const PlacedItem& b) { return a.start < b.start; });
+    std::vector<TimeRange> ranges;
+    for (const PlacedItem& p : files) {
+        if (!ranges.empty() && p.start < ranges.back().end + mergeGap)
+            ranges.back().end = std::max(ranges.back().end, p.end());
+        else
+            ranges.push_back({p.start, p.end()});
+    }
+    return ranges;
+}
+
 std::vector<std::vector<TimeRange>> cameraRanges(const SyncResult& result, const std::vector<int>& cameraSources) {
     std::vector<std::vector<TimeRange>> out;
     out.reserve(cameraSources.size());
     for (int source : cameraSources) {
-        std::vector<const PlacedItem*> files;
+        std::vector<PlacedItem> files;
         for (const PlacedItem& p : result.placed)
-            if (p.sourceIndex == source && p.item.hasVideo) files.push_back(&p);
-        std::stable_sort(files.begin(), files.end(),
-                         [](const PlacedItem* a, const PlacedItem* b) { return a->start < b->start; });
-        std::vector<TimeRange> ranges;
-        for (const PlacedItem* p : files) {
-            if (!ranges.empty() && p->start < ranges.back().end + mergeGap)
-                ranges.back().end = std::max(ranges.back().end, p->end());
-            else
-                ranges.push_back({p->start, p->end()});
-        }
-        out.push_back(std::move(ranges));
+            if (p.sourceIndex == source && p.item.hasVideo) files.push_back(p);
+        out.push_back(takeRanges(std::move(files)));
     }
     return out;
 }

@@ -44,8 +44,12 @@ void from_json(const json::Json& j, AutoSettings& s);
 
 namespace AutoEditor {
 
+// The stretches `files` cover, by time: a file that starts 0.5 s or more
+// after the previous stretch's end opens a new one, shorter gaps are bridged.
+std::vector<TimeRange> takeRanges(std::vector<PlacedItem> files);
+
 // When each camera films: one list per entry of `cameraSources` (source
-// indices), its placed video files merged across gaps under 0.5 s.
+// indices), its placed video files merged by `takeRanges`.
 std::vector<std::vector<TimeRange>> cameraRanges(const SyncResult& result, const std::vector<int>& cameraSources);
 
 // Cuts over `range`, in time order; `weights` maps a camera number to its

@@ -7,7 +7,7 @@
 #include <thread>
 
 #include "base/Format.h"
-#include "render/VideoExporter.h"
+#include "render/VideoExportSession.h"
 
 namespace qv::CLI {
 
@@ -83,7 +83,7 @@ int exportVideo(VideoRequest request, std::ostream& out,
     std::signal(SIGXFSZ, SIG_IGN);
 
     WaitingScheduler scheduler;
-    VideoExporter exporter(scheduler);
+    VideoExportSession exporter(scheduler);
     std::optional<Result<std::filesystem::path>> outcome;
     const auto started = Clock::now();
     exporter.start(std::move(job), *codec, std::filesystem::absolute(request.file), true,

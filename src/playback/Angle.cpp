@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "base/Format.h"
+#include "edit/AutoEditor.h"
 
 namespace qv {
 
@@ -23,17 +24,7 @@ AngleStatus Angle::status(double t) const {
 }
 
 std::vector<TimeRange> Angle::rangesOf(std::vector<PlacedItem> files) {
-    std::stable_sort(files.begin(), files.end(),
-                     [](const PlacedItem& a, const PlacedItem& b) { return a.start < b.start; });
-    std::vector<TimeRange> ranges;
-    for (const auto& f : files) {
-        if (ranges.empty() || f.start >= ranges.back().end + 0.5) {
-            ranges.push_back({f.start, f.end()});
-        } else {
-            ranges.back().end = std::max(ranges.back().end, f.end());
-        }
-    }
-    return ranges;
+    return AutoEditor::takeRanges(std::move(files));
 }
 
 }  // namespace qv

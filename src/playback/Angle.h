@@ -33,9 +33,8 @@ struct Angle {
     // 15 s left), "DÉMARRE DANS 0:42" or "TERMINÉE".
     AngleStatus status(double t) const;
 
-    // The stretches of pictures of a camera's placed files: by time, a file
-    // that starts 0.5 s or more after the previous range opens a new one,
-    // so shorter gaps are not shown as gaps.
+    // The stretches of pictures of a camera's placed files, by the edit's
+    // rule (AutoEditor::takeRanges), so the monitors and the cuts agree.
     static std::vector<TimeRange> rangesOf(std::vector<PlacedItem> files);
 };
 

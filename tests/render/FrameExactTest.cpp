@@ -29,7 +29,7 @@ TEST(FrameExact, EveryOutputFrameIsItsPlansCameraAtTheSetTime) {
 
     test::TempDir dir;
     test::ManualScheduler scheduler;
-    VideoExporter exporter(scheduler);
+    VideoExportSession exporter(scheduler);
     auto out = test::exportNow(exporter, scheduler, job, VideoCodec::h264, dir / "cuts.mp4");
     ASSERT_TRUE(out.ok()) << out.error().message;
 

@@ -35,7 +35,7 @@ protected:
     }
     media::RgbaFrame frameOf(VideoRender::Job j, VideoCodec codec, double t) {
         test::ManualScheduler scheduler;
-        VideoExporter exporter(scheduler);
+        VideoExportSession exporter(scheduler);
         fs::path target = dir_ / (codec == VideoCodec::prores ? "out.mov" : "out.mp4");
         auto out = test::exportNow(exporter, scheduler, std::move(j), codec, target);
         EXPECT_TRUE(out.ok()) << (out.ok() ? "" : out.error().message);

@@ -13,7 +13,7 @@
 #include "edit/Fakes.h"
 #include "platform/MediaReader.h"
 #include "platform/Process.h"
-#include "render/VideoExporter.h"
+#include "render/VideoExportSession.h"
 #include "sync/MediaScanner.h"
 
 namespace qv::test {
@@ -63,7 +63,7 @@ inline std::vector<Segment> plans(const std::vector<std::pair<double, int>>& cut
 }
 
 // Runs one export to its end on a virtual main thread; the outcome `done` gave.
-inline Result<std::filesystem::path> exportNow(VideoExporter& exporter, ManualScheduler& scheduler,
+inline Result<std::filesystem::path> exportNow(VideoExportSession& exporter, ManualScheduler& scheduler,
                                                VideoRender::Job job, VideoCodec codec, const std::filesystem::path& to,
                                                bool retry = false, int* calls = nullptr,
                                                const std::function<void()>& whileRunning = {}) {

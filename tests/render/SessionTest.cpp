@@ -38,12 +38,12 @@ protected:
         return test::exportNow(exporter_, scheduler_, std::move(j), codec, to, retry, calls, whileRunning);
     }
     static bool leftovers(const fs::path& target) {
-        return fs::exists(target) || fs::exists(VideoExporter::partialFile(target));
+        return fs::exists(target) || fs::exists(VideoExportSession::partialFile(target));
     }
     fs::path set_;
     test::TempDir dir_;
     test::ManualScheduler scheduler_;
-    VideoExporter exporter_{scheduler_};
+    VideoExportSession exporter_{scheduler_};
 };
 
 TEST_F(ExportSession, ACancelEndsWithTheCancellationAndLeavesNoFile) {
@@ -53,7 +53,7 @@ TEST_F(ExportSession, ACancelEndsWithTheCancellationAndLeavesNoFile) {
         if (exporter_.progress() > 0) exporter_.cancel();
     });
     ASSERT_FALSE(out.ok());
-    EXPECT_TRUE(VideoExporter::isCancellation(out.error()));
+    EXPECT_TRUE(VideoExportSession::isCancellation(out.error()));
     EXPECT_EQ(calls, 1);
     EXPECT_FALSE(leftovers(target));
     EXPECT_FALSE(exporter_.isRunning());
@@ -79,7 +79,7 @@ TEST_F(ExportSession, AnExistingFileIsReplacedAndEveryFormatReadsBackRight) {
         EXPECT_NEAR(std::stod(test::probeField(target, "v", "duration")), 2.0, 0.04) << c.name;
         EXPECT_EQ(test::probeField(target, "a", "channels"), "2");
         EXPECT_EQ(test::probeField(target, "a", "codec_name"), c.codec == VideoCodec::prores ? "pcm_s16le" : "aac");
-        EXPECT_FALSE(fs::exists(VideoExporter::partialFile(target)));
+        EXPECT_FALSE(fs::exists(VideoExportSession::partialFile(target)));
         EXPECT_DOUBLE_EQ(exporter_.progress(), 1.0);
     }
 }

@@ -35,7 +35,7 @@ protected:
     // The left channel of the export, 48 kHz, from 0 to its end.
     std::vector<float> render(VideoRender::Job job) {
         test::ManualScheduler scheduler;
-        VideoExporter exporter(scheduler);
+        VideoExportSession exporter(scheduler);
         auto out = test::exportNow(exporter, scheduler, std::move(job), VideoCodec::prores, dir_ / "out.mov");
         EXPECT_TRUE(out.ok()) << (out.ok() ? "" : out.error().message);
         if (!out) return {};

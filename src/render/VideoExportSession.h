@@ -1,4 +1,4 @@
-// VideoExporter: one export of a finished video at a time. `start` builds
+// VideoExportSession: one export of a finished video at a time. `start` builds
 // the render, writes it on a thread of its own (the pipeline spreads over
 // the cores), publishes progress every 0.25 s and tells the caller the
 // outcome once.
@@ -24,16 +24,16 @@
 
 namespace qv {
 
-class VideoExporter {
+class VideoExportSession {
 public:
     using Done = std::function<void(Result<std::filesystem::path>)>;
 
     // `scheduler` must outlive the exporter.
-    explicit VideoExporter(Scheduler& scheduler);
+    explicit VideoExportSession(Scheduler& scheduler);
     // Cancels a running export and waits for its thread; `done` is not called.
-    ~VideoExporter();
-    VideoExporter(const VideoExporter&) = delete;
-    VideoExporter& operator=(const VideoExporter&) = delete;
+    ~VideoExportSession();
+    VideoExportSession(const VideoExportSession&) = delete;
+    VideoExportSession& operator=(const VideoExportSession&) = delete;
 
     // A failure other than a cancellation retries once when `retry` is true.
     // A start while another export runs fails at once and leaves it running.

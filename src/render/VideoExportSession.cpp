@@ -1,4 +1,4 @@
-#include "render/VideoExporter.h"
+#include "render/VideoExportSession.h"
 
 #include <atomic>
 #include <optional>
@@ -29,7 +29,7 @@ media::VideoEncoding encodingOf(VideoCodec c) {
 
 // One try, seen from both sides: the thread writes `outcome` and then sets
 // `finished`; the main thread reads `outcome` only after seeing `finished`.
-struct VideoExporter::Running {
+struct VideoExportSession::Running {
     VideoRender::Job job;
     VideoCodec codec = VideoCodec::h264;
     fs::path to;
@@ -41,9 +41,9 @@ struct VideoExporter::Running {
     std::thread thread;
 };
 
-VideoExporter::VideoExporter(Scheduler& scheduler) : scheduler_(scheduler) {}
+VideoExportSession::VideoExportSession(Scheduler& scheduler) : scheduler_(scheduler) {}
 
-VideoExporter::~VideoExporter() {
+VideoExportSession::~VideoExportSession() {
     if (running_) {
         running_->control.cancel = true;
         if (running_->thread.joinable()) running_->thread.join();
@@ -51,13 +51,13 @@ VideoExporter::~VideoExporter() {
     if (timer_) scheduler_.cancel(timer_);
 }
 
-bool VideoExporter::isCancellation(const Error& e) { return e.message == RenderPipeline::cancelledMessage; }
+bool VideoExportSession::isCancellation(const Error& e) { return e.message == RenderPipeline::cancelledMessage; }
 
-fs::path VideoExporter::partialFile(const fs::path& target) {
+fs::path VideoExportSession::partialFile(const fs::path& target) {
     return target.parent_path() / ("." + target.filename().string() + ".partiel");
 }
 
-void VideoExporter::start(VideoRender::Job job, VideoCodec codec, fs::path to, bool retry, Done done) {
+void VideoExportSession::start(VideoRender::Job job, VideoCodec codec, fs::path to, bool retry, Done done) {
     if (running_) {
         // One export at a time: the second is told so and the first goes on.
         scheduler_.schedule(0, [done = std::move(done)] { done(Error{"Un export vidéo est déjà en cours."}); });
@@ -122,11 +122,11 @@ void VideoExporter::start(VideoRender::Job job, VideoCodec codec, fs::path to, b
     timer_ = scheduler_.schedule(progressInterval, [this] { poll(); });
 }
 
-void VideoExporter::cancel() {
+void VideoExportSession::cancel() {
     if (running_) running_->control.cancel = true;
 }
 
-void VideoExporter::poll() {
+void VideoExportSession::poll() {
     timer_ = 0;
     if (!running_) return;
     progress_ = running_->control.progress;

@@ -1,0 +1,67 @@
+#include "app/MulticamAppPlayer.h"
+
+#include <atomic>
+
+#include "playback/TimelineTracks.h"
+
+namespace qv {
+
+// Shared between the player and the posts in flight, so a post that lands
+// after the player is gone does nothing.
+struct MulticamAppPlayer::Wake {
+    std::atomic<bool> pending{false};
+    MulticamPlayer* player = nullptr;  // main thread only
+};
+
+MulticamAppPlayer::MulticamAppPlayer(const std::vector<MediaSource>& sources, const SyncResult& result,
+                                     MainThread& main, std::unique_ptr<AudioOutput> output, TimeSource now)
+    : wake_(std::make_shared<Wake>()) {
+    MulticamPlayer::Options options;
+    options.opener = timelineTracks();
+    options.output = std::move(output);
+    options.now = std::move(now);
+    options.scheduler = &main;
+    std::weak_ptr<Wake> weak = wake_;
+    options.wakeup = [weak, &main] {
+        auto wake = weak.lock();
+        if (!wake || wake->pending.exchange(true)) return;
+        main.post([weak] {
+            auto w = weak.lock();
+            if (!w) return;
+            w->pending = false;
+            if (w->player) w->player->update();
+        });
+    };
+    player_ = std::make_unique<MulticamPlayer>(sources, result, std::move(options));
+    wake_->player = player_.get();
+    player_->setOnChange([this] { changed(); });
+}
+
+MulticamAppPlayer::~MulticamAppPlayer() {
+    wake_->player = nullptr;
+    player_->setOnChange({});
+}
+
+PlayerFactory MulticamAppPlayer::factory(OutputMaker makeOutput, TimeSource now) {
+    return [makeOutput = std::move(makeOutput), now = std::move(now)](
+               const std::vector<MediaSource>& sources, const SyncResult& result, MainThread& main) {
+        return std::make_shared<MulticamAppPlayer>(sources, result, main, makeOutput ? makeOutput() : nullptr, now);
+    };
+}
+
+std::optional<PixelSize> MulticamAppPlayer::pictureSize(int camera) const {
+    const auto& angles = player_->cameraAngles();
+    if (camera < 0 || static_cast<size_t>(camera) >= angles.size()) return std::nullopt;
+    const Angle& a = angles[static_cast<size_t>(camera)];
+    if (a.width <= 0 || a.height <= 0) return std::nullopt;
+    return PixelSize{static_cast<double>(a.width), static_cast<double>(a.height)};
+}
+
+void MulticamAppPlayer::changed() {
+    const double t = player_->currentTime();
+    if (t == reported_) return;
+    reported_ = t;
+    if (observer_) observer_(t);
+}
+
+}  // namespace qv

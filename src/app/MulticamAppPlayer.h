@@ -1,0 +1,62 @@
+// MulticamAppPlayer: the multicam player as the application model drives it.
+// It forwards the model's orders to MulticamPlayer and keeps the player's
+// rule on threads: the decoder and mixer threads only wake the main thread
+// (one pending post at a time), and the main thread pulls their frames with
+// `update()`; the model hears of each new clock time from there.
+#pragma once
+
+#include <memory>
+
+#include "app/Ports.h"
+#include "playback/AudioOutput.h"
+#include "playback/MulticamPlayer.h"
+
+namespace qv {
+
+class MulticamAppPlayer : public AppPlayer {
+public:
+    // Makes the sound output of each new player; null (or no maker): the
+    // silent output that plays on the steady clock.
+    using OutputMaker = std::function<std::unique_ptr<AudioOutput>()>;
+
+    MulticamAppPlayer(const std::vector<MediaSource>& sources, const SyncResult& result, MainThread& main,
+                      std::unique_ptr<AudioOutput> output, TimeSource now = steadyTimeSource());
+    ~MulticamAppPlayer() override;
+
+    // Players that read the placed files themselves, through `makeOutput`'s
+    // sound device.
+    static PlayerFactory factory(OutputMaker makeOutput = {}, TimeSource now = steadyTimeSource());
+
+    bool isPlaying() const override { return player_->isPlaying(); }
+    double currentTime() const override { return player_->currentTime(); }
+    const std::vector<AngleInfo>& angles() const override { return player_->angles(); }
+    void pause() override { player_->pause(); }
+    void seek(double time) override { player_->seek(time); }
+    void play() override { player_->play(); }
+    void stop() override { player_->stop(); }
+
+    void applyVolumes(const std::map<Uuid, double>& levels, const std::set<Uuid>& muted, double masterDb,
+                      std::optional<int> follow) override {
+        player_->applyVolumes(levels, muted, masterDb, follow);
+    }
+    void applyFades(double seconds) override { player_->applyFades(seconds); }
+    void configureVideo(int division, std::shared_ptr<LookRenderer> renderer) override {
+        player_->configureVideo(division, std::move(renderer));
+    }
+    void setTimeObserver(std::function<void(double)> observer) override { observer_ = std::move(observer); }
+    std::optional<PixelSize> pictureSize(int camera) const override;
+    std::shared_ptr<const PreviewFrame> shownFrame(int camera) const override { return player_->shownFrame(camera); }
+
+    MulticamPlayer& engine() { return *player_; }
+
+private:
+    struct Wake;
+    void changed();
+
+    std::shared_ptr<Wake> wake_;
+    std::unique_ptr<MulticamPlayer> player_;
+    std::function<void(double)> observer_;
+    double reported_ = -1;
+};
+
+}  // namespace qv

@@ -10,6 +10,8 @@ PACKAGES=(
   libfftw3-dev libfftw3-bin
   libopencv-core-dev libopencv-imgproc-dev
   libfreetype-dev fonts-dejavu-core
+  fonts-inter fonts-b612 fonts-material-design-icons-iconfont
+  xvfb x11-apps imagemagick
   nlohmann-json3-dev libpugixml-dev
   libgtest-dev googletest
   qt6-base-dev qt6-multimedia-dev

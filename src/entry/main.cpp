@@ -9,6 +9,9 @@
 
 #include "entry/Cli.h"
 #include "entry/SelfTest.h"
+#ifdef QUORVEL_WITH_UI
+#include "ui/Application.h"
+#endif
 
 int main(int argc, char** argv) {
     std::setlocale(LC_ALL, "");
@@ -26,9 +29,13 @@ int main(int argc, char** argv) {
             return qv::CLI::run(rest, std::cout);
         }
     }
+#ifdef QUORVEL_WITH_UI
+    return qv::ui::run(argc, argv, args);
+#else
     std::cout << "Quorvel : montage multicaméra de sets DJ.\n"
                  "  quorvel --cli <dossier du set> <sortie.xml> [options]   chaîne complète sans écran\n"
                  "  quorvel --selftest [dossier]                            vérification intégrée\n"
-                 "L'interface graphique n'est pas encore disponible dans cette version.\n";
+                 "Cette version a été construite sans interface graphique.\n";
     return 0;
+#endif
 }

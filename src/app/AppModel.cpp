@@ -1,0 +1,963 @@
+#include "app/AppModel.h"
+
+#include <algorithm>
+#include <cmath>
+#include <ctime>
+#include <random>
+
+#include "base/Format.h"
+#include "base/Text.h"
+#include "diagnostics/Log.h"
+#include "platform/Paths.h"
+#include "looks/LookLibrary.h"
+#include "persistence/ProjectStore.h"
+#include "sync/FolderSync.h"
+#include "sync/MediaScanner.h"
+
+namespace fs = std::filesystem;
+
+namespace qv {
+
+namespace {
+
+std::string trimmed(const std::string& s) {
+    const char* blanks = " \t\r\n\v\f";
+    size_t a = s.find_first_not_of(blanks);
+    if (a == std::string::npos) return {};
+    size_t b = s.find_last_not_of(blanks);
+    return s.substr(a, b - a + 1);
+}
+
+std::string lastComponent(const fs::path& folder) {
+    fs::path p = folder;
+    if (!p.has_filename()) p = p.parent_path();
+    return p.filename().string();
+}
+
+std::string newProjectId() { return "projet-" + Uuid::make().lowerText(); }
+
+// A seed from the system's generator, in 1 ... 2^63 - 1: never 0.
+uint64_t freshSeed() {
+    static std::random_device device;
+    std::uniform_int_distribution<uint64_t> pick(0, (uint64_t{1} << 63) - 2);
+    return pick(device) + 1;
+}
+
+// "23 nov. 2026 14:05" in the user's locale: abbreviated date, short time.
+std::string localDateTime(Date date) {
+    std::time_t t = std::chrono::system_clock::to_time_t(date);
+    std::tm local{};
+    localtime_r(&t, &local);
+    char text[64];
+    size_t n = std::strftime(text, sizeof text, "%e %b %Y %H:%M", &local);
+    return trimmed(std::string(text, n));
+}
+
+std::optional<ProjectFile> readProject(const std::string& id) {
+    auto text = paths::readFile(ProjectStore::directory() / (id + ".json"));
+    if (!text) return std::nullopt;
+    auto j = json::parse(*text);
+    if (!j || !j->is_object()) return std::nullopt;
+    return ProjectFile::fromJson(*j);
+}
+
+}  // namespace
+
+AppModel::AppModel(Services services) : services_(std::move(services)), edit_(services_.main) {
+    edit_.setOnChange([this](EditModel::Change c) { onEditChange(c); });
+    edit_.setSnapEnabled(services_.settings.snapEnabled());
+    edit_.setDropMargins(dropPre_, dropPost_);
+    projects_ = ProjectStore::list();
+    applyDemoArguments();
+}
+
+AppModel::~AppModel() {
+    *alive_ = false;
+    alive_.reset();
+    if (worker_.joinable()) worker_.join();
+    if (autosaveTimer_) services_.main.cancel(autosaveTimer_);
+    if (looksTimer_) services_.main.cancel(looksTimer_);
+    if (player_) player_->setTimeObserver({});
+}
+
+// --- Signals and the autosave
+
+void AppModel::notify(Field field) {
+    if (onChange_) onChange_(field);
+    // Any change rearms the debounce: the save comes 1.5 s after the last one.
+    if (autosaveTimer_) services_.main.cancel(autosaveTimer_);
+    autosaveTimer_ = services_.main.schedule(autosaveDelay, [this] {
+        autosaveTimer_ = 0;
+        save();
+    });
+}
+
+void AppModel::onEditChange(EditModel::Change change) {
+    switch (change) {
+    case EditModel::Change::cuts:
+        notify(Field::cuts);
+        refreshFollow();
+        scheduleLooks();
+        break;
+    case EditModel::Change::selection: notify(Field::selectedSegment); break;
+    case EditModel::Change::range: notify(Field::range); break;
+    case EditModel::Change::toast: notify(Field::toast); break;
+    case EditModel::Change::view:
+        notify(Field::zoom);
+        notify(Field::viewStart);
+        break;
+    case EditModel::Change::rightPanel: notify(Field::rightPanel); break;
+    case EditModel::Change::context: break;
+    }
+}
+
+void AppModel::setStatus(std::string text) {
+    status_ = std::move(text);
+    notify(Field::status);
+}
+
+void AppModel::setWorking(bool working) {
+    isWorking_ = working;
+    notify(Field::isWorking);
+}
+
+void AppModel::setProgress(double p) {
+    progress_ = p;
+    notify(Field::progress);
+}
+
+void AppModel::clearError() {
+    errorMessage_.reset();
+    notify(Field::errorMessage);
+}
+
+void AppModel::postBack(std::function<void()> action) {
+    std::weak_ptr<bool> alive = alive_;
+    services_.main.post([alive, action = std::move(action)] {
+        if (alive.lock()) action();
+    });
+}
+
+void AppModel::startJob(std::function<void()> job) {
+    if (worker_.joinable()) worker_.join();
+    worker_ = std::thread(std::move(job));
+}
+
+// --- Simple fields with their hooks
+
+void AppModel::setAudio(AudioSettings audio) {
+    audio_ = audio;
+    notify(Field::audio);
+    applyAudio();
+}
+
+void AppModel::setEffects(EffectSettings effects) {
+    effects_ = std::move(effects);
+    edit_.setEffects(effects_);
+    notify(Field::effects);
+    scheduleLooks();
+}
+
+void AppModel::setGrades(std::map<Uuid, ColorGrade> grades) {
+    grades_ = std::move(grades);
+    notify(Field::grades);
+    scheduleLooks();
+}
+
+void AppModel::setEditedCamera(int camera) {
+    editedCamera_ = camera;
+    notify(Field::editedCamera);
+}
+
+void AppModel::setDropSensitivity(double s) {
+    dropSensitivity_ = s;
+    notify(Field::dropSensitivity);
+    computeDrops();
+}
+
+void AppModel::setAutoSettings(AutoSettings settings) {
+    auto_ = std::move(settings);
+    notify(Field::autoSettings);
+}
+
+void AppModel::setDropMargins(double pre, double post) {
+    dropPre_ = pre;
+    dropPost_ = post;
+    edit_.setDropMargins(pre, post);
+    notify(Field::dropMargins);
+}
+
+void AppModel::setPreviewDivision(int division) {
+    previewDivision_ = division;
+    notify(Field::previewDivision);
+    applyLooks();
+}
+
+void AppModel::setLevel(const Uuid& source, double db) {
+    levels_[source] = db;
+    notify(Field::levels);
+    applyAudio();
+}
+
+void AppModel::refreshProjects() {
+    projects_ = ProjectStore::list();
+    notify(Field::projects);
+}
+
+void AppModel::setShowNewProject(bool show) {
+    showNewProject_ = show;
+    notify(Field::showNewProject);
+}
+
+void AppModel::setPrefill(std::string name, std::optional<fs::path> folder) {
+    prefillName_ = std::move(name);
+    prefillFolder_ = std::move(folder);
+    notify(Field::prefill);
+}
+
+// --- Derived values
+
+std::string AppModel::folderName() const { return folder_ ? lastComponent(*folder_) : std::string(); }
+
+int AppModel::cameraCount() const { return static_cast<int>(cameraSources().size()); }
+
+int AppModel::soundCount() const {
+    return static_cast<int>(std::count_if(sources_.begin(), sources_.end(),
+                                          [](const MediaSource& s) { return s.kind == SourceKind::audio; }));
+}
+
+std::vector<int> AppModel::cameraSources() const {
+    std::vector<int> cameras;
+    for (size_t i = 0; i < sources_.size(); ++i)
+        if (sources_[i].kind == SourceKind::camera) cameras.push_back(static_cast<int>(i));
+    return cameras;
+}
+
+std::optional<Uuid> AppModel::cameraId(int camera) const {
+    auto cameras = cameraSources();
+    if (camera < 0 || static_cast<size_t>(camera) >= cameras.size()) return std::nullopt;
+    return sources_[static_cast<size_t>(cameras[static_cast<size_t>(camera)])].id;
+}
+
+std::optional<std::string> AppModel::sourceName(const Uuid& id) const { return qv::sourceName(id, sources_); }
+std::optional<Uuid> AppModel::sourceId(const std::string& name) const { return qv::sourceId(name, sources_); }
+
+std::set<Uuid> AppModel::allCameras() const {
+    std::set<Uuid> ids;
+    for (const auto& s : sources_)
+        if (s.kind == SourceKind::camera) ids.insert(s.id);
+    return ids;
+}
+
+void AppModel::updateEditContext() {
+    std::vector<Uuid> ids;
+    for (int i : cameraSources()) ids.push_back(sources_[static_cast<size_t>(i)].id);
+    edit_.setCameraIds(std::move(ids));
+}
+
+// --- The road from a folder
+
+void AppModel::chooseFolder() {
+    auto folder = services_.dialogs.chooseFolder("Choisis le dossier du set (avec Cam 1, Cam 2, Son 1…)");
+    if (folder) open(*folder, false);
+}
+
+void AppModel::open(const fs::path& folder, bool thenSync) {
+    // A folder given a second time reopens its newest project.
+    const fs::path wanted = paths::standardized(folder);
+    for (const ProjectFile& p : ProjectStore::list()) {
+        if (!p.folder.empty() && paths::standardized(p.folder) == wanted) {
+            openProject(p, thenSync);
+            return;
+        }
+    }
+    newProject(lastComponent(folder), folder, thenSync);
+}
+
+void AppModel::newProject(const std::string& name, const fs::path& folder, bool) {
+    if (isWorking_) return;
+    save();
+    ProjectFile project;
+    project.version = 1;
+    project.folder = paths::standardized(folder).string();
+    project.savedAt = services_.main.now();
+    project.id = newProjectId();
+    std::string given = trimmed(name);
+    project.name = given.empty() ? lastComponent(folder) : given;
+    ProjectStore::save(project);
+    currentProjectId_ = project.id;
+    projectName_ = *project.name;
+    notify(Field::currentProjectId);
+    notify(Field::projectName);
+    // A new project always synchronises.
+    loadFolder(folder, std::nullopt, true);
+    Log::write("Nouveau projet « " + projectName_ + " » sur " + project.folder);
+}
+
+void AppModel::openProject(const ProjectFile& given, bool thenSync) {
+    if (isWorking_ || !given.id) return;
+    ProjectFile project = given;
+    std::error_code ec;
+    if (project.folder.empty() || !fs::is_directory(project.folder, ec)) {
+        auto moved = askNewLocation(project);
+        if (!moved) return;
+        project.folder = paths::standardized(*moved).string();
+        ProjectStore::save(project);
+    }
+    // The project that is leaving keeps its last changes.
+    if (currentProjectId_ != project.id) save();
+    currentProjectId_ = project.id;
+    projectName_ = project.name && !project.name->empty() ? *project.name : lastComponent(project.folder);
+    notify(Field::currentProjectId);
+    notify(Field::projectName);
+    loadFolder(project.folder, project, thenSync);
+    Log::write("Ouverture du projet « " + projectName_ + " »");
+}
+
+std::optional<fs::path> AppModel::askNewLocation(const ProjectFile& project) {
+    int answer = services_.dialogs.alert(
+        "Dossier du set introuvable",
+        "« " + project.folder +
+            " » n'existe plus (disque débranché ou dossier déplacé). Branche le disque, ou montre à Quorvel où est "
+            "le dossier maintenant.",
+        {"Choisir le dossier…", "Annuler"});
+    if (answer != 0) return std::nullopt;
+    std::string name = project.name.value_or(lastComponent(project.folder));
+    return services_.dialogs.chooseFolder("Où est maintenant le dossier du set « " + name + " » ?");
+}
+
+void AppModel::loadFolder(const fs::path& folder, std::optional<ProjectFile> project, bool thenSync) {
+    if (isWorking_) return;
+    folder_ = folder;
+    notify(Field::folder);
+    sources_.clear();
+    notify(Field::sources);
+    resetSync();
+    setWorking(true);
+    setProgress(0);
+    setStatus("Lecture du dossier…");
+
+    std::weak_ptr<bool> alive = alive_;
+    MainThread& main = services_.main;
+    startJob([this, alive, &main, folder, project = std::move(project), thenSync]() mutable {
+        auto sources = MediaScanner::scan(folder);
+        main.post([this, alive, sources = std::move(sources), project = std::move(project), thenSync]() mutable {
+            if (alive.lock()) scanned(std::move(sources), std::move(project), thenSync);
+        });
+    });
+}
+
+void AppModel::scanned(std::vector<MediaSource> sources, std::optional<ProjectFile> project, bool thenSync) {
+    sources_ = std::move(sources);
+    updateEditContext();
+    notify(Field::sources);
+    setWorking(false);
+
+    levels_.clear();
+    for (const auto& s : sources_) levels_[s.id] = 0;
+    notify(Field::levels);
+    muted_.clear();
+    notify(Field::muted);
+    EffectSettings effects = effects_;
+    effects.zoomCameras = allCameras();
+    effects.shakeCameras.clear();
+    setEffects(std::move(effects));
+    AutoSettings autoSettings = auto_;
+    autoSettings.cameras = allCameras();
+    autoSettings.weights.clear();
+    setAutoSettings(std::move(autoSettings));
+    framing_.clear();
+    notify(Field::framing);
+    setGrades({});
+    setEditedCamera(0);
+    setAudioMode(soundCount() > 0 ? AudioSettings::Mode::table : AudioSettings::Mode::camera);
+
+    std::vector<std::string> unreadable;
+    size_t files = 0;
+    for (const auto& s : sources_) {
+        files += s.items.size();
+        for (const auto& u : s.unreadable) unreadable.push_back(u.filename().string());
+    }
+    if (!unreadable.empty()) {
+        std::string names;
+        for (const auto& n : unreadable) names += (names.empty() ? "" : ", ") + n;
+        Log::write("Fichiers illisibles : " + names);
+    }
+    setStatus(sources_.empty() ? "Aucun rush trouvé dans ce dossier."
+                               : std::to_string(sources_.size()) + " sources, " + std::to_string(files) +
+                                     " fichiers. Clique sur Synchroniser.");
+    lastSavedSnapshot_.reset();
+    savedAt_.reset();
+    notify(Field::savedAt);
+
+    std::optional<SyncResult> stored;
+    if (auto cache = ProjectStore::loadSync(*folder_)) stored = ProjectStore::restore(*cache, sources_);
+    if (stored) {
+        install(std::move(*stored), sources_);
+        if (project) apply(*project);
+    } else if (!project) {
+        if (!sources_.empty() && thenSync) synchronize();
+    } else if (!sources_.empty()) {
+        pendingProject_ = std::move(project);
+        setStatus("Les rushes ont changé depuis la dernière fois : nouvelle synchro…");
+        synchronize();
+    }
+    applyTutoScene();
+}
+
+void AppModel::resetSync() {
+    if (player_) {
+        player_->setTimeObserver({});
+        player_->stop();
+    }
+    player_.reset();
+    edit_.setPlayer(nullptr);
+    appliedFade_ = -1;
+    result_.reset();
+    edit_.setResult(std::nullopt);
+    edit_.clearEdit();
+    edit_.setZoom(1, 0, 0);
+    edit_.setViewStart(0);
+    edit_.setDrops({});
+    notify(Field::player);
+    notify(Field::result);
+    notify(Field::drops);
+}
+
+void AppModel::synchronize() {
+    if (isWorking_ || sources_.empty() || !folder_) return;
+    // A status set just before (a changed set) stays while the job starts.
+    std::string keep = status_;
+    resetSync();
+    setWorking(true);
+    setProgress(0);
+    if (status_ != keep) setStatus(keep);
+
+    std::weak_ptr<bool> alive = alive_;
+    MainThread& main = services_.main;
+    startJob([this, alive, &main, sources = sources_, folder = *folder_] {
+        auto report = [this, alive, &main](double fraction, const std::string& text) {
+            main.post([this, alive, fraction, text] {
+                if (!alive.lock()) return;
+                setProgress(fraction);
+                setStatus(text);
+            });
+        };
+        SyncResult result = FolderSync::run(sources, report);
+        SyncCache cache = ProjectStore::cache(result);  // stats every file: off the main thread
+        main.post([this, alive, result = std::move(result), cache = std::move(cache), folder]() mutable {
+            if (!alive.lock()) return;
+            install(std::move(result), sources_);
+            ProjectStore::saveSync(cache, folder);
+            if (pendingProject_) {
+                ProjectFile project = std::move(*pendingProject_);
+                pendingProject_.reset();
+                apply(project);
+            }
+            save();
+        });
+    });
+}
+
+void AppModel::install(SyncResult result, const std::vector<MediaSource>& sources) {
+    const int placed = static_cast<int>(result.placed.size());
+    const int unsynced = static_cast<int>(result.unsynced.size());
+    const double length = result.duration();
+    Log::write("Synchro : " + std::to_string(placed) + " calés, " + std::to_string(unsynced) + " non calés, durée " +
+               std::to_string(static_cast<long long>(std::llround(length))) + " s");
+    result_ = std::move(result);
+    edit_.setResult(result_);
+    notify(Field::result);
+    setWorking(false);
+    setProgress(1);
+    std::string text = std::to_string(placed) + " fichiers calés sur " + Format::duration(length);
+    if (unsynced > 0) text += " · " + std::to_string(unsynced) + (unsynced == 1 ? " non calé" : " non calés");
+    setStatus(text);
+
+    if (placed > 0 && services_.makePlayer) {
+        player_ = services_.makePlayer(sources, *result_, services_.main);
+        edit_.setPlayer(player_);
+        if (player_) {
+            player_->setTimeObserver([this](double) { refreshFollow(); });
+            notify(Field::player);
+            applyAudio();
+            applyLooks();
+        }
+    }
+    computeDrops();
+    onsets_ = DropDetector::onsets(*result_, sources_);
+    if (demoPending_ && player_) applyDemoScene();
+}
+
+void AppModel::closeProject() {
+    if (isWorking_) return;
+    save();
+    resetSync();
+    currentProjectId_.reset();
+    projectName_.clear();
+    folder_.reset();
+    sources_.clear();
+    updateEditContext();
+    notify(Field::currentProjectId);
+    notify(Field::projectName);
+    notify(Field::folder);
+    notify(Field::sources);
+    setStatus(idleStatus);
+    refreshProjects();
+}
+
+void AppModel::resetProject() {
+    if (!folder_) return;
+    int answer = services_.dialogs.alert("Repartir de zéro sur « " + projectName_ + " » ?",
+                                         "Les coupes, les réglages du son, les effets, les cadrages et la plage "
+                                         "d'export de ce projet seront effacés. Les rushes ne sont pas touchés.",
+                                         {"Effacer", "Annuler"});
+    if (answer != 0) return;
+    lastSavedSnapshot_.reset();
+    loadFolder(*folder_, std::nullopt, true);
+}
+
+void AppModel::renameProject(const std::string& id, const std::string& name) {
+    std::string given = trimmed(name);
+    if (given.empty()) return;
+    auto project = readProject(id);
+    if (!project) return;
+    project->name = given;
+    ProjectStore::save(*project);
+    if (currentProjectId_ == id) {
+        projectName_ = given;
+        notify(Field::projectName);
+    }
+    refreshProjects();
+}
+
+void AppModel::duplicateProject(const std::string& id) {
+    auto project = readProject(id);
+    if (!project) return;
+    project->name = project->name.value_or(lastComponent(project->folder)) + " (copie)";
+    project->id = newProjectId();
+    ProjectStore::save(*project);
+    refreshProjects();
+}
+
+void AppModel::deleteProject(const std::string& id) {
+    if (currentProjectId_ == id) closeProject();
+    ProjectStore::remove(id);
+    refreshProjects();
+}
+
+// --- Saving
+
+std::string AppModel::snapshotBytes() const {
+    ProjectFile project = makeProject();
+    project.savedAt = Date{};
+    return project.toJson().dump();
+}
+
+void AppModel::save() {
+    // A project whose set is not synchronised, or waits for a new
+    // synchronisation, is never written over.
+    if (!folder_ || !currentProjectId_ || !result_ || isWorking_ || pendingProject_) return;
+    ProjectFile project = makeProject();
+    ProjectFile still = project;
+    still.savedAt = Date{};
+    std::string bytes = still.toJson().dump();
+    if (lastSavedSnapshot_ == bytes) return;
+    ProjectStore::save(project);
+    lastSavedSnapshot_ = std::move(bytes);
+    savedAt_ = project.savedAt;
+    notify(Field::savedAt);
+}
+
+ProjectFile AppModel::makeProject() const {
+    ProjectFile p;
+    p.version = 1;
+    p.id = currentProjectId_;
+    p.name = projectName_;
+    p.folder = folder_ ? paths::standardized(*folder_).string() : std::string();
+    p.savedAt = services_.main.now();
+    p.cuts = cutData(edit_.cuts());
+    p.levels = keyedByName(levels_, sources_);
+    p.muted = sourceNames(muted_, sources_);
+    p.audio = audio_;
+    storeSettings(p, effects_, auto_, sources_);
+    p.format = format_;
+    storeCrops(p, framing_, sources_);
+    p.grades = gradesByName(grades_, sources_);
+    p.inPoint = edit_.inPoint();
+    p.outPoint = edit_.outPoint();
+    p.dropSensitivity = dropSensitivity_;
+    p.dropPre = dropPre_;
+    p.dropPost = dropPost_;
+    p.previewDivision = previewDivision_;
+    p.zoom = edit_.zoom();
+    p.viewStart = edit_.viewStart();
+    return p;
+}
+
+void AppModel::apply(const ProjectFile& project) {
+    edit_.setCuts(keptCuts(project.cuts, sources_, duration()));
+    levels_ = mergedLevels(levels_, project.levels, sources_);
+    notify(Field::levels);
+    muted_ = sourceIds(project.muted, sources_);
+    notify(Field::muted);
+    setEffects(effectsOf(project, sources_));
+    setAutoSettings(autoSettingsOf(project, sources_));
+    format_ = project.format;
+    notify(Field::format);
+    framing_ = cropsOf(project, sources_);
+    notify(Field::framing);
+    setGrades(keyedById(project.grades, sources_));
+    edit_.setMarks(project.inPoint, project.outPoint);
+    setDropMargins(project.dropPre, project.dropPost);
+    setDropSensitivity(project.dropSensitivity);
+    setPreviewDivision(project.previewDivision);
+    setAudio(project.audio);
+    edit_.setZoom(project.zoom, 0, 0);
+    edit_.setViewStart(project.viewStart);
+
+    // The state just loaded is not a change to save.
+    lastSavedSnapshot_ = snapshotBytes();
+    savedAt_ = project.savedAt;
+    notify(Field::savedAt);
+    const size_t n = edit_.cuts().size();
+    showToast("« " + projectName_ + " » rouvert (" + localDateTime(project.savedAt) + ") : " + std::to_string(n) +
+              " coupe" + (n >= 2 ? "s" : "") + ", réglages et cadrages");
+}
+
+// --- Editing helpers
+
+void AppModel::runAuto(bool newDraw) {
+    if (!player_ || !result_) return;
+    AutoSettings settings = auto_;
+    if (newDraw) {
+        settings.seed = freshSeed();
+        setAutoSettings(settings);
+    }
+    std::set<int> allowed;
+    std::map<int, double> weights;
+    const auto cameras = cameraSources();
+    for (size_t c = 0; c < cameras.size(); ++c) {
+        const Uuid& id = sources_[static_cast<size_t>(cameras[c])].id;
+        if (settings.cameras.count(id)) allowed.insert(static_cast<int>(c));
+        auto w = settings.weights.find(id);
+        weights[static_cast<int>(c)] = w == settings.weights.end() ? 100.0 : w->second;
+    }
+    if (allowed.empty()) {
+        showToast("Choisis au moins une caméra pour le mode auto");
+        return;
+    }
+    const TimeRange r = edit_.exportRange();
+    std::vector<std::vector<TimeRange>> ranges;
+    for (const auto& angle : player_->angles()) ranges.push_back(angle.ranges);
+    std::vector<Cut> generated = AutoEditor::generate(r, ranges, allowed, edit_.drops(), onsets_, settings, weights);
+    if (generated.empty()) {
+        showToast("Aucune caméra choisie ne filme sur cette plage");
+        return;
+    }
+    edit_.record();
+    const int kept = edit_.activeCamera(r.end);
+    std::vector<Cut> cuts;
+    for (const Cut& c : edit_.cuts())
+        if (c.time < r.start - 0.001 || c.time > r.end + 0.001) cuts.push_back(c);
+    const size_t plans = generated.size();
+    cuts.insert(cuts.end(), generated.begin(), generated.end());
+    // The edit after the range goes on as it was.
+    bool cutAtEnd = std::any_of(cuts.begin(), cuts.end(), [&](const Cut& c) { return std::abs(c.time - r.end) < 0.01; });
+    if (r.end < duration() - 0.05 && !cutAtEnd) {
+        Cut back;
+        back.time = r.end;
+        back.camera = kept;
+        back.effect = PlanEffect::automatic;
+        cuts.push_back(back);
+    }
+    edit_.setCuts(std::move(cuts));
+    edit_.select(std::nullopt);
+    showToast("Mode auto : " + std::to_string(plans) + " plans de " + Format::timecode(r.start) + " à " +
+              Format::timecode(r.end) + " · Ctrl+Z pour annuler");
+}
+
+void AppModel::computeDrops() {
+    edit_.setDrops(result_ ? DropDetector::detect(*result_, sources_, dropSensitivity_) : std::vector<Drop>{});
+    notify(Field::drops);
+}
+
+void AppModel::setAudioMode(AudioSettings::Mode mode) {
+    audio_.mode = mode;
+    for (const auto& s : sources_) {
+        bool mute = s.kind == SourceKind::camera ? mode == AudioSettings::Mode::table
+                                                 : mode == AudioSettings::Mode::camera;
+        if (mute) muted_.insert(s.id);
+        else muted_.erase(s.id);
+    }
+    notify(Field::audio);
+    notify(Field::muted);
+    applyAudio();
+}
+
+void AppModel::toggleMute(const Uuid& source) {
+    if (!muted_.erase(source)) muted_.insert(source);
+    notify(Field::muted);
+    applyAudio();
+}
+
+void AppModel::applyAudio() {
+    if (!player_) return;
+    std::optional<int> follow;
+    if (audio_.mode == AudioSettings::Mode::camera) follow = followCamera_;
+    player_->applyVolumes(levels_, muted_, audio_.masterDb, follow);
+    if (audio_.rushFade != appliedFade_) {
+        player_->applyFades(audio_.rushFade);
+        appliedFade_ = audio_.rushFade;
+    }
+}
+
+void AppModel::refreshFollow() {
+    if (!player_) return;
+    int c = edit_.activeCamera(player_->currentTime());
+    if (c == followCamera_) return;
+    followCamera_ = c;
+    if (audio_.mode == AudioSettings::Mode::camera) applyAudio();
+}
+
+void AppModel::scheduleLooks() {
+    if (looksTimer_) services_.main.cancel(looksTimer_);
+    looksTimer_ = services_.main.schedule(looksDelay, [this] {
+        looksTimer_ = 0;
+        applyLooks();
+    });
+}
+
+void AppModel::applyLooks() {
+    if (!player_) return;
+    previewRenderer_->update(lookSnapshot(services_.settings.previewLooks()));
+    player_->configureVideo(previewDivision_, previewRenderer_);
+}
+
+void AppModel::checkPreviousCrash() {
+    auto report = Log::crashReportSinceLastLaunch();
+    if (!report) return;
+    Log::write("Fermeture brutale détectée : " + report->filename().string());
+    int answer = services_.dialogs.alert(
+        "Quorvel s'est fermé brutalement la dernière fois",
+        "Ton travail était enregistré automatiquement : rouvre ton projet pour le retrouver. Si ça se reproduit, "
+        "envoie le rapport à Ondrel pour qu'il corrige.",
+        {"OK", "Voir le rapport"});
+    if (answer == 1) services_.viewer.showItems({*report});
+}
+
+// --- Panel operations
+
+void AppModel::setFormat(OutputFormat format) {
+    format_ = format;
+    notify(Field::format);
+    scheduleLooks();
+    if (format != OutputFormat::landscape)
+        showToast(std::string("Format ") + rawValue(format) + " : glisse sur une vignette pour recadrer la caméra");
+}
+
+void AppModel::setFraming(const CameraFrame& frame, int camera) {
+    auto id = cameraId(camera);
+    if (!id) return;
+    framing_[*id] = CameraFrame{std::clamp(frame.zoom, 1.0, 4.0), std::clamp(frame.x, -1.0, 1.0),
+                                std::clamp(frame.y, -1.0, 1.0)};
+    notify(Field::framing);
+    scheduleLooks();
+}
+
+void AppModel::resetCrop(int camera) {
+    if (auto id = cameraId(camera)) framing_.erase(*id);
+    notify(Field::framing);
+    scheduleLooks();
+    showToast(cameraName(camera) + " : recadrage remis à zéro");
+}
+
+PixelSize AppModel::cameraSize(int camera) const {
+    if (player_)
+        if (auto size = player_->pictureSize(camera)) return *size;
+    return PixelSize{1920, 1080};
+}
+
+bool AppModel::cropCanMove(int camera, bool vertical) const {
+    PixelSize source = cameraSize(camera);
+    PixelSize output = fixedSize(format_).value_or(source);
+    CameraFrame frame;
+    if (auto id = cameraId(camera)) {
+        auto it = framing_.find(*id);
+        if (it != framing_.end()) frame = it->second;
+    }
+    auto placement = Reframe::place(source, output, frame);
+    return vertical ? placement.windowHeight < 0.999 : placement.windowWidth < 0.999;
+}
+
+std::string AppModel::outputSizeLabel() const {
+    // A social format has its own size; landscape keeps the first camera's.
+    PixelSize size = fixedSize(format_).value_or(cameraSize(0));
+    return std::to_string(std::llround(size.width)) + " × " + std::to_string(std::llround(size.height));
+}
+
+LookRenderer::Snapshot AppModel::lookSnapshot(bool enabled) const {
+    LookRenderer::Snapshot snapshot;
+    snapshot.enabled = enabled;
+    for (int c = 0; c < cameraCount(); ++c) {
+        ColorGrade g = grade(c);
+        if (g != ColorGrade::neutral) snapshot.grades[c] = g;
+    }
+    for (const Segment& plan : edit_.segments())
+        snapshot.plans.push_back({plan.start, plan.end, plan.camera, edit_.resolvedEffect(plan)});
+    snapshot.effects = effects_;
+    return snapshot;
+}
+
+void AppModel::toggleIn(std::set<Uuid>& set, int camera) {
+    auto id = cameraId(camera);
+    if (!id) return;
+    if (!set.erase(*id)) set.insert(*id);
+}
+
+void AppModel::toggleZoomCamera(int camera) {
+    EffectSettings e = effects_;
+    toggleIn(e.zoomCameras, camera);
+    setEffects(std::move(e));
+}
+
+void AppModel::toggleShakeCamera(int camera) {
+    EffectSettings e = effects_;
+    toggleIn(e.shakeCameras, camera);
+    setEffects(std::move(e));
+}
+
+void AppModel::toggleEffectCamera(LookKind kind, int camera) {
+    EffectSettings e = effects_;
+    toggleIn(kind == LookKind::lens ? e.lensCameras : kind == LookKind::shutter ? e.shutterCameras : e.vhsCameras,
+             camera);
+    setEffects(std::move(e));
+}
+
+void AppModel::toggleAutoCamera(int camera) {
+    AutoSettings a = auto_;
+    toggleIn(a.cameras, camera);
+    setAutoSettings(std::move(a));
+}
+
+void AppModel::reshuffleEffects() {
+    EffectSettings e = effects_;
+    e.seed = freshSeed();
+    setEffects(std::move(e));
+}
+
+ColorGrade AppModel::grade(int camera) const {
+    if (auto id = cameraId(camera)) {
+        auto it = grades_.find(*id);
+        if (it != grades_.end()) return it->second;
+    }
+    return ColorGrade::neutral;
+}
+
+void AppModel::setGrade(const ColorGrade& grade, int camera) {
+    auto id = cameraId(camera);
+    if (!id) return;
+    auto grades = grades_;
+    if (grade == ColorGrade::neutral) grades.erase(*id);
+    else grades[*id] = grade;
+    setGrades(std::move(grades));
+}
+
+void AppModel::copyGradeToAll(int fromCamera) {
+    ColorGrade g = grade(fromCamera);
+    for (int c = 0; c < cameraCount(); ++c) setGrade(g, c);
+    showToast("Étalonnage de " + cameraName(fromCamera) + " copié sur toutes les caméras");
+}
+
+void AppModel::importLUT(int camera) {
+    auto file = services_.dialogs.chooseFile("Choisis une LUT .cube", {"cube"});
+    if (!file) return;
+    auto name = LookLibrary::importLUT(*file);
+    if (!name) {
+        showToast(name.error().message);
+        return;
+    }
+    ColorGrade g = grade(camera);
+    g.lut = *name;
+    setGrade(g, camera);
+}
+
+void AppModel::importPresets() {
+    auto file = services_.dialogs.chooseFile("Choisis un préréglage (.quorvellook ou .cube)", {"quorvellook", "cube"});
+    if (!file) return;
+    auto preset = LookLibrary::importPreset(*file);
+    showToast(preset ? "Préréglage « " + preset->name + " » importé" : preset.error().message);
+}
+
+// --- Demonstration scenes
+
+bool AppModel::hasArgument(const std::string& flag) const {
+    const auto& args = services_.arguments;
+    return std::find(args.begin(), args.end(), flag) != args.end();
+}
+
+void AppModel::applyDemoArguments() {
+    static const std::pair<const char*, RightPanel> panels[] = {
+        {"--demo-son", RightPanel::sound},         {"--demo-effets", RightPanel::effects},
+        {"--demo-drops", RightPanel::drops},       {"--demo-auto", RightPanel::automatic},
+        {"--demo-etalo", RightPanel::color},       {"--demo-recadrage", RightPanel::crop},
+        {"--demo-export", RightPanel::exportPanel}, {"--demo-parametres", RightPanel::settings}};
+    for (const auto& [flag, panel] : panels)
+        if (hasArgument(flag)) {
+            edit_.setRightPanel(panel);
+            break;
+        }
+    if (hasArgument("--demo-vertical")) format_ = OutputFormat::portrait;
+    demoPending_ = hasArgument("--demo") || hasArgument("--demo-vertical") || hasArgument("--demo-auto") ||
+                   hasArgument("--demo-looks");
+}
+
+void AppModel::applyDemoScene() {
+    demoPending_ = false;
+    const int cameras = cameraCount();
+    if (cameras == 0) return;
+    player_->seek(120);
+    std::vector<Cut> cuts;
+    const double times[] = {95, 106, 120, 131, 150};
+    const PlanEffect effects[] = {PlanEffect::zoomIn, PlanEffect::automatic, PlanEffect::shake, PlanEffect::zoomOut,
+                                  PlanEffect::automatic};
+    for (int k = 0; k < 5; ++k) {
+        if (times[k] > duration()) break;
+        Cut c;
+        c.time = times[k];
+        c.camera = k % cameras;
+        c.effect = effects[k];
+        cuts.push_back(c);
+    }
+    edit_.setCuts(std::move(cuts));
+    edit_.setZoom(4, 120, 0.5);
+    EffectSettings e = effects_;
+    e.shakeEnabled = true;
+    if (auto id = cameraId(cameras > 1 ? 1 : 0)) e.shakeCameras.insert(*id);
+    setEffects(std::move(e));
+    setFraming(CameraFrame{1.3, 0.25, 0}, 0);
+    if (hasArgument("--demo-looks")) {
+        ColorGrade warm = ColorGrade::neutral;
+        warm.temperature = 25;
+        warm.contrast = 15;
+        warm.vignette = 30;
+        setGrade(warm, 0);
+        ColorGrade cold = ColorGrade::neutral;
+        cold.temperature = -20;
+        cold.saturation = 80;
+        if (cameras > 1) setGrade(cold, 1);
+    }
+    if (hasArgument("--demo-auto")) runAuto(false);
+}
+
+void AppModel::applyTutoScene() {
+    if (!hasArgument("--tuto") || !result_ || !player_) return;
+    // The guided first steps: a short range to cut, the automatic panel open.
+    const double end = std::min(60.0, duration());
+    edit_.setRange(0, end);
+    edit_.setRightPanel(RightPanel::automatic);
+    showToast("Tutoriel : lance la lecture puis appuie sur 1 à " + std::to_string(std::min(8, cameraCount())) +
+              " pour couper");
+}
+
+}  // namespace qv

@@ -1,0 +1,287 @@
+// AppModel: the one live object of a running interface. It holds the open
+// project's state, runs the road from a folder to a synchronised set and back
+// to the project list, saves by itself, turns settings into orders to the
+// player, and carries the export commands.
+//
+//   open(folder) -> newProject | openProject -> loadFolder
+//        scan (worker) -> sources -> cache valid? install + apply
+//                                  : synchronize (worker) -> install, cache, apply, save
+//
+// Main thread only. The two long jobs (scan, synchronisation) run on a worker
+// thread holding copies; their results and every progress report come back
+// through MainThread::post, and `isWorking` is the only guard against a
+// second job. Every change of a published field is reported through the
+// change callback and rearms the autosave: 1.5 s after the last change the
+// project is written when its bytes differ from the last ones written.
+// Cuts, selection, export range, timeline view, toast and side panel live in
+// the EditModel owned here; its changes are reported as this model's.
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "app/Ports.h"
+#include "edit/AutoEditor.h"
+#include "edit/EditModel.h"
+#include "looks/ColorGrade.h"
+#include "music/DropDetector.h"
+#include "persistence/AppSettings.h"
+#include "persistence/ProjectFile.h"
+
+namespace qv {
+
+class AppModel {
+public:
+    // The published fields, for observers.
+    enum class Field {
+        folder, sources, result, isWorking, progress, status, errorMessage, rightPanel, player, cuts,
+        selectedSegment, audio, effects, grades, editedCamera, drops, dropSensitivity, format, framing,
+        autoSettings, dropMargins, previewDivision, zoom, toast, viewStart, range, levels, muted,
+        currentProjectId, projectName, projects, showNewProject, savedAt, prefill
+    };
+
+    static constexpr double autosaveDelay = 1.5;  // seconds after the last change
+    static constexpr double looksDelay = 0.06;    // look rebuilds coalesce within this
+    static inline const std::string idleStatus = "Glisse le dossier d'un set pour commencer.";
+
+    struct Services {
+        MainThread& main;
+        Dialogs& dialogs;
+        FileViewer& viewer;
+        AppSettings& settings;
+        PlayerFactory makePlayer;                 // none: no player is made
+        std::shared_ptr<VideoExporter> exporter;  // none: video export refused
+        std::vector<std::string> arguments;       // the command line, for --demo and --tuto
+    };
+
+    explicit AppModel(Services services);
+    // Waits for a running job (its result is dropped) and cancels timers.
+    ~AppModel();
+    AppModel(const AppModel&) = delete;
+    AppModel& operator=(const AppModel&) = delete;
+
+    void setOnChange(std::function<void(Field)> onChange) { onChange_ = std::move(onChange); }
+
+    // --- Published fields.
+    const std::optional<std::filesystem::path>& folder() const { return folder_; }
+    const std::vector<MediaSource>& sources() const { return sources_; }
+    const std::optional<SyncResult>& result() const { return result_; }
+    bool isWorking() const { return isWorking_; }
+    double progress() const { return progress_; }
+    const std::string& status() const { return status_; }
+    const std::optional<std::string>& errorMessage() const { return errorMessage_; }
+    void clearError();
+    RightPanel rightPanel() const { return edit_.rightPanel(); }
+    void setRightPanel(RightPanel p) { edit_.setRightPanel(p); }
+    AppPlayer* player() const { return player_.get(); }
+    const std::vector<Cut>& cuts() const { return edit_.cuts(); }
+    void setCuts(std::vector<Cut> cuts) { edit_.setCuts(std::move(cuts)); }
+    std::optional<int> selectedSegment() const { return edit_.selectedSegment(); }
+    const AudioSettings& audio() const { return audio_; }
+    void setAudio(AudioSettings audio);
+    const EffectSettings& effects() const { return effects_; }
+    void setEffects(EffectSettings effects);
+    const std::map<Uuid, ColorGrade>& grades() const { return grades_; }
+    void setGrades(std::map<Uuid, ColorGrade> grades);
+    int editedCamera() const { return editedCamera_; }
+    void setEditedCamera(int camera);
+    const std::vector<Drop>& drops() const { return edit_.drops(); }
+    double dropSensitivity() const { return dropSensitivity_; }
+    void setDropSensitivity(double s);
+    OutputFormat format() const { return format_; }
+    const std::map<Uuid, CameraFrame>& framing() const { return framing_; }
+    const AutoSettings& autoSettings() const { return auto_; }
+    void setAutoSettings(AutoSettings settings);
+    double dropPre() const { return dropPre_; }
+    double dropPost() const { return dropPost_; }
+    void setDropMargins(double pre, double post);
+    int previewDivision() const { return previewDivision_; }
+    void setPreviewDivision(int division);
+    double zoom() const { return edit_.zoom(); }
+    const std::optional<std::string>& toast() const { return edit_.toast(); }
+    double viewStart() const { return edit_.viewStart(); }
+    std::optional<double> inPoint() const { return edit_.inPoint(); }
+    std::optional<double> outPoint() const { return edit_.outPoint(); }
+    const std::map<Uuid, double>& levels() const { return levels_; }
+    void setLevel(const Uuid& source, double db);
+    const std::set<Uuid>& muted() const { return muted_; }
+    const std::optional<std::string>& currentProjectId() const { return currentProjectId_; }
+    const std::string& projectName() const { return projectName_; }
+    const std::vector<ProjectFile>& projects() const { return projects_; }
+    void refreshProjects();
+    bool showNewProject() const { return showNewProject_; }
+    void setShowNewProject(bool show);
+    const std::optional<Date>& savedAt() const { return savedAt_; }
+    const std::string& prefillName() const { return prefillName_; }
+    const std::optional<std::filesystem::path>& prefillFolder() const { return prefillFolder_; }
+    void setPrefill(std::string name, std::optional<std::filesystem::path> folder);
+
+    // --- Plain state and derived values.
+    AppSettings& settings() { return services_.settings; }
+    EditModel& edit() { return edit_; }
+    const EditModel& edit() const { return edit_; }
+    const std::vector<double>& onsets() const { return onsets_; }
+    const std::optional<ProjectFile>& pendingProject() const { return pendingProject_; }
+    double duration() const { return edit_.duration(); }
+    std::string folderName() const;
+    int cameraCount() const;
+    int soundCount() const;
+    std::optional<Uuid> cameraId(int camera) const;
+    std::vector<int> cameraSources() const;  // source index of each camera
+    std::string cameraName(int camera) const { return edit_.cameraName(camera); }
+    std::optional<std::string> sourceName(const Uuid& id) const;
+    std::optional<Uuid> sourceId(const std::string& name) const;
+
+    // --- The workflow.
+    void chooseFolder();
+    void open(const std::filesystem::path& folder, bool thenSync);
+    void newProject(const std::string& name, const std::filesystem::path& folder, bool thenSync);
+    void openProject(const ProjectFile& project, bool thenSync);
+    std::optional<std::filesystem::path> askNewLocation(const ProjectFile& project);
+    void loadFolder(const std::filesystem::path& folder, std::optional<ProjectFile> project, bool thenSync);
+    void resetSync();
+    void synchronize();
+    void install(SyncResult result, const std::vector<MediaSource>& sources);
+    void closeProject();
+    void resetProject();
+    void renameProject(const std::string& id, const std::string& name);
+    void duplicateProject(const std::string& id);
+    void deleteProject(const std::string& id);
+    void save();
+    // The window is going away: one last save.
+    void terminate() { save(); }
+
+    ProjectFile makeProject() const;
+    void apply(const ProjectFile& project);
+
+    // --- Editing helpers of the model.
+    void runAuto(bool newDraw);
+    void computeDrops();
+    void setAudioMode(AudioSettings::Mode mode);
+    void toggleMute(const Uuid& source);
+    void applyAudio();
+    void refreshFollow();
+    void scheduleLooks();
+    void applyLooks();
+    void showToast(std::string text) { edit_.showToast(std::move(text)); }
+    void togglePanel(RightPanel panel) { edit_.togglePanel(panel); }
+    void undo() { edit_.undo(); }
+    void checkPreviousCrash();
+
+    // --- The timeline's view.
+    void setZoom(double z, double keeping, double at) { edit_.setZoom(z, keeping, at); }
+    void zoomIn() { edit_.zoomIn(); }
+    void zoomOut() { edit_.zoomOut(); }
+    void revealPlayhead() { edit_.revealPlayhead(); }
+    void followPlayhead(double t) { edit_.followPlayhead(t); }
+    void clampView() { edit_.clampView(); }
+
+    // --- Panel operations.
+    void setFormat(OutputFormat format);
+    void setFraming(const CameraFrame& frame, int camera);
+    void resetCrop(int camera);
+    PixelSize cameraSize(int camera) const;
+    bool cropCanMove(int camera, bool vertical) const;
+    std::string outputSizeLabel() const;
+    LookRenderer::Snapshot lookSnapshot(bool enabled) const;
+    void toggleZoomCamera(int camera);
+    void toggleShakeCamera(int camera);
+    void toggleEffectCamera(LookKind kind, int camera);
+    void toggleAutoCamera(int camera);
+    void reshuffleEffects();
+    ColorGrade grade(int camera) const;
+    void setGrade(const ColorGrade& grade, int camera);
+    void copyGradeToAll(int fromCamera);
+    void importLUT(int camera);
+    void importPresets();
+    void exportCube(int camera);
+
+    // --- Export commands.
+    std::string exportBaseName() const;
+    std::optional<std::filesystem::path> destination(const std::string& name, const std::string& ext,
+                                                     const std::string& message);
+    std::optional<std::string> montageXML(const std::string& name) const;
+    void exportMontage();
+    void exportMontageXML(ExportTarget target);
+    void exportXML();
+    void exportVideo();
+    VideoExporter* videoExporter() const { return services_.exporter.get(); }
+
+    // The demonstration scenes of the command line.
+    bool hasArgument(const std::string& flag) const;
+    void applyDemoArguments();
+    void applyTutoScene();
+
+private:
+    void notify(Field field);
+    void onEditChange(EditModel::Change change);
+    void setStatus(std::string text);
+    void setWorking(bool working);
+    void setProgress(double p);
+    void startJob(std::function<void()> job);
+    void finishJob();
+    // Runs `action` on the main thread unless the model has gone.
+    void postBack(std::function<void()> action);
+    void scanned(std::vector<MediaSource> sources, std::optional<ProjectFile> project, bool thenSync);
+    std::string snapshotBytes() const;
+    std::optional<double> writeFailure(const std::filesystem::path& file, const std::string& bytes,
+                                       std::string& error) const;
+    void exportFinished(const std::filesystem::path& url, VideoOutcome outcome);
+    void applyDemoScene();
+    std::set<Uuid> allCameras() const;
+    void toggleIn(std::set<Uuid>& set, int camera);
+    void updateEditContext();
+
+    Services services_;
+    EditModel edit_;
+    std::function<void(Field)> onChange_;
+    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+    std::thread worker_;
+
+    std::optional<std::filesystem::path> folder_;
+    std::vector<MediaSource> sources_;
+    std::optional<SyncResult> result_;
+    bool isWorking_ = false;
+    double progress_ = 0;
+    std::string status_ = idleStatus;
+    std::optional<std::string> errorMessage_;
+    std::shared_ptr<AppPlayer> player_;
+    AudioSettings audio_;
+    EffectSettings effects_;
+    std::map<Uuid, ColorGrade> grades_;
+    int editedCamera_ = 0;
+    double dropSensitivity_ = 0.5;
+    OutputFormat format_ = OutputFormat::landscape;
+    std::map<Uuid, CameraFrame> framing_;
+    AutoSettings auto_;
+    double dropPre_ = 15, dropPost_ = 30;
+    int previewDivision_ = 1;
+    std::map<Uuid, double> levels_;
+    std::set<Uuid> muted_;
+    std::optional<std::string> currentProjectId_;
+    std::string projectName_;
+    std::vector<ProjectFile> projects_;
+    bool showNewProject_ = false;
+    std::optional<Date> savedAt_;
+    std::string prefillName_;
+    std::optional<std::filesystem::path> prefillFolder_;
+
+    std::shared_ptr<LookRenderer> previewRenderer_ = std::make_shared<LookRenderer>();
+    std::vector<double> onsets_;
+    int followCamera_ = 0;
+    double appliedFade_ = -1;
+    std::optional<ProjectFile> pendingProject_;
+    std::optional<std::string> lastSavedSnapshot_;
+    Scheduler::TimerId autosaveTimer_ = 0;
+    Scheduler::TimerId looksTimer_ = 0;
+    bool demoPending_ = false;
+};
+
+}  // namespace qv

@@ -1,0 +1,191 @@
+// The export commands of the application model: they name the file, ask
+// where it goes, call the writers, put the `.cube` files beside an XML and
+// tell the outcome in the status line, a toast or an error message.
+#include <cerrno>
+#include <cstring>
+
+#include "app/AppModel.h"
+#include "base/Format.h"
+#include "diagnostics/Log.h"
+#include "export/PremiereExport.h"
+#include "looks/CubeLUT.h"
+#include "looks/GradeMath.h"
+#include "platform/Paths.h"
+
+namespace fs = std::filesystem;
+
+namespace qv {
+
+namespace {
+
+const char* premiereHint = "Dans Premiere : Fichier › Importer, puis choisis ce XML.";
+const char* davinciHint = "Dans DaVinci : Fichier › Importer › Timeline, puis choisis ce XML.";
+
+// Writes the whole file or says why not, in the system's words.
+std::optional<std::string> writeFile(const fs::path& file, const std::string& bytes) {
+    errno = 0;
+    if (paths::writeAtomically(file, bytes)) return std::nullopt;
+    return std::string(std::strerror(errno ? errno : EIO));
+}
+
+std::string parentName(const fs::path& file) { return file.parent_path().filename().string(); }
+
+}  // namespace
+
+std::string AppModel::exportBaseName() const {
+    std::string name = folderName() + " - MONTAGE";
+    if (inPoint() || outPoint()) {
+        TimeRange r = edit_.exportRange();
+        name += " " + Format::fileTime(r.start) + "-" + Format::fileTime(r.end);
+    }
+    if (format_ != OutputFormat::landscape) {
+        std::string aspect = rawValue(format_);
+        std::replace(aspect.begin(), aspect.end(), ':', 'x');
+        name += " " + aspect;
+    }
+    return name;
+}
+
+std::optional<fs::path> AppModel::destination(const std::string& name, const std::string& ext,
+                                              const std::string& message) {
+    AppSettings& settings = services_.settings;
+    if (!settings.askWhereToSave()) return settings.uniqueURL(name, ext);
+    return services_.dialogs.saveFile(message, name + "." + ext, ext, settings.exportFolder());
+}
+
+std::optional<std::string> AppModel::montageXML(const std::string& name) const {
+    if (!result_) return std::nullopt;
+    return PremiereExport::makeMontageXML(
+        name, sources_, *result_, edit_.segments(), cameraSources(), edit_.exportRange(), levels_, muted_, audio_,
+        effects_, [this](const Segment& plan) { return edit_.resolvedEffect(plan); }, format_, framing_,
+        services_.settings.trackPerCamera());
+}
+
+void AppModel::exportMontage() {
+    ExportTarget target = services_.settings.exportTarget();
+    if (target == ExportTarget::video) exportVideo();
+    else exportMontageXML(target);
+}
+
+void AppModel::exportMontageXML(ExportTarget target) {
+    if (!result_) return;
+    if (player_) player_->pause();
+    const bool davinci = target == ExportTarget::davinci;
+    auto url = destination(exportBaseName() + (davinci ? " (DaVinci)" : ""), "xml", davinci ? davinciHint : premiereHint);
+    if (!url) return;
+    auto data = montageXML(url->stem().string());
+    if (auto error = writeFile(*url, data.value_or(""))) {
+        Log::write("ERREUR export : " + *error);
+        errorMessage_ = "Impossible d'enregistrer le XML : " + *error;
+        notify(Field::errorMessage);
+        return;
+    }
+    std::vector<fs::path> written{*url};
+    if (services_.settings.exportLUTs()) {
+        const auto cameras = cameraSources();
+        for (size_t c = 0; c < cameras.size(); ++c) {
+            const MediaSource& source = sources_[static_cast<size_t>(cameras[c])];
+            auto it = grades_.find(source.id);
+            if (it == grades_.end() || it->second == ColorGrade::neutral) continue;
+            fs::path cube = url->parent_path() / (url->stem().string() + " - " + source.name + ".cube");
+            std::string text = GradeMath::cubeLUT(it->second, GradeMath::kCubeSize).text(source.name);
+            // A cube that cannot be written is skipped; the XML stands.
+            if (paths::writeAtomically(cube, text)) written.push_back(cube);
+        }
+    }
+    Log::write(std::string("Export montage (") + rawValue(target) + ") : " + url->string());
+
+    const TimeRange r = edit_.exportRange();
+    int plans = 0;
+    for (const Segment& s : edit_.segments())
+        if (s.start < r.end && s.end > r.start) ++plans;
+    const size_t luts = written.size() - 1;
+    std::string text = std::string(rawValue(target)) + " : " + std::to_string(plans) + " plan" + (plans > 1 ? "s" : "") +
+                       ", " + Format::duration(r.end - r.start);
+    if (luts >= 1) text += " + " + std::to_string(luts) + " LUT";
+    setStatus(text + " · " + url->filename().string() + " dans " + parentName(*url));
+    services_.viewer.showItems(written);
+}
+
+void AppModel::exportXML() {
+    if (!result_) return;
+    if (player_) player_->pause();
+    auto url = destination(folderName() + " - SYNC", "xml", premiereHint);
+    if (!url) return;
+    std::string data = PremiereExport::makeXML(url->stem().string(), sources_, *result_, levels_, muted_);
+    if (auto error = writeFile(*url, data)) {
+        Log::write("ERREUR export : " + *error);
+        errorMessage_ = "Impossible d'enregistrer le XML : " + *error;
+        notify(Field::errorMessage);
+        return;
+    }
+    setStatus("XML exporté : " + url->filename().string() + " dans " + parentName(*url));
+    services_.viewer.showItems({*url});
+}
+
+void AppModel::exportVideo() {
+    if (!result_) return;
+    if (player_) player_->pause();
+    const VideoCodec codec = services_.settings.videoCodec();
+    auto url = destination(exportBaseName(), fileExtension(codec), "Vidéo finie du montage");
+    if (!url) return;
+
+    VideoJob job;
+    job.sources = sources_;
+    job.result = *result_;
+    job.segments = edit_.segments();
+    job.cameraSources = cameraSources();
+    job.range = edit_.exportRange();
+    job.levels = levels_;
+    job.muted = muted_;
+    job.audio = audio_;
+    job.effects = effects_;
+    // Drawn here, on the main thread: the render only reads them.
+    for (const Segment& s : job.segments) job.planEffects.push_back(edit_.resolvedEffect(s));
+    job.format = format_;
+    job.framing = framing_;
+    job.looks = lookSnapshot(true);
+
+    setStatus(std::string("Export vidéo en cours… (") + rawValue(codec) + ")");
+    if (!services_.exporter) {
+        exportFinished(*url, {VideoOutcome::Kind::failure, "cette version ne sait pas encore rendre la vidéo"});
+        return;
+    }
+    std::weak_ptr<bool> alive = alive_;
+    services_.exporter->start(std::move(job), codec, *url, true, [this, alive, url = *url](VideoOutcome outcome) {
+        if (alive.lock()) exportFinished(url, std::move(outcome));
+    });
+}
+
+void AppModel::exportFinished(const fs::path& url, VideoOutcome outcome) {
+    switch (outcome.kind) {
+    case VideoOutcome::Kind::success:
+        setStatus("Vidéo exportée : " + url.filename().string() + " dans " + parentName(url));
+        showToast("Vidéo prête : " + url.filename().string());
+        services_.viewer.showItems({url});
+        break;
+    case VideoOutcome::Kind::cancelled: setStatus("Export vidéo annulé"); break;
+    case VideoOutcome::Kind::failure:
+        Log::write("ERREUR export vidéo : " + outcome.error);
+        errorMessage_ = "L'export vidéo a échoué : " + outcome.error;
+        notify(Field::errorMessage);
+        setStatus("Export vidéo échoué");
+        break;
+    }
+}
+
+void AppModel::exportCube(int camera) {
+    const std::string name = folderName() + " - " + cameraName(camera);
+    auto url = services_.dialogs.saveFile("Exporter l'étalonnage en .cube", name + ".cube", "cube",
+                                          services_.settings.exportFolder());
+    if (!url) return;
+    std::string text = GradeMath::cubeLUT(grade(camera), GradeMath::kCubeSize).text(cameraName(camera));
+    if (auto error = writeFile(*url, text)) {
+        showToast("Impossible d'enregistrer le .cube : " + *error);
+        return;
+    }
+    showToast("LUT exportée : " + url->filename().string());
+    services_.viewer.showItems({*url});
+}
+
+}  // namespace qv

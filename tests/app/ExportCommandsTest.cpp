@@ -1,0 +1,118 @@
+#include "Harness.h"
+#include "looks/CubeLUT.h"
+#include "platform/Paths.h"
+
+namespace qv::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+class ExportCommandsTest : public AppFixture {
+protected:
+    void SetUp() override {
+        AppFixture::SetUp();
+        set = generatedSet("tiny", 21);
+        ASSERT_FALSE(set.empty());
+        openSynced(set);
+        model->setCuts({cut(3, 1), cut(8, 0)});
+    }
+    fs::path set;
+};
+
+TEST_F(ExportCommandsTest, SecondExportLandsBesideTheFirstAndNamesCarryRangeAndFormat) {
+    model->exportMontage();
+    model->exportMontage();
+    EXPECT_TRUE(fs::exists(exports / "tiny-21 - MONTAGE.xml"));
+    EXPECT_TRUE(fs::exists(exports / "tiny-21 - MONTAGE 2.xml"));
+    EXPECT_EQ(model->status().rfind("Premiere Pro : 3 plans, ", 0), 0u) << model->status();
+    EXPECT_NE(model->status().find(" · tiny-21 - MONTAGE 2.xml dans exports"), std::string::npos);
+    EXPECT_EQ(viewer.shown.size(), 2u);
+
+    EXPECT_EQ(model->exportBaseName(), "tiny-21 - MONTAGE");
+    model->edit().setRange(5, 12.4);
+    model->setFormat(OutputFormat::portrait);
+    EXPECT_EQ(model->exportBaseName(), "tiny-21 - MONTAGE 0m05-0m12 9x16");
+    EXPECT_EQ(model->toast(), "Format 9:16 : glisse sur une vignette pour recadrer la caméra");
+
+    settings->setExportTarget(ExportTarget::davinci);
+    model->exportMontage();
+    EXPECT_TRUE(fs::exists(exports / "tiny-21 - MONTAGE 0m05-0m12 9x16 (DaVinci).xml"));
+    model->exportXML();
+    EXPECT_TRUE(fs::exists(exports / "tiny-21 - SYNC.xml"));
+    EXPECT_EQ(model->status(), "XML exporté : tiny-21 - SYNC.xml dans exports");
+}
+
+TEST_F(ExportCommandsTest, OnlyGradedCamerasGetACubeThatFfmpegReads) {
+    model->exportMontage();
+    size_t cubes = 0;
+    for (auto& e : fs::directory_iterator(exports)) cubes += e.path().extension() == ".cube";
+    EXPECT_EQ(cubes, 0u);
+
+    ColorGrade warm = ColorGrade::neutral;
+    warm.temperature = 30;
+    warm.contrast = 20;
+    model->setGrade(warm, 1);
+    model->setGrade(ColorGrade::neutral, 0);
+    model->exportMontage();
+    const fs::path cube = exports / "tiny-21 - MONTAGE 2 - Cam 2.cube";
+    ASSERT_TRUE(fs::exists(cube));
+    EXPECT_FALSE(fs::exists(exports / "tiny-21 - MONTAGE 2 - Cam 1.cube"));
+    EXPECT_NE(model->status().find(" + 1 LUT · "), std::string::npos) << model->status();
+    EXPECT_EQ(viewer.shown.back().size(), 2u);
+    auto parsed = CubeLUT::parse(*paths::readFile(cube));
+    ASSERT_TRUE(parsed);
+    EXPECT_EQ(parsed->size, 33);
+    if (haveFFmpeg()) {
+        EXPECT_TRUE(ffmpeg({"-f", "lavfi", "-i", "testsrc=size=64x36:rate=1", "-frames:v", "1", "-vf",
+                            "lut3d=file='" + cube.string() + "'", "-f", "null", "-"}));
+    }
+
+    settings->setExportLUTs(false);
+    model->exportMontage();
+    EXPECT_FALSE(fs::exists(exports / "tiny-21 - MONTAGE 3 - Cam 2.cube"));
+}
+
+TEST_F(ExportCommandsTest, CancelledDialogWritesNothingAndAFailedWriteSaysWhy) {
+    settings->setAskWhereToSave(true);
+    const std::string status = model->status();
+    dialogs.saves = {std::nullopt};
+    model->exportMontage();
+    EXPECT_TRUE(fs::is_empty(exports));
+    EXPECT_EQ(model->status(), status);
+    EXPECT_EQ(dialogs.saveMessages.back(), "Dans Premiere : Fichier › Importer, puis choisis ce XML.");
+
+    dialogs.saves = {home.root() / "nulle part" / "x.xml"};
+    model->exportMontage();
+    ASSERT_TRUE(model->errorMessage());
+    EXPECT_EQ(model->errorMessage()->rfind("Impossible d'enregistrer le XML : ", 0), 0u);
+    EXPECT_GT(model->errorMessage()->size(), std::string("Impossible d'enregistrer le XML : ").size());
+    EXPECT_EQ(model->status(), status);
+}
+
+TEST_F(ExportCommandsTest, VideoOutcomesReachStatusToastAndError) {
+    settings->setExportTarget(ExportTarget::video);
+    model->exportMontage();
+    ASSERT_TRUE(exporter->done);
+    EXPECT_EQ(model->status(), "Export vidéo en cours… (H.264 (MP4))");
+    EXPECT_EQ(exporter->to, exports / "tiny-21 - MONTAGE.mp4");
+    EXPECT_EQ(exporter->job.planEffects.size(), exporter->job.segments.size());
+    EXPECT_EQ(exporter->job.segments.size(), 3u);
+    exporter->done({VideoOutcome::Kind::success, {}});
+    EXPECT_EQ(model->status(), "Vidéo exportée : tiny-21 - MONTAGE.mp4 dans exports");
+    EXPECT_EQ(model->toast(), "Vidéo prête : tiny-21 - MONTAGE.mp4");
+
+    settings->setVideoCodec(VideoCodec::prores);
+    model->exportVideo();
+    EXPECT_EQ(exporter->to.extension(), ".mov");
+    exporter->done({VideoOutcome::Kind::cancelled, {}});
+    EXPECT_EQ(model->status(), "Export vidéo annulé");
+    EXPECT_FALSE(model->errorMessage());
+
+    model->exportVideo();
+    exporter->done({VideoOutcome::Kind::failure, "disque plein"});
+    EXPECT_EQ(model->status(), "Export vidéo échoué");
+    EXPECT_EQ(model->errorMessage(), "L'export vidéo a échoué : disque plein");
+}
+
+}  // namespace
+}  // namespace qv::test

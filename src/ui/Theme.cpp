@@ -44,6 +44,18 @@ constexpr SymbolEntry symbolTable[] = {
     {"chevron.down", 0xe5cf},
     {"ellipsis", 0xe5d3},
     {"crop", 0xe3be},
+    // Side panels.
+    {"largecircle.fill.circle", 0xe837},
+    {"circle", 0xe836},
+    {"dice", 0xeb40},
+    {"arrow.counterclockwise", 0xe042},
+    {"square.on.square", 0xe14d},
+    {"square.and.arrow.up", 0xe2c6},
+    {"square.and.arrow.down", 0xe2c4},
+    {"folder.fill", 0xe2c7},
+    {"paintpalette.fill", 0xe40a},
+    {"trash", 0xe872},
+    {"chevron.right", 0xe5cc},
 };
 
 QString upperTracked(const QString& text) { return text.toUpper(); }

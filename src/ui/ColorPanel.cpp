@@ -124,7 +124,7 @@ QWidget* ColorPanel::wheel(const QString& caption, ColorWheel ColorGrade::*field
                 setGrade(g);
             },
             box);
-        luma->setToolTip(QStringLiteral("Luminosité de cette zone · Double-clic : remettre à 0"));
+        luma->setToolTip(QStringLiteral("Luminosité de cette zone. Double-clic : remettre à 0"));
         column->addWidget(luma);
     }
     return box;

@@ -27,6 +27,7 @@ public:
     // The disc's centre and radius in the widget.
     QPointF centre() const;
     double radius() const { return diameter_ / 2; }
+    const QString& caption() const { return caption_; }
     QSize sizeHint() const override;
 
 protected:

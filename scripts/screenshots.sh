@@ -58,3 +58,21 @@ size=--taille
 shot workspace-8-cameras-zoom $preview "$sets/eight" $size ${width}x${height} --zoom-plan --temps 20
 shot vertical-9-16-crop $preview "$sets/eight" $size ${width}x${height} --format 9:16 --temps 55 --cadrage 0.6,0
 shot timeline-drop-range $preview "$sets/demo" $size ${width}x${height} --drop 0
+
+# The side panels over the application model, on the demo set. Each shot
+# starts from a fresh project (the synchronisation stays cached), so no
+# shot inherits the grade or crop of another.
+cmake --build build --target quorvel-panelpreview >/dev/null
+panels=build/tools/quorvel-panelpreview
+panel_shot() {  # name, then arguments
+  local name=$1
+  shift
+  rm -f "$QUORVEL_PROJECTS_DIR"/projet-*.json
+  shot "$name" $panels "$sets/demo" $size ${width}x${height} "$@"
+}
+for panel in son effets drops auto recadrage export parametres; do
+  panel_shot panel-$panel --panneau $panel
+done
+panel_shot panel-etalonnage-forte-cam-2 --panneau etalo --camera 2 --etalo-fort
+panel_shot panel-recadrage-9-16 --panneau recadrage --format 9:16 --camera 2 --cadrage 0.5
+panel_shot panel-export-video-en-cours --panneau export --export-en-cours 0.42

@@ -1,5 +1,6 @@
 #include "ui/PanelControls.h"
 
+#include <QGraphicsOpacityEffect>
 #include <QHBoxLayout>
 #include <QMouseEvent>
 #include <QPainter>
@@ -129,6 +130,19 @@ void ValueSlider::refresh() {
     if (valueLabel_->text() != text) valueLabel_->setText(text);
 }
 
+void ValueSlider::changeEvent(QEvent* event) {
+    if (event->type() == QEvent::EnabledChange) {
+        if (isEnabled()) {
+            setGraphicsEffect(nullptr);
+        } else {
+            auto* dim = new QGraphicsOpacityEffect(this);
+            dim->setOpacity(0.35);
+            setGraphicsEffect(dim);
+        }
+    }
+    QWidget::changeEvent(event);
+}
+
 void ValueSlider::mouseDoubleClickEvent(QMouseEvent* event) {
     set_(neutral_);
     refresh();
@@ -165,23 +179,79 @@ PanelNote::PanelNote(const QString& text, QWidget* parent) : QLabel(text, parent
 
 PanelToggle::PanelToggle(const QString& text, std::function<bool()> get, std::function<void(bool)> set,
                          QWidget* parent)
-    : QCheckBox(text, parent), get_(std::move(get)) {
-    setFont(Theme::text(11));
+    : QWidget(parent), get_(std::move(get)) {
+    auto* row = new QHBoxLayout(this);
+    row->setContentsMargins(0, 0, 0, 0);
+    row->setSpacing(8);
+    box_ = new QCheckBox(this);
+    box_->setCursor(Qt::PointingHandCursor);
+    box_->setFocusPolicy(Qt::NoFocus);
+    box_->setStyleSheet(QStringLiteral("QCheckBox::indicator { width: 26px; height: 14px; border-radius: 7px;"
+                                       " background: %1; border: 1px solid %2; }"
+                                       "QCheckBox::indicator:checked { background: %3; border-color: %3; }")
+                            .arg(Theme::paper().name(), Theme::lineStrong().name(), Theme::accent().name()));
+    row->addWidget(box_, 0, Qt::AlignTop);
+    label_ = new QLabel(text, this);
+    label_->setWordWrap(true);
+    label_->setFont(Theme::text(11));
+    setColor(label_, Theme::gray1());
+    label_->setVisible(!text.isEmpty());
+    row->addWidget(label_, 1);
     setCursor(Qt::PointingHandCursor);
-    setFocusPolicy(Qt::NoFocus);
-    setStyleSheet(QStringLiteral("QCheckBox { color: %1; spacing: 8px; }"
-                                 "QCheckBox::indicator { width: 26px; height: 14px; border-radius: 7px;"
-                                 " background: %2; border: 1px solid %3; }"
-                                 "QCheckBox::indicator:checked { background: %4; border-color: %4; }")
-                      .arg(Theme::gray1().name(), Theme::paper().name(), Theme::lineStrong().name(),
-                           Theme::accent().name()));
-    connect(this, &QCheckBox::toggled, this, [set = std::move(set)](bool on) { set(on); });
+    connect(box_, &QCheckBox::toggled, this, [set = std::move(set)](bool on) { set(on); });
     refresh();
 }
 
+QString PanelToggle::text() const { return label_->text(); }
+bool PanelToggle::isChecked() const { return box_->isChecked(); }
+void PanelToggle::click() { box_->click(); }
+
+void PanelToggle::mouseReleaseEvent(QMouseEvent* event) {
+    if (event->button() == Qt::LeftButton && rect().contains(event->position().toPoint())) box_->click();
+}
+
 void PanelToggle::refresh() {
-    const QSignalBlocker block(this);
-    setChecked(get_());
+    const QSignalBlocker block(box_);
+    box_->setChecked(get_());
+}
+
+WrapButton::WrapButton(const char* symbol, const QString& text, QWidget* parent) : QAbstractButton(parent), symbol_(symbol) {
+    setText(text);
+    setCursor(Qt::PointingHandCursor);
+    setFocusPolicy(Qt::NoFocus);
+    setFont(Theme::text(11, Theme::Weight::semibold));
+    QSizePolicy policy(QSizePolicy::Preferred, QSizePolicy::Fixed);
+    policy.setHeightForWidth(true);
+    setSizePolicy(policy);
+}
+
+int WrapButton::heightForWidth(int width) const {
+    QFontMetrics fm(font());
+    const QRect r = fm.boundingRect(QRect(0, 0, std::max(40, width - 44), 1000), Qt::TextWordWrap, text());
+    return std::max(32, r.height() + 14);
+}
+
+QSize WrapButton::sizeHint() const { return {220, heightForWidth(220)}; }
+QSize WrapButton::minimumSizeHint() const { return {80, 32}; }
+
+void WrapButton::paintEvent(QPaintEvent*) {
+    QPainter p(this);
+    p.setRenderHint(QPainter::Antialiasing);
+    p.setOpacity(!isEnabled() ? 0.35 : isDown() ? 0.7 : 1.0);
+    QRectF r = QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5);
+    p.setPen(QPen(underMouse() ? Theme::gray4() : Theme::lineStrong(), 1));
+    p.setBrush(Theme::paperSoft());
+    p.drawRoundedRect(r, 4, 4);
+    Theme::drawSymbol(p, QRectF(6, 0, 24, height()), symbol_, 15, Theme::gray1());
+    p.setFont(font());
+    p.setPen(Theme::gray1());
+    p.drawText(QRectF(34, 7, width() - 44, height() - 14), Qt::AlignVCenter | Qt::AlignLeft | Qt::TextWordWrap, text());
+}
+
+QAbstractButton* fitWidth(QAbstractButton* button) {
+    button->setSizePolicy(QSizePolicy::Ignored, button->sizePolicy().verticalPolicy());
+    button->setMinimumWidth(40);
+    return button;
 }
 
 // --- CameraTabs and CameraPicker
@@ -361,6 +431,9 @@ PanelPage::PanelPage(const QString& title, QWidget* parent) : QScrollArea(parent
 }
 
 void PanelPage::refresh() {
+    // Buttons shrink with the panel rather than widen it.
+    for (auto* b : widget()->findChildren<QuorvelButton*>())
+        if (b->sizePolicy().horizontalPolicy() != QSizePolicy::Ignored) fitWidth(b);
     for (auto* s : widget()->findChildren<ValueSlider*>()) s->refresh();
     for (auto* t : widget()->findChildren<PanelToggle*>()) t->refresh();
     for (auto* t : widget()->findChildren<CameraTabs*>()) t->refresh();

@@ -52,6 +52,7 @@ public:
     void refresh();
 
 protected:
+    void changeEvent(QEvent* event) override;
     void mouseDoubleClickEvent(QMouseEvent* event) override;
     bool eventFilter(QObject* watched, QEvent* event) override;
 
@@ -87,17 +88,46 @@ public:
     explicit PanelNote(const QString& text, QWidget* parent = nullptr);
 };
 
-// A switch with its text, bound like a slider.
-class PanelToggle : public QCheckBox {
+// A switch with its text beside it, wrapping on narrow panels; bound like a
+// slider. A click on the text flips the switch too.
+class PanelToggle : public QWidget {
     Q_OBJECT
 public:
     PanelToggle(const QString& text, std::function<bool()> get, std::function<void(bool)> set,
                 QWidget* parent = nullptr);
+    QString text() const;
+    bool isChecked() const;
+    void click();
     void refresh();
 
+protected:
+    void mouseReleaseEvent(QMouseEvent* event) override;
+
 private:
+    QCheckBox* box_ = nullptr;
+    QLabel* label_ = nullptr;
     std::function<bool()> get_;
 };
+
+// An outlined button with a symbol and a text that wraps.
+class WrapButton : public QAbstractButton {
+    Q_OBJECT
+public:
+    WrapButton(const char* symbol, const QString& text, QWidget* parent = nullptr);
+    bool hasHeightForWidth() const override { return true; }
+    int heightForWidth(int width) const override;
+    QSize sizeHint() const override;
+    QSize minimumSizeHint() const override;
+
+protected:
+    void paintEvent(QPaintEvent* event) override;
+
+private:
+    const char* symbol_;
+};
+
+// Lets a button shrink with the panel instead of widening it.
+QAbstractButton* fitWidth(QAbstractButton* button);
 
 // One button per camera, with its number; selects the edited camera.
 class CameraTabs : public QWidget {

@@ -92,11 +92,7 @@ QWidget* captioned(const QString& caption, QWidget* control, QWidget* parent) {
 }
 
 QAbstractButton* symbolButton(const char* symbol, const QString& text, QWidget* parent) {
-    auto* b = new SymbolButton(symbol, 15, parent);
-    b->setText(text);
-    b->setBoxed(true);
-    b->setMinimumHeight(30);
-    return b;
+    return new WrapButton(symbol, text, parent);
 }
 
 QString rangeText(const TimeRange& r) {
@@ -695,7 +691,7 @@ void CropPanel::refresh() {
     horizontal_->setEnabled(canX);
     y_->setEnabled(canY);
     vertical_->setEnabled(canY);
-    fullFrame_->setVisible(frame().zoom <= 1.0005);
+    fullFrame_->setVisible(frame().zoom <= 1.0005 && (!canX || !canY));
 }
 
 // --- Export

@@ -1,0 +1,338 @@
+// quorvel-panelpreview: the workspace with its side panel open, over the
+// application model and a real set folder. The model opens the folder as the
+// program does (scan, stored or fresh synchronisation), the automatic editor
+// cuts the set, and the chosen panel shows on the right. Each camera's
+// picture is decoded from its rush at the play head and goes through the
+// model's look renderer, so a grade set in the colour panel shows in the
+// monitors. Used by scripts/screenshots.sh.
+//
+//   quorvel-panelpreview <dossier du set> --panneau son|effets|drops|auto|etalo|recadrage|export|parametres
+//                        [--taille LxH] [--temps s] [--format 9:16] [--camera n] [--etalo-fort]
+//                        [--cadrage x] [--export-en-cours fraction]
+//
+// `--export-en-cours` holds a video export at that fraction, to show the
+// panel during an export: the real render is not part of this tool.
+// Once the window shows its pictures it prints "prêt" on standard output.
+#include <QApplication>
+#include <QHBoxLayout>
+#include <QTimer>
+#include <clocale>
+#include <utility>
+#include <iostream>
+
+#include "app/AppModel.h"
+#include "app/ClockPlayer.h"
+#include "base/Text.h"
+#include "looks/Image.h"
+#include "platform/VideoFrame.h"
+#include "ui/MainWindow.h"
+#include "ui/Monitors.h"
+#include "ui/Panels.h"
+#include "ui/QtPorts.h"
+#include "ui/ScreenModel.h"
+#include "ui/Theme.h"
+#include "ui/Workspace.h"
+
+namespace {
+
+using namespace qv;
+
+// The clock player with pictures: at each seek, every camera's frame under
+// the play head is decoded and filtered by the renderer the model gave.
+class StillPlayer : public AppPlayer, public ui::ScreenPlayer {
+public:
+    StillPlayer(const std::vector<MediaSource>& sources, const SyncResult& result, MainThread& main)
+        : clock_(sources, result, main), result_(result) {
+        for (size_t i = 0; i < sources.size(); ++i)
+            if (sources[i].kind == SourceKind::camera) cameraSources_.push_back(int(i));
+        frames_.resize(cameraSources_.size());
+        pictures_.resize(cameraSources_.size());
+    }
+
+    bool isPlaying() const override { return clock_.isPlaying(); }
+    double currentTime() const override { return clock_.currentTime(); }
+    const std::vector<AngleInfo>& angles() const override { return clock_.angles(); }
+    void pause() override { clock_.pause(); }
+    void seek(double time) override {
+        clock_.seek(time);
+        decode();
+    }
+    void play() override { clock_.play(); }
+    void stop() override { clock_.stop(); }
+    void applyVolumes(const std::map<Uuid, double>& levels, const std::set<Uuid>& muted, double masterDb,
+                      std::optional<int> follow) override {
+        clock_.applyVolumes(levels, muted, masterDb, follow);
+    }
+    void applyFades(double seconds) override { clock_.applyFades(seconds); }
+    void configureVideo(int division, std::shared_ptr<LookRenderer> renderer) override {
+        clock_.configureVideo(division, renderer);
+        division_ = division;
+        renderer_ = std::move(renderer);
+        render();
+    }
+    void setTimeObserver(std::function<void(double)> observer) override { clock_.setTimeObserver(std::move(observer)); }
+    std::optional<PixelSize> pictureSize(int camera) const override { return clock_.pictureSize(camera); }
+    QImage picture(int camera) const override {
+        return camera >= 0 && size_t(camera) < pictures_.size() ? pictures_[size_t(camera)] : QImage();
+    }
+    int previewDivision() const override { return division_; }
+    void setPreviewDivision(int division) override { division_ = std::max(1, division); }
+
+    std::function<void()> onPictures;
+
+private:
+    void decode() {
+        const double t = clock_.currentTime();
+        for (size_t c = 0; c < cameraSources_.size(); ++c) {
+            frames_[c] = Image();
+            for (const PlacedItem& p : result_.placed)
+                if (p.sourceIndex == cameraSources_[c] && p.item.hasVideo && p.start <= t && t < p.end()) {
+                    if (auto f = media::decodeVideoFrame(p.item.url, t - p.start))
+                        frames_[c] = Image::fromRgba8(f->pixels.data(), f->width, f->height, f->width * 4);
+                    break;
+                }
+        }
+        render();
+    }
+
+    void render() {
+        const double t = clock_.currentTime();
+        for (size_t c = 0; c < frames_.size(); ++c) {
+            if (frames_[c].empty()) {
+                pictures_[c] = QImage();
+                continue;
+            }
+            const Image out = renderer_ ? renderer_->process(frames_[c], int(c), t) : frames_[c];
+            const std::vector<uint8_t> bytes = out.toRgba8();
+            pictures_[c] = QImage(bytes.data(), out.width(), out.height(), out.width() * 4, QImage::Format_RGBA8888).copy();
+        }
+        if (onPictures) onPictures();
+    }
+
+    ClockPlayer clock_;
+    SyncResult result_;
+    std::vector<int> cameraSources_;
+    std::vector<Image> frames_;
+    std::vector<QImage> pictures_;
+    std::shared_ptr<LookRenderer> renderer_;
+    int division_ = 1;
+};
+
+// A video export held at a fixed fraction (see the header).
+class HeldExport : public VideoExporter {
+public:
+    explicit HeldExport(double fraction) : fraction_(fraction) {}
+    void start(VideoJob, VideoCodec, const std::filesystem::path&, bool, std::function<void(VideoOutcome)> done) override {
+        done_ = std::move(done);
+    }
+    void cancel() override {
+        if (auto done = std::exchange(done_, nullptr)) done({VideoOutcome::Kind::cancelled, {}});
+    }
+    bool isRunning() const override { return bool(done_); }
+    double progress() const override { return fraction_; }
+
+private:
+    double fraction_;
+    std::function<void(VideoOutcome)> done_;
+};
+
+struct Options {
+    std::filesystem::path folder;
+    int width = 1600, height = 1000;
+    RightPanel panel = RightPanel::none;
+    std::optional<double> time;
+    OutputFormat format = OutputFormat::landscape;
+    int camera = 0;
+    bool strongGrade = false;
+    std::optional<double> cropX;
+    std::optional<double> exporting;
+};
+
+std::optional<Options> parse(const QStringList& args) {
+    static const std::pair<const char*, RightPanel> panels[] = {
+        {"son", RightPanel::sound},         {"effets", RightPanel::effects}, {"drops", RightPanel::drops},
+        {"auto", RightPanel::automatic},    {"etalo", RightPanel::color},    {"recadrage", RightPanel::crop},
+        {"export", RightPanel::exportPanel}, {"parametres", RightPanel::settings}};
+    Options o;
+    for (int i = 1; i < args.size(); ++i) {
+        const QString a = args[i];
+        auto next = [&]() -> std::string { return i + 1 < args.size() ? args[++i].toStdString() : std::string(); };
+        if (a == "--taille") {
+            auto wh = split(next(), 'x');
+            if (wh.size() != 2) return std::nullopt;
+            o.width = int(parseInteger(wh[0]).value_or(1600));
+            o.height = int(parseInteger(wh[1]).value_or(1000));
+        } else if (a == "--panneau") {
+            const std::string name = next();
+            bool found = false;
+            for (auto [n, p] : panels)
+                if (name == n) o.panel = p, found = true;
+            if (!found) return std::nullopt;
+        } else if (a == "--temps") {
+            o.time = parseDouble(next());
+        } else if (a == "--format") {
+            auto f = outputFormatFromRaw(next());
+            if (!f) return std::nullopt;
+            o.format = *f;
+        } else if (a == "--camera") {
+            o.camera = int(parseInteger(next()).value_or(1)) - 1;
+        } else if (a == "--etalo-fort") {
+            o.strongGrade = true;
+        } else if (a == "--cadrage") {
+            o.cropX = parseDouble(next());
+        } else if (a == "--export-en-cours") {
+            o.exporting = parseDouble(next());
+        } else if (o.folder.empty() && !a.startsWith("--")) {
+            o.folder = a.toStdString();
+        } else {
+            return std::nullopt;
+        }
+    }
+    if (o.folder.empty()) return std::nullopt;
+    return o;
+}
+
+// A grade no one can miss: warm, contrasted, saturated, with a vignette.
+ColorGrade strongGrade() {
+    ColorGrade g = ColorGrade::neutral;
+    g.temperature = 70;
+    g.tint = 25;
+    g.exposure = 0.35;
+    g.contrast = 45;
+    g.shadows = -20;
+    g.saturation = 160;
+    g.vignette = 1.6;
+    g.wheelShadows = {230, 0.45, -10};
+    g.wheelHighlights = {45, 0.5, 10};
+    return g;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    QApplication app(argc, argv);
+    std::setlocale(LC_NUMERIC, "C");
+    ui::Theme::apply(app);
+    const auto options = parse(app.arguments());
+    if (!options) {
+        std::cerr << "Usage : quorvel-panelpreview <dossier du set> --panneau son|effets|drops|auto|etalo|recadrage|"
+                     "export|parametres [--taille LxH] [--temps s] [--format 9:16] [--camera n] [--etalo-fort] "
+                     "[--cadrage x] [--export-en-cours fraction]\n";
+        return 2;
+    }
+
+    ui::QtMainThread main;
+    ui::QtDialogs dialogs;
+    ui::QtFileViewer viewer;
+    std::shared_ptr<StillPlayer> player;
+    PlayerFactory factory = [&player](const std::vector<MediaSource>& sources, const SyncResult& result,
+                                      MainThread& thread) -> std::shared_ptr<AppPlayer> {
+        player = std::make_shared<StillPlayer>(sources, result, thread);
+        return player;
+    };
+    std::shared_ptr<VideoExporter> exporter;
+    if (options->exporting) exporter = std::make_shared<HeldExport>(*options->exporting);
+    AppModel model(AppModel::Services{main, dialogs, viewer, AppSettings::shared(), factory, exporter, {}});
+    ui::ModelObject object(model);
+
+    std::unique_ptr<QWidget> window;
+    std::unique_ptr<ui::ScreenModel> screen;
+    QTimer wait;
+    wait.setInterval(50);
+    QObject::connect(&wait, &QTimer::timeout, [&] {
+        if (model.isWorking() || !player) {
+            if (!model.isWorking() && !model.result() && !model.sources().empty()) {
+                std::cerr << "Aucun fichier calé dans ce dossier.\n";
+                app.exit(1);
+            }
+            return;
+        }
+        wait.stop();
+
+        // The scene: an automatic edit with zooms, the format and crops asked.
+        AutoSettings a = model.autoSettings();
+        model.setAutoSettings(a);
+        model.runAuto(false);
+        EffectSettings e = model.effects();
+        e.shakeEnabled = true;
+        if (auto id = model.cameraId(std::min(1, model.cameraCount() - 1))) e.shakeCameras.insert(*id);
+        model.setEffects(e);
+        model.setFormat(options->format);
+        if (options->cropX)
+            for (int c = 0; c < model.cameraCount(); ++c) model.setFraming({1, *options->cropX * (c % 2 ? -1 : 1), 0}, c);
+        if (options->strongGrade && model.cameraCount() > 1) model.setGrade(strongGrade(), 1);
+        model.setEditedCamera(std::clamp(options->camera, 0, std::max(0, model.cameraCount() - 1)));
+        if (options->panel == RightPanel::drops && !model.drops().empty()) model.edit().focusDrop(model.drops()[0]);
+        if (options->exporting) {
+            model.settings().setExportTarget(ExportTarget::video);
+            model.exportVideo();
+        }
+        model.setRightPanel(options->panel);
+
+        // The workspace reads the same edit; its screen model mirrors the
+        // model's format, crops and grades.
+        screen = std::make_unique<ui::ScreenModel>(model.edit(), std::static_pointer_cast<ui::ScreenPlayer>(player),
+                                                   model.sources());
+        auto mirror = [&] {
+            screen->setFormat(model.format());
+            for (int c = 0; c < model.cameraCount(); ++c) {
+                CameraFrame f;
+                if (auto id = model.cameraId(c); id && model.framing().count(*id)) f = model.framing().at(*id);
+                screen->setFraming(c, f);
+                screen->setGradeNeutral(c, model.grade(c) == ColorGrade::neutral);
+            }
+        };
+        mirror();
+        window = std::make_unique<QWidget>();
+        auto* row = new QHBoxLayout(window.get());
+        row->setContentsMargins(0, 0, 0, 0);
+        row->setSpacing(0);
+        auto* workspace = new ui::Workspace(*screen, window.get());
+        auto* side = new ui::SidePanel(model, object, window.get());
+        row->addWidget(workspace, 1);
+        row->addWidget(side);
+        QObject::connect(&object, &ui::ModelObject::changed, window.get(), mirror);
+        QObject::connect(screen.get(), &ui::ScreenModel::changed, side, [side, &model](ui::ScreenModel::Part part, int) {
+            if (part == ui::ScreenModel::Part::edit) {
+                model.scheduleLooks();
+                side->refresh();
+            }
+        });
+        QObject::connect(workspace->monitors(), &ui::MonitorsView::gradeRequested, side, [&model](int camera) {
+            model.setEditedCamera(camera);
+            model.setRightPanel(RightPanel::color);
+        });
+        QObject::connect(workspace->monitors(), &ui::MonitorsView::cropRequested, side, [&model](int camera) {
+            model.setEditedCamera(camera);
+            model.setRightPanel(RightPanel::crop);
+        });
+        window->setWindowTitle(QStringLiteral("Quorvel"));
+        window->resize(options->width, options->height);
+        window->move(0, 0);
+        window->show();
+
+        // Unless told, the moment where the most cameras film, the edited one among them.
+        double t = model.duration() * 0.4;
+        int best = -1;
+        for (double at = 1; at < model.duration() - 1; at += 0.5) {
+            int score = 0;
+            for (int c = 0; c < model.cameraCount(); ++c)
+                if (model.edit().hasFeed(c, at)) score += c == model.editedCamera() ? 100 : 1;
+            if (score > best) best = score, t = at;
+        }
+        if (options->time) t = *options->time;
+        if (options->panel == RightPanel::drops && !model.drops().empty()) t = model.drops()[0].time + 1.5;
+        player->onPictures = [&] {
+            if (window) static_cast<ui::Workspace*>(window->layout()->itemAt(0)->widget())->tick();
+        };
+        player->seek(t);
+        model.applyLooks();
+        QTimer::singleShot(800, [] { std::cout << "prêt" << std::endl; });
+    });
+    model.open(options->folder, true);
+    wait.start();
+    const int status = app.exec();
+    window.reset();
+    screen.reset();
+    return status;
+}

@@ -60,14 +60,14 @@ shot vertical-9-16-crop $preview "$sets/eight" $size ${width}x${height} --format
 shot timeline-drop-range $preview "$sets/demo" $size ${width}x${height} --drop 0
 
 # The side panels over the application model, on the demo set. Each shot
-# starts from a fresh project (the synchronisation stays cached), so no
-# shot inherits the grade or crop of another.
+# starts from a fresh project and settings (the synchronisation stays
+# cached), so no shot inherits the grade, crop or export target of another.
 cmake --build build --target quorvel-panelpreview >/dev/null
 panels=build/tools/quorvel-panelpreview
 panel_shot() {  # name, then arguments
   local name=$1
   shift
-  rm -f "$QUORVEL_PROJECTS_DIR"/projet-*.json
+  rm -f "$QUORVEL_PROJECTS_DIR"/projet-*.json "$XDG_CONFIG_HOME/quorvel/settings.json"
   shot "$name" $panels "$sets/demo" $size ${width}x${height} "$@"
 }
 for panel in son effets drops auto recadrage export parametres; do

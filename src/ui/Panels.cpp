@@ -893,10 +893,10 @@ SettingsPanel::SettingsPanel(AppModel& model, QWidget* parent) : PanelPage(QStri
     exportBox->add(captioned(QStringLiteral("Codec de la vidéo finie"), codec_, exportBox));
     auto* folderCaption = textLabel(QStringLiteral("Dossier des exports"), exportBox, 11);
     exportBox->add(folderCaption);
-    auto* folderRow = new QHBoxLayout();
     folder_ = textLabel(QString(), exportBox, 11, Theme::ink());
     folder_->setFont(Theme::numbers(11));
-    folderRow->addWidget(folder_, 1);
+    exportBox->add(folder_);
+    auto* folderButtons = new QHBoxLayout();
     auto* choose = new QuorvelButton(QStringLiteral("Choisir…"), QuorvelButton::Kind::outlined, exportBox);
     connect(choose, &QAbstractButton::clicked, this, [this] {
         const QString dir = QFileDialog::getExistingDirectory(this, QStringLiteral("Dossier des exports"),
@@ -905,14 +905,14 @@ SettingsPanel::SettingsPanel(AppModel& model, QWidget* parent) : PanelPage(QStri
         model_.settings().setExportFolderPath(dir.toStdString());
         refresh();
     });
-    folderRow->addWidget(choose);
-    exportBox->content()->addLayout(folderRow);
     auto* back = new QuorvelButton(QStringLiteral("Revenir à Téléchargements"), QuorvelButton::Kind::outlined, exportBox);
     connect(back, &QAbstractButton::clicked, this, [this] {
         model_.settings().setExportFolderPath(std::nullopt);
         refresh();
     });
-    exportBox->add(back);
+    folderButtons->addWidget(choose, 1);
+    folderButtons->addWidget(back, 3);
+    exportBox->content()->addLayout(folderButtons);
     add(exportBox);
 
     auto* preview = new PanelBox(QStringLiteral("Aperçu"), this);

@@ -4,6 +4,7 @@
 #include <QFileDialog>
 #include <QHBoxLayout>
 #include <QMenu>
+#include <QPainter>
 #include <QPushButton>
 
 #include "app/AppModel.h"
@@ -979,6 +980,12 @@ SidePanel::SidePanel(AppModel& model, ModelObject& object, QWidget* parent) : QW
     layout_->setContentsMargins(1, 0, 0, 0);
     connect(&object, &ModelObject::changed, this, &SidePanel::refresh);
     refresh();
+}
+
+void SidePanel::paintEvent(QPaintEvent*) {
+    QPainter p(this);
+    p.fillRect(rect(), Theme::paper());
+    p.fillRect(QRect(0, 0, 1, height()), Theme::line());
 }
 
 void SidePanel::refresh() {

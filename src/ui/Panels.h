@@ -159,6 +159,9 @@ public:
 
     static constexpr int width = 340;
 
+protected:
+    void paintEvent(QPaintEvent* event) override;
+
 private:
     AppModel& model_;
     RightPanel shown_ = RightPanel::none;

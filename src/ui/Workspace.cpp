@@ -190,9 +190,13 @@ Workspace::Workspace(ScreenModel& model, QWidget* parent) : QWidget(parent), mod
     setPalette(pal);
     setAutoFillBackground(true);
 
-    auto* column = new QVBoxLayout(this);
+    row_ = new QHBoxLayout(this);
+    row_->setContentsMargins(0, 0, 0, 0);
+    row_->setSpacing(0);
+    auto* column = new QVBoxLayout();
     column->setContentsMargins(0, 0, 0, 0);
     column->setSpacing(0);
+    row_->addLayout(column, 1);
     monitors_ = new MonitorsView(model_, this);
     transport_ = new TransportBar(model_, this);
     timeline_ = new TimelineEditor(model_, this);
@@ -237,6 +241,11 @@ void Workspace::keyPressEvent(QKeyEvent* event) {
         event->accept();
     else
         QWidget::keyPressEvent(event);
+}
+
+void Workspace::setSidePanel(QWidget* panel) {
+    panel->setParent(this);
+    row_->addWidget(panel);
 }
 
 void Workspace::showEvent(QShowEvent* event) {

@@ -11,6 +11,7 @@
 #include "ui/KeyMap.h"
 #include "ui/ScreenModel.h"
 
+class QHBoxLayout;
 class QLabel;
 class QPushButton;
 
@@ -61,6 +62,8 @@ public:
     MonitorsView* monitors() const { return monitors_; }
     TransportBar* transport() const { return transport_; }
     TimelineEditor* timeline() const { return timeline_; }
+    // The side panel, on the right of monitors and timeline, full height.
+    void setSidePanel(QWidget* panel);
     // One step of the screen's clock (the timer calls it 30 times a second).
     void tick();
 
@@ -77,6 +80,7 @@ private:
     TransportBar* transport_ = nullptr;
     TimelineEditor* timeline_ = nullptr;
     QLabel* toast_ = nullptr;
+    QHBoxLayout* row_ = nullptr;
     QTimer clock_;
 };
 

@@ -14,7 +14,6 @@
 // panel during an export: the real render is not part of this tool.
 // Once the window shows its pictures it prints "prêt" on standard output.
 #include <QApplication>
-#include <QHBoxLayout>
 #include <QTimer>
 #include <clocale>
 #include <utility>
@@ -283,14 +282,10 @@ int main(int argc, char** argv) {
             }
         };
         mirror();
-        window = std::make_unique<QWidget>();
-        auto* row = new QHBoxLayout(window.get());
-        row->setContentsMargins(0, 0, 0, 0);
-        row->setSpacing(0);
-        auto* workspace = new ui::Workspace(*screen, window.get());
-        auto* side = new ui::SidePanel(model, object, window.get());
-        row->addWidget(workspace, 1);
-        row->addWidget(side);
+        auto* workspace = new ui::Workspace(*screen);
+        window.reset(workspace);
+        auto* side = new ui::SidePanel(model, object);
+        workspace->setSidePanel(side);
         QObject::connect(&object, &ui::ModelObject::changed, window.get(), mirror);
         QObject::connect(screen.get(), &ui::ScreenModel::changed, side, [side, &model](ui::ScreenModel::Part part, int) {
             if (part == ui::ScreenModel::Part::edit) {
@@ -323,7 +318,7 @@ int main(int argc, char** argv) {
         if (options->time) t = *options->time;
         if (options->panel == RightPanel::drops && !model.drops().empty()) t = model.drops()[0].time + 1.5;
         player->onPictures = [&] {
-            if (window) static_cast<ui::Workspace*>(window->layout()->itemAt(0)->widget())->tick();
+            if (window) static_cast<ui::Workspace*>(window.get())->tick();
         };
         player->seek(t);
         model.applyLooks();

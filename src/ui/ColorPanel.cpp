@@ -162,15 +162,7 @@ ColorPanel::ColorPanel(AppModel& model, QWidget* parent) : PanelPage(QString(), 
 
     QVBoxLayout* creative = section(QStringLiteral("creatif"), QStringLiteral("Créatif"));
     creative->addWidget(subheading(QStringLiteral("Look (LUT .cube)"), widget()));
-    lutMenu_ = new QPushButton(widget());
-    lutMenu_->setCursor(Qt::PointingHandCursor);
-    lutMenu_->setFocusPolicy(Qt::NoFocus);
-    lutMenu_->setFont(Theme::text(11, Theme::Weight::medium));
-    lutMenu_->setStyleSheet(QStringLiteral("QPushButton { color: %1; background: %2; border: 1px solid %3; border-radius: 4px;"
-                                           " padding: 6px 10px; text-align: left; }"
-                                           "QPushButton::menu-indicator { subcontrol-position: right center; right: 8px; }")
-                                .arg(Theme::gray1().name(), Theme::paper().name(), Theme::lineStrong().name()));
-    lutMenu_->setMenu(new QMenu(lutMenu_));
+    lutMenu_ = menuButton(widget());
     creative->addWidget(lutMenu_);
     lutIntensity_ = slider(creative, QStringLiteral("Intensité du look"), &G::lutIntensity, 0, 200, 1, 100, "%.0f");
     slider(creative, QStringLiteral("Film délavé"), &G::fadedFilm, 0, 100, 1, 0, "%.0f");

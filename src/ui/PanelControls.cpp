@@ -2,6 +2,7 @@
 
 #include <QGraphicsOpacityEffect>
 #include <QHBoxLayout>
+#include <QMenu>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QProgressBar>
@@ -246,6 +247,19 @@ void WrapButton::paintEvent(QPaintEvent*) {
     p.setFont(font());
     p.setPen(Theme::gray1());
     p.drawText(QRectF(34, 7, width() - 44, height() - 14), Qt::AlignVCenter | Qt::AlignLeft | Qt::TextWordWrap, text());
+}
+
+QPushButton* menuButton(QWidget* parent) {
+    auto* b = new QPushButton(parent);
+    b->setCursor(Qt::PointingHandCursor);
+    b->setFocusPolicy(Qt::NoFocus);
+    b->setFont(Theme::text(11, Theme::Weight::medium));
+    b->setStyleSheet(QStringLiteral("QPushButton { color: %1; background: %2; border: 1px solid %3; border-radius: 4px;"
+                                    " padding: 6px 10px; text-align: left; }"
+                                    "QPushButton::menu-indicator { subcontrol-position: right center; right: 8px; }")
+                         .arg(Theme::gray1().name(), Theme::paper().name(), Theme::lineStrong().name()));
+    b->setMenu(new QMenu(b));
+    return b;
 }
 
 QAbstractButton* fitWidth(QAbstractButton* button) {

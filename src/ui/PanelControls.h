@@ -15,6 +15,7 @@
 #include <vector>
 
 class QProgressBar;
+class QPushButton;
 
 namespace qv {
 class AppModel;
@@ -125,6 +126,9 @@ protected:
 private:
     const char* symbol_;
 };
+
+// A button that opens its menu, showing the chosen item's text.
+QPushButton* menuButton(QWidget* parent);
 
 // Lets a button shrink with the panel instead of widening it.
 QAbstractButton* fitWidth(QAbstractButton* button);

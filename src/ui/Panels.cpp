@@ -857,25 +857,13 @@ SettingsPanel::SettingsPanel(AppModel& model, QWidget* parent) : PanelPage(QStri
     add(timeline);
 
     auto* exportBox = new PanelBox(QStringLiteral("Export"), this);
-    auto menuButton = [this](QWidget* parent) {
-        auto* b = new QPushButton(parent);
-        b->setCursor(Qt::PointingHandCursor);
-        b->setFocusPolicy(Qt::NoFocus);
-        b->setFont(Theme::text(11, Theme::Weight::medium));
-        b->setStyleSheet(QStringLiteral("QPushButton { color: %1; background: %2; border: 1px solid %3; border-radius: 4px;"
-                                        " padding: 6px 10px; text-align: left; }"
-                                        "QPushButton::menu-indicator { subcontrol-position: right center; right: 8px; }")
-                             .arg(Theme::gray1().name(), Theme::paper().name(), Theme::lineStrong().name()));
-        return b;
-    };
     target_ = menuButton(exportBox);
-    auto* targets = new QMenu(target_);
+    QMenu* targets = static_cast<QPushButton*>(target_)->menu();
     for (ExportTarget t : allExportTargets)
         targets->addAction(QString::fromUtf8(rawValue(t)), this, [this, t] {
             model_.settings().setExportTarget(t);
             refresh();
         });
-    static_cast<QPushButton*>(target_)->setMenu(targets);
     exportBox->add(captioned(QStringLiteral("Export par défaut"), target_, exportBox));
     exportBox->add(toggle(exportBox, QStringLiteral("Demander où enregistrer à chaque export"),
                           &AppSettings::askWhereToSave, &AppSettings::setAskWhereToSave));
@@ -884,13 +872,12 @@ SettingsPanel::SettingsPanel(AppModel& model, QWidget* parent) : PanelPage(QStri
     exportBox->add(toggle(exportBox, QStringLiteral("XML : LUT .cube de chaque caméra étalonnée"),
                           &AppSettings::exportLUTs, &AppSettings::setExportLUTs));
     codec_ = menuButton(exportBox);
-    auto* codecs = new QMenu(codec_);
+    QMenu* codecs = static_cast<QPushButton*>(codec_)->menu();
     for (VideoCodec c : {VideoCodec::hevc, VideoCodec::prores, VideoCodec::h264})
         codecs->addAction(QString::fromUtf8(rawValue(c)), this, [this, c] {
             model_.settings().setVideoCodec(c);
             refresh();
         });
-    static_cast<QPushButton*>(codec_)->setMenu(codecs);
     exportBox->add(captioned(QStringLiteral("Codec de la vidéo finie"), codec_, exportBox));
     auto* folderCaption = textLabel(QStringLiteral("Dossier des exports"), exportBox, 11);
     exportBox->add(folderCaption);

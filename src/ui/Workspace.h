@@ -19,6 +19,7 @@ namespace qv::ui {
 class MonitorsView;
 class TimelineEditor;
 class SymbolButton;
+class StillPictures;
 
 // The bar under the monitors: play, time, state, format, quality, key strip
 // and the timeline's zoom.
@@ -61,6 +62,8 @@ public:
     MonitorsView* monitors() const { return monitors_; }
     TransportBar* transport() const { return transport_; }
     TimelineEditor* timeline() const { return timeline_; }
+    // Where the monitors' pictures are asked for at each new time; may be null.
+    void setPictures(StillPictures* pictures) { pictures_ = pictures; }
     // One step of the screen's clock (the timer calls it 30 times a second).
     void tick();
 
@@ -77,6 +80,8 @@ private:
     TransportBar* transport_ = nullptr;
     TimelineEditor* timeline_ = nullptr;
     QLabel* toast_ = nullptr;
+    StillPictures* pictures_ = nullptr;
+    double shownTime_ = -1;
     QTimer clock_;
 };
 

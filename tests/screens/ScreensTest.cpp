@@ -457,4 +457,4 @@ int main(int argc, char** argv) {
     return status;
 }
 
-#include "UiTest.moc"
+#include "ScreensTest.moc"

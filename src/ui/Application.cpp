@@ -44,7 +44,7 @@ double unixSeconds() {
 }
 
 // `--test-edits`: once a set is installed, adds cuts in bursts (one to four,
-// 100 ms apart) separated by random pauses of up to 3 s, and tells each edit
+// 100 ms apart) separated by random pauses of up to 5 s, and tells each edit
 // and each save on standard output with the wall-clock time, so that a test
 // can kill the program anywhere and judge the project file it left.
 class EditDriver : public QObject {
@@ -79,7 +79,7 @@ private:
         model_.setCuts(std::move(cuts));
         std::printf("EDIT %zu %.3f\n", model_.cuts().size(), unixSeconds());
         std::fflush(stdout);
-        int delay = --burst_ > 0 ? 100 : static_cast<int>(std::uniform_int_distribution<int>(200, 3000)(rng_));
+        int delay = --burst_ > 0 ? 100 : static_cast<int>(std::uniform_int_distribution<int>(200, 5000)(rng_));
         if (burst_ <= 0) burst_ = std::uniform_int_distribution<int>(1, 4)(rng_);
         QTimer::singleShot(delay, this, [this] { step(); });
     }

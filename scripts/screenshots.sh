@@ -12,18 +12,23 @@ mkdir -p "$out" "$sets"
 
 export CCACHE_BASEDIR=${CCACHE_BASEDIR:-$(dirname "$root")}
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-cmake --build build --target quorvel-setgen quorvel-uipreview
+cmake --build build --target quorvel-setgen quorvel
 
-# Everything the program stores stays inside the screenshot folder.
+# Everything the program stores stays inside the screenshot folder, fresh each time.
+rm -rf "$out/projects" "$out/config" "$out/state"
 export QUORVEL_PROJECTS_DIR=$out/projects
 export XDG_CONFIG_HOME=$out/config XDG_STATE_HOME=$out/state
 export LC_ALL=${SCREENSHOT_LOCALE:-fr_FR.UTF-8}
 
-make_set() {  # preset seed name
-  [ -f "$sets/$3/truth.json" ] || build/tools/quorvel-setgen --preset "$1" --seed "$2" "$sets/$3" >/dev/null
+club="$sets/Zanbar Club 14-11"      # eight cameras, two recorders
+warehouse="$sets/Warehouse b2b"     # the demo set: four cameras
+external="$sets/Boiler Room (disque externe)"
+make_set() {  # preset seed folder
+  [ -f "$3/truth.json" ] || build/tools/quorvel-setgen --preset "$1" --seed "$2" "$3" >/dev/null 2>&1
 }
-make_set eight 7 eight
-make_set demo 7 demo
+make_set eight 7 "$club"
+make_set demo 7 "$warehouse"
+make_set tiny 7 "$external"
 
 width=1600 height=1000
 display=:${SCREENSHOT_DISPLAY:-87}
@@ -33,42 +38,63 @@ trap 'kill $xvfb 2>/dev/null || true' EXIT
 export DISPLAY=$display QT_QPA_PLATFORM=xcb
 for _ in $(seq 50); do xdpyinfo -display "$display" >/dev/null 2>&1 && break; sleep 0.1; done
 
-# shot <file name> <program and arguments...>: runs the program until it
-# says "prêt", photographs the whole screen, then ends it.
-shot() {
+# run <png name or -> <arguments...>: runs the program until it says "prêt",
+# photographs the whole screen unless the name is "-", then ends it the way
+# a closed window does.
+run() {
   local name=$1
   shift
-  local log=$out/.$name.log
-  "$@" >"$log" 2>&1 &
+  local log=$out/.run.log
+  build/src/quorvel --scene-pret --scene-taille ${width}x${height} "$@" >"$log" 2>&1 &
   local pid=$!
-  for _ in $(seq 600); do
+  for _ in $(seq 1200); do
+    grep -q "prêt" "$log" 2>/dev/null && break
+    kill -0 $pid 2>/dev/null || { cat "$log" >&2; echo "échec : $name" >&2; return 1; }
+    sleep 0.1
+  done
+  if [ "$name" != - ]; then
+    import -window root "$out/$name.png"
+    echo "$out/$name.png"
+  fi
+  kill -TERM $pid 2>/dev/null || true
+  wait $pid 2>/dev/null || true
+  rm -f "$log"
+}
+
+# The start screen while the first synchronisation of a set runs.
+rm -f "$out/projects/"*.sync.json 2>/dev/null || true
+run start-screen-syncing --open "$warehouse" --scene-synchro
+# Three projects, the last on a disk that has gone.
+run - --open "$external"
+run - --open "$warehouse" --scene-auto
+run workspace-8-cameras-zoom --open "$club" --scene-auto --scene-zoom-plan --scene-temps 20
+rm -rf "$external"
+run project-list-three-cards
+run vertical-9-16-crop --open "$club" --scene-format 9:16 --scene-cadrage 0.6,0 --scene-temps 55
+run timeline-drop-range --open "$warehouse" --scene-drop 1
+
+# The side panels, in the panel preview (the workspace over the application
+# model, each camera's picture through the look renderer). Each shot starts
+# from a fresh project and settings (the synchronisation stays cached), so
+# no shot inherits the grade, crop or export target of another.
+cmake --build build --target quorvel-panelpreview >/dev/null
+panel_shot() {  # png name, then arguments
+  local name=$1
+  shift
+  rm -f "$QUORVEL_PROJECTS_DIR"/projet-*.json "$XDG_CONFIG_HOME/quorvel/settings.json"
+  local log=$out/.panel.log
+  build/tools/quorvel-panelpreview "$warehouse" --taille ${width}x${height} "$@" >"$log" 2>&1 &
+  local pid=$!
+  for _ in $(seq 1200); do
     grep -q "prêt" "$log" 2>/dev/null && break
     kill -0 $pid 2>/dev/null || { cat "$log" >&2; echo "échec : $name" >&2; return 1; }
     sleep 0.1
   done
   import -window root "$out/$name.png"
-  kill $pid 2>/dev/null || true
+  echo "$out/$name.png"
+  kill -TERM $pid 2>/dev/null || true
   wait $pid 2>/dev/null || true
   rm -f "$log"
-  echo "$out/$name.png"
-}
-
-preview=build/tools/quorvel-uipreview
-size=--taille
-shot workspace-8-cameras-zoom $preview "$sets/eight" $size ${width}x${height} --zoom-plan --temps 20
-shot vertical-9-16-crop $preview "$sets/eight" $size ${width}x${height} --format 9:16 --temps 55 --cadrage 0.6,0
-shot timeline-drop-range $preview "$sets/demo" $size ${width}x${height} --drop 0
-
-# The side panels over the application model, on the demo set. Each shot
-# starts from a fresh project and settings (the synchronisation stays
-# cached), so no shot inherits the grade, crop or export target of another.
-cmake --build build --target quorvel-panelpreview >/dev/null
-panels=build/tools/quorvel-panelpreview
-panel_shot() {  # name, then arguments
-  local name=$1
-  shift
-  rm -f "$QUORVEL_PROJECTS_DIR"/projet-*.json "$XDG_CONFIG_HOME/quorvel/settings.json"
-  shot "$name" $panels "$sets/demo" $size ${width}x${height} "$@"
 }
 for panel in son effets drops auto recadrage export parametres; do
   panel_shot panel-$panel --panneau $panel

@@ -11,10 +11,11 @@ PACKAGES=(
   libopencv-core-dev libopencv-imgproc-dev
   libfreetype-dev fonts-dejavu-core
   fonts-inter fonts-b612 fonts-material-design-icons-iconfont
-  xvfb x11-apps imagemagick
+  x11-utils
   nlohmann-json3-dev libpugixml-dev
   libgtest-dev googletest
   qt6-base-dev qt6-multimedia-dev
+  desktop-file-utils xvfb xauth imagemagick
   locales
 )
 

@@ -18,6 +18,8 @@
 #include "diagnostics/Log.h"
 #include "ui/MainWindow.h"
 #include "ui/QtPorts.h"
+#include "ui/Scene.h"
+#include "ui/Theme.h"
 
 namespace qv::ui {
 
@@ -42,7 +44,7 @@ double unixSeconds() {
 }
 
 // `--test-edits`: once a set is installed, adds cuts in bursts (one to four,
-// 100 ms apart) separated by random pauses of up to 3 s, and tells each edit
+// 100 ms apart) separated by random pauses of up to 5 s, and tells each edit
 // and each save on standard output with the wall-clock time, so that a test
 // can kill the program anywhere and judge the project file it left.
 class EditDriver : public QObject {
@@ -77,7 +79,7 @@ private:
         model_.setCuts(std::move(cuts));
         std::printf("EDIT %zu %.3f\n", model_.cuts().size(), unixSeconds());
         std::fflush(stdout);
-        int delay = --burst_ > 0 ? 100 : static_cast<int>(std::uniform_int_distribution<int>(200, 3000)(rng_));
+        int delay = --burst_ > 0 ? 100 : static_cast<int>(std::uniform_int_distribution<int>(200, 5000)(rng_));
         if (burst_ <= 0) burst_ = std::uniform_int_distribution<int>(1, 4)(rng_);
         QTimer::singleShot(delay, this, [this] { step(); });
     }
@@ -127,6 +129,7 @@ int run(int argc, char** argv, const std::vector<std::string>& arguments) {
     QApplication app(argc, argv);
     QApplication::setApplicationName("Quorvel");
     QApplication::setDesktopFileName("quorvel");
+    Theme::apply(app);
     // Qt takes the user's locale for numbers; files and arguments must not.
     std::setlocale(LC_NUMERIC, "C");
     QApplication::setQuitOnLastWindowClosed(true);
@@ -141,7 +144,8 @@ int run(int argc, char** argv, const std::vector<std::string>& arguments) {
     std::unique_ptr<EditDriver> driver;
     MainWindow window(*model, object);
     dialogs.setParent(&window);
-    window.resize(1280, 800);
+    window.resize(1440, 900);
+    auto scene = Scene::start(*model, object, window, arguments);
     window.show();
 
     QTimer::singleShot(0, &window, [&] {
@@ -155,6 +159,7 @@ int run(int argc, char** argv, const std::vector<std::string>& arguments) {
 
     int status = app.exec();
     driver.reset();
+    scene.reset();
     model.reset();
     Log::write("Fermeture de Quorvel");
     Log::flush();

@@ -1,7 +1,7 @@
 #include "ui/KeyMap.h"
 
 #include "edit/EditModel.h"
-#include "ui/ScreenModel.h"
+#include "app/Ports.h"
 
 namespace qv::ui::KeyMap {
 
@@ -17,7 +17,7 @@ constexpr CameraKey cameraKeys[] = {
     {u'&', 0}, {u'é', 1}, {u'"', 2}, {u'\'', 3}, {u'(', 4}, {u'§', 5}, {u'è', 6}, {u'!', 7},
 };
 
-void togglePlay(EditModel& edit, ScreenPlayer& player) {
+void togglePlay(EditModel& edit, AppPlayer& player) {
     if (edit.selectedSegment()) edit.select(std::nullopt);
     if (player.isPlaying())
         player.pause();
@@ -25,7 +25,7 @@ void togglePlay(EditModel& edit, ScreenPlayer& player) {
         player.play();
 }
 
-void seekBy(EditModel& edit, ScreenPlayer& player, double seconds) {
+void seekBy(EditModel& edit, AppPlayer& player, double seconds) {
     player.seek(player.currentTime() + seconds);
     edit.revealPlayhead();
 }
@@ -38,7 +38,7 @@ std::optional<int> camera(QChar c) {
     return std::nullopt;
 }
 
-bool handle(const KeyPress& press, EditModel& edit, ScreenPlayer& player) {
+bool handle(const KeyPress& press, EditModel& edit, AppPlayer& player) {
     const bool shift = press.modifiers.testFlag(Qt::ShiftModifier);
     switch (press.key) {
         case Qt::Key_Space: togglePlay(edit, player); return true;

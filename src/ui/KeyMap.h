@@ -8,12 +8,12 @@
 #include <optional>
 
 namespace qv {
+class AppPlayer;
 class EditModel;
 }
 
 namespace qv::ui {
 
-class ScreenPlayer;
 
 struct KeyPress {
     int key = 0;  // Qt::Key
@@ -29,7 +29,7 @@ std::optional<int> camera(QChar c);
 // Runs the key's operation; false when the key means nothing here and should
 // go on to the rest of the application. Named keys are tested first, then
 // the first typed character in lower case.
-bool handle(const KeyPress& press, EditModel& edit, ScreenPlayer& player);
+bool handle(const KeyPress& press, EditModel& edit, AppPlayer& player);
 
 }  // namespace KeyMap
 }  // namespace qv::ui

@@ -119,7 +119,7 @@ void MonitorsView::paintEvent(QPaintEvent*) {
 
 void MonitorsView::paintProgram(QPainter& p) {
     const EditModel& e = model_.edit();
-    ScreenPlayer* player = model_.player();
+    AppPlayer* player = model_.player();
     const QRectF zone = programRect();
     p.fillRect(zone, QColor(0x07, 0x07, 0x07));
     if (!player) return;
@@ -132,7 +132,7 @@ void MonitorsView::paintProgram(QPainter& p) {
     p.fillRect(frame, Qt::black);
 
     const bool feed = e.hasFeed(camera, t);
-    const QImage picture = feed ? player->picture(camera) : QImage();
+    const QImage picture = feed ? model_.picture(camera) : QImage();
     ResolvedEffect fx;
     if (index) {
         const Segment& s = plans[size_t(*index)];
@@ -203,11 +203,11 @@ void MonitorsView::paintProgram(QPainter& p) {
 
 void MonitorsView::paintTile(QPainter& p, int camera, const TileLayout& l, int active) {
     const QRectF r = tileRect(camera);
-    ScreenPlayer* player = model_.player();
+    AppPlayer* player = model_.player();
     const double t = player ? player->currentTime() : 0;
     const bool hasAngle = player && camera < int(player->angles().size());
     const bool image = hasAngle && model_.edit().hasFeed(camera, t);
-    const QImage picture = image ? player->picture(camera) : QImage();
+    const QImage picture = image ? model_.picture(camera) : QImage();
     p.save();
     QPainterPath clip;
     clip.addRoundedRect(r, 4, 4);
@@ -329,10 +329,10 @@ void MonitorsView::contextMenuEvent(QContextMenuEvent* ev) {
         emit gradeRequested(camera);
     });
     QAction* reset = menu.addAction(QStringLiteral("Remettre le recadrage à zéro"), this,
-                                    [this, camera] { model_.setFraming(camera, CameraFrame{}); });
+                                    [this, camera] { model_.app().resetCrop(camera); });
     reset->setEnabled(!model_.framing(camera).isNeutral());
     QAction* copy = menu.addAction(QStringLiteral("Copier son étalonnage sur toutes les caméras"), this,
-                                   [this, camera] { model_.copyGradeToAll(camera); });
+                                   [this, camera] { model_.app().copyGradeToAll(camera); });
     copy->setEnabled(!model_.gradeIsNeutral(camera));
     menu.exec(ev->globalPos());
 }

@@ -1,6 +1,7 @@
 #include "ui/ScreenModel.h"
 
 #include "base/Format.h"
+#include "ui/MainWindow.h"
 
 namespace qv::ui {
 
@@ -19,106 +20,57 @@ AngleStatus angleStatus(const AngleInfo& angle, double t) {
     return {QStringLiteral("TERMINÉE"), false};
 }
 
-ScreenModel::ScreenModel(EditModel& edit, std::shared_ptr<ScreenPlayer> player, std::vector<MediaSource> sources)
-    : edit_(edit), player_(std::move(player)), sources_(std::move(sources)) {
-    std::vector<Uuid> ids;
-    for (size_t i = 0; i < sources_.size(); ++i)
-        if (sources_[i].kind == SourceKind::camera) {
-            cameraSources_.push_back(int(i));
-            ids.push_back(sources_[i].id);
-        }
-    edit_.setCameraIds(ids);
-    edit_.setPlayer(player_);
-    edit_.setOnChange([this](EditModel::Change c) { emit changed(Part::edit, int(c)); });
-}
-
-QString ScreenModel::cameraName(int camera) const {
-    if (camera < 0 || camera >= cameraCount()) return QStringLiteral("Cette caméra");
-    return QString::fromStdString(sources_[size_t(cameraSources_[size_t(camera)])].name);
-}
-
-PixelSize ScreenModel::cameraSize(int camera) const {
-    if (camera >= 0 && camera < cameraCount())
-        for (const MediaItem& item : sources_[size_t(cameraSources_[size_t(camera)])].items)
-            if (item.hasVideo && item.width > 0 && item.height > 0) return {double(item.width), double(item.height)};
-    return {1920, 1080};
+ScreenModel::ScreenModel(AppModel& app, ModelObject& object, const AnglePictures* pictures)
+    : app_(app), pictures_(pictures) {
+    connect(&object, &ModelObject::changed, this, &ScreenModel::changed);
 }
 
 PixelSize ScreenModel::outputSize(int camera) const {
-    if (auto fixed = fixedSize(format_)) return *fixed;
+    if (auto fixed = fixedSize(format())) return *fixed;
     return cameraSize(camera);
 }
 
-void ScreenModel::setFormat(OutputFormat format) {
-    if (format == format_) return;
-    format_ = format;
-    emit changed(Part::format, -1);
-}
-
 CameraFrame ScreenModel::framing(int camera) const {
-    auto it = frames_.find(camera);
-    return it == frames_.end() ? CameraFrame{} : it->second;
-}
-
-void ScreenModel::setFraming(int camera, CameraFrame frame) {
-    frame.zoom = std::clamp(frame.zoom, 1.0, 4.0);
-    frame.x = std::clamp(frame.x, -1.0, 1.0);
-    frame.y = std::clamp(frame.y, -1.0, 1.0);
-    if (framing(camera) == frame) return;
-    frames_[camera] = frame;
-    emit changed(Part::framing, -1);
-}
-
-bool ScreenModel::gradeIsNeutral(int camera) const {
-    auto it = gradeNeutral_.find(camera);
-    return it == gradeNeutral_.end() || it->second;
-}
-
-void ScreenModel::setGradeNeutral(int camera, bool neutral) {
-    gradeNeutral_[camera] = neutral;
-    emit changed(Part::panel, -1);
+    if (auto id = app_.cameraId(camera)) {
+        auto it = app_.framing().find(*id);
+        if (it != app_.framing().end()) return it->second;
+    }
+    return {};
 }
 
 void ScreenModel::openCrop(int camera) {
-    cropCamera_ = camera;
-    edit_.setRightPanel(RightPanel::crop);
-    emit changed(Part::panel, -1);
+    app_.setEditedCamera(camera);
+    app_.setRightPanel(RightPanel::crop);
 }
 
 void ScreenModel::openGrade(int camera) {
-    cropCamera_.reset();
-    (void)camera;
-    edit_.setRightPanel(RightPanel::color);
-    emit changed(Part::panel, -1);
-}
-
-void ScreenModel::copyGradeToAll(int camera) {
-    bool neutral = gradeIsNeutral(camera);
-    for (int c = 0; c < cameraCount(); ++c) gradeNeutral_[c] = neutral;
-    edit_.showToast("Étalonnage copié sur toutes les caméras");
-    emit changed(Part::panel, -1);
+    app_.setEditedCamera(camera);
+    app_.setRightPanel(RightPanel::color);
 }
 
 bool ScreenModel::showsCropWindow(int camera) const {
-    return format_ != OutputFormat::landscape || !framing(camera).isNeutral() || cropCamera_ == camera;
+    return format() != OutputFormat::landscape || !framing(camera).isNeutral() ||
+           (app_.rightPanel() == RightPanel::crop && app_.editedCamera() == camera);
 }
 
 TrackMix ScreenModel::mix(int source) const {
-    auto it = mix_.find(source);
-    return it == mix_.end() ? TrackMix{} : it->second;
+    if (source < 0 || size_t(source) >= sources().size()) return {};
+    const Uuid& id = sources()[size_t(source)].id;
+    TrackMix m;
+    m.muted = app_.muted().count(id) > 0;
+    auto it = app_.levels().find(id);
+    if (it != app_.levels().end()) m.levelDb = it->second;
+    return m;
 }
 
 void ScreenModel::toggleMute(int source) {
-    mix_[source].muted = !mix(source).muted;
-    emit changed(Part::mix, -1);
+    if (source >= 0 && size_t(source) < sources().size()) app_.toggleMute(sources()[size_t(source)].id);
 }
 
 void ScreenModel::applyAudio(int source, double levelDb) {
-    TrackMix m = mix(source);
-    if (m.levelDb == levelDb) return;
-    m.levelDb = levelDb;
-    mix_[source] = m;
-    emit changed(Part::mix, -1);
+    if (source < 0 || size_t(source) >= sources().size()) return;
+    if (mix(source).levelDb == levelDb) return;
+    app_.setLevel(sources()[size_t(source)].id, levelDb);
 }
 
 }  // namespace qv::ui

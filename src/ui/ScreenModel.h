@@ -1,32 +1,25 @@
-// ScreenModel: what the editing screen reads besides the edit itself, and
-// the one place its widgets call: the player, the sources, the output
-// format, each camera's crop and the mixing of each track. It forwards the
-// edit's change callback as a Qt signal, so each widget repaints only for
-// the changes it shows. Main thread only.
+// ScreenModel: the application model as the screens of an open set read it.
+// It turns camera numbers and source indices into the model's source ids,
+// and holds where the monitors' pictures come from. Its `changed` is the
+// model's (coalesced once per turn of the event loop); widgets answer it by
+// pulling state. It keeps nothing of its own. Main thread only.
 #pragma once
 
 #include <QImage>
 #include <QObject>
-#include <map>
-#include <memory>
-#include <optional>
-#include <vector>
 
-#include "edit/EditModel.h"
-#include "effects/Reframe.h"
-#include "sync/Media.h"
+#include "app/AppModel.h"
 
 namespace qv::ui {
 
-// The multi-angle player as the screens see it: the edit's questions plus
-// starting, the angles' pictures and the preview's reduction.
-class ScreenPlayer : public PlayerControl {
+class ModelObject;
+
+// Pictures of the angles at the player's present time.
+class AnglePictures {
 public:
-    virtual void play() = 0;
-    // The camera's picture at the current time; null when it has none.
+    virtual ~AnglePictures() = default;
+    // Null when the camera has no picture yet.
     virtual QImage picture(int camera) const = 0;
-    virtual int previewDivision() const = 0;  // 1 is full size
-    virtual void setPreviewDivision(int division) = 0;
 };
 
 struct TrackMix {
@@ -44,36 +37,31 @@ AngleStatus angleStatus(const AngleInfo& angle, double t);
 class ScreenModel : public QObject {
     Q_OBJECT
 public:
-    enum class Part { edit, format, framing, mix, panel };
+    // `app` and `object` must outlive this; `pictures` may be null.
+    ScreenModel(AppModel& app, ModelObject& object, const AnglePictures* pictures = nullptr);
 
-    // `edit` must outlive this object; its change callback is taken over.
-    ScreenModel(EditModel& edit, std::shared_ptr<ScreenPlayer> player, std::vector<MediaSource> sources);
+    AppModel& app() const { return app_; }
+    EditModel& edit() const { return app_.edit(); }
+    AppPlayer* player() const { return app_.player(); }
+    QImage picture(int camera) const { return pictures_ ? pictures_->picture(camera) : QImage(); }
 
-    EditModel& edit() const { return edit_; }
-    ScreenPlayer* player() const { return player_.get(); }
-    const std::vector<MediaSource>& sources() const { return sources_; }
-    // Source index of each camera number.
-    const std::vector<int>& cameraSources() const { return cameraSources_; }
-    int cameraCount() const { return int(cameraSources_.size()); }
-    QString cameraName(int camera) const;
-    // Pixel size of a camera's pictures (its first file with video); 1920x1080 when unknown.
-    PixelSize cameraSize(int camera) const;
+    const std::vector<MediaSource>& sources() const { return app_.sources(); }
+    std::vector<int> cameraSources() const { return app_.cameraSources(); }
+    int cameraCount() const { return app_.cameraCount(); }
+    QString cameraName(int camera) const { return QString::fromStdString(app_.cameraName(camera)); }
+    PixelSize cameraSize(int camera) const { return app_.cameraSize(camera); }
     // The size the program is framed into: the camera's own for a landscape
     // output, the format's fixed size otherwise.
     PixelSize outputSize(int camera) const;
 
-    OutputFormat format() const { return format_; }
-    void setFormat(OutputFormat format);
+    OutputFormat format() const { return app_.format(); }
     CameraFrame framing(int camera) const;
-    void setFraming(int camera, CameraFrame frame);
-    bool gradeIsNeutral(int camera) const;
-    void setGradeNeutral(int camera, bool neutral);
-    // The camera whose crop panel is open, if any.
-    std::optional<int> cropCamera() const { return cropCamera_; }
+    void setFraming(int camera, const CameraFrame& frame) { app_.setFraming(frame, camera); }
+    bool gradeIsNeutral(int camera) const { return app_.grade(camera) == ColorGrade::neutral; }
     void openCrop(int camera);
     void openGrade(int camera);
-    void copyGradeToAll(int camera);
-    // Whether a tile draws its crop window.
+    // Whether a tile draws its crop window: a format that crops, a crop
+    // that is not neutral, or the crop panel open on this camera.
     bool showsCropWindow(int camera) const;
 
     TrackMix mix(int source) const;
@@ -81,18 +69,11 @@ public:
     void applyAudio(int source, double levelDb);
 
 signals:
-    void changed(qv::ui::ScreenModel::Part part, int editChange);
+    void changed();
 
 private:
-    EditModel& edit_;
-    std::shared_ptr<ScreenPlayer> player_;
-    std::vector<MediaSource> sources_;
-    std::vector<int> cameraSources_;
-    OutputFormat format_ = OutputFormat::landscape;
-    std::map<int, CameraFrame> frames_;
-    std::map<int, bool> gradeNeutral_;
-    std::optional<int> cropCamera_;
-    std::map<int, TrackMix> mix_;
+    AppModel& app_;
+    const AnglePictures* pictures_;
 };
 
 }  // namespace qv::ui

@@ -37,6 +37,7 @@ constexpr SymbolEntry symbolTable[] = {
     {"video.slash.fill", 0xe04c},
     {"folder.badge.plus", 0xe2cc},
     {"folder", 0xe2c7},
+    {"videocam", 0xe04b},
     {"exclamationmark.triangle.fill", 0xe002},
     {"xmark.circle.fill", 0xe5c9},
     {"checkmark.circle.fill", 0xe86c},

@@ -119,11 +119,7 @@ TimelineEditor::TimelineEditor(ScreenModel& model, QWidget* parent) : QWidget(pa
         double centre = e.viewStart() + e.duration() / e.zoom() * 0.5;
         e.setZoom(zoomAt(double(v) / sliderSteps), centre, 0.5);
     });
-    connect(&model_, &ScreenModel::changed, this, [this](ScreenModel::Part part, int change) {
-        if (part == ScreenModel::Part::edit && change == int(EditModel::Change::toast)) return;
-        if (part == ScreenModel::Part::framing) return;
-        invalidate();
-    });
+    connect(&model_, &ScreenModel::changed, this, &TimelineEditor::invalidate);
     layoutTracks();
     syncSlider();
 }
@@ -133,7 +129,7 @@ TimelineEditor::~TimelineEditor() = default;
 QSize TimelineEditor::sizeHint() const {
     int h = rulerHeight + montageHeight + bottomHeight;
     for (const Track& t : tracks_) h += t.height;
-    return {900, h};
+    return {900, h + 10};
 }
 
 QSize TimelineEditor::minimumSizeHint() const { return {headerWidth + 220, rulerHeight + montageHeight + bottomHeight}; }

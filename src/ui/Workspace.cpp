@@ -10,6 +10,7 @@
 
 #include "base/Format.h"
 #include "ui/Monitors.h"
+#include "ui/StillPictures.h"
 #include "ui/Theme.h"
 #include "ui/TimelineEditor.h"
 #include "ui/Widgets.h"
@@ -70,7 +71,7 @@ TransportBar::TransportBar(ScreenModel& model, QWidget* parent) : QWidget(parent
     play_->setFixedSize(32, 32);
     play_->setToolTip(QStringLiteral("Lecture / pause (espace)"));
     connect(play_, &QAbstractButton::clicked, this, [this] {
-        ScreenPlayer* p = model_.player();
+        AppPlayer* p = model_.player();
         if (!p) return;
         if (p->isPlaying())
             p->pause();
@@ -93,7 +94,7 @@ TransportBar::TransportBar(ScreenModel& model, QWidget* parent) : QWidget(parent
     format_->setToolTip(QStringLiteral("Format de l'export : horizontal, vertical 9:16, 4:5 ou carré"));
     auto* formats = new QMenu(format_);
     for (OutputFormat f : {OutputFormat::landscape, OutputFormat::portrait, OutputFormat::fourFive, OutputFormat::square})
-        formats->addAction(QString::fromUtf8(formatItem(f)), this, [this, f] { model_.setFormat(f); });
+        formats->addAction(QString::fromUtf8(formatItem(f)), this, [this, f] { model_.app().setFormat(f); });
     format_->setMenu(formats);
     row->addWidget(format_);
 
@@ -104,8 +105,7 @@ TransportBar::TransportBar(ScreenModel& model, QWidget* parent) : QWidget(parent
     for (int division : {1, 2, 4})
         qualities->addAction(division == 1 ? QStringLiteral("Pleine") : QStringLiteral("1/%1").arg(division), this,
                              [this, division] {
-                                 if (model_.player()) model_.player()->setPreviewDivision(division);
-                                 refreshMenus();
+                                 model_.app().setPreviewDivision(division);
                              });
     quality_->setMenu(qualities);
     row->addWidget(quality_);
@@ -128,21 +128,19 @@ TransportBar::TransportBar(ScreenModel& model, QWidget* parent) : QWidget(parent
     connect(zoomOut, &QAbstractButton::clicked, this, [this] { model_.edit().zoomOut(); });
     connect(zoomIn, &QAbstractButton::clicked, this, [this] { model_.edit().zoomIn(); });
 
-    connect(&model_, &ScreenModel::changed, this, [this](ScreenModel::Part part) {
-        if (part == ScreenModel::Part::format) refreshMenus();
-    });
+    connect(&model_, &ScreenModel::changed, this, &TransportBar::refreshMenus);
     refreshMenus();
     tick();
 }
 
 QString TransportBar::timeText() const {
-    const ScreenPlayer* p = model_.player();
+    const AppPlayer* p = model_.player();
     const double t = p ? p->currentTime() : 0;
     return QString::fromStdString(Format::timecode(t) + " / " + Format::timecode(model_.edit().duration()));
 }
 
 QString TransportBar::stateText() const {
-    const ScreenPlayer* p = model_.player();
+    const AppPlayer* p = model_.player();
     return p && p->isPlaying() ? QStringLiteral("EN LECTURE · 1 à 8 = COUPER")
                                : QStringLiteral("À L'ARRÊT · 1 à 8 = CHANGER LA CAMÉRA DU PLAN");
 }
@@ -150,7 +148,7 @@ QString TransportBar::stateText() const {
 QString TransportBar::formatText() const { return QStringLiteral("FORMAT %1").arg(rawValue(model_.format())); }
 
 QString TransportBar::qualityText() const {
-    const int division = model_.player() ? model_.player()->previewDivision() : 1;
+    const int division = model_.app().previewDivision();
     return division <= 1 ? QStringLiteral("QUALITÉ PLEINE") : QStringLiteral("QUALITÉ 1/%1").arg(division);
 }
 
@@ -200,9 +198,11 @@ Workspace::Workspace(ScreenModel& model, QWidget* parent) : QWidget(parent), mod
     monitors_ = new MonitorsView(model_, this);
     transport_ = new TransportBar(model_, this);
     timeline_ = new TimelineEditor(model_, this);
-    column->addWidget(monitors_, 5);
+    // The timeline takes what its lanes need, the monitors the rest.
+    timeline_->setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
+    column->addWidget(monitors_, 1);
     column->addWidget(transport_, 0);
-    column->addWidget(timeline_, 4);
+    column->addWidget(timeline_, 0);
 
     toast_ = new QLabel(this);
     toast_->setFont(Theme::text(12, Theme::Weight::medium));
@@ -210,9 +210,7 @@ Workspace::Workspace(ScreenModel& model, QWidget* parent) : QWidget(parent), mod
                                          " padding: 8px 14px; }")
                               .arg(Theme::ink().name(), QColor(0x1c, 0x1b, 0x19).name(), Theme::lineStrong().name()));
     toast_->hide();
-    connect(&model_, &ScreenModel::changed, this, [this](ScreenModel::Part part, int change) {
-        if (part == ScreenModel::Part::edit && change == int(EditModel::Change::toast)) showToast();
-    });
+    connect(&model_, &ScreenModel::changed, this, &Workspace::showToast);
 
     clock_.setInterval(1000 / 30);
     connect(&clock_, &QTimer::timeout, this, &Workspace::tick);
@@ -229,7 +227,7 @@ KeyPress Workspace::pressOf(const QKeyEvent& event) {
 }
 
 bool Workspace::handle(const KeyPress& press) {
-    ScreenPlayer* player = model_.player();
+    AppPlayer* player = model_.player();
     if (!player) return false;
     const bool handled = KeyMap::handle(press, model_.edit(), *player);
     if (handled) tick();
@@ -256,7 +254,13 @@ void Workspace::showEvent(QShowEvent* event) {
 void Workspace::tick() {
     timeline_->tick();
     transport_->tick();
-    monitors_->update();
+    const AppPlayer* player = model_.player();
+    const double t = player ? player->currentTime() : 0;
+    if (t != shownTime_) {
+        shownTime_ = t;
+        if (pictures_) pictures_->request(t);
+        monitors_->update();
+    }
 }
 
 void Workspace::showToast() {
@@ -273,6 +277,9 @@ void Workspace::showToast() {
 }
 
 void Workspace::resizeEvent(QResizeEvent*) {
+    const int wanted = timeline_->sizeHint().height();
+    const int most = std::max(timeline_->minimumSizeHint().height(), int(height() * 0.5));
+    if (timeline_->height() != std::min(wanted, most)) timeline_->setFixedHeight(std::min(wanted, most));
     const QRect m = monitors_->geometry();
     toast_->move(m.center().x() - toast_->width() / 2, m.bottom() - toast_->height() - 18);
 }

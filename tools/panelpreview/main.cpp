@@ -1,10 +1,10 @@
 // quorvel-panelpreview: the workspace with its side panel open, over the
 // application model and a real set folder. The model opens the folder as the
 // program does (scan, stored or fresh synchronisation), the automatic editor
-// cuts the set, and the chosen panel shows on the right. Each camera's
-// picture is decoded from its rush at the play head and goes through the
-// model's look renderer, so a grade set in the colour panel shows in the
-// monitors. Used by scripts/screenshots.sh.
+// cuts the set, and the chosen panel shows on the right. Each camera's still
+// picture at the play head goes through the renderer the model hands to the
+// preview, so a grade set in the colour panel shows in the monitors. Used by
+// scripts/screenshots.sh.
 //
 //   quorvel-panelpreview <dossier du set> --panneau son|effets|drops|auto|etalo|recadrage|export|parametres
 //                        [--taille LxH] [--temps s] [--format 9:16] [--camera n] [--etalo-fort]
@@ -23,12 +23,12 @@
 #include "app/ClockPlayer.h"
 #include "base/Text.h"
 #include "looks/Image.h"
-#include "platform/VideoFrame.h"
 #include "ui/MainWindow.h"
 #include "ui/Monitors.h"
 #include "ui/Panels.h"
 #include "ui/QtPorts.h"
 #include "ui/ScreenModel.h"
+#include "ui/StillPictures.h"
 #include "ui/Theme.h"
 #include "ui/Workspace.h"
 
@@ -36,85 +36,47 @@ namespace {
 
 using namespace qv;
 
-// The clock player with pictures: at each seek, every camera's frame under
-// the play head is decoded and filtered by the renderer the model gave.
-class StillPlayer : public AppPlayer, public ui::ScreenPlayer {
+// The clock player, keeping the renderer the model hands to the preview.
+class LookedPlayer : public ClockPlayer {
 public:
-    StillPlayer(const std::vector<MediaSource>& sources, const SyncResult& result, MainThread& main)
-        : clock_(sources, result, main), result_(result) {
-        for (size_t i = 0; i < sources.size(); ++i)
-            if (sources[i].kind == SourceKind::camera) cameraSources_.push_back(int(i));
-        frames_.resize(cameraSources_.size());
-        pictures_.resize(cameraSources_.size());
-    }
-
-    bool isPlaying() const override { return clock_.isPlaying(); }
-    double currentTime() const override { return clock_.currentTime(); }
-    const std::vector<AngleInfo>& angles() const override { return clock_.angles(); }
-    void pause() override { clock_.pause(); }
-    void seek(double time) override {
-        clock_.seek(time);
-        decode();
-    }
-    void play() override { clock_.play(); }
-    void stop() override { clock_.stop(); }
-    void applyVolumes(const std::map<Uuid, double>& levels, const std::set<Uuid>& muted, double masterDb,
-                      std::optional<int> follow) override {
-        clock_.applyVolumes(levels, muted, masterDb, follow);
-    }
-    void applyFades(double seconds) override { clock_.applyFades(seconds); }
+    using ClockPlayer::ClockPlayer;
     void configureVideo(int division, std::shared_ptr<LookRenderer> renderer) override {
-        clock_.configureVideo(division, renderer);
-        division_ = division;
+        ClockPlayer::configureVideo(division, renderer);
         renderer_ = std::move(renderer);
-        render();
+        if (onLooks) onLooks();
     }
-    void setTimeObserver(std::function<void(double)> observer) override { clock_.setTimeObserver(std::move(observer)); }
-    std::optional<PixelSize> pictureSize(int camera) const override { return clock_.pictureSize(camera); }
+    const std::shared_ptr<LookRenderer>& renderer() const { return renderer_; }
+    std::function<void()> onLooks;
+
+private:
+    std::shared_ptr<LookRenderer> renderer_;
+};
+
+// The still pictures of the rushes, each through the look renderer: what
+// the monitors show of a grade while no decoding player draws them.
+class LookedPictures : public ui::AnglePictures {
+public:
+    explicit LookedPictures(const ui::StillPictures& raw) : raw_(raw) {}
     QImage picture(int camera) const override {
         return camera >= 0 && size_t(camera) < pictures_.size() ? pictures_[size_t(camera)] : QImage();
     }
-    int previewDivision() const override { return division_; }
-    void setPreviewDivision(int division) override { division_ = std::max(1, division); }
-
-    std::function<void()> onPictures;
+    void render(LookRenderer* renderer, int cameras) {
+        const double t = raw_.shownTime().value_or(0);
+        pictures_.assign(size_t(cameras), QImage());
+        for (int c = 0; c < cameras; ++c) {
+            const QImage in = raw_.picture(c).convertToFormat(QImage::Format_RGBA8888);
+            if (in.isNull()) continue;
+            Image image = Image::fromRgba8(in.constBits(), in.width(), in.height(), int(in.bytesPerLine()));
+            if (renderer) image = renderer->process(std::move(image), c, t);
+            const std::vector<uint8_t> bytes = image.toRgba8();
+            pictures_[size_t(c)] =
+                QImage(bytes.data(), image.width(), image.height(), image.width() * 4, QImage::Format_RGBA8888).copy();
+        }
+    }
 
 private:
-    void decode() {
-        const double t = clock_.currentTime();
-        for (size_t c = 0; c < cameraSources_.size(); ++c) {
-            frames_[c] = Image();
-            for (const PlacedItem& p : result_.placed)
-                if (p.sourceIndex == cameraSources_[c] && p.item.hasVideo && p.start <= t && t < p.end()) {
-                    if (auto f = media::decodeVideoFrame(p.item.url, t - p.start))
-                        frames_[c] = Image::fromRgba8(f->pixels.data(), f->width, f->height, f->width * 4);
-                    break;
-                }
-        }
-        render();
-    }
-
-    void render() {
-        const double t = clock_.currentTime();
-        for (size_t c = 0; c < frames_.size(); ++c) {
-            if (frames_[c].empty()) {
-                pictures_[c] = QImage();
-                continue;
-            }
-            const Image out = renderer_ ? renderer_->process(frames_[c], int(c), t) : frames_[c];
-            const std::vector<uint8_t> bytes = out.toRgba8();
-            pictures_[c] = QImage(bytes.data(), out.width(), out.height(), out.width() * 4, QImage::Format_RGBA8888).copy();
-        }
-        if (onPictures) onPictures();
-    }
-
-    ClockPlayer clock_;
-    SyncResult result_;
-    std::vector<int> cameraSources_;
-    std::vector<Image> frames_;
+    const ui::StillPictures& raw_;
     std::vector<QImage> pictures_;
-    std::shared_ptr<LookRenderer> renderer_;
-    int division_ = 1;
 };
 
 // A video export held at a fixed fraction (see the header).
@@ -223,19 +185,21 @@ int main(int argc, char** argv) {
     ui::QtMainThread main;
     ui::QtDialogs dialogs;
     ui::QtFileViewer viewer;
-    std::shared_ptr<StillPlayer> player;
+    std::shared_ptr<LookedPlayer> player;
     PlayerFactory factory = [&player](const std::vector<MediaSource>& sources, const SyncResult& result,
                                       MainThread& thread) -> std::shared_ptr<AppPlayer> {
-        player = std::make_shared<StillPlayer>(sources, result, thread);
+        player = std::make_shared<LookedPlayer>(sources, result, thread);
         return player;
     };
     std::shared_ptr<VideoExporter> exporter;
     if (options->exporting) exporter = std::make_shared<HeldExport>(*options->exporting);
     AppModel model(AppModel::Services{main, dialogs, viewer, AppSettings::shared(), factory, exporter, {}});
     ui::ModelObject object(model);
+    ui::StillPictures raw;
+    LookedPictures pictures(raw);
+    ui::ScreenModel screen(model, object, &pictures);
 
-    std::unique_ptr<QWidget> window;
-    std::unique_ptr<ui::ScreenModel> screen;
+    std::unique_ptr<ui::Workspace> window;
     QTimer wait;
     wait.setInterval(50);
     QObject::connect(&wait, &QTimer::timeout, [&] {
@@ -248,9 +212,7 @@ int main(int argc, char** argv) {
         }
         wait.stop();
 
-        // The scene: an automatic edit with zooms, the format and crops asked.
-        AutoSettings a = model.autoSettings();
-        model.setAutoSettings(a);
+        // The scene: an automatic edit, shake on one camera, the format and crops asked.
         model.runAuto(false);
         EffectSettings e = model.effects();
         e.shakeEnabled = true;
@@ -268,39 +230,21 @@ int main(int argc, char** argv) {
         }
         model.setRightPanel(options->panel);
 
-        // The workspace reads the same edit; its screen model mirrors the
-        // model's format, crops and grades.
-        screen = std::make_unique<ui::ScreenModel>(model.edit(), std::static_pointer_cast<ui::ScreenPlayer>(player),
-                                                   model.sources());
-        auto mirror = [&] {
-            screen->setFormat(model.format());
-            for (int c = 0; c < model.cameraCount(); ++c) {
-                CameraFrame f;
-                if (auto id = model.cameraId(c); id && model.framing().count(*id)) f = model.framing().at(*id);
-                screen->setFraming(c, f);
-                screen->setGradeNeutral(c, model.grade(c) == ColorGrade::neutral);
-            }
+        std::vector<std::vector<PlacedItem>> files(size_t(model.cameraCount()));
+        const auto cameras = model.cameraSources();
+        for (const PlacedItem& p : model.result()->placed)
+            for (size_t c = 0; c < cameras.size(); ++c)
+                if (p.sourceIndex == cameras[c]) files[c].push_back(p);
+        raw.setFiles(std::move(files));
+        window = std::make_unique<ui::Workspace>(screen);
+        window->setPictures(&raw);
+        window->setSidePanel(new ui::SidePanel(model, object));
+        auto relook = [&] {
+            pictures.render(player->renderer().get(), model.cameraCount());
+            if (window) window->monitors()->update();
         };
-        mirror();
-        auto* workspace = new ui::Workspace(*screen);
-        window.reset(workspace);
-        auto* side = new ui::SidePanel(model, object);
-        workspace->setSidePanel(side);
-        QObject::connect(&object, &ui::ModelObject::changed, window.get(), mirror);
-        QObject::connect(screen.get(), &ui::ScreenModel::changed, side, [side, &model](ui::ScreenModel::Part part, int) {
-            if (part == ui::ScreenModel::Part::edit) {
-                model.scheduleLooks();
-                side->refresh();
-            }
-        });
-        QObject::connect(workspace->monitors(), &ui::MonitorsView::gradeRequested, side, [&model](int camera) {
-            model.setEditedCamera(camera);
-            model.setRightPanel(RightPanel::color);
-        });
-        QObject::connect(workspace->monitors(), &ui::MonitorsView::cropRequested, side, [&model](int camera) {
-            model.setEditedCamera(camera);
-            model.setRightPanel(RightPanel::crop);
-        });
+        QObject::connect(&raw, &ui::StillPictures::updated, window.get(), relook);
+        player->onLooks = relook;
         window->setWindowTitle(QStringLiteral("Quorvel"));
         window->resize(options->width, options->height);
         window->move(0, 0);
@@ -317,17 +261,18 @@ int main(int argc, char** argv) {
         }
         if (options->time) t = *options->time;
         if (options->panel == RightPanel::drops && !model.drops().empty()) t = model.drops()[0].time + 1.5;
-        player->onPictures = [&] {
-            if (window) static_cast<ui::Workspace*>(window.get())->tick();
-        };
         player->seek(t);
         model.applyLooks();
-        QTimer::singleShot(800, [] { std::cout << "prêt" << std::endl; });
+        QObject::connect(&raw, &ui::StillPictures::updated, window.get(), [] {
+            static bool said = false;
+            if (said) return;
+            said = true;
+            QTimer::singleShot(800, [] { std::cout << "prêt" << std::endl; });
+        });
     });
     model.open(options->folder, true);
     wait.start();
     const int status = app.exec();
     window.reset();
-    screen.reset();
     return status;
 }

@@ -254,11 +254,17 @@ void HomeView::refresh() {
     empty_->setVisible(projects.empty());
     list_->setVisible(!projects.empty());
     heading_->setLabel(QStringLiteral("Projets récents · %1").arg(projects.size()));
+    const int columns = std::max(1, (width() - 96 + 16) / (300 + 16));
+    QStringList shown;
+    for (const ProjectFile& p : projects)
+        shown << q(p.id.value_or("") + p.name.value_or("") + p.folder) + savedText(p) + QString::number(p.cuts.size());
+    if (shown == shownProjects_ && columns == columns_) return;
+    shownProjects_ = shown;
     while (QLayoutItem* item = grid_->takeAt(0)) {
         delete item->widget();
         delete item;
     }
-    columns_ = std::max(1, (width() - 96 + 16) / (300 + 16));
+    columns_ = columns;
     int i = 0;
     missing_ = 0;
     for (const ProjectFile& p : projects) {
@@ -413,11 +419,28 @@ void StartView::refresh() {
     const auto& sources = model_.sources();
     dropZone_->setVisible(sources.empty());
     sourcesBox_->setVisible(!sources.empty());
+    // Rows are made again only when the sources change, not at every progress step.
+    QStringList shown;
+    for (const MediaSource& s : sources) shown << q(s.name) + QString::number(s.items.size());
+    if (shown != shownSources_) rebuildRows();
+    shownSources_ = shown;
+    int cameras = 0, sounds = 0;
+    for (const MediaSource& s : sources) (s.kind == SourceKind::camera ? cameras : sounds)++;
+    limits_->setVisible(cameras > 8 || sounds > 4);
+    nothingPlaced_->setVisible(model_.result() && model_.result()->placed.empty());
+    sync_->setVisible(!model_.isWorking() && !model_.result());
+    working_->setVisible(model_.isWorking());
+    progress_->setValue(int(model_.progress() * 1000));
+    progressText_->setText(QStringLiteral("%1 %").arg(int(model_.progress() * 100)));
+    status_->setText(q(model_.status()));
+}
+
+void StartView::rebuildRows() {
     while (QLayoutItem* item = sourceRows_->takeAt(0)) {
         delete item->widget();
         delete item;
     }
-    for (const MediaSource& s : sources) {
+    for (const MediaSource& s : model_.sources()) {
         auto* line = new QWidget(sourcesBox_);
         line->setFixedHeight(40);
         auto* h = new QHBoxLayout(line);
@@ -431,15 +454,6 @@ void StartView::refresh() {
         sourceRows_->addWidget(line);
         sourceRows_->addWidget(hairline(sourcesBox_));
     }
-    int cameras = 0, sounds = 0;
-    for (const MediaSource& s : sources) (s.kind == SourceKind::camera ? cameras : sounds)++;
-    limits_->setVisible(cameras > 8 || sounds > 4);
-    nothingPlaced_->setVisible(model_.result() && model_.result()->placed.empty());
-    sync_->setVisible(!model_.isWorking() && !model_.result());
-    working_->setVisible(model_.isWorking());
-    progress_->setValue(int(model_.progress() * 1000));
-    progressText_->setText(QStringLiteral("%1 %").arg(int(model_.progress() * 100)));
-    status_->setText(q(model_.status()));
 }
 
 // --- ContentView

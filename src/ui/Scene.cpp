@@ -96,6 +96,7 @@ void Scene::apply() {
         edit.focusDrop(drop);
         player->seek(drop.time + 1.5);
     }
+    if (has("--scene-lecture")) player->play();
     // Pictures that do not come (a camera without video) must not hold the scene up.
     QTimer::singleShot(5000, this, &Scene::ready);
     Workspace* workspace = window_.content()->workspace();

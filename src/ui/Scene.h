@@ -9,6 +9,7 @@
 //   --scene-cadrage x,y       every camera's crop (odd cameras mirrored on x)
 //   --scene-drop n            the range and the view on drop n (from 1)
 //   --scene-auto              an automatic edit with zooms and VHS on every camera
+//   --scene-lecture           playing
 //   --scene-synchro           "prêt" while the synchronisation runs, not after
 //   --scene-pret              print "prêt" when the screen is settled
 #pragma once

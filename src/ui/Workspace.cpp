@@ -52,6 +52,20 @@ QLabel* label(const QFont& font, const QColor& color, QWidget* parent) {
     return l;
 }
 
+// A one-line text that ends in "…" rather than being cut.
+class ElidedLabel : public QLabel {
+public:
+    using QLabel::QLabel;
+
+protected:
+    void paintEvent(QPaintEvent*) override {
+        QPainter p(this);
+        p.setFont(font());
+        p.setPen(palette().color(QPalette::WindowText));
+        p.drawText(rect(), Qt::AlignVCenter | Qt::AlignLeft, fontMetrics().elidedText(text(), Qt::ElideRight, width()));
+    }
+};
+
 const QString keyStrip = QStringLiteral(
     "Z zoom · E épaule · B flou objectif · M flou mouvement · V VHS · N aucun · A auto · I / O plage · "
     "C scinder · ⌫ supprimer · Ctrl+Z annuler · ↑↓ coupes · ← → 5 s");
@@ -110,7 +124,11 @@ TransportBar::TransportBar(ScreenModel& model, QWidget* parent) : QWidget(parent
     quality_->setMenu(qualities);
     row->addWidget(quality_);
 
-    keys_ = label(Theme::text(10), Theme::gray3(), this);
+    keys_ = new ElidedLabel(this);
+    keys_->setFont(Theme::text(10));
+    QPalette keysPalette = keys_->palette();
+    keysPalette.setColor(QPalette::WindowText, Theme::gray3());
+    keys_->setPalette(keysPalette);
     keys_->setText(keyStrip);
     keys_->setMinimumWidth(80);
     keys_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);

@@ -38,21 +38,6 @@ namespace {
 
 QString q(const std::string& s) { return QString::fromStdString(s); }
 
-QLabel* makeLabel(const QString& text, const QFont& font, const QColor& color, QWidget* parent = nullptr) {
-    auto* l = new QLabel(text, parent);
-    l->setFont(font);
-    QPalette p = l->palette();
-    p.setColor(QPalette::WindowText, color);
-    l->setPalette(p);
-    return l;
-}
-
-void setColor(QLabel* label, const QColor& color) {
-    QPalette p = label->palette();
-    p.setColor(QPalette::WindowText, color);
-    label->setPalette(p);
-}
-
 QLabel* symbolLabel(const char* symbol, double size, const QColor& color, QWidget* parent = nullptr) {
     QLabel* l = makeLabel(Theme::symbol(symbol), Theme::iconFont(size), color, parent);
     l->setAlignment(Qt::AlignCenter);
@@ -260,10 +245,7 @@ void HomeView::refresh() {
         shown << q(p.id.value_or("") + p.name.value_or("") + p.folder) + savedText(p) + QString::number(p.cuts.size());
     if (shown == shownProjects_ && columns == columns_) return;
     shownProjects_ = shown;
-    while (QLayoutItem* item = grid_->takeAt(0)) {
-        delete item->widget();
-        delete item;
-    }
+    clearLayout(grid_);
     columns_ = columns;
     int i = 0;
     missing_ = 0;
@@ -414,7 +396,7 @@ void StartView::refresh() {
     for (size_t i = 0; i < stepNumbers_.size(); ++i) {
         stepNumbers_[i]->setText(done[i] ? Theme::symbol("checkmark.circle.fill") : QStringLiteral("0%1").arg(i + 1));
         stepNumbers_[i]->setFont(done[i] ? Theme::iconFont(28) : Theme::numbers(26));
-        setColor(stepNumbers_[i], done[i] ? Theme::accent() : i == 1 && model_.isWorking() ? Theme::ink() : Theme::gray4());
+        setTextColor(stepNumbers_[i], done[i] ? Theme::accent() : i == 1 && model_.isWorking() ? Theme::ink() : Theme::gray4());
     }
     const auto& sources = model_.sources();
     dropZone_->setVisible(sources.empty());
@@ -436,10 +418,7 @@ void StartView::refresh() {
 }
 
 void StartView::rebuildRows() {
-    while (QLayoutItem* item = sourceRows_->takeAt(0)) {
-        delete item->widget();
-        delete item;
-    }
+    clearLayout(sourceRows_);
     for (const MediaSource& s : model_.sources()) {
         auto* line = new QWidget(sourcesBox_);
         line->setFixedHeight(40);
@@ -596,10 +575,7 @@ void ContentView::toggleUnsynced() {
         unsyncedPanel_->hide();
         return;
     }
-    while (QLayoutItem* item = unsyncedRows_->takeAt(0)) {
-        delete item->widget();
-        delete item;
-    }
+    clearLayout(unsyncedRows_);
     if (!model_.result()) return;
     for (const UnsyncedItem& u : model_.result()->unsynced) {
         auto* line = new QWidget(unsyncedPanel_);

@@ -83,7 +83,7 @@ void Scene::apply() {
     double t = parseDouble(value("--scene-temps")).value_or(player->currentTime());
     if (has("--scene-zoom-plan"))
         for (const Segment& s : edit.segments()) {
-            const double at = s.start + (s.end - s.start) * 0.8;
+            const double at = s.start + (s.end - s.start) * 0.5;
             if (s.start >= t && edit.resolvedEffect(s).zoom != 0 && edit.hasFeed(s.camera, at)) {
                 t = at;
                 break;

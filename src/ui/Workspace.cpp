@@ -43,15 +43,6 @@ QPushButton* chip(QWidget* parent) {
     return b;
 }
 
-QLabel* label(const QFont& font, const QColor& color, QWidget* parent) {
-    auto* l = new QLabel(parent);
-    l->setFont(font);
-    QPalette p = l->palette();
-    p.setColor(QPalette::WindowText, color);
-    l->setPalette(p);
-    return l;
-}
-
 // A one-line text that ends in "…" rather than being cut.
 class ElidedLabel : public QLabel {
 public:
@@ -95,11 +86,11 @@ TransportBar::TransportBar(ScreenModel& model, QWidget* parent) : QWidget(parent
     });
     row->addWidget(play_);
 
-    time_ = label(Theme::numbers(13), Theme::ink(), this);
+    time_ = makeLabel(QString(), Theme::numbers(13), Theme::ink(), this);
     time_->setFixedWidth(110);
     row->addWidget(time_);
 
-    state_ = label(Theme::text(10, Theme::Weight::semibold, 1.2), Theme::gray2(), this);
+    state_ = makeLabel(QString(), Theme::text(10, Theme::Weight::semibold, 1.2), Theme::gray2(), this);
     state_->setMinimumWidth(300);
     row->addWidget(state_);
     row->addStretch(1);
@@ -126,9 +117,7 @@ TransportBar::TransportBar(ScreenModel& model, QWidget* parent) : QWidget(parent
 
     keys_ = new ElidedLabel(this);
     keys_->setFont(Theme::text(10));
-    QPalette keysPalette = keys_->palette();
-    keysPalette.setColor(QPalette::WindowText, Theme::gray3());
-    keys_->setPalette(keysPalette);
+    setTextColor(keys_, Theme::gray3());
     keys_->setText(keyStrip);
     keys_->setMinimumWidth(80);
     keys_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
@@ -182,9 +171,7 @@ void TransportBar::tick() {
     if (playing != shownPlaying_ || state_->text().isEmpty()) {
         shownPlaying_ = playing;
         state_->setText(stateText());
-        QPalette pal = state_->palette();
-        pal.setColor(QPalette::WindowText, playing ? Theme::accent() : Theme::gray2());
-        state_->setPalette(pal);
+        setTextColor(state_, playing ? Theme::accent() : Theme::gray2());
         play_->setSymbol(playing ? "pause.fill" : "play.fill");
     }
 }

@@ -67,11 +67,11 @@ run start-screen-syncing --open "$warehouse" --scene-synchro
 # Three projects, the last on a disk that has gone.
 run - --open "$external"
 run - --open "$warehouse" --scene-auto
-run workspace-8-cameras-zoom --open "$club" --scene-auto --scene-zoom-plan --scene-temps 20
+run workspace-8-cameras-zoom --open "$club" --scene-auto --scene-zoom-plan --scene-temps 20 --scene-lecture
 rm -rf "$external"
 run project-list-three-cards
 run vertical-9-16-crop --open "$club" --scene-format 9:16 --scene-cadrage 0.6,0 --scene-temps 55
-run timeline-drop-range --open "$warehouse" --scene-drop 1
+run timeline-drop-range --open "$warehouse" --scene-auto --scene-drop 1
 
 # The side panels, in the panel preview (the workspace over the application
 # model, each camera's picture through the look renderer). Each shot starts

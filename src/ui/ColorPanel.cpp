@@ -249,10 +249,7 @@ void ColorPanel::reloadLibrary() {
 }
 
 void ColorPanel::rebuildPresets() {
-    while (QLayoutItem* item = presetList_->takeAt(0)) {
-        delete item->widget();
-        delete item;
-    }
+    clearLayout(presetList_);
     QWidget* parent = presetList_->parentWidget();
     if (presets_.empty()) {
         presetList_->addWidget(new PanelNote(QStringLiteral("Aucun préréglage. Enregistre l'étalonnage de cette caméra, ou "

@@ -39,21 +39,6 @@ namespace {
 
 QString q(const std::string& s) { return QString::fromStdString(s); }
 
-QLabel* makeLabel(const QString& text, const QFont& font, const QColor& color, QWidget* parent = nullptr) {
-    auto* l = new QLabel(text, parent);
-    l->setFont(font);
-    QPalette p = l->palette();
-    p.setColor(QPalette::WindowText, color);
-    l->setPalette(p);
-    return l;
-}
-
-void setColor(QLabel* label, const QColor& color) {
-    QPalette p = label->palette();
-    p.setColor(QPalette::WindowText, color);
-    label->setPalette(p);
-}
-
 QLabel* symbolLabel(const char* symbol, double size, const QColor& color, QWidget* parent = nullptr) {
     QLabel* l = makeLabel(Theme::symbol(symbol), Theme::iconFont(size), color, parent);
     l->setAlignment(Qt::AlignCenter);
@@ -255,11 +240,14 @@ void HomeView::refresh() {
     empty_->setVisible(projects.empty());
     list_->setVisible(!projects.empty());
     heading_->setLabel(QStringLiteral("Projets récents · %1").arg(projects.size()));
-    while (QLayoutItem* item = grid_->takeAt(0)) {
-        delete item->widget();
-        delete item;
-    }
-    columns_ = std::max(1, (width() - 96 + 16) / (300 + 16));
+    const int columns = std::max(1, (width() - 96 + 16) / (300 + 16));
+    QStringList shown;
+    for (const ProjectFile& p : projects)
+        shown << q(p.id.value_or("") + p.name.value_or("") + p.folder) + savedText(p) + QString::number(p.cuts.size());
+    if (shown == shownProjects_ && columns == columns_) return;
+    shownProjects_ = shown;
+    clearLayout(grid_);
+    columns_ = columns;
     int i = 0;
     missing_ = 0;
     for (const ProjectFile& p : projects) {
@@ -409,16 +397,30 @@ void StartView::refresh() {
     for (size_t i = 0; i < stepNumbers_.size(); ++i) {
         stepNumbers_[i]->setText(done[i] ? Theme::symbol("checkmark.circle.fill") : QStringLiteral("0%1").arg(i + 1));
         stepNumbers_[i]->setFont(done[i] ? Theme::iconFont(28) : Theme::numbers(26));
-        setColor(stepNumbers_[i], done[i] ? Theme::accent() : i == 1 && model_.isWorking() ? Theme::ink() : Theme::gray4());
+        setTextColor(stepNumbers_[i], done[i] ? Theme::accent() : i == 1 && model_.isWorking() ? Theme::ink() : Theme::gray4());
     }
     const auto& sources = model_.sources();
     dropZone_->setVisible(sources.empty());
     sourcesBox_->setVisible(!sources.empty());
-    while (QLayoutItem* item = sourceRows_->takeAt(0)) {
-        delete item->widget();
-        delete item;
-    }
-    for (const MediaSource& s : sources) {
+    // Rows are made again only when the sources change, not at every progress step.
+    QStringList shown;
+    for (const MediaSource& s : sources) shown << q(s.name) + QString::number(s.items.size());
+    if (shown != shownSources_) rebuildRows();
+    shownSources_ = shown;
+    int cameras = 0, sounds = 0;
+    for (const MediaSource& s : sources) (s.kind == SourceKind::camera ? cameras : sounds)++;
+    limits_->setVisible(cameras > 8 || sounds > 4);
+    nothingPlaced_->setVisible(model_.result() && model_.result()->placed.empty());
+    sync_->setVisible(!model_.isWorking() && !model_.result());
+    working_->setVisible(model_.isWorking());
+    progress_->setValue(int(model_.progress() * 1000));
+    progressText_->setText(QStringLiteral("%1 %").arg(int(model_.progress() * 100)));
+    status_->setText(q(model_.status()));
+}
+
+void StartView::rebuildRows() {
+    clearLayout(sourceRows_);
+    for (const MediaSource& s : model_.sources()) {
         auto* line = new QWidget(sourcesBox_);
         line->setFixedHeight(40);
         auto* h = new QHBoxLayout(line);
@@ -432,15 +434,6 @@ void StartView::refresh() {
         sourceRows_->addWidget(line);
         sourceRows_->addWidget(hairline(sourcesBox_));
     }
-    int cameras = 0, sounds = 0;
-    for (const MediaSource& s : sources) (s.kind == SourceKind::camera ? cameras : sounds)++;
-    limits_->setVisible(cameras > 8 || sounds > 4);
-    nothingPlaced_->setVisible(model_.result() && model_.result()->placed.empty());
-    sync_->setVisible(!model_.isWorking() && !model_.result());
-    working_->setVisible(model_.isWorking());
-    progress_->setValue(int(model_.progress() * 1000));
-    progressText_->setText(QStringLiteral("%1 %").arg(int(model_.progress() * 100)));
-    status_->setText(q(model_.status()));
 }
 
 // --- ContentView
@@ -584,10 +577,7 @@ void ContentView::toggleUnsynced() {
         unsyncedPanel_->hide();
         return;
     }
-    while (QLayoutItem* item = unsyncedRows_->takeAt(0)) {
-        delete item->widget();
-        delete item;
-    }
+    clearLayout(unsyncedRows_);
     if (!model_.result()) return;
     for (const UnsyncedItem& u : model_.result()->unsynced) {
         auto* line = new QWidget(unsyncedPanel_);

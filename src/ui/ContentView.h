@@ -6,6 +6,7 @@
 // no state of the project. Main thread only.
 #pragma once
 
+#include <QStringList>
 #include <QWidget>
 #include <memory>
 
@@ -50,6 +51,7 @@ private:
     QWidget* list_ = nullptr;
     QGridLayout* grid_ = nullptr;
     QLabel* tip_ = nullptr;
+    QStringList shownProjects_;
     int cards_ = 0;
     int missing_ = 0;
     int columns_ = 0;
@@ -77,6 +79,8 @@ private:
     QProgressBar* progress_ = nullptr;
     QLabel* status_ = nullptr;
     QLabel* progressText_ = nullptr;
+    QStringList shownSources_;
+    void rebuildRows();
 };
 
 class ContentView : public QWidget {

@@ -186,7 +186,9 @@ void MonitorsView::paintProgram(QPainter& p) {
         QFont f = Theme::text(10, Theme::Weight::bold, 1.4);
         QFontMetrics fm(f);
         const double w = fm.horizontalAdvance(label) + 20;
-        const QRectF pill(frame.right() - 10 - w, frame.top() + 14, w, 24);
+        // Top right, or under the plate when the frame is too narrow for both.
+        QRectF pill(frame.right() - 10 - w, frame.top() + 14, w, 24);
+        if (pill.left() < plate.right() + 10) pill = QRectF(plate.left(), plate.bottom() + 8, w, 24);
         p.setPen(Qt::NoPen);
         p.setBrush(Theme::accent());
         p.drawRoundedRect(pill, 3, 3);
@@ -230,11 +232,8 @@ void MonitorsView::paintTile(QPainter& p, int camera, const TileLayout& l, int a
         p.setBrush(Qt::NoBrush);
         p.drawRect(w.adjusted(0.75, 0.75, -0.75, -0.75));
     }
-    // Captions on a soft shade at the bottom.
-    QLinearGradient shade(r.bottomLeft() - QPointF(0, 34), r.bottomLeft());
-    shade.setColorAt(0, QColor(0, 0, 0, 0));
-    shade.setColorAt(1, QColor(0, 0, 0, 170));
-    p.fillRect(QRectF(r.left(), r.bottom() - 34, r.width(), 34), shade);
+    // Captions on a dark strip, readable over any picture.
+    p.fillRect(QRectF(r.left(), r.bottom() - 24, r.width(), 24), QColor(0, 0, 0, 175));
     p.setFont(Theme::numbers(l.wide ? 22 : 18));
     p.setPen(camera == active ? Theme::accent() : Theme::ink());
     const double pad = l.wide ? 10 : 7;
@@ -255,11 +254,11 @@ void MonitorsView::paintTile(QPainter& p, int camera, const TileLayout& l, int a
         const AngleStatus st = angleStatus(player->angles()[size_t(camera)], t);
         p.setFont(Theme::text(l.wide ? 10 : 9, Theme::Weight::semibold, 1.0));
         p.setPen(st.urgent ? Theme::warning() : Theme::gray1());
-        p.drawText(QRectF(r.left() + pad, r.bottom() - 22, r.width() - 2 * pad, 18), Qt::AlignVCenter | Qt::AlignLeft,
+        p.drawText(QRectF(r.left() + pad, r.bottom() - 24, r.width() - 2 * pad, 24), Qt::AlignVCenter | Qt::AlignLeft,
                    st.text);
         p.setFont(Theme::text(l.wide ? 10 : 9, Theme::Weight::medium));
         p.setPen(Theme::gray2());
-        p.drawText(QRectF(r.left() + pad, r.bottom() - 22, r.width() - 2 * pad, 18), Qt::AlignVCenter | Qt::AlignRight,
+        p.drawText(QRectF(r.left() + pad, r.bottom() - 24, r.width() - 2 * pad, 24), Qt::AlignVCenter | Qt::AlignRight,
                    QFontMetrics(p.font()).elidedText(model_.cameraName(camera), Qt::ElideRight, int(r.width() / 2.5)));
     }
     p.restore();

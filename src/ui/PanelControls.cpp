@@ -19,13 +19,6 @@ namespace qv::ui {
 
 namespace {
 
-void setColor(QWidget* w, const QColor& c) {
-    QPalette p = w->palette();
-    p.setColor(QPalette::WindowText, c);
-    p.setColor(QPalette::Text, c);
-    w->setPalette(p);
-}
-
 // A small square button with a number, lit in the accent when on.
 class NumberButton : public QAbstractButton {
 public:
@@ -89,10 +82,10 @@ ValueSlider::ValueSlider(const QString& title, double minimum, double maximum, d
     auto* head = new QHBoxLayout();
     titleLabel_ = new QLabel(title, this);
     titleLabel_->setFont(Theme::text(11));
-    setColor(titleLabel_, Theme::gray1());
+    setTextColor(titleLabel_, Theme::gray1());
     valueLabel_ = new QLabel(this);
     valueLabel_->setFont(Theme::numbers(11));
-    setColor(valueLabel_, Theme::gray2());
+    setTextColor(valueLabel_, Theme::gray2());
     head->addWidget(titleLabel_, 1);
     head->addWidget(valueLabel_, 0, Qt::AlignRight);
     column->addLayout(head);
@@ -174,7 +167,7 @@ PanelBox::PanelBox(const QString& title, QWidget* parent) : QFrame(parent) {
 PanelNote::PanelNote(const QString& text, QWidget* parent) : QLabel(text, parent) {
     setWordWrap(true);
     setFont(Theme::text(10));
-    setColor(this, Theme::gray3());
+    setTextColor(this, Theme::gray3());
     setTextInteractionFlags(Qt::NoTextInteraction);
 }
 
@@ -195,7 +188,7 @@ PanelToggle::PanelToggle(const QString& text, std::function<bool()> get, std::fu
     label_ = new QLabel(text, this);
     label_->setWordWrap(true);
     label_->setFont(Theme::text(11));
-    setColor(label_, Theme::gray1());
+    setTextColor(label_, Theme::gray1());
     label_->setVisible(!text.isEmpty());
     row->addWidget(label_, 1);
     setCursor(Qt::PointingHandCursor);
@@ -310,7 +303,7 @@ CameraPicker::CameraPicker(AppModel& model, const QString& title, std::function<
     column->setSpacing(4);
     auto* caption = new QLabel(title, this);
     caption->setFont(Theme::text(10));
-    setColor(caption, Theme::gray3());
+    setTextColor(caption, Theme::gray3());
     column->addWidget(caption);
     row_ = new QHBoxLayout();
     row_->setSpacing(4);
@@ -389,10 +382,10 @@ ExportProgress::ExportProgress(VideoExporter* exporter, QWidget* parent) : QWidg
     auto* head = new QHBoxLayout();
     auto* title = new QLabel(QStringLiteral("Export vidéo en cours"), this);
     title->setFont(Theme::text(12, Theme::Weight::semibold));
-    setColor(title, Theme::ink());
+    setTextColor(title, Theme::ink());
     percent_ = new QLabel(this);
     percent_->setFont(Theme::numbers(12));
-    setColor(percent_, Theme::accent());
+    setTextColor(percent_, Theme::accent());
     head->addWidget(title, 1);
     head->addWidget(percent_);
     column->addLayout(head);
@@ -438,7 +431,7 @@ PanelPage::PanelPage(const QString& title, QWidget* parent) : QScrollArea(parent
     if (!title.isEmpty()) {
         auto* head = new QLabel(title, inner);
         head->setFont(Theme::text(15, Theme::Weight::semibold));
-        setColor(head, Theme::ink());
+        setTextColor(head, Theme::ink());
         column_->addWidget(head);
     }
     setWidget(inner);

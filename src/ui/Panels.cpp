@@ -28,12 +28,8 @@ QString q(const std::string& s) { return QString::fromStdString(s); }
 
 QLabel* textLabel(const QString& text, QWidget* parent, double size = 11, const QColor& color = Theme::gray1(),
                   Theme::Weight weight = Theme::Weight::regular) {
-    auto* l = new QLabel(text, parent);
+    QLabel* l = makeLabel(text, Theme::text(size, weight), color, parent);
     l->setWordWrap(true);
-    l->setFont(Theme::text(size, weight));
-    QPalette p = l->palette();
-    p.setColor(QPalette::WindowText, color);
-    l->setPalette(p);
     return l;
 }
 
@@ -457,10 +453,7 @@ void AutoPanel::rebuildWeights() {
     const int count = model_.cameraCount();
     if (count == weightRows_) return;
     weightRows_ = count;
-    while (QLayoutItem* item = weights_->takeAt(0)) {
-        delete item->widget();
-        delete item;
-    }
+    clearLayout(weights_);
     for (int c = 0; c < count; ++c)
         weights_->addWidget(new ValueSlider(
             q(model_.cameraName(c)), 0, 100, 1, 100, formatter("%.0f %%"),
@@ -545,10 +538,7 @@ void DropsPanel::refresh() {
     empty_->setVisible(drops.empty());
     if (key == shown_) return;
     shown_ = key;
-    while (QLayoutItem* item = list_->takeAt(0)) {
-        delete item->widget();
-        delete item;
-    }
+    clearLayout(list_);
     rows_ = 0;
     for (size_t i = 0; i < drops.size(); ++i) {
         const Drop drop = drops[i];

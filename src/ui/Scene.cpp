@@ -83,7 +83,7 @@ void Scene::apply() {
     double t = parseDouble(value("--scene-temps")).value_or(player->currentTime());
     if (has("--scene-zoom-plan"))
         for (const Segment& s : edit.segments()) {
-            const double at = s.start + (s.end - s.start) * 0.8;
+            const double at = s.start + (s.end - s.start) * 0.5;
             if (s.start >= t && edit.resolvedEffect(s).zoom != 0 && edit.hasFeed(s.camera, at)) {
                 t = at;
                 break;
@@ -96,6 +96,7 @@ void Scene::apply() {
         edit.focusDrop(drop);
         player->seek(drop.time + 1.5);
     }
+    if (has("--scene-lecture")) player->play();
     // Pictures that do not come (a camera without video) must not hold the scene up.
     QTimer::singleShot(5000, this, &Scene::ready);
     Workspace* workspace = window_.content()->workspace();

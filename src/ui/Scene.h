@@ -4,11 +4,12 @@
 //
 //   --scene-taille LxH        size of the window
 //   --scene-temps s           the play head, once the set is installed
-//   --scene-zoom-plan         the play head late in the first zooming plan after it
+//   --scene-zoom-plan         the play head in the middle of the first zooming plan after it
 //   --scene-format 9:16       the output format
 //   --scene-cadrage x,y       every camera's crop (odd cameras mirrored on x)
 //   --scene-drop n            the range and the view on drop n (from 1)
 //   --scene-auto              an automatic edit with zooms and VHS on every camera
+//   --scene-lecture           playing
 //   --scene-synchro           "prêt" while the synchronisation runs, not after
 //   --scene-pret              print "prêt" when the screen is settled
 #pragma once

@@ -361,7 +361,10 @@ void TimelineEditor::paintMontage(QPainter& p, const std::vector<Segment>& plans
         if (w >= 40) {
             p.setFont(Theme::numbers(13));
             p.setPen(Theme::ink());
-            p.drawText(block.adjusted(7, 0, 0, 0), Qt::AlignVCenter | Qt::AlignLeft, QString::number(s.camera + 1));
+            // A block that starts before the view keeps its number in sight.
+            const double left = std::max(block.left(), lane.left());
+            p.drawText(QRectF(left + 7, block.top(), block.right() - left - 7, block.height()),
+                       Qt::AlignVCenter | Qt::AlignLeft, QString::number(s.camera + 1));
         }
         if (w >= 80) {
             const ResolvedEffect fx = e.resolvedEffect(s);

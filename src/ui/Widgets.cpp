@@ -1,10 +1,31 @@
 #include "ui/Widgets.h"
 
+#include <QLayout>
 #include <QPainter>
 
 #include "ui/Theme.h"
 
 namespace qv::ui {
+
+QLabel* makeLabel(const QString& text, const QFont& font, const QColor& color, QWidget* parent) {
+    auto* l = new QLabel(text, parent);
+    l->setFont(font);
+    setTextColor(l, color);
+    return l;
+}
+
+void setTextColor(QLabel* label, const QColor& color) {
+    QPalette p = label->palette();
+    p.setColor(QPalette::WindowText, color);
+    label->setPalette(p);
+}
+
+void clearLayout(QLayout* layout) {
+    while (QLayoutItem* item = layout->takeAt(0)) {
+        delete item->widget();
+        delete item;
+    }
+}
 
 SymbolButton::SymbolButton(const char* symbol, double symbolSize, QWidget* parent)
     : QAbstractButton(parent), symbol_(symbol), size_(symbolSize) {

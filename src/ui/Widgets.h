@@ -2,8 +2,17 @@
 #pragma once
 
 #include <QAbstractButton>
+#include <QLabel>
+
+class QLayout;
 
 namespace qv::ui {
+
+// A label in one font and colour of the theme.
+QLabel* makeLabel(const QString& text, const QFont& font, const QColor& color, QWidget* parent = nullptr);
+void setTextColor(QLabel* label, const QColor& color);
+// Removes and deletes every item of a layout and its widget.
+void clearLayout(QLayout* layout);
 
 // A flat button showing one symbol of the theme's icon table, with an
 // optional text after it; `opacity` dims it as a whole.

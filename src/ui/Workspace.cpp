@@ -43,14 +43,19 @@ QPushButton* chip(QWidget* parent) {
     return b;
 }
 
-QLabel* label(const QFont& font, const QColor& color, QWidget* parent) {
-    auto* l = new QLabel(parent);
-    l->setFont(font);
-    QPalette p = l->palette();
-    p.setColor(QPalette::WindowText, color);
-    l->setPalette(p);
-    return l;
-}
+// A one-line text that ends in "…" rather than being cut.
+class ElidedLabel : public QLabel {
+public:
+    using QLabel::QLabel;
+
+protected:
+    void paintEvent(QPaintEvent*) override {
+        QPainter p(this);
+        p.setFont(font());
+        p.setPen(palette().color(QPalette::WindowText));
+        p.drawText(rect(), Qt::AlignVCenter | Qt::AlignLeft, fontMetrics().elidedText(text(), Qt::ElideRight, width()));
+    }
+};
 
 const QString keyStrip = QStringLiteral(
     "Z zoom · E épaule · B flou objectif · M flou mouvement · V VHS · N aucun · A auto · I / O plage · "
@@ -81,11 +86,11 @@ TransportBar::TransportBar(ScreenModel& model, QWidget* parent) : QWidget(parent
     });
     row->addWidget(play_);
 
-    time_ = label(Theme::numbers(13), Theme::ink(), this);
+    time_ = makeLabel(QString(), Theme::numbers(13), Theme::ink(), this);
     time_->setFixedWidth(110);
     row->addWidget(time_);
 
-    state_ = label(Theme::text(10, Theme::Weight::semibold, 1.2), Theme::gray2(), this);
+    state_ = makeLabel(QString(), Theme::text(10, Theme::Weight::semibold, 1.2), Theme::gray2(), this);
     state_->setMinimumWidth(300);
     row->addWidget(state_);
     row->addStretch(1);
@@ -110,7 +115,9 @@ TransportBar::TransportBar(ScreenModel& model, QWidget* parent) : QWidget(parent
     quality_->setMenu(qualities);
     row->addWidget(quality_);
 
-    keys_ = label(Theme::text(10), Theme::gray3(), this);
+    keys_ = new ElidedLabel(this);
+    keys_->setFont(Theme::text(10));
+    setTextColor(keys_, Theme::gray3());
     keys_->setText(keyStrip);
     keys_->setMinimumWidth(80);
     keys_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
@@ -164,9 +171,7 @@ void TransportBar::tick() {
     if (playing != shownPlaying_ || state_->text().isEmpty()) {
         shownPlaying_ = playing;
         state_->setText(stateText());
-        QPalette pal = state_->palette();
-        pal.setColor(QPalette::WindowText, playing ? Theme::accent() : Theme::gray2());
-        state_->setPalette(pal);
+        setTextColor(state_, playing ? Theme::accent() : Theme::gray2());
         play_->setSymbol(playing ? "pause.fill" : "play.fill");
     }
 }

@@ -199,7 +199,7 @@ ColorPanel::ColorPanel(AppModel& model, QWidget* parent) : PanelPage(QString(), 
     auto* nameRow = new QHBoxLayout();
     presetName_ = new QLineEdit(widget());
     presetName_->setPlaceholderText(QStringLiteral("Nom du préréglage"));
-    nameRow->addWidget(presetName_, 1);
+    nameRow->addWidget(presetName_, 3);
     savePreset_ = new QuorvelButton(QStringLiteral("Enregistrer"), QuorvelButton::Kind::main, widget());
     connect(presetName_, &QLineEdit::textChanged, this,
             [this](const QString& t) { savePreset_->setEnabled(!t.trimmed().isEmpty()); });
@@ -211,7 +211,7 @@ ColorPanel::ColorPanel(AppModel& model, QWidget* parent) : PanelPage(QString(), 
         presetName_->clear();
         reloadLibrary();
     });
-    nameRow->addWidget(savePreset_);
+    nameRow->addWidget(savePreset_, 2);
     presets->addLayout(nameRow);
     auto* io = new QHBoxLayout();
     auto* import = smallButton("square.and.arrow.down", QStringLiteral("Importer"), widget());
@@ -267,10 +267,10 @@ void ColorPanel::rebuildPresets() {
         line->addWidget(icon);
         auto* name = new QLabel(q(preset.name), row);
         name->setFont(Theme::text(11, Theme::Weight::medium));
-        line->addWidget(name, 1);
+        line->addWidget(name, 3);
         auto* apply = new QuorvelButton(QStringLiteral("APPLIQUER"), QuorvelButton::Kind::outlined, row);
         connect(apply, &QAbstractButton::clicked, this, [this, g = preset.grade] { setGrade(g); });
-        line->addWidget(apply);
+        line->addWidget(apply, 2);
         auto* remove = new SymbolButton("trash", 15, row);
         remove->setToolTip(QStringLiteral("Supprimer ce préréglage"));
         connect(remove, &QAbstractButton::clicked, this, [this, preset] {

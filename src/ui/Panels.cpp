@@ -412,14 +412,14 @@ AutoPanel::AutoPanel(AppModel& model, QWidget* parent)
         },
         [this](int c) { model_.toggleAutoCamera(c); }, cameras));
     auto* weightsHead = new QHBoxLayout();
-    weightsHead->addWidget(textLabel(QStringLiteral("Caméras les plus vues"), cameras, 11), 1);
+    weightsHead->addWidget(textLabel(QStringLiteral("Caméras les plus vues"), cameras, 11), 3);
     auto* equal = new QuorvelButton(QStringLiteral("Égaliser"), QuorvelButton::Kind::outlined, cameras);
     connect(equal, &QAbstractButton::clicked, this, [this] {
         AutoSettings a = model_.autoSettings();
         a.weights.clear();  // every camera at 100 %
         model_.setAutoSettings(std::move(a));
     });
-    weightsHead->addWidget(equal);
+    weightsHead->addWidget(equal, 2);
     cameras->content()->addLayout(weightsHead);
     weights_ = new QVBoxLayout();
     weights_->setSpacing(6);

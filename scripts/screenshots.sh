@@ -100,6 +100,7 @@ for panel in son effets drops auto recadrage export parametres; do
   panel_shot panel-$panel --panneau $panel
 done
 panel_shot panel-etalonnage-forte-cam-2 --panneau etalo --camera 2 --etalo-fort
+panel_shot panel-etalonnage-roues --panneau etalo --camera 2 --etalo-fort --roues
 panel_shot panel-recadrage-9-16 --panneau recadrage --format 9:16 --camera 2 --cadrage 0.5
 panel_shot panel-export-video-en-cours --panneau export --export-en-cours 0.42
 # A panel in the program's own window.

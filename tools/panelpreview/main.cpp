@@ -8,9 +8,10 @@
 //
 //   quorvel-panelpreview <dossier du set> --panneau son|effets|drops|auto|etalo|recadrage|export|parametres
 //                        [--taille LxH] [--temps s] [--format 9:16] [--camera n] [--etalo-fort]
-//                        [--cadrage x] [--export-en-cours fraction]
+//                        [--roues] [--cadrage x] [--export-en-cours fraction]
 //
-// `--export-en-cours` holds a video export at that fraction, to show the
+// `--roues` opens the colour panel's wheels, vignette and presets instead of
+// its first two sections. `--export-en-cours` holds a video export at that fraction, to show the
 // panel during an export: the real render is not part of this tool.
 // Once the window shows its pictures it prints "prêt" on standard output.
 #include <QApplication>
@@ -23,6 +24,7 @@
 #include "app/ClockPlayer.h"
 #include "base/Text.h"
 #include "looks/Image.h"
+#include "ui/ColorPanel.h"
 #include "ui/MainWindow.h"
 #include "ui/Monitors.h"
 #include "ui/Panels.h"
@@ -105,6 +107,7 @@ struct Options {
     OutputFormat format = OutputFormat::landscape;
     int camera = 0;
     bool strongGrade = false;
+    bool wheels = false;
     std::optional<double> cropX;
     std::optional<double> exporting;
 };
@@ -139,6 +142,8 @@ std::optional<Options> parse(const QStringList& args) {
             o.camera = int(parseInteger(next()).value_or(1)) - 1;
         } else if (a == "--etalo-fort") {
             o.strongGrade = true;
+        } else if (a == "--roues") {
+            o.wheels = true;
         } else if (a == "--cadrage") {
             o.cropX = parseDouble(next());
         } else if (a == "--export-en-cours") {
@@ -178,7 +183,7 @@ int main(int argc, char** argv) {
     if (!options) {
         std::cerr << "Usage : quorvel-panelpreview <dossier du set> --panneau son|effets|drops|auto|etalo|recadrage|"
                      "export|parametres [--taille LxH] [--temps s] [--format 9:16] [--camera n] [--etalo-fort] "
-                     "[--cadrage x] [--export-en-cours fraction]\n";
+                     "[--roues] [--cadrage x] [--export-en-cours fraction]\n";
         return 2;
     }
 
@@ -238,7 +243,15 @@ int main(int argc, char** argv) {
         raw.setFiles(std::move(files));
         window = std::make_unique<ui::Workspace>(screen);
         window->setPictures(&raw);
-        window->setSidePanel(new ui::SidePanel(model, object));
+        auto* side = new ui::SidePanel(model, object);
+        window->setSidePanel(side);
+        if (auto* color = qobject_cast<ui::ColorPanel*>(side->page()); color && options->wheels) {
+            color->setSectionOpen("base", false);
+            color->setSectionOpen("creatif", false);
+            color->setSectionOpen("roues", true);
+            color->setSectionOpen("vignette", true);
+            color->setSectionOpen("presets", true);
+        }
         auto relook = [&] {
             pictures.render(player->renderer().get(), model.cameraCount());
             if (window) window->monitors()->update();

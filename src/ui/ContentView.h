@@ -97,6 +97,7 @@ public:
     Workspace* workspace() const { return workspace_; }
     HomeView* home() const { return home_; }
     StillPictures* pictures() const { return pictures_.get(); }
+    ScreenModel& screenModel() const { return *screenModel_; }
     // A drop of file URLs: the first one counts, and only a folder opens.
     bool dropUrls(const QList<QUrl>& urls);
 

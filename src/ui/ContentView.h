@@ -123,6 +123,7 @@ private:
     const AppPlayer* workspacePlayer_ = nullptr;
     Screen screen_ = Screen::home;
 
+    QWidget* exportStrip_ = nullptr;
     QWidget* footer_ = nullptr;
     QProgressBar* progress_ = nullptr;
     QLabel* status_ = nullptr;

@@ -81,6 +81,12 @@ struct Rig {
     }
 };
 
+// A mouse event as the platform delivers it: the left button, pressed or not.
+void send(QWidget* w, QEvent::Type type, QPointF at, Qt::MouseButtons buttons) {
+    QMouseEvent e(type, at, w->mapToGlobal(at), Qt::LeftButton, buttons, Qt::NoModifier);
+    QCoreApplication::sendEvent(w, &e);
+}
+
 }  // namespace
 
 class ScreensTest : public QObject {
@@ -367,11 +373,6 @@ private slots:
 class TimelineTest : public QObject {
     Q_OBJECT
 
-    static void send(QWidget* w, QEvent::Type type, QPointF at, Qt::MouseButtons buttons) {
-        QMouseEvent e(type, at, w->mapToGlobal(at), Qt::LeftButton, buttons, Qt::NoModifier);
-        QCoreApplication::sendEvent(w, &e);
-    }
-
 private slots:
     void aDraggedCutIsOneUndo() {
         Rig rig;
@@ -448,11 +449,6 @@ private slots:
 
 class MonitorsTest : public QObject {
     Q_OBJECT
-
-    static void send(QWidget* w, QEvent::Type type, QPointF at, Qt::MouseButtons buttons) {
-        QMouseEvent e(type, at, w->mapToGlobal(at), Qt::LeftButton, buttons, Qt::NoModifier);
-        QCoreApplication::sendEvent(w, &e);
-    }
 
 private slots:
     void captionsAndEffectLabels() {

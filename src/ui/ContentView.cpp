@@ -22,7 +22,10 @@
 #include <QTimer>
 #include <QVBoxLayout>
 #include <filesystem>
+#include <functional>
+#include <tuple>
 
+#include "base/Format.h"
 #include "ui/MainWindow.h"
 #include "ui/Monitors.h"
 #include "ui/Panels.h"
@@ -156,6 +159,69 @@ QFrame* hairline(QWidget* parent) {
     f->setStyleSheet(QStringLiteral("background: %1;").arg(Theme::line().name()));
     return f;
 }
+
+// Under the editing screen: the autosave note, the export range, the two exports.
+class ExportStrip : public QWidget {
+public:
+    ExportStrip(AppModel& model, QWidget* parent) : QWidget(parent), model_(model) {
+        setFixedHeight(52);
+        setAutoFillBackground(true);
+        QPalette pal = palette();
+        pal.setColor(QPalette::Window, Theme::paperSoft());
+        setPalette(pal);
+        auto* row = new QHBoxLayout(this);
+        row->setContentsMargins(14, 8, 14, 8);
+        row->setSpacing(10);
+        row->addWidget(symbolLabel("checkmark.circle.fill", 15, Theme::accent(), this));
+        auto* note = makeLabel(QStringLiteral("Quorvel enregistre tout seul : en rouvrant ce dossier, tu retrouves ton "
+                                              "montage et tes réglages."),
+                               Theme::text(11), Theme::gray3(), this);
+        note->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+        row->addWidget(note, 1);
+        range_ = new QuorvelLabel(QString(), this);
+        row->addWidget(range_);
+        const std::tuple<const char*, const char*, std::function<void()>> marks[] = {
+            {"I", "Le montage exporté commencera à la tête de lecture (touche I)", [this] { model_.edit().markIn(); }},
+            {"O", "Le montage exporté s'arrêtera à la tête de lecture (touche O)", [this] { model_.edit().markOut(); }},
+            {"X", "Revenir au set entier (touche X)", [this] { model_.edit().setMarks(std::nullopt, std::nullopt); }}};
+        for (const auto& [text, help, action] : marks) {
+            auto* b = new QuorvelButton(QString::fromUtf8(text), QuorvelButton::Kind::outlined, this);
+            b->setFocusPolicy(Qt::NoFocus);
+            b->setFixedWidth(40);
+            b->setToolTip(QString::fromUtf8(help));
+            connect(b, &QPushButton::clicked, this, action);
+            row->addWidget(b);
+            if (*text == 'X') clear_ = b;
+        }
+        row->addSpacing(12);
+        auto* sync = new QuorvelButton(QStringLiteral("Export synchro"), QuorvelButton::Kind::outlined, this);
+        sync->setToolTip(QStringLiteral("Toutes les sources empilées et calées, sans tes coupes"));
+        connect(sync, &QPushButton::clicked, this, [this] { model_.exportXML(); });
+        auto* montage = new QuorvelButton(QStringLiteral("Exporter le montage"), QuorvelButton::Kind::main, this);
+        montage->setToolTip(
+            QStringLiteral("Premiere, DaVinci ou vidéo finie, sur la plage I → O (Ctrl+E : exporter tout de suite)"));
+        connect(montage, &QPushButton::clicked, this, [this] { model_.exportMontage(); });
+        for (QuorvelButton* b : {sync, montage}) {
+            b->setFocusPolicy(Qt::NoFocus);
+            row->addWidget(b);
+        }
+    }
+
+    void refresh() {
+        const EditModel& e = model_.edit();
+        const bool whole = !e.inPoint() && !e.outPoint();
+        const TimeRange r = e.exportRange();
+        range_->setLabel(whole ? QStringLiteral("Plage exportée · set entier")
+                               : QStringLiteral("Plage exportée · %1 → %2")
+                                     .arg(q(Format::timecode(r.start)), q(Format::timecode(r.end))));
+        clear_->setEnabled(!whole);
+    }
+
+private:
+    AppModel& model_;
+    QuorvelLabel* range_ = nullptr;
+    QuorvelButton* clear_ = nullptr;
+};
 
 }  // namespace
 
@@ -459,6 +525,8 @@ ContentView::ContentView(AppModel& model, ModelObject& object, QWidget* parent)
     stack_->addWidget(home_);
     stack_->addWidget(start_);
     column->addWidget(stack_, 1);
+    exportStrip_ = new ExportStrip(model_, this);
+    column->addWidget(exportStrip_);
 
     // The status footer.
     footer_ = new QWidget(this);
@@ -551,6 +619,8 @@ void ContentView::refresh() {
         if (screen_ == Screen::workspace) workspace_->setFocus();
     }
 
+    exportStrip_->setVisible(screen_ == Screen::workspace);
+    if (screen_ == Screen::workspace) static_cast<ExportStrip*>(exportStrip_)->refresh();
     progress_->setVisible(model_.isWorking());
     progress_->setValue(int(model_.progress() * 1000));
     status_->setText(q(model_.status()));

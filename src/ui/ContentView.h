@@ -97,6 +97,7 @@ public:
     Workspace* workspace() const { return workspace_; }
     HomeView* home() const { return home_; }
     StillPictures* pictures() const { return pictures_.get(); }
+    ScreenModel& screenModel() const { return *screenModel_; }
     // A drop of file URLs: the first one counts, and only a folder opens.
     bool dropUrls(const QList<QUrl>& urls);
 
@@ -122,6 +123,7 @@ private:
     const AppPlayer* workspacePlayer_ = nullptr;
     Screen screen_ = Screen::home;
 
+    QWidget* exportStrip_ = nullptr;
     QWidget* footer_ = nullptr;
     QProgressBar* progress_ = nullptr;
     QLabel* status_ = nullptr;

@@ -319,14 +319,8 @@ void MonitorsView::contextMenuEvent(QContextMenuEvent* ev) {
     const int camera = *cam;
     const QString name = model_.cameraName(camera);
     QMenu menu(this);
-    menu.addAction(QStringLiteral("Recadrer %1…").arg(name), this, [this, camera] {
-        model_.openCrop(camera);
-        emit cropRequested(camera);
-    });
-    menu.addAction(QStringLiteral("Étalonner %1…").arg(name), this, [this, camera] {
-        model_.openGrade(camera);
-        emit gradeRequested(camera);
-    });
+    menu.addAction(QStringLiteral("Recadrer %1…").arg(name), this, [this, camera] { model_.openCrop(camera); });
+    menu.addAction(QStringLiteral("Étalonner %1…").arg(name), this, [this, camera] { model_.openGrade(camera); });
     QAction* reset = menu.addAction(QStringLiteral("Remettre le recadrage à zéro"), this,
                                     [this, camera] { model_.app().resetCrop(camera); });
     reset->setEnabled(!model_.framing(camera).isNeutral());

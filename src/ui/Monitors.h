@@ -47,10 +47,6 @@ public:
     QRectF cropWindow(int camera) const;
     TileLayout layout() const;
 
-signals:
-    void cropRequested(int camera);
-    void gradeRequested(int camera);
-
 protected:
     void paintEvent(QPaintEvent* event) override;
     void mousePressEvent(QMouseEvent* event) override;

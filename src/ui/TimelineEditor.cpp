@@ -766,8 +766,8 @@ void TimelineEditor::planMenu(int plan, QPoint globalPos) {
     menu.addSeparator();
     const int camera = s.camera;
     const QString name = model_.cameraName(camera);
-    menu.addAction(QStringLiteral("Recadrer %1…").arg(name), this, [this, camera] { emit cropRequested(camera); });
-    menu.addAction(QStringLiteral("Étalonner %1…").arg(name), this, [this, camera] { emit gradeRequested(camera); });
+    menu.addAction(QStringLiteral("Recadrer %1…").arg(name), this, [this, camera] { model_.openCrop(camera); });
+    menu.addAction(QStringLiteral("Étalonner %1…").arg(name), this, [this, camera] { model_.openGrade(camera); });
     menu.exec(globalPos);
 }
 

@@ -66,10 +66,6 @@ public:
     QRect montageRect() const;
     QRect rulerRect() const;
 
-signals:
-    void cropRequested(int camera);
-    void gradeRequested(int camera);
-
 protected:
     void paintEvent(QPaintEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;

@@ -2,6 +2,7 @@
 
 #include "Harness.h"
 #include "diagnostics/Log.h"
+#include "looks/CubeLUT.h"
 #include "platform/Paths.h"
 
 namespace qv::test {
@@ -53,6 +54,35 @@ TEST_F(PanelsTest, PanelOperationsHoldTheirLimitsAndSayWhatTheyDid) {
     EXPECT_EQ(saved->grades.size(), 1u);
     EXPECT_EQ(saved->vhsCameras, std::vector<std::string>{"Cam 2"});
     EXPECT_EQ(saved->format, OutputFormat::portrait);
+}
+
+TEST_F(PanelsTest, LutsComeInAndGradesGoOutAsCubes) {
+    openSynced(generatedSet("tiny", 21));
+    const fs::path source = home.root() / "Chaud.cube";
+    paths::writeAtomically(source, CubeLUT::identity(2).text("Chaud"));
+    dialogs.files = {source};
+    model->importLUT(1);
+    EXPECT_EQ(model->grade(1).lut, "Chaud.cube");
+
+    const fs::path broken = home.root() / "Cassé.cube";
+    paths::writeAtomically(broken, "LUT_3D_SIZE 2\n0 0 0\n");
+    dialogs.files = {broken};
+    model->importLUT(0);
+    EXPECT_FALSE(model->grade(0).lut);
+    EXPECT_TRUE(model->toast());
+
+    ColorGrade g = ColorGrade::neutral;
+    g.tint = 20;
+    model->setGrade(g, 0);
+    dialogs.saves = {exports / "Cam 1.cube"};
+    model->exportCube(0);
+    auto written = paths::readFile(exports / "Cam 1.cube");
+    ASSERT_TRUE(written);
+    EXPECT_TRUE(CubeLUT::parse(*written));
+    EXPECT_EQ(model->toast(), "LUT exportée : Cam 1.cube");
+    dialogs.saves = {std::nullopt};
+    model->exportCube(0);
+    EXPECT_EQ(viewer.shown.size(), 1u);
 }
 
 TEST_F(PanelsTest, ResetProjectKeepsItsIdentityAndForgetsTheEdit) {

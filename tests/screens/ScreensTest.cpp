@@ -17,6 +17,7 @@
 #include "ui/KeyMap.h"
 #include "ui/MainWindow.h"
 #include "ui/Monitors.h"
+#include "ui/ScreenModel.h"
 #include "ui/TimelineEditor.h"
 #include "ui/Workspace.h"
 
@@ -79,6 +80,12 @@ struct Rig {
         return workspace().handle({k, text, mods});
     }
 };
+
+// A mouse event as the platform delivers it: the left button, pressed or not.
+void send(QWidget* w, QEvent::Type type, QPointF at, Qt::MouseButtons buttons) {
+    QMouseEvent e(type, at, w->mapToGlobal(at), Qt::LeftButton, buttons, Qt::NoModifier);
+    QCoreApplication::sendEvent(w, &e);
+}
 
 }  // namespace
 
@@ -366,11 +373,6 @@ private slots:
 class TimelineTest : public QObject {
     Q_OBJECT
 
-    static void send(QWidget* w, QEvent::Type type, QPointF at, Qt::MouseButtons buttons) {
-        QMouseEvent e(type, at, w->mapToGlobal(at), Qt::LeftButton, buttons, Qt::NoModifier);
-        QCoreApplication::sendEvent(w, &e);
-    }
-
 private slots:
     void aDraggedCutIsOneUndo() {
         Rig rig;
@@ -445,6 +447,70 @@ private slots:
     }
 };
 
+class MonitorsTest : public QObject {
+    Q_OBJECT
+
+private slots:
+    void captionsAndEffectLabels() {
+        const AngleInfo angle{"Cam 1", true, {{10, 100}, {120, 200}}};
+        QCOMPARE(angleStatus(angle, 30).text, QStringLiteral("COUPE DANS 1:10"));
+        QVERIFY(!angleStatus(angle, 30).urgent);
+        QVERIFY(angleStatus(angle, 86).urgent);  // 14 s left
+        QCOMPARE(angleStatus(angle, 115).text, QStringLiteral("DÉMARRE DANS 0:05"));
+        QCOMPARE(angleStatus(angle, 200).text, QStringLiteral("TERMINÉE"));
+        QCOMPARE(angleStatus(AngleInfo{"Cam 2", false, {}}, 30).text, QStringLiteral("NON CALÉE"));
+
+        ResolvedEffect all;
+        all.zoom = -1;
+        all.shake = all.lens = all.shutter = all.vhs = true;
+        QCOMPARE(Monitors::effectLabel(all),
+                 QStringLiteral("ZOOM ARRIÈRE + ÉPAULE + FLOU OBJECTIF + FLOU MOUVEMENT + VHS"));
+        QCOMPARE(Monitors::effectLabel(ResolvedEffect{}), QString());
+    }
+
+    void cropWindowsFollowTheFormatAndTheDrag() {
+        Rig rig;
+        QVERIFY2(rig.openSet(), "the generated set opens");
+        MonitorsView* monitors = rig.workspace().monitors();
+        monitors->resize(1300, 500);
+        ScreenModel& screen = rig.content().screenModel();
+        // Landscape crops nothing: no window until the crop panel opens on the camera.
+        QVERIFY(!screen.showsCropWindow(0));
+        screen.openCrop(1);
+        QVERIFY(!screen.showsCropWindow(0));
+        QVERIFY(screen.showsCropWindow(1));
+        // Vertical: every tile shows the part the output keeps, a narrow window.
+        rig.model.setFormat(OutputFormat::portrait);
+        QVERIFY(screen.showsCropWindow(0));
+        const QRectF tile = monitors->tileRect(0), window = monitors->cropWindow(0);
+        QVERIFY(window.width() < tile.width() * 0.4);
+        QVERIFY(std::abs(window.center().x() - tile.center().x()) < 1);
+        // Dragging the window a fifth of the tile to the right moves the crop by 0.2.
+        const QPointF from = window.center(), to = from + QPointF(tile.width() * 0.2, 0);
+        send(monitors, QEvent::MouseButtonPress, from, Qt::LeftButton);
+        send(monitors, QEvent::MouseMove, (from + to) / 2, Qt::LeftButton);
+        send(monitors, QEvent::MouseMove, to, Qt::LeftButton);
+        send(monitors, QEvent::MouseButtonRelease, to, Qt::NoButton);
+        QVERIFY(std::abs(screen.framing(0).x - 0.2) < 1e-9);
+        QVERIFY(monitors->cropWindow(0).center().x() > window.center().x());
+        // Back to landscape, the camera whose crop moved still shows its window.
+        rig.model.setFormat(OutputFormat::landscape);
+        QVERIFY(screen.showsCropWindow(0));
+    }
+
+    void theStateLineFollowsPlaying() {
+        Rig rig;
+        QVERIFY2(rig.openSet(), "the generated set opens");
+        TransportBar* bar = rig.workspace().transport();
+        QCOMPARE(bar->stateText(), QStringLiteral("À L'ARRÊT · 1 à 8 = CHANGER LA CAMÉRA DU PLAN"));
+        rig.player().play();
+        QCOMPARE(bar->stateText(), QStringLiteral("EN LECTURE · 1 à 8 = COUPER"));
+        QCOMPARE(bar->formatText(), QStringLiteral("FORMAT 16:9"));
+        rig.model.setPreviewDivision(2);
+        QCOMPARE(bar->qualityText(), QStringLiteral("QUALITÉ 1/2"));
+    }
+};
+
 int main(int argc, char** argv) {
     QApplication app(argc, argv);
     int status = 0;
@@ -452,7 +518,8 @@ int main(int argc, char** argv) {
     KeysTest keys;
     LayoutTest layout;
     TimelineTest timeline;
-    for (QObject* suite : std::initializer_list<QObject*>{&screens, &keys, &layout, &timeline})
+    MonitorsTest monitors;
+    for (QObject* suite : std::initializer_list<QObject*>{&screens, &keys, &layout, &timeline, &monitors})
         status |= QTest::qExec(suite, argc, argv);
     return status;
 }

@@ -38,14 +38,15 @@ trap 'kill $xvfb 2>/dev/null || true' EXIT
 export DISPLAY=$display QT_QPA_PLATFORM=xcb
 for _ in $(seq 50); do xdpyinfo -display "$display" >/dev/null 2>&1 && break; sleep 0.1; done
 
-# run <png name or -> <arguments...>: runs the program until it says "prêt",
+# run <png name or -> <arguments...>: runs the program ($program, else
+# quorvel itself) until it says "prêt",
 # photographs the whole screen unless the name is "-", then ends it the way
 # a closed window does.
 run() {
   local name=$1
   shift
   local log=$out/.run.log
-  build/src/quorvel --scene-pret --scene-taille ${width}x${height} "$@" >"$log" 2>&1 &
+  ${program:-build/src/quorvel} --scene-pret --scene-taille ${width}x${height} "$@" >"$log" 2>&1 &
   local pid=$!
   for _ in $(seq 1200); do
     grep -q "prêt" "$log" 2>/dev/null && break
@@ -82,19 +83,7 @@ panel_shot() {  # png name, then arguments
   local name=$1
   shift
   rm -f "$QUORVEL_PROJECTS_DIR"/projet-*.json "$XDG_CONFIG_HOME/quorvel/settings.json"
-  local log=$out/.panel.log
-  build/tools/quorvel-panelpreview "$warehouse" --taille ${width}x${height} "$@" >"$log" 2>&1 &
-  local pid=$!
-  for _ in $(seq 1200); do
-    grep -q "prêt" "$log" 2>/dev/null && break
-    kill -0 $pid 2>/dev/null || { cat "$log" >&2; echo "échec : $name" >&2; return 1; }
-    sleep 0.1
-  done
-  import -window root "$out/$name.png"
-  echo "$out/$name.png"
-  kill -TERM $pid 2>/dev/null || true
-  wait $pid 2>/dev/null || true
-  rm -f "$log"
+  program=build/tools/quorvel-panelpreview run "$name" "$warehouse" "$@"
 }
 for panel in son effets drops auto recadrage export parametres; do
   panel_shot panel-$panel --panneau $panel

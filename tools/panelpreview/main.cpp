@@ -121,7 +121,9 @@ std::optional<Options> parse(const QStringList& args) {
     for (int i = 1; i < args.size(); ++i) {
         const QString a = args[i];
         auto next = [&]() -> std::string { return i + 1 < args.size() ? args[++i].toStdString() : std::string(); };
-        if (a == "--taille") {
+        if (a == "--scene-pret") {
+            // The program's own flag; this tool always says "prêt".
+        } else if (a == "--taille" || a == "--scene-taille") {
             auto wh = split(next(), 'x');
             if (wh.size() != 2) return std::nullopt;
             o.width = int(parseInteger(wh[0]).value_or(1600));

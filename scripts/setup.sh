@@ -10,6 +10,8 @@ PACKAGES=(
   libfftw3-dev libfftw3-bin
   libopencv-core-dev libopencv-imgproc-dev
   libfreetype-dev fonts-dejavu-core
+  fonts-inter fonts-b612 fonts-material-design-icons-iconfont
+  x11-utils
   nlohmann-json3-dev libpugixml-dev libexpat1-dev
   libgtest-dev googletest
   clang-14 libfuzzer-14-dev libclang-rt-14-dev

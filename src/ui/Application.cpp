@@ -20,6 +20,8 @@
 #include "ui/MainWindow.h"
 #include "ui/QtAudioOutput.h"
 #include "ui/QtPorts.h"
+#include "ui/Scene.h"
+#include "ui/Theme.h"
 
 namespace qv::ui {
 
@@ -138,6 +140,7 @@ int run(int argc, char** argv, const std::vector<std::string>& arguments) {
     QApplication app(argc, argv);
     QApplication::setApplicationName("Quorvel");
     QApplication::setDesktopFileName("quorvel");
+    Theme::apply(app);
     // Qt takes the user's locale for numbers; files and arguments must not.
     std::setlocale(LC_NUMERIC, "C");
     QApplication::setQuitOnLastWindowClosed(true);
@@ -154,7 +157,8 @@ int run(int argc, char** argv, const std::vector<std::string>& arguments) {
     std::unique_ptr<EditDriver> driver;
     MainWindow window(*model, object);
     dialogs.setParent(&window);
-    window.resize(1280, 800);
+    window.resize(1440, 900);
+    auto scene = Scene::start(*model, object, window, arguments);
     window.show();
 
     QTimer::singleShot(0, &window, [&] {
@@ -168,6 +172,7 @@ int run(int argc, char** argv, const std::vector<std::string>& arguments) {
 
     int status = app.exec();
     driver.reset();
+    scene.reset();
     model.reset();
     Log::write("Fermeture de Quorvel");
     Log::flush();

@@ -14,13 +14,10 @@
 
 #include "base/Format.h"
 #include "diagnostics/Log.h"
+#include "ui/ContentView.h"
 #include "ui/QtPorts.h"
 
 namespace qv::ui {
-
-namespace {
-QString q(const std::string& s) { return QString::fromStdString(s); }
-}  // namespace
 
 ModelObject::ModelObject(AppModel& model) {
     model.setOnChange([this](AppModel::Field) {
@@ -37,44 +34,9 @@ MainWindow::MainWindow(AppModel& model, ModelObject& object) : model_(model) {
     setWindowTitle("Quorvel");
     setObjectName("main");
     setMinimumSize(1180, 760);
-    setAcceptDrops(true);
 
-    auto* central = new QWidget(this);
-    auto* layout = new QVBoxLayout(central);
-    layout->setContentsMargins(32, 24, 32, 24);
-    layout->setSpacing(12);
-    title_ = new QLabel(central);
-    title_->setStyleSheet("font-size: 22px; font-weight: 600;");
-    status_ = new QLabel(central);
-    status_->setWordWrap(true);
-    progress_ = new QProgressBar(central);
-    progress_->setRange(0, 1000);
-    progress_->setTextVisible(false);
-    sync_ = new QPushButton("Synchroniser", central);
-    sync_->setSizePolicy(QSizePolicy::Maximum, QSizePolicy::Fixed);
-    connect(sync_, &QPushButton::clicked, this, [this] { model_.synchronize(); });
-    listTitle_ = new QLabel(central);
-    listTitle_->setStyleSheet("font-weight: 600;");
-    list_ = new QListWidget(central);
-    connect(list_, &QListWidget::itemActivated, this, [this](QListWidgetItem* item) {
-        // On the project list, an entry opens its project.
-        if (model_.currentProjectId()) return;
-        const int row = list_->row(item);
-        const auto& projects = model_.projects();
-        if (row >= 0 && static_cast<size_t>(row) < projects.size()) model_.openProject(projects[static_cast<size_t>(row)], true);
-    });
-    toast_ = new QLabel(central);
-    toast_->setStyleSheet("background: #222; color: white; padding: 8px 14px; border-radius: 8px;");
-    toast_->setSizePolicy(QSizePolicy::Maximum, QSizePolicy::Fixed);
-
-    layout->addWidget(title_);
-    layout->addWidget(status_);
-    layout->addWidget(progress_);
-    layout->addWidget(sync_);
-    layout->addWidget(listTitle_);
-    layout->addWidget(list_, 1);
-    layout->addWidget(toast_, 0, Qt::AlignHCenter);
-    setCentralWidget(central);
+    content_ = new ContentView(model_, object, this);
+    setCentralWidget(content_);
 
     buildMenus();
     connect(&object, &ModelObject::changed, this, &MainWindow::refresh);
@@ -119,80 +81,11 @@ void MainWindow::refresh() {
     close_->setEnabled(model_.currentProjectId().has_value());
     export_->setEnabled(model_.player() != nullptr);
     reset_->setEnabled(model_.player() != nullptr);
-
-    title_->setText(model_.currentProjectId() ? q(model_.projectName()) : QString("Projets"));
-    status_->setText(q(model_.status()));
-    progress_->setVisible(model_.isWorking());
-    progress_->setValue(static_cast<int>(model_.progress() * 1000));
-    sync_->setVisible(!model_.isWorking() && !model_.result() && !model_.sources().empty());
-
-    list_->clear();
-    if (!model_.currentProjectId()) {
-        listTitle_->setText("Projets récents");
-        for (const auto& p : model_.projects())
-            list_->addItem(q(p.name.value_or(p.folder) + " — " + p.folder));
-    } else if (model_.result()) {
-        const auto& result = *model_.result();
-        auto count = [](size_t n, const char* word) {
-            return std::to_string(n) + " " + word + (n >= 2 ? "s" : "");
-        };
-        listTitle_->setText(q(count(model_.cuts().size(), "coupe") + " · " +
-                              count(static_cast<size_t>(model_.cameraCount()), "caméra") + " · " +
-                              count(static_cast<size_t>(model_.soundCount()), "son") + " · durée " +
-                              Format::duration(model_.duration())));
-        for (const auto& p : result.placed)
-            list_->addItem(q(model_.sources()[static_cast<size_t>(p.sourceIndex)].name + " / " + p.item.fileName() +
-                             " : " + Format::timecode(p.start)));
-        for (const auto& u : result.unsynced)
-            list_->addItem(q("NON CALÉ : " + model_.sources()[static_cast<size_t>(u.sourceIndex)].name + " / " +
-                             u.item.fileName()));
-    } else {
-        listTitle_->setText("Sources");
-        for (const auto& s : model_.sources())
-            list_->addItem(q(std::string(s.kind == SourceKind::camera ? "Caméra " : "Son ") + s.name + " : " +
-                             std::to_string(s.items.size()) + " fichiers, " + Format::duration(s.totalDuration())));
-    }
-    toast_->setVisible(model_.toast().has_value());
-    if (model_.toast()) toast_->setText(q(*model_.toast()));
-
-    if (model_.showNewProject()) {
-        // The new-project sheet, in its plainest form: a folder, then a name.
-        model_.setShowNewProject(false);
-        QString start = model_.prefillFolder() ? q(model_.prefillFolder()->string()) : QString();
-        QString dir = QFileDialog::getExistingDirectory(this, "Choisis le dossier du set (avec Cam 1, Cam 2, Son 1…)",
-                                                        start, QFileDialog::ShowDirsOnly);
-        if (!dir.isEmpty()) {
-            QString suggested = model_.prefillName().empty() ? QFileInfo(dir).fileName() : q(model_.prefillName());
-            bool ok = false;
-            QString name = QInputDialog::getText(this, "Nouveau projet", "Nom du projet", QLineEdit::Normal, suggested, &ok);
-            if (ok) model_.newProject(name.toStdString(), dir.toStdString(), true);
-        }
-        return;
-    }
-    if (model_.errorMessage()) {
-        std::string message = *model_.errorMessage();
-        model_.clearError();
-        QMessageBox::warning(this, "Quorvel", q(message));
-    }
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {
     model_.terminate();
     event->accept();
-}
-
-void MainWindow::dragEnterEvent(QDragEnterEvent* event) {
-    if (event->mimeData()->hasUrls()) event->acceptProposedAction();
-}
-
-void MainWindow::dropEvent(QDropEvent* event) {
-    for (const QUrl& url : event->mimeData()->urls()) {
-        QFileInfo info(url.toLocalFile());
-        if (info.isDir()) {
-            model_.open(info.absoluteFilePath().toStdString(), true);
-            return;
-        }
-    }
 }
 
 }  // namespace qv::ui

@@ -1,6 +1,5 @@
-// MainWindow: the one window "Quorvel", its menus and shortcuts, and a plain
-// view of the model's state (status, progress, projects, sources, files that
-// could not be placed) until the real screens take its place.
+// MainWindow: the one window "Quorvel" with its menus and shortcuts around
+// the screens of ContentView.
 #pragma once
 
 #include <QAction>
@@ -32,11 +31,10 @@ class MainWindow : public QMainWindow {
     Q_OBJECT
 public:
     MainWindow(AppModel& model, ModelObject& object);
+    class ContentView* content() const { return content_; }
 
 protected:
     void closeEvent(QCloseEvent* event) override;
-    void dragEnterEvent(QDragEnterEvent* event) override;
-    void dropEvent(QDropEvent* event) override;
 
 private:
     void buildMenus();
@@ -44,13 +42,7 @@ private:
     QAction* addCommand(QMenu* menu, const QString& text, const QKeySequence& keys, std::function<void()> run);
 
     AppModel& model_;
-    QLabel* title_ = nullptr;
-    QLabel* status_ = nullptr;
-    QProgressBar* progress_ = nullptr;
-    QLabel* listTitle_ = nullptr;
-    QListWidget* list_ = nullptr;
-    QLabel* toast_ = nullptr;
-    QPushButton* sync_ = nullptr;
+    class ContentView* content_ = nullptr;
     QAction* close_ = nullptr;
     QAction* export_ = nullptr;
     QAction* reset_ = nullptr;

@@ -476,6 +476,17 @@ SetPlan multicam(Builder& b) {
     return b.take();
 }
 
+// A full rig: eight cameras and two recorders over two minutes, for the
+// workspace's screenshots and the interface's own trials.
+SetPlan eight(Builder& b) {
+    b.addMusic(120, 2);
+    b.cameras(8, 1, 2, 25, 80, 3);
+    b.mainRecorder(1, "prise 1.wav");
+    double start = uniform(b.rng(), 3, 15);
+    b.recorder(2, "prise 1.m4a", start, 120 - start - uniform(b.rng(), 0, 10));
+    return b.take();
+}
+
 using Maker = SetPlan (*)(Builder&);
 
 const std::vector<std::pair<std::string, Maker>>& makers() {
@@ -483,7 +494,7 @@ const std::vector<std::pair<std::string, Maker>>& makers() {
         {"tiny", tiny},     {"test", test},       {"demo", demo},        {"hard", hard}, {"hour", hour},
         {"nocorr", nocorr}, {"silent", silence}, {"longshort", longshort}, {"drops", drops},
         {"covered", covered}, {"club", club},   {"render", render},   {"fullhd", fullhd},
-        {"multicam", multicam}};
+        {"multicam", multicam}, {"eight", eight}};
     return list;
 }
 

@@ -1,0 +1,757 @@
+#include "ui/ContentView.h"
+
+#include <QDateTime>
+#include <QDialog>
+#include <QDragEnterEvent>
+#include <QDropEvent>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QGridLayout>
+#include <QHBoxLayout>
+#include <QInputDialog>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMenu>
+#include <QMessageBox>
+#include <QMimeData>
+#include <QPainter>
+#include <QPainterPath>
+#include <QProgressBar>
+#include <QScrollArea>
+#include <QStackedWidget>
+#include <QTimer>
+#include <QVBoxLayout>
+#include <filesystem>
+#include <functional>
+#include <tuple>
+
+#include "base/Format.h"
+#include "ui/MainWindow.h"
+#include "ui/Monitors.h"
+#include "ui/Panels.h"
+#include "ui/QtPorts.h"
+#include "ui/ScreenModel.h"
+#include "ui/StillPictures.h"
+#include "ui/Theme.h"
+#include "ui/Widgets.h"
+#include "ui/Workspace.h"
+
+namespace qv::ui {
+
+namespace {
+
+QString q(const std::string& s) { return QString::fromStdString(s); }
+
+QLabel* symbolLabel(const char* symbol, double size, const QColor& color, QWidget* parent = nullptr) {
+    QLabel* l = makeLabel(Theme::symbol(symbol), Theme::iconFont(size), color, parent);
+    l->setAlignment(Qt::AlignCenter);
+    return l;
+}
+
+bool folderExists(const std::string& folder) {
+    std::error_code ec;
+    return !folder.empty() && std::filesystem::is_directory(folder, ec);
+}
+
+QString projectName(const ProjectFile& p) {
+    if (p.name && !p.name->empty()) return q(*p.name);
+    return q(std::filesystem::path(p.folder).filename().string());
+}
+
+QString savedText(const ProjectFile& p) {
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(p.savedAt.time_since_epoch()).count();
+    return QLocale(QLocale::French).toString(QDateTime::fromSecsSinceEpoch(seconds), QStringLiteral("d MMM yyyy · HH:mm"));
+}
+
+// One project on the list.
+class ProjectCard : public QWidget {
+public:
+    ProjectCard(ProjectFile project, std::function<void()> open, std::function<void(QPoint)> menu, QWidget* parent)
+        : QWidget(parent), project_(std::move(project)), open_(std::move(open)), menu_(std::move(menu)) {
+        setFixedHeight(136);
+        setMinimumWidth(260);
+        setCursor(Qt::PointingHandCursor);
+        setToolTip(QStringLiteral("Clic : ouvrir le projet"));
+        missing_ = !folderExists(project_.folder);
+        setAttribute(Qt::WA_Hover);
+    }
+
+protected:
+    void paintEvent(QPaintEvent*) override {
+        QPainter p(this);
+        p.setRenderHint(QPainter::Antialiasing);
+        const QRectF r = QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5);
+        const bool hover = underMouse();
+        p.setPen(QPen(hover ? Theme::gray4() : Theme::line(), 1));
+        p.setBrush(hover ? QColor(0x1a, 0x1a, 0x18) : Theme::paperSoft());
+        p.drawRoundedRect(r, 8, 8);
+        // A strip of the accent on the left edge marks the card.
+        p.setPen(Qt::NoPen);
+        p.setBrush(missing_ ? Theme::warning() : hover ? Theme::accent() : Theme::lineStrong());
+        p.drawRoundedRect(QRectF(r.left(), r.top() + 14, 3, 30), 1.5, 1.5);
+
+        const double left = 20, width = r.width() - 40 - 24;
+        p.setFont(Theme::text(16, Theme::Weight::semibold));
+        p.setPen(Theme::ink());
+        QFontMetrics fmName(p.font());
+        p.drawText(QRectF(left, 14, width, 24), Qt::AlignLeft | Qt::AlignVCenter,
+                   fmName.elidedText(projectName(project_), Qt::ElideRight, int(width)));
+        p.setFont(Theme::text(11));
+        p.setPen(Theme::gray3());
+        QFontMetrics fmPath(p.font());
+        p.drawText(QRectF(left, 40, r.width() - 40, 18), Qt::AlignLeft | Qt::AlignVCenter,
+                   fmPath.elidedText(q(project_.folder), Qt::ElideMiddle, int(r.width() - 40)));
+        Theme::drawSymbol(p, QRectF(r.right() - 34, 12, 24, 24), "ellipsis", 18, hover ? Theme::gray1() : Theme::gray4());
+
+        if (missing_) {
+            Theme::drawSymbol(p, QRectF(left - 2, 66, 18, 30), "exclamationmark.triangle.fill", 15, Theme::warning());
+            p.setFont(Theme::text(11, Theme::Weight::medium));
+            p.setPen(Theme::warning());
+            p.drawText(QRectF(left + 22, 66, r.width() - left - 40, 30), Qt::AlignLeft | Qt::AlignVCenter | Qt::TextWordWrap,
+                       QStringLiteral("Dossier du set introuvable : branche le disque, ou relie-le en ouvrant le projet"));
+        }
+        p.fillRect(QRectF(left, r.bottom() - 36, r.width() - 40, 1), Theme::line());
+        const int n = int(project_.cuts.size());
+        p.setFont(Theme::numbers(12));
+        p.setPen(Theme::gray1());
+        p.drawText(QRectF(left, r.bottom() - 32, 120, 26), Qt::AlignLeft | Qt::AlignVCenter,
+                   QStringLiteral("%1 %2").arg(n).arg(n == 1 ? QStringLiteral("COUPE") : QStringLiteral("COUPES")));
+        p.setFont(Theme::text(11));
+        p.setPen(Theme::gray3());
+        p.drawText(QRectF(left, r.bottom() - 32, r.width() - 40, 26), Qt::AlignRight | Qt::AlignVCenter, savedText(project_));
+    }
+    void mouseReleaseEvent(QMouseEvent* e) override {
+        if (e->button() != Qt::LeftButton || !rect().contains(e->position().toPoint())) return;
+        if (QRectF(width() - 40, 8, 34, 32).contains(e->position()))
+            menu_(e->globalPosition().toPoint());
+        else
+            open_();
+    }
+    void contextMenuEvent(QContextMenuEvent* e) override { menu_(e->globalPos()); }
+
+private:
+    ProjectFile project_;
+    std::function<void()> open_;
+    std::function<void(QPoint)> menu_;
+    bool missing_ = false;
+};
+
+// A dashed zone that invites a folder.
+class DropZone : public QWidget {
+public:
+    explicit DropZone(QWidget* parent) : QWidget(parent) { setMinimumHeight(260); }
+
+protected:
+    void paintEvent(QPaintEvent*) override {
+        QPainter p(this);
+        p.setRenderHint(QPainter::Antialiasing);
+        QPen pen(Theme::lineStrong(), 1.5, Qt::DashLine);
+        pen.setDashPattern({6, 5});
+        p.setPen(pen);
+        p.setBrush(QColor(0x10, 0x10, 0x0f));
+        p.drawRoundedRect(QRectF(rect()).adjusted(1, 1, -1, -1), 12, 12);
+    }
+};
+
+QFrame* hairline(QWidget* parent) {
+    auto* f = new QFrame(parent);
+    f->setFixedHeight(1);
+    f->setStyleSheet(QStringLiteral("background: %1;").arg(Theme::line().name()));
+    return f;
+}
+
+// Under the editing screen: the autosave note, the export range, the two exports.
+class ExportStrip : public QWidget {
+public:
+    ExportStrip(AppModel& model, QWidget* parent) : QWidget(parent), model_(model) {
+        setFixedHeight(52);
+        setAutoFillBackground(true);
+        QPalette pal = palette();
+        pal.setColor(QPalette::Window, Theme::paperSoft());
+        setPalette(pal);
+        auto* row = new QHBoxLayout(this);
+        row->setContentsMargins(14, 8, 14, 8);
+        row->setSpacing(10);
+        row->addWidget(symbolLabel("checkmark.circle.fill", 15, Theme::accent(), this));
+        auto* note = makeLabel(QStringLiteral("Quorvel enregistre tout seul : en rouvrant ce dossier, tu retrouves ton "
+                                              "montage et tes réglages."),
+                               Theme::text(11), Theme::gray3(), this);
+        note->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+        row->addWidget(note, 1);
+        range_ = new QuorvelLabel(QString(), this);
+        row->addWidget(range_);
+        const std::tuple<const char*, const char*, std::function<void()>> marks[] = {
+            {"I", "Le montage exporté commencera à la tête de lecture (touche I)", [this] { model_.edit().markIn(); }},
+            {"O", "Le montage exporté s'arrêtera à la tête de lecture (touche O)", [this] { model_.edit().markOut(); }},
+            {"X", "Revenir au set entier (touche X)", [this] { model_.edit().setMarks(std::nullopt, std::nullopt); }}};
+        for (const auto& [text, help, action] : marks) {
+            auto* b = new QuorvelButton(QString::fromUtf8(text), QuorvelButton::Kind::outlined, this);
+            b->setFocusPolicy(Qt::NoFocus);
+            b->setFixedWidth(40);
+            b->setToolTip(QString::fromUtf8(help));
+            connect(b, &QPushButton::clicked, this, action);
+            row->addWidget(b);
+            if (*text == 'X') clear_ = b;
+        }
+        row->addSpacing(12);
+        auto* sync = new QuorvelButton(QStringLiteral("Export synchro"), QuorvelButton::Kind::outlined, this);
+        sync->setToolTip(QStringLiteral("Toutes les sources empilées et calées, sans tes coupes"));
+        connect(sync, &QPushButton::clicked, this, [this] { model_.exportXML(); });
+        auto* montage = new QuorvelButton(QStringLiteral("Exporter le montage"), QuorvelButton::Kind::main, this);
+        montage->setToolTip(
+            QStringLiteral("Premiere, DaVinci ou vidéo finie, sur la plage I → O (Ctrl+E : exporter tout de suite)"));
+        connect(montage, &QPushButton::clicked, this, [this] { model_.exportMontage(); });
+        for (QuorvelButton* b : {sync, montage}) {
+            b->setFocusPolicy(Qt::NoFocus);
+            row->addWidget(b);
+        }
+    }
+
+    void refresh() {
+        const EditModel& e = model_.edit();
+        const bool whole = !e.inPoint() && !e.outPoint();
+        const TimeRange r = e.exportRange();
+        range_->setLabel(whole ? QStringLiteral("Plage exportée · set entier")
+                               : QStringLiteral("Plage exportée · %1 → %2")
+                                     .arg(q(Format::timecode(r.start)), q(Format::timecode(r.end))));
+        clear_->setEnabled(!whole);
+    }
+
+private:
+    AppModel& model_;
+    QuorvelLabel* range_ = nullptr;
+    QuorvelButton* clear_ = nullptr;
+};
+
+}  // namespace
+
+// --- HomeView
+
+HomeView::HomeView(AppModel& model, ModelObject& object, QWidget* parent) : QWidget(parent), model_(model) {
+    auto* column = new QVBoxLayout(this);
+    column->setContentsMargins(48, 32, 48, 24);
+    column->setSpacing(0);
+
+    auto* head = new QHBoxLayout;
+    head->setSpacing(24);
+    auto* titles = new QVBoxLayout;
+    titles->setSpacing(8);
+    titles->addWidget(new QuorvelLogo(false, this));
+    titles->addWidget(makeLabel(QStringLiteral("Un projet par set : ferme-le, rouvre-le plus tard, tout est enregistré tout seul."),
+                                Theme::text(13), Theme::gray2(), this));
+    head->addLayout(titles, 1);
+    auto* create = new QuorvelButton(QStringLiteral("Nouveau projet"), QuorvelButton::Kind::main, this);
+    connect(create, &QPushButton::clicked, this, [this] { model_.setShowNewProject(true); });
+    head->addWidget(create, 0, Qt::AlignVCenter);
+    column->addLayout(head);
+    column->addSpacing(28);
+    column->addWidget(hairline(this));
+    column->addSpacing(24);
+
+    // Without projects.
+    empty_ = new QWidget(this);
+    auto* emptyColumn = new QVBoxLayout(empty_);
+    emptyColumn->addStretch(1);
+    emptyColumn->addWidget(symbolLabel("folder.badge.plus", 56, Theme::gray4(), empty_));
+    auto* none = makeLabel(QStringLiteral("Aucun projet pour l'instant"), Theme::text(18, Theme::Weight::semibold), Theme::gray1(), empty_);
+    none->setAlignment(Qt::AlignCenter);
+    emptyColumn->addWidget(none);
+    auto* hint = makeLabel(QStringLiteral("Clique sur « Nouveau projet », ou glisse ici le dossier d'un set (Cam 1, Cam 2, Son 1…)."),
+                           Theme::text(13), Theme::gray3(), empty_);
+    hint->setAlignment(Qt::AlignCenter);
+    emptyColumn->addWidget(hint);
+    emptyColumn->addStretch(2);
+    column->addWidget(empty_, 1);
+
+    // With projects.
+    list_ = new QWidget(this);
+    auto* listColumn = new QVBoxLayout(list_);
+    listColumn->setContentsMargins(0, 0, 0, 0);
+    listColumn->setSpacing(16);
+    heading_ = new QuorvelLabel(QString(), list_);
+    listColumn->addWidget(heading_);
+    auto* scroll = new QScrollArea(list_);
+    scroll->setWidgetResizable(true);
+    scroll->setFrameShape(QFrame::NoFrame);
+    auto* cards = new QWidget(scroll);
+    grid_ = new QGridLayout(cards);
+    grid_->setContentsMargins(0, 0, 0, 0);
+    grid_->setSpacing(16);
+    scroll->setWidget(cards);
+    listColumn->addWidget(scroll, 1);
+    tip_ = makeLabel(QStringLiteral("Astuce : glisse le dossier d'un set n'importe où dans la fenêtre pour rouvrir son dernier projet."),
+                     Theme::text(12), Theme::gray3(), list_);
+    listColumn->addWidget(tip_);
+    column->addWidget(list_, 1);
+
+    connect(&object, &ModelObject::changed, this, [this] {
+        if (isVisible()) refresh();
+    });
+    refresh();
+}
+
+void HomeView::showEvent(QShowEvent* event) {
+    QWidget::showEvent(event);
+    model_.refreshProjects();
+    refresh();
+}
+
+void HomeView::resizeEvent(QResizeEvent* event) {
+    QWidget::resizeEvent(event);
+    if (std::max(1, (width() - 96 + 16) / (300 + 16)) != columns_) refresh();
+}
+
+void HomeView::refresh() {
+    const auto& projects = model_.projects();
+    empty_->setVisible(projects.empty());
+    list_->setVisible(!projects.empty());
+    heading_->setLabel(QStringLiteral("Projets récents · %1").arg(projects.size()));
+    const int columns = std::max(1, (width() - 96 + 16) / (300 + 16));
+    QStringList shown;
+    for (const ProjectFile& p : projects)
+        shown << q(p.id.value_or("") + p.name.value_or("") + p.folder) + savedText(p) + QString::number(p.cuts.size());
+    if (shown == shownProjects_ && columns == columns_) return;
+    shownProjects_ = shown;
+    clearLayout(grid_);
+    columns_ = columns;
+    int i = 0;
+    missing_ = 0;
+    for (const ProjectFile& p : projects) {
+        if (!folderExists(p.folder)) ++missing_;
+        auto* card = new ProjectCard(
+            p, [this, p] { model_.openProject(p, false); }, [this, p](QPoint at) { cardMenu(p, at); }, this);
+        grid_->addWidget(card, i / columns_, i % columns_);
+        ++i;
+    }
+    for (int c = 0; c < columns_; ++c) grid_->setColumnStretch(c, 1);
+    grid_->setRowStretch(i / columns_ + 1, 1);
+    cards_ = i;
+}
+
+void HomeView::cardMenu(const ProjectFile& project, QPoint globalPos) {
+    QMenu menu(this);
+    menu.addAction(QStringLiteral("Ouvrir"), this, [this, project] { model_.openProject(project, false); });
+    menu.addAction(QStringLiteral("Renommer…"), this, [this, project] {
+        bool ok = false;
+        const QString text = QInputDialog::getText(this, QStringLiteral("Renommer le projet"), QStringLiteral("Nom du projet"),
+                                                   QLineEdit::Normal, projectName(project), &ok);
+        if (ok && project.id) model_.renameProject(*project.id, text.toStdString());
+    });
+    menu.addAction(QStringLiteral("Dupliquer (nouvelle version)"), this, [this, project] {
+        if (project.id) model_.duplicateProject(*project.id);
+    });
+    menu.addAction(QStringLiteral("Afficher les rushes dans le gestionnaire de fichiers"), this,
+                   [project] { QtFileViewer().showItems({project.folder}); });
+    menu.addSeparator();
+    menu.addAction(QStringLiteral("Supprimer le projet…"), this, [this, project] {
+        QMessageBox box(QMessageBox::Warning, QStringLiteral("Supprimer ce projet ?"),
+                        QStringLiteral("Le montage et les réglages de « %1 » seront effacés. Les rushes ne sont pas touchés.")
+                            .arg(projectName(project)),
+                        QMessageBox::NoButton, this);
+        QPushButton* remove = box.addButton(QStringLiteral("Supprimer"), QMessageBox::DestructiveRole);
+        box.addButton(QStringLiteral("Annuler"), QMessageBox::RejectRole);
+        box.exec();
+        if (box.clickedButton() == remove && project.id) model_.deleteProject(*project.id);
+    });
+    menu.exec(globalPos);
+}
+
+// --- StartView
+
+StartView::StartView(AppModel& model, ModelObject& object, QWidget* parent) : QWidget(parent), model_(model) {
+    auto* row = new QHBoxLayout(this);
+    row->setContentsMargins(56, 40, 56, 32);
+    row->setSpacing(56);
+
+    auto* steps = new QVBoxLayout;
+    steps->setSpacing(0);
+    steps->addWidget(new QuorvelLogo(false, this));
+    steps->addSpacing(10);
+    title_ = makeLabel(QString(), Theme::text(13), Theme::gray2(), this);
+    steps->addWidget(title_);
+    steps->addSpacing(36);
+    const std::pair<const char*, const char*> texts[] = {{"01", "Glisse le dossier du set"},
+                                                         {"02", "Synchronise toutes les sources"},
+                                                         {"03", "Monte en multicam au clavier"}};
+    for (const auto& [number, text] : texts) {
+        auto* line = new QHBoxLayout;
+        line->setSpacing(16);
+        auto* n = makeLabel(QString::fromUtf8(number), Theme::numbers(26), Theme::gray4(), this);
+        n->setFixedWidth(46);
+        stepNumbers_.push_back(n);
+        line->addWidget(n);
+        line->addWidget(makeLabel(QString::fromUtf8(text), Theme::text(16, Theme::Weight::medium), Theme::gray1(), this), 1);
+        steps->addLayout(line);
+        steps->addSpacing(10);
+        steps->addWidget(hairline(this));
+        steps->addSpacing(14);
+    }
+    steps->addStretch(1);
+    row->addLayout(steps, 2);
+
+    auto* right = new QVBoxLayout;
+    right->setSpacing(14);
+    dropZone_ = new DropZone(this);
+    auto* zone = new QVBoxLayout(dropZone_);
+    zone->setSpacing(10);
+    zone->addStretch(1);
+    zone->addWidget(symbolLabel("folder.badge.plus", 52, Theme::accent(), dropZone_));
+    auto* invite = makeLabel(QStringLiteral("Glisse ici le dossier du set"), Theme::text(20, Theme::Weight::semibold), Theme::ink(), dropZone_);
+    invite->setAlignment(Qt::AlignCenter);
+    zone->addWidget(invite);
+    auto* layout = makeLabel(QStringLiteral("Un sous-dossier par source : Cam 1 à Cam 8, Son 1 à Son 4"), Theme::text(13),
+                             Theme::gray3(), dropZone_);
+    layout->setAlignment(Qt::AlignCenter);
+    zone->addWidget(layout);
+    zone->addSpacing(10);
+    auto* choose = new QuorvelButton(QStringLiteral("Choisir un dossier"), QuorvelButton::Kind::outlined, dropZone_);
+    connect(choose, &QPushButton::clicked, this, [this] { model_.chooseFolder(); });
+    zone->addWidget(choose, 0, Qt::AlignHCenter);
+    zone->addStretch(1);
+    right->addWidget(dropZone_, 1);
+
+    sourcesBox_ = new QWidget(this);
+    auto* box = new QVBoxLayout(sourcesBox_);
+    box->setContentsMargins(0, 0, 0, 0);
+    box->setSpacing(10);
+    box->addWidget(new QuorvelLabel(QStringLiteral("Sources trouvées"), sourcesBox_));
+    sourceRows_ = new QVBoxLayout;
+    sourceRows_->setSpacing(0);
+    box->addLayout(sourceRows_);
+    limits_ = makeLabel(QStringLiteral("Quorvel est prévue pour 8 caméras et 4 sons au maximum."), Theme::text(12),
+                        Theme::warning(), sourcesBox_);
+    box->addWidget(limits_);
+    nothingPlaced_ = makeLabel(QStringLiteral("Aucun fichier n'a pu être calé : vérifie que les rushes ont du son."),
+                               Theme::text(12, Theme::Weight::medium), Theme::warning(), sourcesBox_);
+    box->addWidget(nothingPlaced_);
+    box->addSpacing(8);
+    sync_ = new QuorvelButton(QStringLiteral("Synchroniser"), QuorvelButton::Kind::main, sourcesBox_);
+    connect(sync_, &QPushButton::clicked, this, [this] { model_.synchronize(); });
+    box->addWidget(sync_, 0, Qt::AlignLeft);
+    // The synchronisation's progress, large, where the eye already is.
+    working_ = new QWidget(sourcesBox_);
+    auto* work = new QVBoxLayout(working_);
+    work->setContentsMargins(0, 8, 0, 0);
+    work->setSpacing(10);
+    auto* workHead = new QHBoxLayout;
+    workHead->addWidget(new QuorvelLabel(QStringLiteral("Synchronisation"), working_), 1);
+    progressText_ = makeLabel(QString(), Theme::numbers(13), Theme::accent(), working_);
+    workHead->addWidget(progressText_);
+    work->addLayout(workHead);
+    progress_ = new QProgressBar(working_);
+    progress_->setRange(0, 1000);
+    progress_->setTextVisible(false);
+    progress_->setStyleSheet(QStringLiteral("QProgressBar { max-height: 6px; min-height: 6px; border-radius: 3px; }"
+                                            "QProgressBar::chunk { border-radius: 3px; }"));
+    work->addWidget(progress_);
+    status_ = makeLabel(QString(), Theme::text(12), Theme::gray2(), working_);
+    work->addWidget(status_);
+    box->addWidget(working_);
+    box->addStretch(1);
+    right->addWidget(sourcesBox_, 1);
+    row->addLayout(right, 3);
+
+    connect(&object, &ModelObject::changed, this, [this] {
+        if (isVisible()) refresh();
+    });
+    refresh();
+}
+
+void StartView::refresh() {
+    title_->setText(model_.projectName().empty() ? QString() : q(model_.projectName()));
+    const bool done[] = {model_.folder().has_value(), false, false};
+    for (size_t i = 0; i < stepNumbers_.size(); ++i) {
+        stepNumbers_[i]->setText(done[i] ? Theme::symbol("checkmark.circle.fill") : QStringLiteral("0%1").arg(i + 1));
+        stepNumbers_[i]->setFont(done[i] ? Theme::iconFont(28) : Theme::numbers(26));
+        setTextColor(stepNumbers_[i], done[i] ? Theme::accent() : i == 1 && model_.isWorking() ? Theme::ink() : Theme::gray4());
+    }
+    const auto& sources = model_.sources();
+    dropZone_->setVisible(sources.empty());
+    sourcesBox_->setVisible(!sources.empty());
+    // Rows are made again only when the sources change, not at every progress step.
+    QStringList shown;
+    for (const MediaSource& s : sources) shown << q(s.name) + QString::number(s.items.size());
+    if (shown != shownSources_) rebuildRows();
+    shownSources_ = shown;
+    int cameras = 0, sounds = 0;
+    for (const MediaSource& s : sources) (s.kind == SourceKind::camera ? cameras : sounds)++;
+    limits_->setVisible(cameras > 8 || sounds > 4);
+    nothingPlaced_->setVisible(model_.result() && model_.result()->placed.empty());
+    sync_->setVisible(!model_.isWorking() && !model_.result());
+    working_->setVisible(model_.isWorking());
+    progress_->setValue(int(model_.progress() * 1000));
+    progressText_->setText(QStringLiteral("%1 %").arg(int(model_.progress() * 100)));
+    status_->setText(q(model_.status()));
+}
+
+void StartView::rebuildRows() {
+    clearLayout(sourceRows_);
+    for (const MediaSource& s : model_.sources()) {
+        auto* line = new QWidget(sourcesBox_);
+        line->setFixedHeight(40);
+        auto* h = new QHBoxLayout(line);
+        h->setContentsMargins(4, 0, 4, 0);
+        h->setSpacing(12);
+        h->addWidget(symbolLabel(s.kind == SourceKind::camera ? "videocam" : "waveform", 18, Theme::gray2(), line));
+        h->addWidget(makeLabel(q(s.name), Theme::text(14, Theme::Weight::medium), Theme::ink(), line), 1);
+        const int n = int(s.items.size());
+        h->addWidget(makeLabel(QStringLiteral("%1 %2").arg(n).arg(n == 1 ? "fichier" : "fichiers"), Theme::numbers(12),
+                               Theme::gray2(), line));
+        sourceRows_->addWidget(line);
+        sourceRows_->addWidget(hairline(sourcesBox_));
+    }
+}
+
+// --- ContentView
+
+ContentView::Screen ContentView::screenFor(const AppModel& model) {
+    if (!model.currentProjectId()) return Screen::home;
+    if (!model.player()) return Screen::start;
+    return Screen::workspace;
+}
+
+ContentView::ContentView(AppModel& model, ModelObject& object, QWidget* parent)
+    : QWidget(parent), model_(model), object_(object), pictures_(std::make_unique<StillPictures>()) {
+    setAcceptDrops(true);
+    setAutoFillBackground(true);
+    screenModel_ = std::make_unique<ScreenModel>(model_, object_, pictures_.get());
+
+    auto* column = new QVBoxLayout(this);
+    column->setContentsMargins(0, 0, 0, 0);
+    column->setSpacing(0);
+    stack_ = new QStackedWidget(this);
+    home_ = new HomeView(model_, object_, stack_);
+    start_ = new StartView(model_, object_, stack_);
+    stack_->addWidget(home_);
+    stack_->addWidget(start_);
+    column->addWidget(stack_, 1);
+    exportStrip_ = new ExportStrip(model_, this);
+    column->addWidget(exportStrip_);
+
+    // The status footer.
+    footer_ = new QWidget(this);
+    footer_->setFixedHeight(30);
+    footer_->setAutoFillBackground(true);
+    QPalette fp = footer_->palette();
+    fp.setColor(QPalette::Window, Theme::paperSoft());
+    footer_->setPalette(fp);
+    auto* f = new QHBoxLayout(footer_);
+    f->setContentsMargins(14, 0, 10, 0);
+    f->setSpacing(12);
+    progress_ = new QProgressBar(footer_);
+    progress_->setRange(0, 1000);
+    progress_->setTextVisible(false);
+    progress_->setFixedWidth(180);
+    f->addWidget(progress_);
+    status_ = makeLabel(QString(), Theme::text(11), Theme::gray2(), footer_);
+    f->addWidget(status_, 1);
+    unsyncedButton_ = new SymbolButton("exclamationmark.triangle.fill", 13, footer_);
+    unsyncedButton_->setToolTip(QStringLiteral("Fichiers non synchronisés"));
+    connect(unsyncedButton_, &QAbstractButton::clicked, this, &ContentView::toggleUnsynced);
+    f->addWidget(unsyncedButton_);
+    column->addWidget(footer_);
+
+    // The list of files not placed, over the screen's lower right corner.
+    unsyncedPanel_ = new QFrame(this);
+    unsyncedPanel_->setObjectName("unsynced");
+    unsyncedPanel_->setStyleSheet(QStringLiteral("#unsynced { background: %1; border: 1px solid %2; border-radius: 8px; }")
+                                      .arg(Theme::paperSoft().name(), Theme::lineStrong().name()));
+    auto* panel = new QVBoxLayout(unsyncedPanel_);
+    panel->setContentsMargins(16, 12, 10, 14);
+    auto* panelHead = new QHBoxLayout;
+    panelHead->addWidget(new QuorvelLabel(QStringLiteral("Non synchronisés"), unsyncedPanel_), 1);
+    auto* closeList = new SymbolButton("xmark.circle.fill", 15, unsyncedPanel_);
+    connect(closeList, &QAbstractButton::clicked, this, &ContentView::toggleUnsynced);
+    panelHead->addWidget(closeList);
+    panel->addLayout(panelHead);
+    unsyncedRows_ = new QVBoxLayout;
+    unsyncedRows_->setSpacing(6);
+    panel->addLayout(unsyncedRows_);
+    unsyncedPanel_->hide();
+
+    dropFrame_ = new QWidget(this);
+    dropFrame_->setAttribute(Qt::WA_TransparentForMouseEvents);
+    dropFrame_->setStyleSheet(QStringLiteral("border: 2px solid %1; border-radius: 10px; background: rgba(244,196,0,18);")
+                                  .arg(Theme::accent().name()));
+    dropFrame_->hide();
+
+    connect(&object_, &ModelObject::changed, this, &ContentView::refresh);
+    connect(pictures_.get(), &StillPictures::updated, this, [this] {
+        if (workspace_) workspace_->monitors()->update();
+    });
+    refresh();
+}
+
+ContentView::~ContentView() {
+    // The workspace reads the screen model: it goes first.
+    delete workspace_;
+    workspace_ = nullptr;
+}
+
+void ContentView::refresh() {
+    // The workspace belongs to one player: a new set gets a new one.
+    if (workspace_ && model_.player() != workspacePlayer_) {
+        stack_->removeWidget(workspace_);
+        delete workspace_;
+        workspace_ = nullptr;
+        workspacePlayer_ = nullptr;
+    }
+    if (!workspace_ && model_.player()) {
+        std::vector<std::vector<PlacedItem>> files(size_t(model_.cameraCount()));
+        const auto cameraSources = model_.cameraSources();
+        if (model_.result())
+            for (const PlacedItem& p : model_.result()->placed)
+                for (size_t c = 0; c < cameraSources.size(); ++c)
+                    if (cameraSources[c] == p.sourceIndex) files[c].push_back(p);
+        pictures_->setFiles(std::move(files));
+        workspace_ = new Workspace(*screenModel_, stack_);
+        workspace_->setPictures(pictures_.get());
+        workspace_->setSidePanel(new SidePanel(model_, object_));
+        workspacePlayer_ = model_.player();
+        stack_->addWidget(workspace_);
+    }
+    screen_ = screenFor(model_);
+    QWidget* shown = screen_ == Screen::home ? static_cast<QWidget*>(home_)
+                     : screen_ == Screen::start ? static_cast<QWidget*>(start_)
+                                                : static_cast<QWidget*>(workspace_);
+    if (stack_->currentWidget() != shown) {
+        stack_->setCurrentWidget(shown);
+        if (screen_ == Screen::workspace) workspace_->setFocus();
+    }
+
+    exportStrip_->setVisible(screen_ == Screen::workspace);
+    if (screen_ == Screen::workspace) static_cast<ExportStrip*>(exportStrip_)->refresh();
+    progress_->setVisible(model_.isWorking());
+    progress_->setValue(int(model_.progress() * 1000));
+    status_->setText(q(model_.status()));
+    const size_t unsynced = model_.result() ? model_.result()->unsynced.size() : 0;
+    unsyncedButton_->setVisible(unsynced > 0);
+    unsyncedButton_->setText(QStringLiteral("%1 NON %2").arg(unsynced).arg(unsynced == 1 ? "SYNCHRONISÉ" : "SYNCHRONISÉS"));
+    unsyncedButton_->setFixedWidth(unsyncedButton_->sizeHint().width());
+    if (unsynced == 0) unsyncedPanel_->hide();
+
+    if (model_.showNewProject() && !sheetOpen_) QTimer::singleShot(0, this, &ContentView::showNewProjectSheet);
+    if (model_.errorMessage() && !alertOpen_) {
+        alertOpen_ = true;
+        const QString message = q(*model_.errorMessage());
+        QTimer::singleShot(0, this, [this, message] {
+            model_.clearError();
+            QMessageBox::warning(this, QStringLiteral("Erreur"), message);
+            alertOpen_ = false;
+        });
+    }
+}
+
+void ContentView::toggleUnsynced() {
+    if (unsyncedPanel_->isVisible()) {
+        unsyncedPanel_->hide();
+        return;
+    }
+    clearLayout(unsyncedRows_);
+    if (!model_.result()) return;
+    for (const UnsyncedItem& u : model_.result()->unsynced) {
+        auto* line = new QWidget(unsyncedPanel_);
+        auto* h = new QHBoxLayout(line);
+        h->setContentsMargins(0, 0, 0, 0);
+        h->setSpacing(14);
+        h->addWidget(makeLabel(q(u.item.fileName()), Theme::text(12, Theme::Weight::medium), Theme::ink(), line), 1);
+        h->addWidget(makeLabel(u.item.audioChannels == 0 ? QStringLiteral("pas de son dans ce fichier")
+                                                         : QStringLiteral("pas de son commun trouvé"),
+                               Theme::text(11), Theme::warning(), line));
+        unsyncedRows_->addWidget(line);
+    }
+    unsyncedPanel_->adjustSize();
+    resizeEvent(nullptr);
+    unsyncedPanel_->show();
+    unsyncedPanel_->raise();
+}
+
+void ContentView::showNewProjectSheet() {
+    if (sheetOpen_ || !model_.showNewProject()) return;
+    sheetOpen_ = true;
+    QDialog sheet(this);
+    sheet.setWindowTitle(QStringLiteral("Nouveau projet"));
+    sheet.setMinimumWidth(520);
+    auto* column = new QVBoxLayout(&sheet);
+    column->setContentsMargins(28, 24, 28, 22);
+    column->setSpacing(10);
+    column->addWidget(makeLabel(QStringLiteral("Nouveau projet"), Theme::text(18, Theme::Weight::semibold), Theme::ink(), &sheet));
+    column->addSpacing(6);
+    column->addWidget(new QuorvelLabel(QStringLiteral("Nom"), &sheet));
+    auto* name = new QLineEdit(q(model_.prefillName()), &sheet);
+    name->setPlaceholderText(QStringLiteral("Ex. Soirée Zanbar Club — reel drop"));
+    column->addWidget(name);
+    column->addSpacing(6);
+    column->addWidget(new QuorvelLabel(QStringLiteral("Dossier du set"), &sheet));
+    std::optional<std::filesystem::path> folder = model_.prefillFolder();
+    auto* folderRow = new QHBoxLayout;
+    auto* chooseFolder = new QuorvelButton(QStringLiteral("Choisir le dossier…"), QuorvelButton::Kind::outlined, &sheet);
+    auto* path = makeLabel(QString(), Theme::text(12), Theme::gray2(), &sheet);
+    folderRow->addWidget(chooseFolder);
+    folderRow->addWidget(path, 1);
+    column->addLayout(folderRow);
+    column->addWidget(makeLabel(QStringLiteral("Le dossier du set, avec un sous-dossier par source (Cam 1, Cam 2, Son 1…)"),
+                                Theme::text(11), Theme::gray3(), &sheet));
+    column->addSpacing(12);
+    auto* buttons = new QHBoxLayout;
+    buttons->addStretch(1);
+    auto* cancel = new QuorvelButton(QStringLiteral("Annuler"), QuorvelButton::Kind::outlined, &sheet);
+    auto* create = new QuorvelButton(QStringLiteral("Créer le projet"), QuorvelButton::Kind::main, &sheet);
+    buttons->addWidget(cancel);
+    buttons->addWidget(create);
+    column->addLayout(buttons);
+
+    auto show = [&] {
+        path->setText(folder ? q(folder->string()) : QStringLiteral("aucun dossier choisi"));
+        create->setEnabled(folder.has_value());
+    };
+    show();
+    connect(chooseFolder, &QPushButton::clicked, &sheet, [&] {
+        const QString dir = QFileDialog::getExistingDirectory(&sheet, QStringLiteral("Choisis le dossier du set"),
+                                                              folder ? q(folder->string()) : QString());
+        if (!dir.isEmpty()) folder = std::filesystem::path(dir.toStdString());
+        show();
+    });
+    connect(cancel, &QPushButton::clicked, &sheet, &QDialog::reject);
+    connect(create, &QPushButton::clicked, &sheet, &QDialog::accept);
+    const bool accepted = sheet.exec() == QDialog::Accepted;
+    model_.setShowNewProject(false);
+    sheetOpen_ = false;
+    if (accepted && folder) model_.newProject(name->text().toStdString(), *folder, true);
+}
+
+bool ContentView::dropUrls(const QList<QUrl>& urls) {
+    if (urls.isEmpty()) return false;
+    const QFileInfo info(urls.first().toLocalFile());
+    if (!info.isDir()) return false;
+    model_.open(info.absoluteFilePath().toStdString(), false);
+    return true;
+}
+
+void ContentView::dragEnterEvent(QDragEnterEvent* event) {
+    if (!event->mimeData()->hasUrls()) return;
+    event->acceptProposedAction();
+    dropFrame_->setGeometry(rect().adjusted(6, 6, -6, -6));
+    dropFrame_->show();
+    dropFrame_->raise();
+}
+
+void ContentView::dragLeaveEvent(QDragLeaveEvent*) { dropFrame_->hide(); }
+
+void ContentView::dropEvent(QDropEvent* event) {
+    dropFrame_->hide();
+    if (event->mimeData()->hasUrls() && dropUrls(event->mimeData()->urls()))
+        event->acceptProposedAction();
+    else
+        event->ignore();
+}
+
+void ContentView::resizeEvent(QResizeEvent*) {
+    if (unsyncedPanel_->isVisible() || unsyncedPanel_->sizeHint().isValid()) {
+        const QSize s = unsyncedPanel_->sizeHint().expandedTo(QSize(380, 80));
+        unsyncedPanel_->setGeometry(width() - s.width() - 12, height() - footer_->height() - s.height() - 8, s.width(), s.height());
+    }
+    if (dropFrame_->isVisible()) dropFrame_->setGeometry(rect().adjusted(6, 6, -6, -6));
+}
+
+}  // namespace qv::ui

@@ -1,0 +1,357 @@
+#include "ui/Monitors.h"
+
+#include <QContextMenuEvent>
+#include <QHelpEvent>
+#include <QMenu>
+#include <QMouseEvent>
+#include <QPainter>
+#include <QPainterPath>
+#include <QToolTip>
+#include <cmath>
+
+#include "effects/MotionFX.h"
+#include "ui/Theme.h"
+
+namespace qv::ui {
+
+namespace Monitors {
+
+TileLayout tileLayout(int cameras, double width, double height) {
+    const int n = std::max(1, cameras);
+    TileLayout best;
+    best.tileWidth = -1;
+    for (int c = 1; c <= std::min(n, 4); ++c) {
+        const int r = (n + c - 1) / c;
+        const double byColumns = (width - spacing * (c - 1)) / c;
+        const double byRows = ((height - spacing * (r - 1)) / r) * 16 / 9;
+        const double w = std::min(byColumns, byRows);
+        if (w > best.tileWidth) best = {c, r, w, 0, false};
+    }
+    best.tileWidth = std::max(0.0, best.tileWidth);
+    best.tileHeight = best.tileWidth * 9 / 16;
+    best.wide = best.tileWidth > wideThreshold;
+    return best;
+}
+
+QString effectLabel(const ResolvedEffect& fx) {
+    QStringList parts;
+    if (fx.zoom > 0) parts << QStringLiteral("ZOOM AVANT");
+    if (fx.zoom < 0) parts << QStringLiteral("ZOOM ARRIÈRE");
+    if (fx.shake) parts << QStringLiteral("ÉPAULE");
+    if (fx.lens) parts << QStringLiteral("FLOU OBJECTIF");
+    if (fx.shutter) parts << QStringLiteral("FLOU MOUVEMENT");
+    if (fx.vhs) parts << QStringLiteral("VHS");
+    return parts.join(QStringLiteral(" + "));
+}
+
+}  // namespace Monitors
+
+namespace {
+
+constexpr double margin = 12;
+
+QRectF fitted(QSizeF content, const QRectF& box) {
+    if (content.isEmpty()) return box;
+    QSizeF s = content.scaled(box.size(), Qt::KeepAspectRatio);
+    return {box.center().x() - s.width() / 2, box.center().y() - s.height() / 2, s.width(), s.height()};
+}
+
+void drawNoPicture(QPainter& p, const QRectF& r, double symbolSize) {
+    p.fillRect(r, QColor(0x14, 0x14, 0x13));
+    Theme::drawSymbol(p, r, "video.slash.fill", symbolSize, Theme::gray4());
+}
+
+}  // namespace
+
+MonitorsView::MonitorsView(ScreenModel& model, QWidget* parent) : QWidget(parent), model_(model) {
+    setMouseTracking(true);
+    setAttribute(Qt::WA_OpaquePaintEvent);
+    connect(&model_, &ScreenModel::changed, this, [this] { update(); });
+}
+
+QRectF MonitorsView::programRect() const {
+    return {margin, margin, width() * Monitors::programShare - margin * 1.5, height() - 2 * margin};
+}
+
+QRectF MonitorsView::gridRect() const {
+    const double left = width() * Monitors::programShare + margin * 0.5;
+    return {left, margin, width() - left - margin, height() - 2 * margin};
+}
+
+TileLayout MonitorsView::layout() const {
+    const QRectF g = gridRect();
+    return Monitors::tileLayout(model_.cameraCount(), g.width(), g.height());
+}
+
+QRectF MonitorsView::tileRect(int camera) const {
+    const TileLayout l = layout();
+    const QRectF g = gridRect();
+    const double blockW = l.columns * l.tileWidth + (l.columns - 1) * Monitors::spacing;
+    const double blockH = l.rows * l.tileHeight + (l.rows - 1) * Monitors::spacing;
+    const double left = g.left() + (g.width() - blockW) / 2, top = g.top() + (g.height() - blockH) / 2;
+    const int row = camera / l.columns, col = camera % l.columns;
+    return {left + col * (l.tileWidth + Monitors::spacing), top + row * (l.tileHeight + Monitors::spacing),
+            l.tileWidth, l.tileHeight};
+}
+
+QRectF MonitorsView::cropWindow(int camera) const {
+    const PixelSize src = model_.cameraSize(camera), out = model_.outputSize(camera);
+    const QRectF pic = fitted(QSizeF(src.width, src.height), tileRect(camera));
+    const Reframe::Placement pl = Reframe::place(src, out, model_.framing(camera));
+    // The output's centre falls at this fraction of the source.
+    const double cx = 0.5 - pl.x * out.width / (pl.scale * src.width);
+    const double cy = 0.5 - pl.y * out.height / (pl.scale * src.height);
+    return {pic.left() + (cx - pl.windowWidth / 2) * pic.width(), pic.top() + (cy - pl.windowHeight / 2) * pic.height(),
+            pl.windowWidth * pic.width(), pl.windowHeight * pic.height()};
+}
+
+void MonitorsView::paintEvent(QPaintEvent*) {
+    QPainter p(this);
+    p.fillRect(rect(), Theme::paper());
+    p.setRenderHint(QPainter::Antialiasing);
+    p.setRenderHint(QPainter::SmoothPixmapTransform);
+    paintProgram(p);
+    const TileLayout l = layout();
+    const PlayerControl* player = model_.player();
+    const int active = player ? model_.edit().activeCamera(player->currentTime()) : 0;
+    for (int c = 0; c < std::max(1, model_.cameraCount()); ++c) paintTile(p, c, l, active);
+}
+
+void MonitorsView::paintProgram(QPainter& p) {
+    const EditModel& e = model_.edit();
+    AppPlayer* player = model_.player();
+    const QRectF zone = programRect();
+    p.fillRect(zone, QColor(0x07, 0x07, 0x07));
+    if (!player) return;
+    const double t = player->currentTime();
+    const auto index = e.segmentIndex(t);
+    const auto plans = e.segments();
+    const int camera = index ? plans[size_t(*index)].camera : 0;
+    const PixelSize out = model_.outputSize(camera);
+    const QRectF frame = fitted(QSizeF(out.width, out.height), zone.adjusted(0, 0, 0, -0));
+    p.fillRect(frame, Qt::black);
+
+    const bool feed = e.hasFeed(camera, t);
+    const QImage picture = feed ? model_.picture(camera) : QImage();
+    ResolvedEffect fx;
+    if (index) {
+        const Segment& s = plans[size_t(*index)];
+        fx = e.resolvedEffect(s);
+        if (!picture.isNull()) {
+            const PixelSize src{double(picture.width()), double(picture.height())};
+            const PixelSize nominal = model_.cameraSize(camera);
+            const Reframe::Placement pl = Reframe::place(nominal, out, model_.framing(camera));
+            const MotionSample m = MotionFX::sample(fx, t - s.start, s.end - s.start, e.effects());
+            const double k = frame.width() / out.width;
+            p.save();
+            p.setClipRect(frame);
+            p.translate(frame.center());
+            p.translate(m.x * frame.width(), m.y * frame.height());
+            p.rotate(m.rotation);
+            p.scale(m.scale, m.scale);
+            const double w = nominal.width * pl.scale * k, h = nominal.height * pl.scale * k;
+            const QRectF target(pl.x * frame.width() - w / 2, pl.y * frame.height() - h / 2, w, h);
+            p.drawImage(target, picture, QRectF(0, 0, src.width, src.height));
+            p.restore();
+        }
+    }
+    if (!feed) {
+        p.fillRect(frame, QColor(0x10, 0x10, 0x0f));
+        const QPointF c = frame.center();
+        Theme::drawSymbol(p, QRectF(c.x() - 30, c.y() - 58, 60, 40), "video.slash.fill", 22, Theme::gray3());
+        p.setFont(Theme::numbers(15));
+        p.setPen(Theme::gray1());
+        p.drawText(QRectF(frame.left(), c.y() - 14, frame.width(), 24), Qt::AlignCenter,
+                   QStringLiteral("CETTE CAMÉRA N'A PAS DE FLUX ICI"));
+        p.setFont(Theme::text(11));
+        p.setPen(Theme::gray3());
+        p.drawText(QRectF(frame.left(), c.y() + 12, frame.width(), 20), Qt::AlignCenter,
+                   QStringLiteral("Choisis une autre caméra (1 à 8)."));
+    }
+    // Camera number and the word, on a dark plate so they read on any picture.
+    const QRectF plate(frame.left() + 10, frame.top() + 10, 128, 34);
+    p.setPen(Qt::NoPen);
+    p.setBrush(QColor(0, 0, 0, 150));
+    p.drawRoundedRect(plate, 4, 4);
+    p.setFont(Theme::numbers(22));
+    p.setPen(Theme::accent());
+    p.drawText(QRectF(plate.left() + 10, plate.top(), 30, plate.height()), Qt::AlignVCenter | Qt::AlignLeft,
+               QString::number(camera + 1));
+    p.setFont(Theme::text(10, Theme::Weight::bold, 1.6));
+    p.setPen(Theme::ink());
+    p.drawText(QRectF(plate.left() + 38, plate.top(), plate.width() - 40, plate.height()),
+               Qt::AlignVCenter | Qt::AlignLeft, QStringLiteral("PROGRAMME"));
+    const QString label = Monitors::effectLabel(fx);
+    if (!label.isEmpty() && feed) {
+        QFont f = Theme::text(10, Theme::Weight::bold, 1.4);
+        QFontMetrics fm(f);
+        const double w = fm.horizontalAdvance(label) + 20;
+        // Top right, or under the plate when the frame is too narrow for both.
+        QRectF pill(frame.right() - 10 - w, frame.top() + 14, w, 24);
+        if (pill.left() < plate.right() + 10) pill = QRectF(plate.left(), plate.bottom() + 8, w, 24);
+        p.setPen(Qt::NoPen);
+        p.setBrush(Theme::accent());
+        p.drawRoundedRect(pill, 3, 3);
+        p.setFont(f);
+        p.setPen(Theme::paper());
+        p.drawText(pill, Qt::AlignCenter, label);
+    }
+    // The output format under the picture's corner.
+    p.setFont(Theme::numbers(10));
+    p.setPen(Theme::withAlpha(Theme::ink(), 0.55));
+    p.drawText(QRectF(frame.left() + 10, frame.bottom() - 24, 200, 18), Qt::AlignVCenter | Qt::AlignLeft,
+               QStringLiteral("%1 · %2×%3").arg(rawValue(model_.format())).arg(int(out.width)).arg(int(out.height)));
+}
+
+void MonitorsView::paintTile(QPainter& p, int camera, const TileLayout& l, int active) {
+    const QRectF r = tileRect(camera);
+    AppPlayer* player = model_.player();
+    const double t = player ? player->currentTime() : 0;
+    const bool hasAngle = player && camera < int(player->angles().size());
+    const bool image = hasAngle && model_.edit().hasFeed(camera, t);
+    const QImage picture = image ? model_.picture(camera) : QImage();
+    p.save();
+    QPainterPath clip;
+    clip.addRoundedRect(r, 4, 4);
+    p.setClipPath(clip);
+    p.fillRect(r, Qt::black);
+    if (!picture.isNull()) {
+        const PixelSize s = model_.cameraSize(camera);
+        p.drawImage(fitted(QSizeF(s.width, s.height), r), picture);
+    } else {
+        drawNoPicture(p, r, 16);
+    }
+    if (hasAngle && model_.showsCropWindow(camera)) {
+        const QRectF w = cropWindow(camera);
+        QPainterPath outside;
+        outside.addRect(r);
+        QPainterPath inside;
+        inside.addRect(w);
+        p.fillPath(outside.subtracted(inside), QColor(0, 0, 0, 153));
+        p.setPen(QPen(Theme::accent(), 1.5));
+        p.setBrush(Qt::NoBrush);
+        p.drawRect(w.adjusted(0.75, 0.75, -0.75, -0.75));
+    }
+    // Captions on a dark strip, readable over any picture.
+    p.fillRect(QRectF(r.left(), r.bottom() - 24, r.width(), 24), QColor(0, 0, 0, 175));
+    p.setFont(Theme::numbers(l.wide ? 22 : 18));
+    p.setPen(camera == active ? Theme::accent() : Theme::ink());
+    const double pad = l.wide ? 10 : 7;
+    p.drawText(QRectF(r.left() + pad, r.top() + pad - 2, 40, l.wide ? 26 : 22), Qt::AlignLeft | Qt::AlignVCenter,
+               QString::number(camera + 1));
+    if (camera == active) {
+        p.setFont(Theme::text(9, Theme::Weight::bold, 1.2));
+        QFontMetrics fm(p.font());
+        const QString word = QStringLiteral("PROGRAMME");
+        const QRectF tag(r.right() - pad - fm.horizontalAdvance(word) - 10, r.top() + pad, fm.horizontalAdvance(word) + 10, 16);
+        p.setPen(Qt::NoPen);
+        p.setBrush(Theme::accent());
+        p.drawRoundedRect(tag, 2, 2);
+        p.setPen(Theme::paper());
+        p.drawText(tag, Qt::AlignCenter, word);
+    }
+    if (hasAngle) {
+        const AngleStatus st = angleStatus(player->angles()[size_t(camera)], t);
+        p.setFont(Theme::text(l.wide ? 10 : 9, Theme::Weight::semibold, 1.0));
+        p.setPen(st.urgent ? Theme::warning() : Theme::gray1());
+        p.drawText(QRectF(r.left() + pad, r.bottom() - 24, r.width() - 2 * pad, 24), Qt::AlignVCenter | Qt::AlignLeft,
+                   st.text);
+        p.setFont(Theme::text(l.wide ? 10 : 9, Theme::Weight::medium));
+        p.setPen(Theme::gray2());
+        p.drawText(QRectF(r.left() + pad, r.bottom() - 24, r.width() - 2 * pad, 24), Qt::AlignVCenter | Qt::AlignRight,
+                   QFontMetrics(p.font()).elidedText(model_.cameraName(camera), Qt::ElideRight, int(r.width() / 2.5)));
+    }
+    p.restore();
+    p.setBrush(Qt::NoBrush);
+    if (camera == active) {
+        p.setPen(QPen(Theme::accent(), 2));
+        p.drawRoundedRect(r.adjusted(1, 1, -1, -1), 4, 4);
+    } else {
+        p.setPen(QPen(Theme::line(), 1));
+        p.drawRoundedRect(r.adjusted(0.5, 0.5, -0.5, -0.5), 4, 4);
+    }
+}
+
+std::optional<int> MonitorsView::tileAt(QPointF pos) const {
+    for (int c = 0; c < model_.cameraCount(); ++c)
+        if (tileRect(c).contains(pos)) return c;
+    return std::nullopt;
+}
+
+void MonitorsView::mousePressEvent(QMouseEvent* ev) {
+    if (ev->button() != Qt::LeftButton) return;
+    const auto camera = tileAt(ev->position());
+    if (!camera) return;
+    dragCamera_ = camera;
+    pressPos_ = ev->position();
+    moved_ = false;
+}
+
+void MonitorsView::mouseMoveEvent(QMouseEvent* ev) {
+    if (!dragCamera_) {
+        const auto camera = tileAt(ev->position());
+        const bool inWindow = camera && model_.showsCropWindow(*camera) && cropWindow(*camera).contains(ev->position());
+        setCursor(inWindow ? Qt::OpenHandCursor : camera ? Qt::PointingHandCursor : Qt::ArrowCursor);
+        return;
+    }
+    const int camera = *dragCamera_;
+    const QPointF d = ev->position() - pressPos_;
+    if (!moved_ && d.manhattanLength() < 3) return;
+    if (!moved_) {
+        moved_ = true;
+        if (model_.showsCropWindow(camera) && cropWindow(camera).contains(pressPos_)) dragFrame_ = model_.framing(camera);
+    }
+    if (!dragFrame_) return;
+    const QRectF r = tileRect(camera);
+    model_.setFraming(camera, {dragFrame_->zoom, dragFrame_->x + d.x() / r.width(), dragFrame_->y + d.y() / r.height()});
+}
+
+void MonitorsView::mouseReleaseEvent(QMouseEvent* ev) {
+    if (dragCamera_ && !moved_ && tileRect(*dragCamera_).contains(ev->position())) model_.edit().pressCamera(*dragCamera_);
+    dragCamera_.reset();
+    dragFrame_.reset();
+    moved_ = false;
+}
+
+void MonitorsView::contextMenuEvent(QContextMenuEvent* ev) {
+    const auto cam = tileAt(ev->pos());
+    if (!cam) return;
+    const int camera = *cam;
+    const QString name = model_.cameraName(camera);
+    QMenu menu(this);
+    menu.addAction(QStringLiteral("Recadrer %1…").arg(name), this, [this, camera] { model_.openCrop(camera); });
+    menu.addAction(QStringLiteral("Étalonner %1…").arg(name), this, [this, camera] { model_.openGrade(camera); });
+    QAction* reset = menu.addAction(QStringLiteral("Remettre le recadrage à zéro"), this,
+                                    [this, camera] { model_.app().resetCrop(camera); });
+    reset->setEnabled(!model_.framing(camera).isNeutral());
+    QAction* copy = menu.addAction(QStringLiteral("Copier son étalonnage sur toutes les caméras"), this,
+                                   [this, camera] { model_.app().copyGradeToAll(camera); });
+    copy->setEnabled(!model_.gradeIsNeutral(camera));
+    menu.exec(ev->globalPos());
+}
+
+bool MonitorsView::event(QEvent* ev) {
+    if (ev->type() == QEvent::ToolTip) {
+        auto* help = static_cast<QHelpEvent*>(ev);
+        const auto camera = tileAt(help->pos());
+        if (!camera) {
+            QToolTip::hideText();
+            return true;
+        }
+        QString text;
+        if (model_.showsCropWindow(*camera) && cropWindow(*camera).contains(help->pos())) {
+            text = QStringLiteral("Glisse pour choisir la partie de l'image gardée · clic droit › Recadrer pour le zoom et les positions");
+        } else {
+            const bool playing = model_.player() && model_.player()->isPlaying();
+            text = QStringLiteral("Touche %1 ou clic : %2 · clic droit : recadrer, étalonner")
+                       .arg(*camera + 1)
+                       .arg(playing ? QStringLiteral("couper sur cette caméra")
+                                    : QStringLiteral("mettre cette caméra sur le plan"));
+        }
+        QToolTip::showText(help->globalPos(), text, this);
+        return true;
+    }
+    return QWidget::event(ev);
+}
+
+}  // namespace qv::ui

@@ -1,0 +1,115 @@
+#include "ui/Scene.h"
+
+#include <QTimer>
+#include <algorithm>
+#include <iostream>
+
+#include "app/AppModel.h"
+#include "base/Text.h"
+#include "ui/ContentView.h"
+#include "ui/MainWindow.h"
+#include "ui/StillPictures.h"
+#include "ui/Workspace.h"
+
+namespace qv::ui {
+
+std::unique_ptr<Scene> Scene::start(AppModel& model, ModelObject& object, MainWindow& window,
+                                    const std::vector<std::string>& arguments) {
+    if (std::none_of(arguments.begin(), arguments.end(), [](const std::string& a) { return a.rfind("--scene-", 0) == 0; }))
+        return nullptr;
+    std::unique_ptr<Scene> scene(new Scene(model, window, arguments));
+    connect(&object, &ModelObject::changed, scene.get(), &Scene::step);
+    QTimer::singleShot(800, scene.get(), &Scene::step);
+    return scene;
+}
+
+Scene::Scene(AppModel& model, MainWindow& window, std::vector<std::string> arguments)
+    : model_(model), window_(window), args_(std::move(arguments)) {
+    const std::string size = value("--scene-taille");
+    if (auto x = size.find('x'); x != std::string::npos) {
+        auto w = parseDouble(size.substr(0, x)), h = parseDouble(size.substr(x + 1));
+        if (w && h) window_.resize(int(*w), int(*h));
+    }
+    window_.move(0, 0);
+}
+
+bool Scene::has(const char* flag) const { return std::find(args_.begin(), args_.end(), flag) != args_.end(); }
+
+std::string Scene::value(const char* flag) const {
+    for (size_t i = 0; i + 1 < args_.size(); ++i)
+        if (args_[i] == flag) return args_[i + 1];
+    return {};
+}
+
+void Scene::step() {
+    if (has("--scene-synchro")) {
+        if (model_.isWorking() && model_.progress() >= 0.3) ready();
+        return;
+    }
+    if (!has("--open")) {
+        QTimer::singleShot(600, this, &Scene::ready);
+        return;
+    }
+    if (!applied_ && model_.player() && !model_.isWorking()) {
+        applied_ = true;
+        // After the model's own changes of this turn have reached the screens.
+        QTimer::singleShot(100, this, &Scene::apply);
+    }
+}
+
+void Scene::apply() {
+    EditModel& edit = model_.edit();
+    AppPlayer* player = model_.player();
+    if (!player) return;
+    if (has("--scene-auto")) {
+        EffectSettings effects = model_.effects();
+        effects.vhsEnabled = true;
+        for (int c = 0; c < model_.cameraCount(); ++c)
+            if (auto id = model_.cameraId(c)) effects.vhsCameras.insert(*id);
+        model_.setEffects(effects);
+        AutoSettings automatic = model_.autoSettings();
+        for (int c = 0; c < model_.cameraCount(); ++c)
+            if (auto id = model_.cameraId(c)) automatic.cameras.insert(*id);
+        model_.setAutoSettings(automatic);
+        model_.runAuto(false);
+    }
+    if (auto f = outputFormatFromRaw(value("--scene-format"))) model_.setFormat(*f);
+    const std::string crop = value("--scene-cadrage");
+    if (auto comma = crop.find(','); comma != std::string::npos) {
+        auto x = parseDouble(crop.substr(0, comma)), y = parseDouble(crop.substr(comma + 1));
+        if (x && y)
+            for (int c = 0; c < model_.cameraCount(); ++c) model_.setFraming({1, c % 2 ? -*x : *x, *y}, c);
+    }
+    double t = parseDouble(value("--scene-temps")).value_or(player->currentTime());
+    if (has("--scene-zoom-plan"))
+        for (const Segment& s : edit.segments()) {
+            const double at = s.start + (s.end - s.start) * 0.5;
+            if (s.start >= t && edit.resolvedEffect(s).zoom != 0 && edit.hasFeed(s.camera, at)) {
+                t = at;
+                break;
+            }
+        }
+    player->seek(t);
+    edit.revealPlayhead();
+    if (auto n = parseDouble(value("--scene-drop")); n && *n >= 1 && size_t(*n) <= edit.drops().size()) {
+        const Drop drop = edit.drops()[size_t(*n) - 1];
+        edit.focusDrop(drop);
+        player->seek(drop.time + 1.5);
+    }
+    if (has("--scene-lecture")) player->play();
+    // Pictures that do not come (a camera without video) must not hold the scene up.
+    QTimer::singleShot(5000, this, &Scene::ready);
+    Workspace* workspace = window_.content()->workspace();
+    if (!workspace) return;
+    workspace->tick();
+    if (StillPictures* pictures = window_.content()->pictures())
+        connect(pictures, &StillPictures::updated, this, [this] { QTimer::singleShot(500, this, &Scene::ready); });
+}
+
+void Scene::ready() {
+    if (said_ || !has("--scene-pret")) return;
+    said_ = true;
+    std::cout << "prêt" << std::endl;
+}
+
+}  // namespace qv::ui

@@ -1,0 +1,53 @@
+// Scenes for screenshots and trials by hand: command-line arguments that put
+// the window in a known state once a set is open, and say "prêt" on standard
+// output when it is worth photographing.
+//
+//   --scene-taille LxH        size of the window
+//   --scene-temps s           the play head, once the set is installed
+//   --scene-zoom-plan         the play head in the middle of the first zooming plan after it
+//   --scene-format 9:16       the output format
+//   --scene-cadrage x,y       every camera's crop (odd cameras mirrored on x)
+//   --scene-drop n            the range and the view on drop n (from 1)
+//   --scene-auto              an automatic edit with zooms and VHS on every camera
+//   --scene-lecture           playing
+//   --scene-synchro           "prêt" while the synchronisation runs, not after
+//   --scene-pret              print "prêt" when the screen is settled
+#pragma once
+
+#include <QObject>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace qv {
+class AppModel;
+}
+
+namespace qv::ui {
+
+class MainWindow;
+class ModelObject;
+
+class Scene : public QObject {
+    Q_OBJECT
+public:
+    // Nothing when no scene argument is given.
+    static std::unique_ptr<Scene> start(AppModel& model, ModelObject& object, MainWindow& window,
+                                        const std::vector<std::string>& arguments);
+
+private:
+    Scene(AppModel& model, MainWindow& window, std::vector<std::string> arguments);
+    void step();
+    void apply();
+    void ready();
+    bool has(const char* flag) const;
+    std::string value(const char* flag) const;
+
+    AppModel& model_;
+    MainWindow& window_;
+    std::vector<std::string> args_;
+    bool applied_ = false;
+    bool said_ = false;
+};
+
+}  // namespace qv::ui

@@ -1,0 +1,76 @@
+#include "ui/ScreenModel.h"
+
+#include "base/Format.h"
+#include "ui/MainWindow.h"
+
+namespace qv::ui {
+
+AngleStatus angleStatus(const AngleInfo& angle, double t) {
+    if (!angle.hasPicture) return {QStringLiteral("NON CALÉE"), false};
+    std::optional<double> nextStart;
+    for (const TimeRange& r : angle.ranges) {
+        if (r.start <= t && t < r.end) {
+            double left = r.end - t;
+            return {QStringLiteral("COUPE DANS %1").arg(QString::fromStdString(Format::countdown(left))), left < 15};
+        }
+        if (r.start > t && (!nextStart || r.start < *nextStart)) nextStart = r.start;
+    }
+    if (nextStart)
+        return {QStringLiteral("DÉMARRE DANS %1").arg(QString::fromStdString(Format::countdown(*nextStart - t))), false};
+    return {QStringLiteral("TERMINÉE"), false};
+}
+
+ScreenModel::ScreenModel(AppModel& app, ModelObject& object, const AnglePictures* pictures)
+    : app_(app), pictures_(pictures) {
+    connect(&object, &ModelObject::changed, this, &ScreenModel::changed);
+}
+
+PixelSize ScreenModel::outputSize(int camera) const {
+    if (auto fixed = fixedSize(format())) return *fixed;
+    return cameraSize(camera);
+}
+
+CameraFrame ScreenModel::framing(int camera) const {
+    if (auto id = app_.cameraId(camera)) {
+        auto it = app_.framing().find(*id);
+        if (it != app_.framing().end()) return it->second;
+    }
+    return {};
+}
+
+void ScreenModel::openCrop(int camera) {
+    app_.setEditedCamera(camera);
+    app_.setRightPanel(RightPanel::crop);
+}
+
+void ScreenModel::openGrade(int camera) {
+    app_.setEditedCamera(camera);
+    app_.setRightPanel(RightPanel::color);
+}
+
+bool ScreenModel::showsCropWindow(int camera) const {
+    return format() != OutputFormat::landscape || !framing(camera).isNeutral() ||
+           (app_.rightPanel() == RightPanel::crop && app_.editedCamera() == camera);
+}
+
+TrackMix ScreenModel::mix(int source) const {
+    if (source < 0 || size_t(source) >= sources().size()) return {};
+    const Uuid& id = sources()[size_t(source)].id;
+    TrackMix m;
+    m.muted = app_.muted().count(id) > 0;
+    auto it = app_.levels().find(id);
+    if (it != app_.levels().end()) m.levelDb = it->second;
+    return m;
+}
+
+void ScreenModel::toggleMute(int source) {
+    if (source >= 0 && size_t(source) < sources().size()) app_.toggleMute(sources()[size_t(source)].id);
+}
+
+void ScreenModel::applyAudio(int source, double levelDb) {
+    if (source < 0 || size_t(source) >= sources().size()) return;
+    if (mix(source).levelDb == levelDb) return;
+    app_.setLevel(sources()[size_t(source)].id, levelDb);
+}
+
+}  // namespace qv::ui

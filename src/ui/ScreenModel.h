@@ -1,0 +1,79 @@
+// ScreenModel: the application model as the screens of an open set read it.
+// It turns camera numbers and source indices into the model's source ids,
+// and holds where the monitors' pictures come from. Its `changed` is the
+// model's (coalesced once per turn of the event loop); widgets answer it by
+// pulling state. It keeps nothing of its own. Main thread only.
+#pragma once
+
+#include <QImage>
+#include <QObject>
+
+#include "app/AppModel.h"
+
+namespace qv::ui {
+
+class ModelObject;
+
+// Pictures of the angles at the player's present time.
+class AnglePictures {
+public:
+    virtual ~AnglePictures() = default;
+    // Null when the camera has no picture yet.
+    virtual QImage picture(int camera) const = 0;
+};
+
+struct TrackMix {
+    bool muted = false;
+    double levelDb = 0;
+};
+
+// The caption of a camera's tile at time t.
+struct AngleStatus {
+    QString text;
+    bool urgent = false;
+};
+AngleStatus angleStatus(const AngleInfo& angle, double t);
+
+class ScreenModel : public QObject {
+    Q_OBJECT
+public:
+    // `app` and `object` must outlive this; `pictures` may be null.
+    ScreenModel(AppModel& app, ModelObject& object, const AnglePictures* pictures = nullptr);
+
+    AppModel& app() const { return app_; }
+    EditModel& edit() const { return app_.edit(); }
+    AppPlayer* player() const { return app_.player(); }
+    QImage picture(int camera) const { return pictures_ ? pictures_->picture(camera) : QImage(); }
+
+    const std::vector<MediaSource>& sources() const { return app_.sources(); }
+    std::vector<int> cameraSources() const { return app_.cameraSources(); }
+    int cameraCount() const { return app_.cameraCount(); }
+    QString cameraName(int camera) const { return QString::fromStdString(app_.cameraName(camera)); }
+    PixelSize cameraSize(int camera) const { return app_.cameraSize(camera); }
+    // The size the program is framed into: the camera's own for a landscape
+    // output, the format's fixed size otherwise.
+    PixelSize outputSize(int camera) const;
+
+    OutputFormat format() const { return app_.format(); }
+    CameraFrame framing(int camera) const;
+    void setFraming(int camera, const CameraFrame& frame) { app_.setFraming(frame, camera); }
+    bool gradeIsNeutral(int camera) const { return app_.grade(camera) == ColorGrade::neutral; }
+    void openCrop(int camera);
+    void openGrade(int camera);
+    // Whether a tile draws its crop window: a format that crops, a crop
+    // that is not neutral, or the crop panel open on this camera.
+    bool showsCropWindow(int camera) const;
+
+    TrackMix mix(int source) const;
+    void toggleMute(int source);
+    void applyAudio(int source, double levelDb);
+
+signals:
+    void changed();
+
+private:
+    AppModel& app_;
+    const AnglePictures* pictures_;
+};
+
+}  // namespace qv::ui

@@ -1,0 +1,466 @@
+// The side panels over one application model on a generated set, on virtual
+// time, with Qt Test on the offscreen platform.
+#include <QApplication>
+#include <QLineEdit>
+#include <QTest>
+#include <pugixml.hpp>
+
+#include "app/AppModel.h"
+#include "app/ClockPlayer.h"
+#include "app/VirtualMainThread.h"
+#include "base/Text.h"
+#include "looks/CubeLUT.h"
+#include "persistence/ProjectStore.h"
+#include "support/Fixtures.h"
+#include "support/TempHome.h"
+#include "ui/ColorPanel.h"
+#include "ui/MainWindow.h"
+#include "ui/Panels.h"
+#include "ui/WheelControl.h"
+
+using namespace qv;
+using namespace qv::ui;
+namespace fs = std::filesystem;
+
+namespace {
+
+struct NoDialogs : Dialogs {
+    int alert(const std::string&, const std::string&, const std::vector<std::string>&) override { return -1; }
+    std::optional<fs::path> chooseFolder(const std::string&) override { return std::nullopt; }
+    std::optional<fs::path> chooseFile(const std::string&, const std::vector<std::string>&) override { return std::nullopt; }
+    std::optional<fs::path> saveFile(const std::string&, const std::string&, const std::string&, const fs::path&) override {
+        return std::nullopt;
+    }
+};
+
+struct NoViewer : FileViewer {
+    void showItems(const std::vector<fs::path>&) override {}
+    void open(const fs::path&) override {}
+};
+
+// A video export that runs until the test ends it.
+struct HeldExporter : VideoExporter {
+    std::function<void(VideoOutcome)> done;
+    double shown = 0;
+    bool cancelled = false;
+    void start(VideoJob, VideoCodec, const fs::path&, bool, std::function<void(VideoOutcome)> d) override {
+        done = std::move(d);
+    }
+    void cancel() override { cancelled = true; }
+    bool isRunning() const override { return bool(done); }
+    double progress() const override { return shown; }
+};
+
+}  // namespace
+
+class PanelsTest : public QObject {
+    Q_OBJECT
+
+    TempHome home;
+    VirtualMainThread main;
+    NoDialogs dialogs;
+    NoViewer viewer;
+    std::unique_ptr<AppSettings> settings;
+    std::shared_ptr<HeldExporter> exporter = std::make_shared<HeldExporter>();
+    std::unique_ptr<AppModel> model;
+    fs::path exports;
+
+    ClockPlayer* player() const { return dynamic_cast<ClockPlayer*>(model->player()); }
+
+    std::optional<ProjectFile> stored() const {
+        for (auto& p : ProjectStore::list())
+            if (p.id == model->currentProjectId()) return p;
+        return std::nullopt;
+    }
+
+    // Each panel's sliders need some state to be enabled: a LUT for the
+    // look's intensity, grain for its shape, a zoom for the crop position.
+    void prepare(const QString& panel) {
+        model->setEditedCamera(0);
+        if (panel == "étalonnage") {
+            ColorGrade g = ColorGrade::neutral;
+            g.lut = "essai.cube";
+            g.grain = 40;
+            model->setGrade(g, 0);
+        }
+        if (panel == "recadrage") model->setFraming({2, 0, 0}, 0);
+        if (panel == "effets") {
+            EffectSettings e = model->effects();
+            e.zoomEnabled = e.shakeEnabled = e.lensEnabled = e.shutterEnabled = e.vhsEnabled = e.zoomPartial = true;
+            model->setEffects(e);
+        }
+    }
+
+private slots:
+    void initTestCase() {
+        settings = std::make_unique<AppSettings>(home.root() / "config" / "settings.json");
+        exports = home.root() / "exports";
+        fs::create_directories(exports);
+        settings->setExportFolderPath(exports.string());
+        model = std::make_unique<AppModel>(
+            AppModel::Services{main, dialogs, viewer, *settings, ClockPlayer::factory(), exporter, {}});
+        const fs::path set = qv::test::generatedSet("test", 5);
+        QVERIFY2(!set.empty(), "le générateur de sets manque");
+        model->open(set, true);
+        QVERIFY(main.waitUntil([this] { return !model->isWorking() && model->result(); }));
+        main.drain();
+        QVERIFY(model->player());
+        QVERIFY(model->cameraCount() >= 2);
+        main.advance(3);
+    }
+
+    // Every test starts from neutral grades and crops on camera 1.
+    void init() {
+        model->setGrades({});
+        for (int c = 0; c < model->cameraCount(); ++c) model->resetCrop(c);
+        model->setEditedCamera(0);
+        model->setFormat(OutputFormat::landscape);
+    }
+
+    void doubleClickRestoresNeutral_data() {
+        QTest::addColumn<int>("panel");
+        QTest::addColumn<QString>("name");
+        const std::pair<RightPanel, const char*> panels[] = {
+            {RightPanel::sound, "son"},         {RightPanel::effects, "effets"}, {RightPanel::automatic, "auto"},
+            {RightPanel::drops, "drops"},       {RightPanel::crop, "recadrage"}, {RightPanel::color, "étalonnage"}};
+        for (auto [panel, name] : panels) QTest::newRow(name) << int(panel) << QString::fromUtf8(name);
+    }
+
+    void doubleClickRestoresNeutral() {
+        QFETCH(int, panel);
+        QFETCH(QString, name);
+        prepare(name);
+        std::unique_ptr<PanelPage> page(makePanel(RightPanel(panel), *model));
+        QVERIFY(page);
+        const auto sliders = page->sliders();
+        QVERIFY(!sliders.empty());
+        int checked = 0;
+        for (ValueSlider* s : sliders) {
+            prepare(name);
+            page->refresh();
+            QVERIFY2(s->isEnabled(), qPrintable(s->title()));
+            const double away = std::abs(s->maximum() - s->neutral()) > 1e-9 ? s->maximum() : s->minimum();
+            s->setValue(away);
+            QCOMPARE(s->value(), away);
+            // Half of them through the slider itself, half through the row.
+            QTest::mouseDClick(checked % 2 ? static_cast<QWidget*>(s->slider()) : s, Qt::LeftButton);
+            QVERIFY2(std::abs(s->value() - s->neutral()) < 1e-9, qPrintable(name + " / " + s->title()));
+            QVERIFY(s->toolTip().contains(QStringLiteral("Double-clic : remettre à ")));
+            ++checked;
+        }
+        QVERIFY(checked >= 2);
+        model->setGrade(ColorGrade::neutral, 0);
+        model->resetCrop(0);
+    }
+
+    void valuesReadAsWritten() {
+        SoundPanel sound(*model);
+        ValueSlider* fade = sound.sliders()[0];
+        QCOMPARE(fade->title(), QStringLiteral("Fondu quand une caméra se coupe"));
+        fade->setValue(0);
+        QCOMPARE(fade->valueText(), QStringLiteral("aucun"));
+        fade->setValue(0.25);
+        QCOMPARE(fade->valueText(), QStringLiteral("0.25 s"));
+        QCOMPARE(model->audio().rushFade, 0.25);
+        QCOMPARE(player()->fade(), 0.25);  // the player follows at once
+
+        EffectsPanel effects(*model);
+        for (ValueSlider* s : effects.sliders()) {
+            if (s->title() == QStringLiteral("Saccades")) {
+                s->setValue(1);
+                QCOMPARE(s->valueText(), QStringLiteral("fluide"));
+                s->setValue(3);
+                QCOMPARE(s->valueText(), QStringLiteral("image tenue ×3"));
+            }
+            if (s->title() == QStringLiteral("Part zoom avant / dézoom")) {
+                s->setValue(0.35);
+                QCOMPARE(s->valueText(), QStringLiteral("35 / 65 %"));
+            }
+        }
+
+        model->setGrade(ColorGrade::neutral, 0);
+        ColorPanel color(*model);
+        QCOMPARE(color.findSlider("base", QStringLiteral("Exposition"))->valueText(), QStringLiteral("+0.00"));
+        QCOMPARE(color.findSlider("base", QStringLiteral("Température"))->valueText(), QStringLiteral("0"));
+        color.findSlider("base", QStringLiteral("Température"))->setValue(12);
+        QCOMPARE(color.findSlider("base", QStringLiteral("Température"))->valueText(), QStringLiteral("+12"));
+        QCOMPARE(color.findSlider("vignette", QStringLiteral("Quantité"))->valueText(), QStringLiteral("+0.0"));
+        model->setGrade(ColorGrade::neutral, 0);
+    }
+
+    void partialShareShowsOnlyWithPartialZoom() {
+        EffectSettings e = model->effects();
+        e.zoomPartial = false;
+        model->setEffects(e);
+        EffectsPanel panel(*model);
+        QVERIFY(panel.partialAmount()->isHidden());
+        auto toggles = panel.widget()->findChildren<PanelToggle*>();
+        auto it = std::find_if(toggles.begin(), toggles.end(),
+                               [](PanelToggle* t) { return t->text().startsWith(QStringLiteral("Zoom partiel")); });
+        QVERIFY(it != toggles.end());
+        (*it)->click();
+        QVERIFY(model->effects().zoomPartial);
+        panel.refresh();
+        QVERIFY(!panel.partialAmount()->isHidden());
+        (*it)->click();
+        panel.refresh();
+        QVERIFY(panel.partialAmount()->isHidden());
+    }
+
+    void dropsListOrEmptyNote() {
+        DropsPanel panel(*model);
+        QCOMPARE(panel.rowCount(), int(model->drops().size()));
+        QCOMPARE(panel.emptyNote()->isHidden(), !model->drops().empty());
+        if (!model->drops().empty()) {
+            model->edit().focusDrop(model->drops()[0]);
+            panel.refresh();
+            QCOMPARE(panel.focusedDrop(), std::optional<int>(0));
+            bool line = false;
+            for (QLabel* l : panel.widget()->findChildren<QLabel*>())
+                line |= l->text().startsWith(QStringLiteral("Exporter seulement ce drop : 15 s avant, 30 s"));
+            QVERIFY(line);
+            model->edit().setMarks(std::nullopt, std::nullopt);
+        }
+        // A model without a set has no drop: the note, not an empty list.
+        AppSettings other(home.root() / "other.json");
+        AppModel empty(AppModel::Services{main, dialogs, viewer, other, ClockPlayer::factory(), nullptr, {}});
+        DropsPanel none(empty);
+        QCOMPARE(none.rowCount(), 0);
+        QVERIFY(!none.emptyNote()->isHidden());
+        QCOMPARE(none.emptyNote()->text(), QStringLiteral("Aucun drop repéré. Monte la sensibilité si le set en a."));
+    }
+
+    void wheelCatchesCentreAndHoldsRim() {
+        ColorWheel w{0, 0, 30};
+        QCOMPARE(WheelControl::pointed(w, 0.039 * 42, 0, 42).amount, 0.0);
+        QVERIFY(WheelControl::pointed(w, 0.041 * 42, 0, 42).amount > 0.04);
+        ColorWheel rim = WheelControl::pointed(w, 0, 500, 42);
+        QCOMPARE(rim.amount, 1.0);
+        QCOMPARE(rim.hue, 90.0);
+        QCOMPARE(rim.luma, 30.0);
+        QCOMPARE(WheelControl::pointed(w, -42, 0, 42).hue, 180.0);
+
+        // Through the mouse on the panel: the edited camera's grade follows.
+        model->setEditedCamera(1);
+        ColorPanel panel(*model);
+        panel.setSectionOpen("roues", true);
+        WheelControl* mid = nullptr;
+        for (WheelControl* wc : panel.wheels())
+            if (wc->caption() == QStringLiteral("Tons foncés")) mid = wc;
+        QVERIFY(mid);
+        const QPoint c = mid->centre().toPoint();
+        QTest::mousePress(mid, Qt::LeftButton, {}, c + QPoint(200, 0));
+        QCOMPARE(model->grade(1).wheelShadows.amount, 1.0);
+        QCOMPARE(model->grade(1).wheelShadows.hue, 0.0);
+        QTest::mouseRelease(mid, Qt::LeftButton, {}, c + QPoint(200, 0));
+        QTest::mousePress(mid, Qt::LeftButton, {}, c + QPoint(1, -1));
+        QCOMPARE(model->grade(1).wheelShadows.amount, 0.0);
+        QTest::mouseRelease(mid, Qt::LeftButton, {}, c + QPoint(1, -1));
+        QTest::mousePress(mid, Qt::LeftButton, {}, c + QPoint(0, -20));
+        QVERIFY(std::abs(model->grade(1).wheelShadows.hue - 90) < 1e-9);
+        QTest::mouseDClick(mid, Qt::LeftButton, {}, c + QPoint(0, -20));
+        QCOMPARE(model->grade(1).wheelShadows.amount, 0.0);
+        QCOMPARE(model->grade(1), ColorGrade::neutral);
+        model->setEditedCamera(0);
+    }
+
+    void resetAndCopyDimmedOnNeutralGrade() {
+        model->setEditedCamera(1);
+        model->setGrade(ColorGrade::neutral, 1);
+        ColorPanel panel(*model);
+        QVERIFY(!panel.resetButton()->isEnabled());
+        QVERIFY(!panel.copyButton()->isEnabled());
+        panel.findSlider("base", QStringLiteral("Exposition"))->setValue(0.5);
+        panel.refresh();
+        QVERIFY(panel.resetButton()->isEnabled());
+        QVERIFY(panel.copyButton()->isEnabled());
+        panel.copyButton()->click();
+        QCOMPARE(model->grade(0).exposure, 0.5);
+        panel.resetButton()->click();
+        panel.refresh();
+        QCOMPARE(model->grade(1), ColorGrade::neutral);
+        QVERIFY(!panel.resetButton()->isEnabled());
+        model->setGrade(ColorGrade::neutral, 0);
+        model->setEditedCamera(0);
+    }
+
+    void presetsSaveApplyAndDelete() {
+        model->setEditedCamera(0);
+        ColorGrade warm = ColorGrade::neutral;
+        warm.temperature = 40;
+        model->setGrade(warm, 0);
+        ColorPanel panel(*model);
+        auto* name = panel.widget()->findChild<QLineEdit*>();
+        QVERIFY(name);
+        QTest::keyClicks(name, QStringLiteral("Chaud"));
+        auto buttons = panel.widget()->findChildren<QAbstractButton*>();
+        auto find = [&](const QString& text) -> QAbstractButton* {
+            for (auto* b : panel.widget()->findChildren<QAbstractButton*>())
+                if (b->text() == text) return b;
+            return nullptr;
+        };
+        find(QStringLiteral("ENREGISTRER"))->click();
+        QCOMPARE(LookLibrary::presets().size(), size_t(1));
+        model->setEditedCamera(1);
+        panel.refresh();
+        find(QStringLiteral("APPLIQUER"))->click();
+        QCOMPARE(model->grade(1).temperature, 40.0);
+        for (auto* b : panel.widget()->findChildren<QAbstractButton*>())
+            if (b->toolTip() == QStringLiteral("Supprimer ce préréglage")) {
+                b->click();
+                break;
+            }
+        QVERIFY(LookLibrary::presets().empty());
+        model->setGrade(ColorGrade::neutral, 0);
+        model->setGrade(ColorGrade::neutral, 1);
+        model->setEditedCamera(0);
+    }
+
+    void cropNoteAndPositions() {
+        model->setEditedCamera(0);
+        model->resetCrop(0);
+        CropPanel panel(*model);
+        QVERIFY(!panel.fullFrameNote()->isHidden());
+        QVERIFY(!panel.sliders()[1]->isEnabled());  // at 100 % in 16:9 the picture cannot move sideways
+        panel.sliders()[0]->setValue(200);
+        panel.refresh();
+        QVERIFY(panel.fullFrameNote()->isHidden());
+        QVERIFY(panel.sliders()[1]->isEnabled());
+        for (auto* b : panel.widget()->findChildren<QAbstractButton*>())
+            if (b->text() == QStringLiteral("GAUCHE")) b->click();
+        QCOMPARE(model->framing().at(*model->cameraId(0)).x, -0.5);
+        model->resetCrop(0);
+    }
+
+    void exportButtonFollowsTarget() {
+        ExportPanel panel(*model);
+        const std::pair<ExportTarget, const char*> texts[] = {{ExportTarget::premiere, "EXPORTER LE XML PREMIERE"},
+                                                              {ExportTarget::davinci, "EXPORTER LE XML DAVINCI"},
+                                                              {ExportTarget::video, "EXPORTER LA VIDÉO"}};
+        for (auto [target, text] : texts) {
+            settings->setExportTarget(target);
+            panel.refresh();
+            QCOMPARE(panel.mainButton()->text(), QString::fromUtf8(text));
+        }
+        // A video export: the progress takes the button's place.
+        QVERIFY(panel.progress()->isHidden());
+        panel.mainButton()->click();
+        QVERIFY(exporter->isRunning());
+        exporter->shown = 0.42;
+        panel.refresh();
+        QVERIFY(panel.mainButton()->isHidden());
+        QVERIFY(!panel.progress()->isHidden());
+        QCOMPARE(panel.progress()->percentText(), QStringLiteral("42 %"));
+        panel.progress()->cancelButton()->click();
+        QVERIFY(exporter->cancelled);
+        auto done = std::move(exporter->done);
+        exporter->done = nullptr;
+        done({VideoOutcome::Kind::cancelled, {}});
+        panel.refresh();
+        QVERIFY(!panel.mainButton()->isHidden());
+        settings->setExportTarget(ExportTarget::premiere);
+    }
+
+    void changesReachPreviewAndProjectFile() {
+        model->setEditedCamera(1);
+        ColorPanel panel(*model);
+        const int before = player()->videoConfigurations();
+        panel.findSlider("base", QStringLiteral("Contraste"))->setValue(30);
+        panel.findSlider("base", QStringLiteral("Saturation"))->setValue(150);
+        main.advance(0.05);
+        QCOMPARE(player()->videoConfigurations(), before);  // one rebuild for the burst, 60 ms after it
+        main.advance(0.02);
+        QCOMPARE(player()->videoConfigurations(), before + 1);
+        QCOMPARE(model->lookSnapshot(true).grades.at(1).contrast, 30.0);
+        main.advance(2);
+        auto project = stored();
+        QVERIFY(project);
+        const auto grade = project->grades.at(model->sourceName(*model->cameraId(1)).value());
+        QCOMPARE(grade.contrast, 30.0);
+        QCOMPARE(grade.saturation, 150.0);
+        model->setGrade(ColorGrade::neutral, 1);
+        model->setEditedCamera(0);
+    }
+
+    // The road through the panels: grade camera 2, crop for 9:16, cut live,
+    // export the XML with its LUTs and read it back.
+    void endToEndThroughThePanels() {
+        ModelObject object(*model);
+        SidePanel side(*model, object);
+        model->setRightPanel(RightPanel::color);
+        QCoreApplication::processEvents();
+        auto* color = qobject_cast<ColorPanel*>(side.page());
+        QVERIFY(color);
+        color->findChild<CameraTabs*>()->tab(1)->click();
+        QCoreApplication::processEvents();
+        QCOMPARE(model->editedCamera(), 1);
+        color->findSlider("base", QStringLiteral("Température"))->setValue(60);
+        color->findSlider("base", QStringLiteral("Exposition"))->setValue(0.5);
+        QCOMPARE(model->grade(1).temperature, 60.0);
+
+        model->setFormat(OutputFormat::portrait);
+        model->setRightPanel(RightPanel::crop);
+        QCoreApplication::processEvents();
+        auto* crop = qobject_cast<CropPanel*>(side.page());
+        QVERIFY(crop);
+        for (auto* b : crop->widget()->findChildren<QAbstractButton*>())
+            if (b->text() == QStringLiteral("DROITE")) b->click();
+        QCOMPARE(model->framing().at(*model->cameraId(1)).x, 0.5);
+
+        // Live cuts while the set plays.
+        model->player()->seek(10);
+        model->player()->play();
+        main.advance(2);
+        model->edit().pressCamera(1);
+        main.advance(3);
+        model->edit().pressCamera(0);
+        main.advance(3);
+        model->edit().pressCamera(1);
+        model->player()->pause();
+        QVERIFY(model->cuts().size() >= 3);
+
+        settings->setExportLUTs(true);
+        settings->setExportTarget(ExportTarget::premiere);
+        model->setRightPanel(RightPanel::exportPanel);
+        QCoreApplication::processEvents();
+        auto* exportPanel = qobject_cast<ExportPanel*>(side.page());
+        QVERIFY(exportPanel);
+        QCOMPARE(exportPanel->mainButton()->text(), QStringLiteral("EXPORTER LE XML PREMIERE"));
+        exportPanel->mainButton()->click();
+
+        std::vector<fs::path> xmls, cubes;
+        for (auto& e : fs::recursive_directory_iterator(exports)) {
+            if (e.path().extension() == ".xml") xmls.push_back(e.path());
+            if (e.path().extension() == ".cube") cubes.push_back(e.path());
+        }
+        QCOMPARE(xmls.size(), size_t(1));
+        QCOMPARE(cubes.size(), size_t(1));  // camera 2 only: the others are neutral
+        QVERIFY(CubeLUT::parse(TempHome::readText(cubes[0])).has_value());
+
+        const std::string text = TempHome::readText(xmls[0]);
+        QVERIFY(text.find("<!DOCTYPE xmeml>") != std::string::npos);
+        pugi::xml_document doc;
+        QVERIFY(doc.load_string(text.c_str(), pugi::parse_default | pugi::parse_doctype));
+        QCOMPARE(std::string(doc.child("xmeml").attribute("version").value()), std::string("4"));
+        QCOMPARE(doc.select_node("/xmeml/sequence/media/video/format//width").node().text().as_int(), 1080);
+        QCOMPARE(doc.select_node("/xmeml/sequence/media/video/format//height").node().text().as_int(), 1920);
+        std::set<std::string> ids;
+        for (auto c : doc.select_nodes("//clipitem")) ids.insert(c.node().attribute("id").value());
+        for (auto l : doc.select_nodes("//linkclipref")) QVERIFY(ids.count(l.node().text().get()));
+        for (const char* leaf : {"//start", "//end", "//in", "//out", "//horiz", "//vert"})
+            for (auto n : doc.select_nodes(leaf)) QVERIFY(parseDouble(n.node().text().get()).has_value());
+        QVERIFY(doc.select_nodes("//video/track/clipitem").size() >= 3);
+        // Every plan is scaled to fill the vertical frame.
+        for (auto c : doc.select_nodes("//video/track/clipitem"))
+            QVERIFY(c.node().select_node(".//parameter[parameterid='scale']"));
+        model->setFormat(OutputFormat::landscape);
+        model->resetCrop(1);
+        model->setGrade(ColorGrade::neutral, 1);
+        model->setRightPanel(RightPanel::none);
+    }
+
+    void cleanupTestCase() { model.reset(); }
+};
+
+QTEST_MAIN(PanelsTest)
+#include "PanelsTest.moc"

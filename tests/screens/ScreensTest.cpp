@@ -1,0 +1,527 @@
+// Behaviour of the screens on the offscreen platform, over a real
+// application model on virtual time with a generated set synchronised once.
+#include <QApplication>
+#include <QLineEdit>
+#include <QMimeData>
+#include <QSlider>
+#include <QVBoxLayout>
+#include <QtTest>
+#include <cmath>
+
+#include "app/AppModel.h"
+#include "app/ClockPlayer.h"
+#include "app/VirtualMainThread.h"
+#include "support/Fixtures.h"
+#include "support/TempHome.h"
+#include "ui/ContentView.h"
+#include "ui/KeyMap.h"
+#include "ui/MainWindow.h"
+#include "ui/Monitors.h"
+#include "ui/ScreenModel.h"
+#include "ui/TimelineEditor.h"
+#include "ui/Workspace.h"
+
+using namespace qv;
+using namespace qv::ui;
+
+namespace {
+
+struct NoDialogs : Dialogs {
+    int alert(const std::string&, const std::string&, const std::vector<std::string>&) override { return -1; }
+    std::optional<std::filesystem::path> chooseFolder(const std::string&) override { return std::nullopt; }
+    std::optional<std::filesystem::path> chooseFile(const std::string&, const std::vector<std::string>&) override {
+        return std::nullopt;
+    }
+    std::optional<std::filesystem::path> saveFile(const std::string&, const std::string&, const std::string&,
+                                                  const std::filesystem::path&) override {
+        return std::nullopt;
+    }
+};
+
+struct NoViewer : FileViewer {
+    void showItems(const std::vector<std::filesystem::path>&) override {}
+    void open(const std::filesystem::path&) override {}
+};
+
+Cut cutAt(double t, int camera) {
+    Cut c;
+    c.time = t;
+    c.camera = camera;
+    return c;
+}
+
+// One model in a throw-away home, its Qt adapter and the real window.
+struct Rig {
+    TempHome home;
+    VirtualMainThread main;
+    NoDialogs dialogs;
+    NoViewer viewer;
+    AppSettings settings{home.root() / "config" / "settings.json"};
+    AppModel model{AppModel::Services{main, dialogs, viewer, settings, ClockPlayer::factory(), nullptr, {}}};
+    ModelObject object{model};
+    MainWindow window{model, object};
+
+    ContentView& content() { return *window.content(); }
+
+    // Opens the generated set, synchronises it and lets the screens catch up.
+    bool openSet() {
+        const auto set = test::generatedSet("tiny", 11);
+        if (set.empty()) return false;
+        model.open(set, true);
+        if (!main.waitUntil([this] { return !model.isWorking() && model.player(); })) return false;
+        main.drain();
+        QCoreApplication::processEvents();
+        return true;
+    }
+    Workspace& workspace() { return *content().workspace(); }
+    AppPlayer& player() { return *model.player(); }
+    EditModel& edit() { return model.edit(); }
+    bool key(int k, const QString& text = {}, Qt::KeyboardModifiers mods = Qt::NoModifier) {
+        return workspace().handle({k, text, mods});
+    }
+};
+
+// A mouse event as the platform delivers it: the left button, pressed or not.
+void send(QWidget* w, QEvent::Type type, QPointF at, Qt::MouseButtons buttons) {
+    QMouseEvent e(type, at, w->mapToGlobal(at), Qt::LeftButton, buttons, Qt::NoModifier);
+    QCoreApplication::sendEvent(w, &e);
+}
+
+}  // namespace
+
+class ScreensTest : public QObject {
+    Q_OBJECT
+private slots:
+    void screenFollowsTheModel() {
+        Rig rig;
+        QCoreApplication::processEvents();
+        QCOMPARE(rig.content().screen(), ContentView::Screen::home);
+        QVERIFY(rig.openSet());
+        QCOMPARE(rig.content().screen(), ContentView::Screen::workspace);
+        QVERIFY(rig.content().workspace() != nullptr);
+        rig.model.closeProject();
+        QCoreApplication::processEvents();
+        QCOMPARE(rig.content().screen(), ContentView::Screen::home);
+    }
+
+    void aFolderWithoutSynchronisationStandsOnTheStartScreen() {
+        Rig rig;
+        const auto folder = rig.home.root() / "Set vide";
+        std::filesystem::create_directories(folder / "Cam 1");
+        rig.model.open(folder, false);
+        QVERIFY(rig.main.waitUntil([&] { return !rig.model.isWorking(); }));
+        QCoreApplication::processEvents();
+        QCOMPARE(rig.content().screen(), ContentView::Screen::start);
+    }
+
+    void droppedFolderOpensDroppedFileIsRefused() {
+        Rig rig;
+        const auto file = rig.home.root() / "clip.mp4";
+        TempHome::writeText(file, "pas une vidéo");
+        auto drop = [&](const std::filesystem::path& p) {
+            QMimeData mime;
+            mime.setUrls({QUrl::fromLocalFile(QString::fromStdString(p.string()))});
+            QDragEnterEvent enter(QPoint(20, 20), Qt::CopyAction, &mime, Qt::LeftButton, Qt::NoModifier);
+            QCoreApplication::sendEvent(&rig.content(), &enter);
+            QDropEvent event(QPointF(20, 20), Qt::CopyAction, &mime, Qt::LeftButton, Qt::NoModifier);
+            QCoreApplication::sendEvent(&rig.content(), &event);
+            return event.isAccepted();
+        };
+        QVERIFY(!drop(file));
+        QVERIFY(!rig.model.currentProjectId());
+
+        const auto folder = rig.home.root() / "Soirée";
+        std::filesystem::create_directories(folder);
+        const bool accepted = drop(folder);
+        QVERIFY(rig.model.currentProjectId().has_value());
+        QVERIFY(accepted);
+        QCOMPARE(rig.model.projectName(), std::string("Soirée"));
+        rig.main.waitUntil([&] { return !rig.model.isWorking(); });
+    }
+
+    void homeListsEveryProjectAndFlagsAMissingDisk() {
+        Rig rig;
+        for (const char* name : {"Un", "Deux"}) {
+            const auto folder = rig.home.root() / name;
+            std::filesystem::create_directories(folder);
+            rig.model.newProject(name, folder, false);
+            rig.main.waitUntil([&] { return !rig.model.isWorking(); });
+            rig.model.closeProject();
+        }
+        std::filesystem::remove_all(rig.home.root() / "Deux");
+        rig.model.refreshProjects();
+        QCoreApplication::processEvents();
+        rig.content().home()->refresh();
+        QCOMPARE(rig.content().home()->cardCount(), 2);
+        QCOMPARE(rig.content().home()->missingDisks(), 1);
+    }
+};
+
+class KeysTest : public QObject {
+    Q_OBJECT
+private slots:
+    void everyKeyOfTheMap() {
+        Rig rig;
+        QVERIFY2(rig.openSet(), "the generated set opens");
+        EditModel& e = rig.edit();
+        AppPlayer& p = rig.player();
+        const double d = e.duration();
+        QVERIFY(d > 15);
+        e.setCuts({cutAt(0, 0), cutAt(5, 1), cutAt(10, 0)});
+        e.setDrops({{0, 4, 1}, {1, 12, 0.8}});
+
+        // Space plays and pauses, clearing the selection each time.
+        e.select(1);
+        QVERIFY(rig.key(Qt::Key_Space, " "));
+        QVERIFY(p.isPlaying());
+        QVERIFY(!e.selectedSegment());
+        QVERIFY(rig.key(Qt::Key_Space, " "));
+        QVERIFY(!p.isPlaying());
+
+        // Arrows: five seconds, or one frame with shift.
+        p.seek(7);
+        QVERIFY(rig.key(Qt::Key_Right));
+        QCOMPARE(p.currentTime(), 12.0);
+        QVERIFY(rig.key(Qt::Key_Left, {}, Qt::ShiftModifier));
+        QVERIFY(std::abs(p.currentTime() - 11.96) < 1e-9);
+        QVERIFY(rig.key(Qt::Key_Left));
+        QVERIFY(std::abs(p.currentTime() - 6.96) < 1e-9);
+        QVERIFY(rig.key(Qt::Key_Right, {}, Qt::ShiftModifier));
+        QVERIFY(std::abs(p.currentTime() - 7.0) < 1e-9);
+
+        // Up and down jump between cuts.
+        QVERIFY(rig.key(Qt::Key_Down));
+        QCOMPARE(p.currentTime(), 10.0);
+        QVERIFY(rig.key(Qt::Key_Up));
+        QCOMPARE(p.currentTime(), 5.0);
+
+        // D goes to the next drop; a capital D with shift goes back.
+        p.seek(6);
+        QVERIFY(rig.key(Qt::Key_D, "d"));
+        QCOMPARE(p.currentTime(), 12.0);
+        QVERIFY(rig.key(Qt::Key_D, "D", Qt::ShiftModifier));
+        QCOMPARE(p.currentTime(), 4.0);
+
+        // Effects act on the plan under the play head when stopped.
+        p.seek(6);
+        const auto planEffect = [&] { return e.segments()[size_t(*e.segmentIndex(p.currentTime()))].effect; };
+        QVERIFY(rig.key(Qt::Key_E, "e"));
+        QCOMPARE(planEffect(), PlanEffect::shake);
+        QVERIFY(rig.key(Qt::Key_N, "n"));
+        QCOMPARE(planEffect(), PlanEffect::none);
+        QVERIFY(rig.key(Qt::Key_Z, "z"));
+        QVERIFY(planEffect() == PlanEffect::zoomIn || planEffect() == PlanEffect::zoomOut);
+        QVERIFY(rig.key(Qt::Key_A, "a"));
+        QCOMPARE(planEffect(), PlanEffect::automatic);
+        const auto looks = [&] { return e.segments()[size_t(*e.segmentIndex(p.currentTime()))].looks; };
+        QVERIFY(rig.key(Qt::Key_B, "b"));
+        QVERIFY(looks().lens.has_value());
+        QVERIFY(rig.key(Qt::Key_M, "m"));
+        QVERIFY(looks().shutter.has_value());
+        QVERIFY(rig.key(Qt::Key_V, "v"));
+        QVERIFY(looks().vhs.has_value());
+
+        // I, O and X set and clear the export range.
+        p.seek(3);
+        QVERIFY(rig.key(Qt::Key_I, "i"));
+        p.seek(14);
+        QVERIFY(rig.key(Qt::Key_O, "o"));
+        QCOMPARE(e.exportRange(), (TimeRange{3, 14}));
+        QVERIFY(rig.key(Qt::Key_X, "x"));
+        QCOMPARE(e.exportRange(), (TimeRange{0, d}));
+
+        // C splits; K splits only with Ctrl.
+        p.seek(7.5);
+        const size_t before = e.cuts().size();
+        QVERIFY(rig.key(Qt::Key_C, "c"));
+        QCOMPARE(e.cuts().size(), before + 1);
+        p.seek(8.5);
+        QVERIFY(!rig.key(Qt::Key_K, "k"));
+        QCOMPARE(e.cuts().size(), before + 1);
+        QVERIFY(rig.key(Qt::Key_K, "k", Qt::ControlModifier));
+        QCOMPARE(e.cuts().size(), before + 2);
+
+        // Delete and forward delete remove the cut of the plan under the play head.
+        QVERIFY(rig.key(Qt::Key_Backspace));
+        QCOMPARE(e.cuts().size(), before + 1);
+        p.seek(7.6);
+        QVERIFY(rig.key(Qt::Key_Delete));
+        QCOMPARE(e.cuts().size(), before);
+
+        // Escape clears the selection.
+        e.select(0);
+        QVERIFY(rig.key(Qt::Key_Escape));
+        QVERIFY(!e.selectedSegment());
+
+        // Zoom keys, both spellings.
+        QVERIFY(rig.key(Qt::Key_Plus, "+"));
+        QCOMPARE(e.zoom(), 1.5);
+        QVERIFY(rig.key(Qt::Key_Equal, "="));
+        QCOMPARE(e.zoom(), 2.25);
+        QVERIFY(rig.key(Qt::Key_Minus, "-"));
+        QCOMPARE(e.zoom(), 1.5);
+        QVERIFY(rig.key(Qt::Key_ParenRight, ")"));
+        QCOMPARE(e.zoom(), 1.0);
+
+        // A key that means nothing, or a press without characters, goes on.
+        QVERIFY(!rig.key(Qt::Key_Q, "q"));
+        QVERIFY(!rig.key(Qt::Key_F5));
+    }
+
+    void cameraKeysOfBothKeyboards() {
+        const QString digits = QStringLiteral("12345678"), azerty = QStringLiteral("&é\"'(§è!");
+        for (int i = 0; i < 8; ++i) {
+            QCOMPARE(KeyMap::camera(digits[i]), std::optional<int>(i));
+            QCOMPARE(KeyMap::camera(azerty[i]), std::optional<int>(i));
+        }
+        QVERIFY(!KeyMap::camera(QChar(u'9')));
+
+        Rig rig;
+        QVERIFY2(rig.openSet(), "the generated set opens");
+        EditModel& e = rig.edit();
+        e.setCuts({cutAt(0, 0)});
+        const TimeRange films = rig.player().angles()[1].ranges.front();
+        rig.player().seek((films.start + films.end) / 2);
+        // Stopped: "é" puts camera 2 on the plan under the play head.
+        QVERIFY(rig.key(Qt::Key_2, QStringLiteral("é")));
+        QCOMPARE(e.segments()[size_t(*e.segmentIndex(rig.player().currentTime()))].camera, 1);
+    }
+
+    void aFocusedTextFieldKeepsItsKeys() {
+        Rig rig;
+        QVERIFY2(rig.openSet(), "the generated set opens");
+        rig.window.resize(1300, 800);
+        rig.window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&rig.window));
+        EditModel& e = rig.edit();
+        e.setCuts({cutAt(0, 0)});
+        const double t = rig.model.duration() / 2;
+        rig.player().seek(t);
+        // A text field of a side panel, holding the focus.
+        auto* field = new QLineEdit(&rig.workspace());
+        field->show();
+        field->setFocus();
+        QTest::keyClick(field, Qt::Key_C, Qt::NoModifier);
+        QCOMPARE(e.cuts().size(), size_t(1));
+        QCOMPARE(field->text(), QStringLiteral("c"));
+        // Back on the workspace, the same key splits.
+        rig.workspace().setFocus();
+        QTest::keyClick(&rig.workspace(), Qt::Key_C, Qt::NoModifier);
+        QCOMPARE(e.cuts().size(), size_t(2));
+        // Ctrl+K arrives as a control character; the letter is what counts.
+        rig.player().seek(t + 1);
+        QTest::keyClick(&rig.workspace(), Qt::Key_K, Qt::ControlModifier);
+        QCOMPARE(e.cuts().size(), size_t(3));
+    }
+};
+
+class LayoutTest : public QObject {
+    Q_OBJECT
+private slots:
+    void tilesForOneToEightCameras() {
+        // A wide zone: the grid widens before it grows rows, never past 4 columns.
+        const int wideColumns[] = {1, 2, 3, 4, 3, 3, 4, 4};
+        for (int n = 1; n <= 8; ++n) {
+            const TileLayout l = Monitors::tileLayout(n, 1200, 300);
+            QCOMPARE(l.columns, wideColumns[n - 1]);
+            QCOMPARE(l.rows, (n + l.columns - 1) / l.columns);
+            QCOMPARE(l.tileHeight, l.tileWidth * 9 / 16);
+        }
+        const TileLayout eight = Monitors::tileLayout(8, 1200, 300);
+        QCOMPARE(eight.columns, 4);
+        QCOMPARE(eight.rows, 2);
+        // A tall zone stacks them; no camera counts as one.
+        QCOMPARE(Monitors::tileLayout(8, 600, 800).columns, 2);
+        QCOMPARE(Monitors::tileLayout(0, 400, 300).columns, 1);
+        // A tie keeps the smaller count: here one column and two give tiles 250 wide.
+        const TileLayout two = Monitors::tileLayout(2, 508, 289.25);
+        QCOMPARE(two.tileWidth, 250.0);
+        QCOMPARE(two.columns, 1);
+    }
+
+    void wideAbove230Points() {
+        QCOMPARE(Monitors::tileLayout(1, 230, 1000).tileWidth, 230.0);
+        QVERIFY(!Monitors::tileLayout(1, 230, 1000).wide);
+        QVERIFY(Monitors::tileLayout(1, 231, 1000).wide);
+    }
+
+    void rulerSteps() {
+        QCOMPARE(Timeline::rulerStep(70), 1.0);
+        QCOMPARE(Timeline::rulerStep(69), 2.0);
+        QCOMPARE(Timeline::rulerStep(0.01), 3600.0);
+    }
+
+    void zoomSliderOnItsLogScale() {
+        QCOMPARE(Timeline::zoomAt(0), 1.0);
+        QVERIFY(std::abs(Timeline::zoomAt(1) - 60) < 1e-9);
+        QVERIFY(std::abs(Timeline::zoomAt(0.5) - std::sqrt(60.0)) < 1e-9);  // about 7.7
+        QVERIFY(std::abs(Timeline::sliderPosition(std::sqrt(60.0)) - 0.5) < 1e-12);
+        QCOMPARE(Timeline::roundLevel(-3.26), -3.5);
+        QCOMPARE(Timeline::roundLevel(1.24), 1.0);
+
+        Rig rig;
+        QVERIFY2(rig.openSet(), "the generated set opens");
+        auto* slider = rig.workspace().timeline()->findChild<QSlider*>();
+        QVERIFY(slider);
+        for (auto [value, zoom] : {std::pair{0, 1.0}, std::pair{500, std::sqrt(60.0)}, std::pair{1000, 60.0}}) {
+            slider->setValue(value);
+            QVERIFY(std::abs(rig.edit().zoom() - zoom) < 1e-6);
+        }
+    }
+};
+
+class TimelineTest : public QObject {
+    Q_OBJECT
+
+private slots:
+    void aDraggedCutIsOneUndo() {
+        Rig rig;
+        QVERIFY2(rig.openSet(), "the generated set opens");
+        EditModel& e = rig.edit();
+        e.setCuts({cutAt(0, 0), cutAt(6, 1), cutAt(12, 0)});
+        TimelineEditor* tl = rig.workspace().timeline();
+        tl->resize(1200, 400);
+        const size_t history = e.history().size();
+        const double y = tl->montageRect().center().y();
+        const double x = tl->xOf(6);
+        send(tl, QEvent::MouseButtonPress, {x, y}, Qt::LeftButton);
+        for (int step = 1; step <= 5; ++step) send(tl, QEvent::MouseMove, {x + step * 8.0, y}, Qt::LeftButton);
+        send(tl, QEvent::MouseButtonRelease, {x + 40, y}, Qt::NoButton);
+        QVERIFY(std::abs(e.cuts()[1].time - (6 + 40 / tl->pointsPerSecond())) < 1e-9);
+        QCOMPARE(e.history().size(), history + 1);
+        e.undo();
+        QCOMPARE(e.cuts()[1].time, 6.0);
+        // The first cut, at 0, has no handle: a drag there moves nothing.
+        send(tl, QEvent::MouseButtonPress, {tl->xOf(0) + 1, y}, Qt::LeftButton);
+        send(tl, QEvent::MouseMove, {tl->xOf(0) + 30, y}, Qt::LeftButton);
+        send(tl, QEvent::MouseButtonRelease, {tl->xOf(0) + 30, y}, Qt::NoButton);
+        QCOMPARE(e.cuts()[0].time, 0.0);
+    }
+
+    void rangeMarkersSnapToLandmarks() {
+        Rig rig;
+        QVERIFY2(rig.openSet(), "the generated set opens");
+        EditModel& e = rig.edit();
+        e.setCuts({cutAt(0, 0), cutAt(8, 1)});
+        rig.player().seek(0);
+        e.setRange(3, 15);
+        TimelineEditor* tl = rig.workspace().timeline();
+        tl->resize(1200, 400);
+        const double pps = tl->pointsPerSecond();
+        QVERIFY(pps * 4 > 20);  // the cut lies well beyond the snap distance at first
+        // Drag the in marker to 6 points short of the cut at 8 s: it lands on the cut.
+        const double y = 22, from = tl->xOf(3) + 3, to = tl->xOf(8) - 6 + 3;
+        send(tl, QEvent::MouseButtonPress, {from, y}, Qt::LeftButton);
+        send(tl, QEvent::MouseMove, {(from + to) / 2, y}, Qt::LeftButton);
+        send(tl, QEvent::MouseMove, {to, y}, Qt::LeftButton);
+        send(tl, QEvent::MouseButtonRelease, {to, y}, Qt::NoButton);
+        QCOMPARE(e.exportRange().start, 8.0);
+        QCOMPARE(e.exportRange().end, 15.0);
+        // Far from any landmark it stays where it is dropped.
+        const double free = tl->xOf(11) - tl->xOf(15);
+        send(tl, QEvent::MouseButtonPress, {tl->xOf(15) - 3, y}, Qt::LeftButton);
+        send(tl, QEvent::MouseMove, {tl->xOf(15) - 3 + free, y}, Qt::LeftButton);
+        send(tl, QEvent::MouseButtonRelease, {tl->xOf(15) - 3 + free, y}, Qt::NoButton);
+        QVERIFY(std::abs(e.exportRange().end - 11) < 1e-9);
+    }
+
+    void playingRepaintsThePlayheadNotTheLanes() {
+        Rig rig;
+        QVERIFY2(rig.openSet(), "the generated set opens");
+        rig.window.resize(1300, 800);
+        rig.window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&rig.window));
+        TimelineEditor* tl = rig.workspace().timeline();
+        QCoreApplication::processEvents();
+        const int renders = tl->laneRenders();
+        for (int i = 0; i < 30; ++i) {
+            rig.player().seek(1 + i / 30.0);
+            rig.workspace().tick();
+            QCoreApplication::processEvents();
+        }
+        QCOMPARE(tl->laneRenders(), renders);
+        rig.edit().setCuts({cutAt(0, 0), cutAt(5, 1)});
+        QCoreApplication::processEvents();
+        tl->repaint();
+        QCOMPARE(tl->laneRenders(), renders + 1);
+    }
+};
+
+class MonitorsTest : public QObject {
+    Q_OBJECT
+
+private slots:
+    void captionsAndEffectLabels() {
+        const AngleInfo angle{"Cam 1", true, {{10, 100}, {120, 200}}};
+        QCOMPARE(angleStatus(angle, 30).text, QStringLiteral("COUPE DANS 1:10"));
+        QVERIFY(!angleStatus(angle, 30).urgent);
+        QVERIFY(angleStatus(angle, 86).urgent);  // 14 s left
+        QCOMPARE(angleStatus(angle, 115).text, QStringLiteral("DÉMARRE DANS 0:05"));
+        QCOMPARE(angleStatus(angle, 200).text, QStringLiteral("TERMINÉE"));
+        QCOMPARE(angleStatus(AngleInfo{"Cam 2", false, {}}, 30).text, QStringLiteral("NON CALÉE"));
+
+        ResolvedEffect all;
+        all.zoom = -1;
+        all.shake = all.lens = all.shutter = all.vhs = true;
+        QCOMPARE(Monitors::effectLabel(all),
+                 QStringLiteral("ZOOM ARRIÈRE + ÉPAULE + FLOU OBJECTIF + FLOU MOUVEMENT + VHS"));
+        QCOMPARE(Monitors::effectLabel(ResolvedEffect{}), QString());
+    }
+
+    void cropWindowsFollowTheFormatAndTheDrag() {
+        Rig rig;
+        QVERIFY2(rig.openSet(), "the generated set opens");
+        MonitorsView* monitors = rig.workspace().monitors();
+        monitors->resize(1300, 500);
+        ScreenModel& screen = rig.content().screenModel();
+        // Landscape crops nothing: no window until the crop panel opens on the camera.
+        QVERIFY(!screen.showsCropWindow(0));
+        screen.openCrop(1);
+        QVERIFY(!screen.showsCropWindow(0));
+        QVERIFY(screen.showsCropWindow(1));
+        // Vertical: every tile shows the part the output keeps, a narrow window.
+        rig.model.setFormat(OutputFormat::portrait);
+        QVERIFY(screen.showsCropWindow(0));
+        const QRectF tile = monitors->tileRect(0), window = monitors->cropWindow(0);
+        QVERIFY(window.width() < tile.width() * 0.4);
+        QVERIFY(std::abs(window.center().x() - tile.center().x()) < 1);
+        // Dragging the window a fifth of the tile to the right moves the crop by 0.2.
+        const QPointF from = window.center(), to = from + QPointF(tile.width() * 0.2, 0);
+        send(monitors, QEvent::MouseButtonPress, from, Qt::LeftButton);
+        send(monitors, QEvent::MouseMove, (from + to) / 2, Qt::LeftButton);
+        send(monitors, QEvent::MouseMove, to, Qt::LeftButton);
+        send(monitors, QEvent::MouseButtonRelease, to, Qt::NoButton);
+        QVERIFY(std::abs(screen.framing(0).x - 0.2) < 1e-9);
+        QVERIFY(monitors->cropWindow(0).center().x() > window.center().x());
+        // Back to landscape, the camera whose crop moved still shows its window.
+        rig.model.setFormat(OutputFormat::landscape);
+        QVERIFY(screen.showsCropWindow(0));
+    }
+
+    void theStateLineFollowsPlaying() {
+        Rig rig;
+        QVERIFY2(rig.openSet(), "the generated set opens");
+        TransportBar* bar = rig.workspace().transport();
+        QCOMPARE(bar->stateText(), QStringLiteral("À L'ARRÊT · 1 à 8 = CHANGER LA CAMÉRA DU PLAN"));
+        rig.player().play();
+        QCOMPARE(bar->stateText(), QStringLiteral("EN LECTURE · 1 à 8 = COUPER"));
+        QCOMPARE(bar->formatText(), QStringLiteral("FORMAT 16:9"));
+        rig.model.setPreviewDivision(2);
+        QCOMPARE(bar->qualityText(), QStringLiteral("QUALITÉ 1/2"));
+    }
+};
+
+int main(int argc, char** argv) {
+    QApplication app(argc, argv);
+    int status = 0;
+    ScreensTest screens;
+    KeysTest keys;
+    LayoutTest layout;
+    TimelineTest timeline;
+    MonitorsTest monitors;
+    for (QObject* suite : std::initializer_list<QObject*>{&screens, &keys, &layout, &timeline, &monitors})
+        status |= QTest::qExec(suite, argc, argv);
+    return status;
+}
+
+#include "ScreensTest.moc"

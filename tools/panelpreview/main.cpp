@@ -1,0 +1,293 @@
+// quorvel-panelpreview: the workspace with its side panel open, over the
+// application model and a real set folder. The model opens the folder as the
+// program does (scan, stored or fresh synchronisation), the automatic editor
+// cuts the set, and the chosen panel shows on the right. Each camera's still
+// picture at the play head goes through the renderer the model hands to the
+// preview, so a grade set in the colour panel shows in the monitors. Used by
+// scripts/screenshots.sh.
+//
+//   quorvel-panelpreview <dossier du set> --panneau son|effets|drops|auto|etalo|recadrage|export|parametres
+//                        [--taille LxH] [--temps s] [--format 9:16] [--camera n] [--etalo-fort]
+//                        [--roues] [--cadrage x] [--export-en-cours fraction]
+//
+// `--roues` opens the colour panel's wheels, vignette and presets instead of
+// its first two sections. `--export-en-cours` holds a video export at that fraction, to show the
+// panel during an export: the real render is not part of this tool.
+// Once the window shows its pictures it prints "prêt" on standard output.
+#include <QApplication>
+#include <QTimer>
+#include <clocale>
+#include <utility>
+#include <iostream>
+
+#include "app/AppModel.h"
+#include "app/ClockPlayer.h"
+#include "base/Text.h"
+#include "looks/Image.h"
+#include "ui/ColorPanel.h"
+#include "ui/MainWindow.h"
+#include "ui/Monitors.h"
+#include "ui/Panels.h"
+#include "ui/QtPorts.h"
+#include "ui/ScreenModel.h"
+#include "ui/StillPictures.h"
+#include "ui/Theme.h"
+#include "ui/Workspace.h"
+
+namespace {
+
+using namespace qv;
+
+// The clock player, keeping the renderer the model hands to the preview.
+class LookedPlayer : public ClockPlayer {
+public:
+    using ClockPlayer::ClockPlayer;
+    void configureVideo(int division, std::shared_ptr<LookRenderer> renderer) override {
+        ClockPlayer::configureVideo(division, renderer);
+        renderer_ = std::move(renderer);
+        if (onLooks) onLooks();
+    }
+    const std::shared_ptr<LookRenderer>& renderer() const { return renderer_; }
+    std::function<void()> onLooks;
+
+private:
+    std::shared_ptr<LookRenderer> renderer_;
+};
+
+// The still pictures of the rushes, each through the look renderer: what
+// the monitors show of a grade while no decoding player draws them.
+class LookedPictures : public ui::AnglePictures {
+public:
+    explicit LookedPictures(const ui::StillPictures& raw) : raw_(raw) {}
+    QImage picture(int camera) const override {
+        return camera >= 0 && size_t(camera) < pictures_.size() ? pictures_[size_t(camera)] : QImage();
+    }
+    void render(LookRenderer* renderer, int cameras) {
+        const double t = raw_.shownTime().value_or(0);
+        pictures_.assign(size_t(cameras), QImage());
+        for (int c = 0; c < cameras; ++c) {
+            const QImage in = raw_.picture(c).convertToFormat(QImage::Format_RGBA8888);
+            if (in.isNull()) continue;
+            Image image = Image::fromRgba8(in.constBits(), in.width(), in.height(), int(in.bytesPerLine()));
+            if (renderer) image = renderer->process(std::move(image), c, t);
+            const std::vector<uint8_t> bytes = image.toRgba8();
+            pictures_[size_t(c)] =
+                QImage(bytes.data(), image.width(), image.height(), image.width() * 4, QImage::Format_RGBA8888).copy();
+        }
+    }
+
+private:
+    const ui::StillPictures& raw_;
+    std::vector<QImage> pictures_;
+};
+
+// A video export held at a fixed fraction (see the header).
+class HeldExport : public VideoExporter {
+public:
+    explicit HeldExport(double fraction) : fraction_(fraction) {}
+    void start(VideoJob, VideoCodec, const std::filesystem::path&, bool, std::function<void(VideoOutcome)> done) override {
+        done_ = std::move(done);
+    }
+    void cancel() override {
+        if (auto done = std::exchange(done_, nullptr)) done({VideoOutcome::Kind::cancelled, {}});
+    }
+    bool isRunning() const override { return bool(done_); }
+    double progress() const override { return fraction_; }
+
+private:
+    double fraction_;
+    std::function<void(VideoOutcome)> done_;
+};
+
+struct Options {
+    std::filesystem::path folder;
+    int width = 1600, height = 1000;
+    RightPanel panel = RightPanel::none;
+    std::optional<double> time;
+    OutputFormat format = OutputFormat::landscape;
+    int camera = 0;
+    bool strongGrade = false;
+    bool wheels = false;
+    std::optional<double> cropX;
+    std::optional<double> exporting;
+};
+
+std::optional<Options> parse(const QStringList& args) {
+    static const std::pair<const char*, RightPanel> panels[] = {
+        {"son", RightPanel::sound},         {"effets", RightPanel::effects}, {"drops", RightPanel::drops},
+        {"auto", RightPanel::automatic},    {"etalo", RightPanel::color},    {"recadrage", RightPanel::crop},
+        {"export", RightPanel::exportPanel}, {"parametres", RightPanel::settings}};
+    Options o;
+    for (int i = 1; i < args.size(); ++i) {
+        const QString a = args[i];
+        auto next = [&]() -> std::string { return i + 1 < args.size() ? args[++i].toStdString() : std::string(); };
+        if (a == "--scene-pret") {
+            // The program's own flag; this tool always says "prêt".
+        } else if (a == "--taille" || a == "--scene-taille") {
+            auto wh = split(next(), 'x');
+            if (wh.size() != 2) return std::nullopt;
+            o.width = int(parseInteger(wh[0]).value_or(1600));
+            o.height = int(parseInteger(wh[1]).value_or(1000));
+        } else if (a == "--panneau") {
+            const std::string name = next();
+            bool found = false;
+            for (auto [n, p] : panels)
+                if (name == n) o.panel = p, found = true;
+            if (!found) return std::nullopt;
+        } else if (a == "--temps") {
+            o.time = parseDouble(next());
+        } else if (a == "--format") {
+            auto f = outputFormatFromRaw(next());
+            if (!f) return std::nullopt;
+            o.format = *f;
+        } else if (a == "--camera") {
+            o.camera = int(parseInteger(next()).value_or(1)) - 1;
+        } else if (a == "--etalo-fort") {
+            o.strongGrade = true;
+        } else if (a == "--roues") {
+            o.wheels = true;
+        } else if (a == "--cadrage") {
+            o.cropX = parseDouble(next());
+        } else if (a == "--export-en-cours") {
+            o.exporting = parseDouble(next());
+        } else if (o.folder.empty() && !a.startsWith("--")) {
+            o.folder = a.toStdString();
+        } else {
+            return std::nullopt;
+        }
+    }
+    if (o.folder.empty()) return std::nullopt;
+    return o;
+}
+
+// A grade no one can miss: warm, contrasted, saturated, with a vignette.
+ColorGrade strongGrade() {
+    ColorGrade g = ColorGrade::neutral;
+    g.temperature = 70;
+    g.tint = 25;
+    g.exposure = 0.35;
+    g.contrast = 45;
+    g.shadows = -20;
+    g.saturation = 160;
+    g.vignette = 1.6;
+    g.wheelShadows = {230, 0.45, -10};
+    g.wheelHighlights = {45, 0.5, 10};
+    return g;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    QApplication app(argc, argv);
+    std::setlocale(LC_NUMERIC, "C");
+    ui::Theme::apply(app);
+    const auto options = parse(app.arguments());
+    if (!options) {
+        std::cerr << "Usage : quorvel-panelpreview <dossier du set> --panneau son|effets|drops|auto|etalo|recadrage|"
+                     "export|parametres [--taille LxH] [--temps s] [--format 9:16] [--camera n] [--etalo-fort] "
+                     "[--roues] [--cadrage x] [--export-en-cours fraction]\n";
+        return 2;
+    }
+
+    ui::QtMainThread main;
+    ui::QtDialogs dialogs;
+    ui::QtFileViewer viewer;
+    std::shared_ptr<LookedPlayer> player;
+    PlayerFactory factory = [&player](const std::vector<MediaSource>& sources, const SyncResult& result,
+                                      MainThread& thread) -> std::shared_ptr<AppPlayer> {
+        player = std::make_shared<LookedPlayer>(sources, result, thread);
+        return player;
+    };
+    std::shared_ptr<VideoExporter> exporter;
+    if (options->exporting) exporter = std::make_shared<HeldExport>(*options->exporting);
+    AppModel model(AppModel::Services{main, dialogs, viewer, AppSettings::shared(), factory, exporter, {}});
+    ui::ModelObject object(model);
+    ui::StillPictures raw;
+    LookedPictures pictures(raw);
+    ui::ScreenModel screen(model, object, &pictures);
+
+    std::unique_ptr<ui::Workspace> window;
+    QTimer wait;
+    wait.setInterval(50);
+    QObject::connect(&wait, &QTimer::timeout, [&] {
+        if (model.isWorking() || !player) {
+            if (!model.isWorking() && !model.result() && !model.sources().empty()) {
+                std::cerr << "Aucun fichier calé dans ce dossier.\n";
+                app.exit(1);
+            }
+            return;
+        }
+        wait.stop();
+
+        // The scene: an automatic edit, shake on one camera, the format and crops asked.
+        model.runAuto(false);
+        EffectSettings e = model.effects();
+        e.shakeEnabled = true;
+        if (auto id = model.cameraId(std::min(1, model.cameraCount() - 1))) e.shakeCameras.insert(*id);
+        model.setEffects(e);
+        model.setFormat(options->format);
+        if (options->cropX)
+            for (int c = 0; c < model.cameraCount(); ++c) model.setFraming({1, *options->cropX * (c % 2 ? -1 : 1), 0}, c);
+        if (options->strongGrade && model.cameraCount() > 1) model.setGrade(strongGrade(), 1);
+        model.setEditedCamera(std::clamp(options->camera, 0, std::max(0, model.cameraCount() - 1)));
+        if (options->panel == RightPanel::drops && !model.drops().empty()) model.edit().focusDrop(model.drops()[0]);
+        if (options->exporting) {
+            model.settings().setExportTarget(ExportTarget::video);
+            model.exportVideo();
+        }
+        model.setRightPanel(options->panel);
+
+        std::vector<std::vector<PlacedItem>> files(size_t(model.cameraCount()));
+        const auto cameras = model.cameraSources();
+        for (const PlacedItem& p : model.result()->placed)
+            for (size_t c = 0; c < cameras.size(); ++c)
+                if (p.sourceIndex == cameras[c]) files[c].push_back(p);
+        raw.setFiles(std::move(files));
+        window = std::make_unique<ui::Workspace>(screen);
+        window->setPictures(&raw);
+        auto* side = new ui::SidePanel(model, object);
+        window->setSidePanel(side);
+        if (auto* color = qobject_cast<ui::ColorPanel*>(side->page()); color && options->wheels) {
+            color->setSectionOpen("base", false);
+            color->setSectionOpen("creatif", false);
+            color->setSectionOpen("roues", true);
+            color->setSectionOpen("vignette", true);
+            color->setSectionOpen("presets", true);
+        }
+        auto relook = [&] {
+            pictures.render(player->renderer().get(), model.cameraCount());
+            if (window) window->monitors()->update();
+        };
+        QObject::connect(&raw, &ui::StillPictures::updated, window.get(), relook);
+        player->onLooks = relook;
+        window->setWindowTitle(QStringLiteral("Quorvel"));
+        window->resize(options->width, options->height);
+        window->move(0, 0);
+        window->show();
+
+        // Unless told, the moment where the most cameras film, the edited one among them.
+        double t = model.duration() * 0.4;
+        int best = -1;
+        for (double at = 1; at < model.duration() - 1; at += 0.5) {
+            int score = 0;
+            for (int c = 0; c < model.cameraCount(); ++c)
+                if (model.edit().hasFeed(c, at)) score += c == model.editedCamera() ? 100 : 1;
+            if (score > best) best = score, t = at;
+        }
+        if (options->time) t = *options->time;
+        if (options->panel == RightPanel::drops && !model.drops().empty()) t = model.drops()[0].time + 1.5;
+        player->seek(t);
+        model.applyLooks();
+        QObject::connect(&raw, &ui::StillPictures::updated, window.get(), [] {
+            static bool said = false;
+            if (said) return;
+            said = true;
+            QTimer::singleShot(800, [] { std::cout << "prêt" << std::endl; });
+        });
+    });
+    model.open(options->folder, true);
+    wait.start();
+    const int status = app.exec();
+    window.reset();
+    return status;
+}

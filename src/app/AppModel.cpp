@@ -77,7 +77,10 @@ AppModel::~AppModel() {
     if (worker_.joinable()) worker_.join();
     if (autosaveTimer_) services_.main.cancel(autosaveTimer_);
     if (looksTimer_) services_.main.cancel(looksTimer_);
-    if (player_) player_->setTimeObserver({});
+    if (player_) {
+        player_->setTimeObserver({});
+        player_->setFrameObserver({});
+    }
 }
 
 // --- Signals and the autosave
@@ -408,6 +411,7 @@ void AppModel::scanned(std::vector<MediaSource> sources, std::optional<ProjectFi
 void AppModel::resetSync() {
     if (player_) {
         player_->setTimeObserver({});
+        player_->setFrameObserver({});
         player_->stop();
     }
     player_.reset();
@@ -479,6 +483,9 @@ void AppModel::install(SyncResult result, const std::vector<MediaSource>& source
         edit_.setPlayer(player_);
         if (player_) {
             player_->setTimeObserver([this](double) { refreshFollow(); });
+            player_->setFrameObserver([this] {
+                if (onFrames_) onFrames_();
+            });
             notify(Field::player);
             applyAudio();
             applyLooks();

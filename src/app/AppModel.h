@@ -68,6 +68,9 @@ public:
     AppModel& operator=(const AppModel&) = delete;
 
     void setOnChange(std::function<void(Field)> onChange) { onChange_ = std::move(onChange); }
+    // Called when the player's shown pictures may have changed. It is no
+    // change of the project: nothing is saved or published for it.
+    void setOnFrames(std::function<void()> onFrames) { onFrames_ = std::move(onFrames); }
 
     // --- Published fields.
     const std::optional<std::filesystem::path>& folder() const { return folder_; }
@@ -242,6 +245,7 @@ private:
     Services services_;
     EditModel edit_;
     std::function<void(Field)> onChange_;
+    std::function<void()> onFrames_;
     std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
     std::thread worker_;
 

@@ -58,6 +58,8 @@ std::optional<PixelSize> MulticamAppPlayer::pictureSize(int camera) const {
 }
 
 void MulticamAppPlayer::changed() {
+    // New pictures while paused must repaint without touching the model.
+    if (frames_) frames_();
     const double t = player_->currentTime();
     if (t == reported_) return;
     reported_ = t;

@@ -46,6 +46,7 @@ public:
     void setTimeObserver(std::function<void(double)> observer) override { observer_ = std::move(observer); }
     std::optional<PixelSize> pictureSize(int camera) const override;
     std::shared_ptr<const PreviewFrame> shownFrame(int camera) const override { return player_->shownFrame(camera); }
+    void setFrameObserver(std::function<void()> observer) override { frames_ = std::move(observer); }
 
     MulticamPlayer& engine() { return *player_; }
 
@@ -56,6 +57,7 @@ private:
     std::shared_ptr<Wake> wake_;
     std::unique_ptr<MulticamPlayer> player_;
     std::function<void(double)> observer_;
+    std::function<void()> frames_;
     double reported_ = -1;
 };
 

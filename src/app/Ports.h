@@ -91,6 +91,9 @@ public:
     // The picture a camera's monitor shows now; null where it shows none
     // (a player without pictures never has one).
     virtual std::shared_ptr<const PreviewFrame> shownFrame(int /*camera*/) const { return nullptr; }
+    // Called on the main thread when the shown pictures or the time may have
+    // changed, for repaints only (a player without pictures never calls it).
+    virtual void setFrameObserver(std::function<void()> /*observer*/) {}
 };
 
 using PlayerFactory =

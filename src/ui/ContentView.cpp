@@ -31,7 +31,6 @@
 #include "ui/Panels.h"
 #include "ui/QtPorts.h"
 #include "ui/ScreenModel.h"
-#include "ui/StillPictures.h"
 #include "ui/Theme.h"
 #include "ui/Widgets.h"
 #include "ui/Workspace.h"
@@ -511,10 +510,10 @@ ContentView::Screen ContentView::screenFor(const AppModel& model) {
 }
 
 ContentView::ContentView(AppModel& model, ModelObject& object, QWidget* parent)
-    : QWidget(parent), model_(model), object_(object), pictures_(std::make_unique<StillPictures>()) {
+    : QWidget(parent), model_(model), object_(object) {
     setAcceptDrops(true);
     setAutoFillBackground(true);
-    screenModel_ = std::make_unique<ScreenModel>(model_, object_, pictures_.get());
+    screenModel_ = std::make_unique<ScreenModel>(model_, object_);
 
     auto* column = new QVBoxLayout(this);
     column->setContentsMargins(0, 0, 0, 0);
@@ -576,7 +575,7 @@ ContentView::ContentView(AppModel& model, ModelObject& object, QWidget* parent)
     dropFrame_->hide();
 
     connect(&object_, &ModelObject::changed, this, &ContentView::refresh);
-    connect(pictures_.get(), &StillPictures::updated, this, [this] {
+    connect(&object_, &ModelObject::framesChanged, this, [this] {
         if (workspace_) workspace_->monitors()->update();
     });
     refresh();
@@ -597,15 +596,7 @@ void ContentView::refresh() {
         workspacePlayer_ = nullptr;
     }
     if (!workspace_ && model_.player()) {
-        std::vector<std::vector<PlacedItem>> files(size_t(model_.cameraCount()));
-        const auto cameraSources = model_.cameraSources();
-        if (model_.result())
-            for (const PlacedItem& p : model_.result()->placed)
-                for (size_t c = 0; c < cameraSources.size(); ++c)
-                    if (cameraSources[c] == p.sourceIndex) files[c].push_back(p);
-        pictures_->setFiles(std::move(files));
         workspace_ = new Workspace(*screenModel_, stack_);
-        workspace_->setPictures(pictures_.get());
         workspace_->setSidePanel(new SidePanel(model_, object_));
         workspacePlayer_ = model_.player();
         stack_->addWidget(workspace_);

@@ -22,7 +22,6 @@ namespace qv::ui {
 
 class ModelObject;
 class ScreenModel;
-class StillPictures;
 class Workspace;
 class QuorvelButton;
 class QuorvelLabel;
@@ -96,7 +95,6 @@ public:
     Screen screen() const { return screen_; }
     Workspace* workspace() const { return workspace_; }
     HomeView* home() const { return home_; }
-    StillPictures* pictures() const { return pictures_.get(); }
     ScreenModel& screenModel() const { return *screenModel_; }
     // A drop of file URLs: the first one counts, and only a folder opens.
     bool dropUrls(const QList<QUrl>& urls);
@@ -114,7 +112,6 @@ private:
 
     AppModel& model_;
     ModelObject& object_;
-    std::unique_ptr<StillPictures> pictures_;
     std::unique_ptr<ScreenModel> screenModel_;
     QStackedWidget* stack_ = nullptr;
     HomeView* home_ = nullptr;

@@ -28,6 +28,7 @@ ModelObject::ModelObject(AppModel& model) {
             emit changed();
         });
     });
+    model.setOnFrames([this] { emit framesChanged(); });
 }
 
 MainWindow::MainWindow(AppModel& model, ModelObject& object) : model_(model) {

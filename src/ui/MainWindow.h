@@ -22,6 +22,8 @@ public:
 
 signals:
     void changed();
+    // The player's pictures may have changed: repaint the monitors.
+    void framesChanged();
 
 private:
     bool queued_ = false;

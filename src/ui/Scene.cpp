@@ -8,7 +8,6 @@
 #include "base/Text.h"
 #include "ui/ContentView.h"
 #include "ui/MainWindow.h"
-#include "ui/StillPictures.h"
 #include "ui/Workspace.h"
 
 namespace qv::ui {
@@ -19,6 +18,7 @@ std::unique_ptr<Scene> Scene::start(AppModel& model, ModelObject& object, MainWi
         return nullptr;
     std::unique_ptr<Scene> scene(new Scene(model, window, arguments));
     connect(&object, &ModelObject::changed, scene.get(), &Scene::step);
+    connect(&object, &ModelObject::framesChanged, scene.get(), &Scene::framesShown);
     QTimer::singleShot(800, scene.get(), &Scene::step);
     return scene;
 }
@@ -99,11 +99,17 @@ void Scene::apply() {
     if (has("--scene-lecture")) player->play();
     // Pictures that do not come (a camera without video) must not hold the scene up.
     QTimer::singleShot(5000, this, &Scene::ready);
+    set_ = true;
     Workspace* workspace = window_.content()->workspace();
     if (!workspace) return;
     workspace->tick();
-    if (StillPictures* pictures = window_.content()->pictures())
-        connect(pictures, &StillPictures::updated, this, [this] { QTimer::singleShot(500, this, &Scene::ready); });
+}
+
+void Scene::framesShown() {
+    // The first pictures after the scene is set, given a moment to settle.
+    if (!set_ || framed_) return;
+    framed_ = true;
+    QTimer::singleShot(500, this, &Scene::ready);
 }
 
 void Scene::ready() {

@@ -39,6 +39,7 @@ private:
     Scene(AppModel& model, MainWindow& window, std::vector<std::string> arguments);
     void step();
     void apply();
+    void framesShown();
     void ready();
     bool has(const char* flag) const;
     std::string value(const char* flag) const;
@@ -47,6 +48,8 @@ private:
     MainWindow& window_;
     std::vector<std::string> args_;
     bool applied_ = false;
+    bool set_ = false;     // apply has run
+    bool framed_ = false;  // pictures came after it
     bool said_ = false;
 };
 

@@ -1,6 +1,9 @@
 #include "ui/ScreenModel.h"
 
+#include <memory>
+
 #include "base/Format.h"
+#include "playback/TrackReader.h"
 #include "ui/MainWindow.h"
 
 namespace qv::ui {
@@ -20,9 +23,26 @@ AngleStatus angleStatus(const AngleInfo& angle, double t) {
     return {QStringLiteral("TERMINÉE"), false};
 }
 
-ScreenModel::ScreenModel(AppModel& app, ModelObject& object, const AnglePictures* pictures)
-    : app_(app), pictures_(pictures) {
+ScreenModel::ScreenModel(AppModel& app, ModelObject& object) : app_(app) {
     connect(&object, &ModelObject::changed, this, &ScreenModel::changed);
+}
+
+QImage ScreenModel::picture(int camera) const {
+    const AppPlayer* player = app_.player();
+    if (!player) return {};
+    auto frame = player->shownFrame(camera);
+    if (!frame || frame->width <= 0 || frame->height <= 0 ||
+        frame->rgba.size() < size_t(frame->width) * size_t(frame->height) * 4)
+        return {};
+    // The image keeps the frame alive rather than copying its pixels: the
+    // holder is handed to QImage, which gives it back to the cleanup.
+    using Held = std::shared_ptr<const PreviewFrame>;
+    auto holder = std::make_unique<Held>(frame);
+    QImage image(frame->rgba.data(), frame->width, frame->height, frame->width * 4, QImage::Format_RGBA8888,
+                 [](void* held) { std::unique_ptr<Held>(static_cast<Held*>(held)); }, holder.get());
+    if (image.isNull()) return {};
+    holder.release();
+    return image;
 }
 
 PixelSize ScreenModel::outputSize(int camera) const {

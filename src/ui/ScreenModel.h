@@ -1,6 +1,6 @@
 // ScreenModel: the application model as the screens of an open set read it.
 // It turns camera numbers and source indices into the model's source ids,
-// and holds where the monitors' pictures come from. Its `changed` is the
+// and hands the monitors the player's pictures. Its `changed` is the
 // model's (coalesced once per turn of the event loop); widgets answer it by
 // pulling state. It keeps nothing of its own. Main thread only.
 #pragma once
@@ -13,14 +13,6 @@
 namespace qv::ui {
 
 class ModelObject;
-
-// Pictures of the angles at the player's present time.
-class AnglePictures {
-public:
-    virtual ~AnglePictures() = default;
-    // Null when the camera has no picture yet.
-    virtual QImage picture(int camera) const = 0;
-};
 
 struct TrackMix {
     bool muted = false;
@@ -37,13 +29,15 @@ AngleStatus angleStatus(const AngleInfo& angle, double t);
 class ScreenModel : public QObject {
     Q_OBJECT
 public:
-    // `app` and `object` must outlive this; `pictures` may be null.
-    ScreenModel(AppModel& app, ModelObject& object, const AnglePictures* pictures = nullptr);
+    // `app` and `object` must outlive this.
+    ScreenModel(AppModel& app, ModelObject& object);
 
     AppModel& app() const { return app_; }
     EditModel& edit() const { return app_.edit(); }
     AppPlayer* player() const { return app_.player(); }
-    QImage picture(int camera) const { return pictures_ ? pictures_->picture(camera) : QImage(); }
+    // The player's shown picture of a camera, graded and scaled already,
+    // sharing the player's pixels; null when it shows none.
+    QImage picture(int camera) const;
 
     const std::vector<MediaSource>& sources() const { return app_.sources(); }
     std::vector<int> cameraSources() const { return app_.cameraSources(); }
@@ -73,7 +67,6 @@ signals:
 
 private:
     AppModel& app_;
-    const AnglePictures* pictures_;
 };
 
 }  // namespace qv::ui

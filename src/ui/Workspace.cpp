@@ -10,7 +10,6 @@
 
 #include "base/Format.h"
 #include "ui/Monitors.h"
-#include "ui/StillPictures.h"
 #include "ui/Theme.h"
 #include "ui/TimelineEditor.h"
 #include "ui/Widgets.h"
@@ -263,7 +262,6 @@ void Workspace::tick() {
     const double t = player ? player->currentTime() : 0;
     if (t != shownTime_) {
         shownTime_ = t;
-        if (pictures_) pictures_->request(t);
         monitors_->update();
     }
 }

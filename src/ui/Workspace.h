@@ -20,7 +20,6 @@ namespace qv::ui {
 class MonitorsView;
 class TimelineEditor;
 class SymbolButton;
-class StillPictures;
 
 // The bar under the monitors: play, time, state, format, quality, key strip
 // and the timeline's zoom.
@@ -65,8 +64,6 @@ public:
     TimelineEditor* timeline() const { return timeline_; }
     // The side panel, on the right of monitors and timeline, full height.
     void setSidePanel(QWidget* panel);
-    // Where the monitors' pictures are asked for at each new time; may be null.
-    void setPictures(StillPictures* pictures) { pictures_ = pictures; }
     // One step of the screen's clock (the timer calls it 30 times a second).
     void tick();
 
@@ -84,7 +81,6 @@ private:
     TimelineEditor* timeline_ = nullptr;
     QLabel* toast_ = nullptr;
     QHBoxLayout* row_ = nullptr;
-    StillPictures* pictures_ = nullptr;
     double shownTime_ = -1;
     QTimer clock_;
 };

@@ -1,9 +1,9 @@
 // quorvel-panelpreview: the workspace with its side panel open, over the
 // application model and a real set folder. The model opens the folder as the
 // program does (scan, stored or fresh synchronisation), the automatic editor
-// cuts the set, and the chosen panel shows on the right. Each camera's still
-// picture at the play head goes through the renderer the model hands to the
-// preview, so a grade set in the colour panel shows in the monitors. Used by
+// cuts the set, and the chosen panel shows on the right. The real player
+// decodes the rushes (silently) through the renderer the model hands it, so a
+// grade set in the colour panel shows in the monitors. Used by
 // scripts/screenshots.sh.
 //
 //   quorvel-panelpreview <dossier du set> --panneau son|effets|drops|auto|etalo|recadrage|export|parametres
@@ -21,65 +21,20 @@
 #include <iostream>
 
 #include "app/AppModel.h"
-#include "app/ClockPlayer.h"
+#include "app/MulticamAppPlayer.h"
 #include "base/Text.h"
-#include "looks/Image.h"
 #include "ui/ColorPanel.h"
 #include "ui/MainWindow.h"
 #include "ui/Monitors.h"
 #include "ui/Panels.h"
 #include "ui/QtPorts.h"
 #include "ui/ScreenModel.h"
-#include "ui/StillPictures.h"
 #include "ui/Theme.h"
 #include "ui/Workspace.h"
 
 namespace {
 
 using namespace qv;
-
-// The clock player, keeping the renderer the model hands to the preview.
-class LookedPlayer : public ClockPlayer {
-public:
-    using ClockPlayer::ClockPlayer;
-    void configureVideo(int division, std::shared_ptr<LookRenderer> renderer) override {
-        ClockPlayer::configureVideo(division, renderer);
-        renderer_ = std::move(renderer);
-        if (onLooks) onLooks();
-    }
-    const std::shared_ptr<LookRenderer>& renderer() const { return renderer_; }
-    std::function<void()> onLooks;
-
-private:
-    std::shared_ptr<LookRenderer> renderer_;
-};
-
-// The still pictures of the rushes, each through the look renderer: what
-// the monitors show of a grade while no decoding player draws them.
-class LookedPictures : public ui::AnglePictures {
-public:
-    explicit LookedPictures(const ui::StillPictures& raw) : raw_(raw) {}
-    QImage picture(int camera) const override {
-        return camera >= 0 && size_t(camera) < pictures_.size() ? pictures_[size_t(camera)] : QImage();
-    }
-    void render(LookRenderer* renderer, int cameras) {
-        const double t = raw_.shownTime().value_or(0);
-        pictures_.assign(size_t(cameras), QImage());
-        for (int c = 0; c < cameras; ++c) {
-            const QImage in = raw_.picture(c).convertToFormat(QImage::Format_RGBA8888);
-            if (in.isNull()) continue;
-            Image image = Image::fromRgba8(in.constBits(), in.width(), in.height(), int(in.bytesPerLine()));
-            if (renderer) image = renderer->process(std::move(image), c, t);
-            const std::vector<uint8_t> bytes = image.toRgba8();
-            pictures_[size_t(c)] =
-                QImage(bytes.data(), image.width(), image.height(), image.width() * 4, QImage::Format_RGBA8888).copy();
-        }
-    }
-
-private:
-    const ui::StillPictures& raw_;
-    std::vector<QImage> pictures_;
-};
 
 // A video export held at a fixed fraction (see the header).
 class HeldExport : public VideoExporter {
@@ -192,19 +147,19 @@ int main(int argc, char** argv) {
     ui::QtMainThread main;
     ui::QtDialogs dialogs;
     ui::QtFileViewer viewer;
-    std::shared_ptr<LookedPlayer> player;
-    PlayerFactory factory = [&player](const std::vector<MediaSource>& sources, const SyncResult& result,
-                                      MainThread& thread) -> std::shared_ptr<AppPlayer> {
-        player = std::make_shared<LookedPlayer>(sources, result, thread);
-        return player;
+    AppPlayer* player = nullptr;
+    PlayerFactory factory = [&player, make = MulticamAppPlayer::factory()](
+                                const std::vector<MediaSource>& sources, const SyncResult& result,
+                                MainThread& thread) -> std::shared_ptr<AppPlayer> {
+        auto made = make(sources, result, thread);
+        player = made.get();
+        return made;
     };
     std::shared_ptr<VideoExporter> exporter;
     if (options->exporting) exporter = std::make_shared<HeldExport>(*options->exporting);
     AppModel model(AppModel::Services{main, dialogs, viewer, AppSettings::shared(), factory, exporter, {}});
     ui::ModelObject object(model);
-    ui::StillPictures raw;
-    LookedPictures pictures(raw);
-    ui::ScreenModel screen(model, object, &pictures);
+    ui::ScreenModel screen(model, object);
 
     std::unique_ptr<ui::Workspace> window;
     QTimer wait;
@@ -237,14 +192,7 @@ int main(int argc, char** argv) {
         }
         model.setRightPanel(options->panel);
 
-        std::vector<std::vector<PlacedItem>> files(size_t(model.cameraCount()));
-        const auto cameras = model.cameraSources();
-        for (const PlacedItem& p : model.result()->placed)
-            for (size_t c = 0; c < cameras.size(); ++c)
-                if (p.sourceIndex == cameras[c]) files[c].push_back(p);
-        raw.setFiles(std::move(files));
         window = std::make_unique<ui::Workspace>(screen);
-        window->setPictures(&raw);
         auto* side = new ui::SidePanel(model, object);
         window->setSidePanel(side);
         if (auto* color = qobject_cast<ui::ColorPanel*>(side->page()); color && options->wheels) {
@@ -254,12 +202,8 @@ int main(int argc, char** argv) {
             color->setSectionOpen("vignette", true);
             color->setSectionOpen("presets", true);
         }
-        auto relook = [&] {
-            pictures.render(player->renderer().get(), model.cameraCount());
-            if (window) window->monitors()->update();
-        };
-        QObject::connect(&raw, &ui::StillPictures::updated, window.get(), relook);
-        player->onLooks = relook;
+        QObject::connect(&object, &ui::ModelObject::framesChanged, window.get(),
+                         [&] { window->monitors()->update(); });
         window->setWindowTitle(QStringLiteral("Quorvel"));
         window->resize(options->width, options->height);
         window->move(0, 0);
@@ -278,7 +222,7 @@ int main(int argc, char** argv) {
         if (options->panel == RightPanel::drops && !model.drops().empty()) t = model.drops()[0].time + 1.5;
         player->seek(t);
         model.applyLooks();
-        QObject::connect(&raw, &ui::StillPictures::updated, window.get(), [] {
+        QObject::connect(&object, &ui::ModelObject::framesChanged, window.get(), [] {
             static bool said = false;
             if (said) return;
             said = true;

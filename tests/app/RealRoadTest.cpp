@@ -56,9 +56,16 @@ TEST_F(RealRoadTest, PlayerFollowsTheSyncAndTheExportWritesAVideo) {
     // of that time on a camera that films then.
     ASSERT_FALSE(ranges[0].empty());
     const double t = (ranges[0].front().start + ranges[0].front().end) / 2;
+    // The new pictures reach the screens' repaint hook and change nothing of the project.
+    int frames = 0, changes = 0;
+    model->setOnFrames([&] { ++frames; });
+    model->setOnChange([&](AppModel::Field) { ++changes; });
     player->seek(t);
     player->engine().settle();
     ASSERT_TRUE(main.waitUntil([&] { return player->shownFrame(0) != nullptr; }, 30));
+    EXPECT_GT(frames, 0);
+    EXPECT_EQ(changes, 0);
+    model->setOnChange({});
     auto frame = player->shownFrame(0);
     EXPECT_LE(frame->start, t);
     EXPECT_GT(frame->end, t);

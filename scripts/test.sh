@@ -19,6 +19,7 @@ failed=()
 # Any report of either sanitizer fails the test that showed it.
 export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1:strict_string_checks=1"
 export UBSAN_OPTIONS="halt_on_error=1:print_stacktrace=1"
+export LSAN_OPTIONS="suppressions=$PWD/tests/sanitizers/lsan.supp:print_suppressions=0"
 
 echo "== Tests sous AddressSanitizer et UndefinedBehaviorSanitizer (build-asan)"
 if cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUORVEL_SANITIZE=address,undefined \

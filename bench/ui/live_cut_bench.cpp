@@ -18,7 +18,7 @@
 #include <vector>
 
 #include "app/AppModel.h"
-#include "app/ClockPlayer.h"
+#include "app/MulticamAppPlayer.h"
 #include "ui/ContentView.h"
 #include "ui/MainWindow.h"
 #include "ui/QtPorts.h"
@@ -87,7 +87,7 @@ int main(int argc, char** argv) {
     qv::ui::QtDialogs dialogs;
     qv::ui::QtFileViewer viewer;
     qv::AppSettings settings(home + "/settings.json");
-    qv::AppModel model(qv::AppModel::Services{main, dialogs, viewer, settings, qv::ClockPlayer::factory(), nullptr, {}});
+    qv::AppModel model(qv::AppModel::Services{main, dialogs, viewer, settings, qv::MulticamAppPlayer::factory(), nullptr, {}});
     qv::ui::ModelObject object(model);
     qv::ui::MainWindow window(model, object);
     window.resize(1600, 1000);

@@ -874,7 +874,8 @@ SettingsPanel::SettingsPanel(AppModel& model, QWidget* parent) : PanelPage(QStri
     folder_ = textLabel(QString(), exportBox, 11, Theme::ink());
     folder_->setFont(Theme::numbers(11));
     exportBox->add(folder_);
-    auto* folderButtons = new QHBoxLayout();
+    // One button a row: the side panel is too narrow for both labels side by side.
+    auto* folderButtons = new QVBoxLayout();
     auto* choose = new QuorvelButton(QStringLiteral("Choisir…"), QuorvelButton::Kind::outlined, exportBox);
     connect(choose, &QAbstractButton::clicked, this, [this] {
         const QString dir = QFileDialog::getExistingDirectory(this, QStringLiteral("Dossier des exports"),
@@ -888,8 +889,8 @@ SettingsPanel::SettingsPanel(AppModel& model, QWidget* parent) : PanelPage(QStri
         model_.settings().setExportFolderPath(std::nullopt);
         refresh();
     });
-    folderButtons->addWidget(choose, 1);
-    folderButtons->addWidget(back, 3);
+    folderButtons->addWidget(choose);
+    folderButtons->addWidget(back);
     exportBox->content()->addLayout(folderButtons);
     add(exportBox);
 

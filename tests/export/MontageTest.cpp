@@ -5,6 +5,7 @@
 
 #include "base/Text.h"
 #include "export/PremiereExport.h"
+#include "support/XmemlCheck.h"
 
 namespace qv {
 namespace {
@@ -176,8 +177,10 @@ TEST(MontageTracks, OneVideoTrackPerCameraKeepsEmptyOnes) {
     for (size_t i = 0; i < used.size(); ++i) cuts.push_back({Uuid::make(), 10.0 * i, used[i], {}, {}});
     AudioSettings audio;
     audio.mode = Mode::camera;
-    auto doc = parse(makeMontageXML("M", sources, result, Segment::build(cuts, 60), {0, 1, 2, 3, 4, 5, 6, 7},
-                                    {0, 60}, {}, {}, audio, {}, {}, OutputFormat::landscape, {}, true));
+    const std::string text = makeMontageXML("M", sources, result, Segment::build(cuts, 60), {0, 1, 2, 3, 4, 5, 6, 7},
+                                            {0, 60}, {}, {}, audio, {}, {}, OutputFormat::landscape, {}, true);
+    EXPECT_TRUE(test::xmemlProblems(text).empty()) << test::joined(test::xmemlProblems(text));
+    auto doc = parse(text);
     auto tracks = doc.select_nodes("//sequence/media/video/track");
     ASSERT_EQ(tracks.size(), 8u);
     size_t total = 0;
@@ -189,9 +192,6 @@ TEST(MontageTracks, OneVideoTrackPerCameraKeepsEmptyOnes) {
     }
     EXPECT_EQ(total, 6u);
     EXPECT_EQ(doc.select_nodes("//audio/track[1]/clipitem").size(), 5u);  // the silent camera adds no sound
-    std::set<std::string> ids;
-    for (auto c : doc.select_nodes("//clipitem")) ids.insert(c.node().attribute("id").value());
-    for (auto l : doc.select_nodes("//linkclipref")) EXPECT_TRUE(ids.count(l.node().text().get()));
 }
 
 TEST_F(Montage, FullCommandLineMontageIsWellFormed) {
@@ -207,23 +207,15 @@ TEST_F(Montage, FullCommandLineMontageIsWellFormed) {
     };
     std::string text = makeMontageXML("Set - MONTAGE", sources, result, plans, {0, 1}, {10, 50}, {}, {}, audio,
                                       fx, draw, format, framing);
-    EXPECT_EQ(text.rfind(R"(<?xml version="1.0" encoding="UTF-8"?>)", 0), 0u);
-    EXPECT_NE(text.find("<!DOCTYPE xmeml>"), std::string::npos);
+    // Every number reads in the C locale, though the tests run under French;
+    // keyframes stay inside their plans.
+    const auto problems = test::xmemlProblems(text);
+    EXPECT_TRUE(problems.empty()) << test::joined(problems);
     auto doc = parse(text);
     EXPECT_EQ(textAt(doc, "/xmeml/sequence/duration"), "1000");
-    // Every number reads in the C locale, though the tests run under French.
-    for (const char* leaf : {"//start", "//end", "//in", "//out", "//when", "//horiz", "//vert", "//parameter/value"})
-        for (auto n : doc.select_nodes(leaf)) {
-            if (n.node().first_child().type() != pugi::node_pcdata) continue;  // centre values hold children
-            EXPECT_TRUE(parseDouble(n.node().text().get())) << leaf << " " << n.node().text().get();
-        }
     for (auto c : doc.select_nodes("//video/track/clipitem")) {
         bool shaken = std::string(c.node().child_value("name")) == "B.mov";
         EXPECT_EQ(bool(c.node().select_node(".//parameter[parameterid='rotation']")), shaken);
-        for (auto k : c.node().select_nodes(".//keyframe/when")) {
-            EXPECT_GE(k.node().text().as_llong(), c.node().child("in").text().as_llong());
-            EXPECT_LE(k.node().text().as_llong(), c.node().child("out").text().as_llong());
-        }
     }
 }
 

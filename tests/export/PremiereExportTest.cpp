@@ -5,6 +5,7 @@
 #include <set>
 
 #include "export/PremiereExport.h"
+#include "support/XmemlCheck.h"
 
 namespace qv {
 namespace {
@@ -114,21 +115,11 @@ TEST_F(SetFixture, SynchroDocumentHoldsTogether) {
     EXPECT_EQ(x->at("/xmeml/sequence/rate/timebase"), "30");
     EXPECT_EQ(x->at("/xmeml/sequence/duration"), std::to_string(frames(91, 30000.0 / 1001)));
 
-    std::set<std::string> clipIds, defined;
-    for (auto c : x->doc.select_nodes("//clipitem")) {
-        pugi::xml_node n = c.node();
-        clipIds.insert(n.attribute("id").value());
-        EXPECT_EQ(n.child("out").text().as_llong() - n.child("in").text().as_llong(),
-                  n.child("end").text().as_llong() - n.child("start").text().as_llong());
-        if (n.child("file").child("pathurl")) {
-            EXPECT_TRUE(defined.insert(n.child("file").attribute("id").value()).second);
-        }
-    }
-    EXPECT_EQ(defined.size(), result.placed.size());  // one definition per file
-    for (auto c : x->doc.select_nodes("//clipitem/file"))
-        EXPECT_TRUE(defined.count(c.node().attribute("id").value()));
+    // Lengths agree, files are defined once and every link resolves.
+    const auto problems = test::xmemlProblems(x->text);
+    EXPECT_TRUE(problems.empty()) << test::joined(problems);
+    EXPECT_EQ(x->count("//clipitem/file/pathurl"), result.placed.size());  // one definition per file
     ASSERT_GT(x->count("//link/linkclipref"), 0u);
-    for (auto l : x->doc.select_nodes("//link/linkclipref")) EXPECT_TRUE(clipIds.count(l.node().text().get()));
 
     // Recorders lead the sound; a stereo file fills a pair, both halves linked.
     EXPECT_EQ(x->at("//sequence/media/audio/track[1]/clipitem/name"), "rec.wav");

@@ -3,13 +3,11 @@
 #include <QApplication>
 #include <QLineEdit>
 #include <QTest>
-#include <pugixml.hpp>
 
 #include "app/AppModel.h"
 #include "app/ClockPlayer.h"
 #include "app/VirtualMainThread.h"
 #include "base/Text.h"
-#include "looks/CubeLUT.h"
 #include "persistence/ProjectStore.h"
 #include "support/Fixtures.h"
 #include "support/TempHome.h"
@@ -380,83 +378,6 @@ private slots:
         QCOMPARE(grade.saturation, 150.0);
         model->setGrade(ColorGrade::neutral, 1);
         model->setEditedCamera(0);
-    }
-
-    // The road through the panels: grade camera 2, crop for 9:16, cut live,
-    // export the XML with its LUTs and read it back.
-    void endToEndThroughThePanels() {
-        ModelObject object(*model);
-        SidePanel side(*model, object);
-        model->setRightPanel(RightPanel::color);
-        QCoreApplication::processEvents();
-        auto* color = qobject_cast<ColorPanel*>(side.page());
-        QVERIFY(color);
-        color->findChild<CameraTabs*>()->tab(1)->click();
-        QCoreApplication::processEvents();
-        QCOMPARE(model->editedCamera(), 1);
-        color->findSlider("base", QStringLiteral("Température"))->setValue(60);
-        color->findSlider("base", QStringLiteral("Exposition"))->setValue(0.5);
-        QCOMPARE(model->grade(1).temperature, 60.0);
-
-        model->setFormat(OutputFormat::portrait);
-        model->setRightPanel(RightPanel::crop);
-        QCoreApplication::processEvents();
-        auto* crop = qobject_cast<CropPanel*>(side.page());
-        QVERIFY(crop);
-        for (auto* b : crop->widget()->findChildren<QAbstractButton*>())
-            if (b->text() == QStringLiteral("DROITE")) b->click();
-        QCOMPARE(model->framing().at(*model->cameraId(1)).x, 0.5);
-
-        // Live cuts while the set plays.
-        model->player()->seek(10);
-        model->player()->play();
-        main.advance(2);
-        model->edit().pressCamera(1);
-        main.advance(3);
-        model->edit().pressCamera(0);
-        main.advance(3);
-        model->edit().pressCamera(1);
-        model->player()->pause();
-        QVERIFY(model->cuts().size() >= 3);
-
-        settings->setExportLUTs(true);
-        settings->setExportTarget(ExportTarget::premiere);
-        model->setRightPanel(RightPanel::exportPanel);
-        QCoreApplication::processEvents();
-        auto* exportPanel = qobject_cast<ExportPanel*>(side.page());
-        QVERIFY(exportPanel);
-        QCOMPARE(exportPanel->mainButton()->text(), QStringLiteral("EXPORTER LE XML PREMIERE"));
-        exportPanel->mainButton()->click();
-
-        std::vector<fs::path> xmls, cubes;
-        for (auto& e : fs::recursive_directory_iterator(exports)) {
-            if (e.path().extension() == ".xml") xmls.push_back(e.path());
-            if (e.path().extension() == ".cube") cubes.push_back(e.path());
-        }
-        QCOMPARE(xmls.size(), size_t(1));
-        QCOMPARE(cubes.size(), size_t(1));  // camera 2 only: the others are neutral
-        QVERIFY(CubeLUT::parse(TempHome::readText(cubes[0])).has_value());
-
-        const std::string text = TempHome::readText(xmls[0]);
-        QVERIFY(text.find("<!DOCTYPE xmeml>") != std::string::npos);
-        pugi::xml_document doc;
-        QVERIFY(doc.load_string(text.c_str(), pugi::parse_default | pugi::parse_doctype));
-        QCOMPARE(std::string(doc.child("xmeml").attribute("version").value()), std::string("4"));
-        QCOMPARE(doc.select_node("/xmeml/sequence/media/video/format//width").node().text().as_int(), 1080);
-        QCOMPARE(doc.select_node("/xmeml/sequence/media/video/format//height").node().text().as_int(), 1920);
-        std::set<std::string> ids;
-        for (auto c : doc.select_nodes("//clipitem")) ids.insert(c.node().attribute("id").value());
-        for (auto l : doc.select_nodes("//linkclipref")) QVERIFY(ids.count(l.node().text().get()));
-        for (const char* leaf : {"//start", "//end", "//in", "//out", "//horiz", "//vert"})
-            for (auto n : doc.select_nodes(leaf)) QVERIFY(parseDouble(n.node().text().get()).has_value());
-        QVERIFY(doc.select_nodes("//video/track/clipitem").size() >= 3);
-        // Every plan is scaled to fill the vertical frame.
-        for (auto c : doc.select_nodes("//video/track/clipitem"))
-            QVERIFY(c.node().select_node(".//parameter[parameterid='scale']"));
-        model->setFormat(OutputFormat::landscape);
-        model->resetCrop(1);
-        model->setGrade(ColorGrade::neutral, 1);
-        model->setRightPanel(RightPanel::none);
     }
 
     void cleanupTestCase() { model.reset(); }

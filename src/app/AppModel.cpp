@@ -74,6 +74,7 @@ AppModel::AppModel(Services services) : services_(std::move(services)), edit_(se
 AppModel::~AppModel() {
     *alive_ = false;
     alive_.reset();
+    stopSync_->store(true);
     if (worker_.joinable()) worker_.join();
     if (autosaveTimer_) services_.main.cancel(autosaveTimer_);
     if (looksTimer_) services_.main.cancel(looksTimer_);
@@ -439,7 +440,7 @@ void AppModel::synchronize() {
 
     std::weak_ptr<bool> alive = alive_;
     MainThread& main = services_.main;
-    startJob([this, alive, &main, sources = sources_, folder = *folder_] {
+    startJob([this, alive, &main, sources = sources_, folder = *folder_, stop = stopSync_] {
         auto report = [this, alive, &main](double fraction, const std::string& text) {
             main.post([this, alive, fraction, text] {
                 if (!alive.lock()) return;
@@ -447,7 +448,10 @@ void AppModel::synchronize() {
                 setStatus(text);
             });
         };
-        SyncResult result = FolderSync::run(sources, report);
+        FolderSync::Options options = FolderSync::defaultOptions();
+        options.stop = stop.get();
+        SyncResult result = FolderSync::run(sources, report, options);
+        if (*stop) return;  // the model is going: nothing to install
         SyncCache cache = ProjectStore::cache(result);  // stats every file: off the main thread
         main.post([this, alive, result = std::move(result), cache = std::move(cache), folder]() mutable {
             if (!alive.lock()) return;

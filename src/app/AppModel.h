@@ -17,6 +17,7 @@
 // the EditModel owned here; its changes are reported as this model's.
 #pragma once
 
+#include <atomic>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -248,6 +249,9 @@ private:
     std::function<void()> onFrames_;
     std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
     std::thread worker_;
+    // Raised when the model goes, so a synchronisation under way stops
+    // instead of holding the program's exit until it ends.
+    std::shared_ptr<std::atomic<bool>> stopSync_ = std::make_shared<std::atomic<bool>>(false);
 
     std::optional<std::filesystem::path> folder_;
     std::vector<MediaSource> sources_;

@@ -80,6 +80,8 @@ struct Cluster {
 // How a start was chosen, for the trace and for learning clocks.
 enum class Rule { sound, clock, doubt };
 
+bool stopped(const Options& options) { return options.stop && options.stop->load(std::memory_order_relaxed); }
+
 double overlap(double aStart, double aEnd, double bStart, double bEnd) {
     return std::min(aEnd, bEnd) - std::max(aStart, bStart);
 }
@@ -176,6 +178,7 @@ private:
         std::vector<std::vector<Match>> found(missing.size());
         int threads = options_.threads > 0 ? options_.threads : defaultThreads();
         parallelFor(static_cast<int>(missing.size()), threads, [&](int k) {
+            if (stopped(options_)) return;
             const auto& [u, p] = missing[static_cast<size_t>(k)];
             found[static_cast<size_t>(k)] = correlate(u, p);
         });
@@ -484,6 +487,7 @@ SyncResult place(std::vector<Entry> entries, std::vector<UnsyncedItem> unsynced,
     auto t0 = std::chrono::steady_clock::now();
     Placer placer(entries, progress, options);
     placer.run();
+    if (stopped(options)) return {};
     if (options.stats) {
         options.stats->placeSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
         options.stats->spectra = placer.spectraComputed();
@@ -541,6 +545,7 @@ std::vector<std::vector<float>> decodeAll(const std::vector<const MediaItem*>& i
     int started = 0;
     int threads = options.threads > 0 ? options.threads : defaultThreads();
     parallelFor(static_cast<int>(items.size()), threads, [&](int k) {
+        if (stopped(options)) return;
         const size_t i = static_cast<size_t>(order[static_cast<size_t>(k)]);
         const MediaItem& item = *items[i];
         {
@@ -573,6 +578,7 @@ SyncResult run(const std::vector<MediaSource>& sources, const Progress& progress
 
     auto t0 = std::chrono::steady_clock::now();
     std::vector<std::vector<float>> signals = decodeAll(items, options, progress);
+    if (stopped(options)) return {};
     memory::returnFreeMemory();  // what the decoders freed, before the spectra need room
     if (options.stats)
         options.stats->decodeSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();

@@ -17,6 +17,7 @@
 // several threads, but the result never depends on their timing.
 #pragma once
 
+#include <atomic>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -50,6 +51,10 @@ struct Options {
     Loader fallback;  // default: AudioLoader::loadWithFFmpeg
     long long spectrumBudget = SpectrumCache::defaultBudget;
     Stats* stats = nullptr;  // filled when given
+    // Raised from another thread when the result is no longer wanted (the
+    // program closes): no further file is decoded nor pair correlated, and
+    // the run returns at once with what it has, which is not a placement.
+    const std::atomic<bool>* stop = nullptr;
 };
 
 // Options with the defaults, `trace` set when QUORVEL_DEBUG exists.

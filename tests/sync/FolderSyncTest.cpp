@@ -2,6 +2,7 @@
 // needs from slices of one noise "set", so true starts are known exactly.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 
 #include "base/SplitMix64.h"
@@ -169,6 +170,40 @@ TEST(FolderSync, ThreadsNeverChangeTheResult) {
         EXPECT_EQ(one.placed[i].item.fileName(), two.placed[i].item.fileName());
         EXPECT_EQ(one.placed[i].start, two.placed[i].start);
         EXPECT_EQ(one.placed[i].score, two.placed[i].score);
+    }
+}
+
+// A run no longer wanted decodes no further file and gives no placement,
+// whether it is stopped before it starts or while its first file decodes.
+TEST(FolderSync, AStoppedRunEndsWithoutPlacingAnything) {
+    auto set = noise(12, 60);
+    std::vector<MediaSource> sources;
+    for (int s = 0; s < 3; ++s) {
+        MediaSource source{Uuid::make(), "Cam " + std::to_string(s + 1), SourceKind::camera, {}, {}};
+        for (int f = 0; f < 3; ++f) {
+            MediaItem item;
+            item.url = "/set/" + source.name + "/c" + std::to_string(f) + ".mp4";
+            item.duration = 15;
+            item.audioChannels = 2;
+            source.items.push_back(item);
+        }
+        sources.push_back(source);
+    }
+    for (bool fromTheStart : {true, false}) {
+        std::atomic<bool> stop{fromTheStart};
+        int loads = 0;
+        FolderSync::Options options;
+        options.threads = 1;
+        options.stop = &stop;
+        options.primary = [&](const std::filesystem::path&) -> Result<std::vector<float>> {
+            ++loads;
+            stop = true;  // the window closes while this file decodes
+            return slice(set, 5.0 * loads, 15);
+        };
+        options.fallback = options.primary;
+        SyncResult r = FolderSync::run(sources, nullptr, options);
+        EXPECT_EQ(loads, fromTheStart ? 0 : 1);
+        EXPECT_TRUE(r.placed.empty());
     }
 }
 

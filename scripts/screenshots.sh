@@ -19,6 +19,9 @@ rm -rf "$out/projects" "$out/config" "$out/state"
 export QUORVEL_PROJECTS_DIR=$out/projects
 export XDG_CONFIG_HOME=$out/config XDG_STATE_HOME=$out/state
 export LC_ALL=${SCREENSHOT_LOCALE:-fr_FR.UTF-8}
+# Exports land in the screenshot folder, never in the real downloads.
+mkdir -p "$XDG_CONFIG_HOME" "$out/exports"
+printf 'XDG_DOWNLOAD_DIR="%s"\n' "$out/exports" >"$XDG_CONFIG_HOME/user-dirs.dirs"
 
 club="$sets/Zanbar Club 14-11"      # eight cameras, two recorders
 warehouse="$sets/Warehouse b2b"     # the demo set: four cameras
@@ -61,10 +64,17 @@ run() {
   wait $pid 2>/dev/null || true
   rm -f "$log"
 }
+# taken <png name>: a picture the program took of its own window (--capture…).
+taken() {
+  [ -s "$out/$1.png" ] || { echo "échec : $1 (pas de capture)" >&2; return 1; }
+  echo "$out/$1.png"
+}
 
-# The start screen while the first synchronisation of a set runs.
-rm -f "$out/projects/"*.sync.json 2>/dev/null || true
-run start-screen-syncing --open "$warehouse" --scene-synchro
+# The start screen while the first synchronisation of a set runs, taken by
+# the program itself: the demo set is synchronised in a second or two.
+rm -f "$out/projects/"*.sync.json "$out/start-screen-syncing.png" 2>/dev/null || true
+run - --open "$warehouse" --scene-synchro --scene-capture "$out/start-screen-syncing.png"
+taken start-screen-syncing
 # Three projects, the last on a disk that has gone.
 run - --open "$external"
 run - --open "$warehouse" --scene-auto
@@ -91,6 +101,10 @@ done
 panel_shot panel-etalonnage-forte-cam-2 --panneau etalo --camera 2 --etalo-fort
 panel_shot panel-etalonnage-roues --panneau etalo --camera 2 --etalo-fort --roues
 panel_shot panel-recadrage-9-16 --panneau recadrage --format 9:16 --camera 2 --cadrage 0.5
-panel_shot panel-export-video-en-cours --panneau export --export-en-cours 0.42
+# A real video export of the whole set, photographed by the tool as it
+# passes 40 %, then cancelled.
+rm -f "$out/panel-export-video-en-cours.png"
+panel_shot - --panneau export --capture "$out/panel-export-video-en-cours.png" --capture-quand-export 0.4
+taken panel-export-video-en-cours
 # A panel in the program's own window.
 run panel-effets-fenetre --open "$warehouse" --scene-auto --demo-effets

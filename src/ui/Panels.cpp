@@ -752,7 +752,7 @@ ExportPanel::ExportPanel(AppModel& model, QWidget* parent)
     where->add(change);
     add(where);
 
-    main_ = new QuorvelButton(QString(), QuorvelButton::Kind::main, this);
+    main_ = new QuorvelButton("square.and.arrow.up", QString(), QuorvelButton::Kind::main, this);
     main_->setMinimumHeight(40);
     connect(main_, &QAbstractButton::clicked, this, [this] {
         model_.exportMontage();

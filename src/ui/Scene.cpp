@@ -1,11 +1,13 @@
 #include "ui/Scene.h"
 
+#include <QCoreApplication>
 #include <QTimer>
 #include <algorithm>
 #include <iostream>
 
 #include "app/AppModel.h"
 #include "base/Text.h"
+#include "ui/Capture.h"
 #include "ui/ContentView.h"
 #include "ui/MainWindow.h"
 #include "ui/Workspace.h"
@@ -16,22 +18,38 @@ std::unique_ptr<Scene> Scene::start(AppModel& model, ModelObject& object, MainWi
                                     const std::vector<std::string>& arguments) {
     if (std::none_of(arguments.begin(), arguments.end(), [](const std::string& a) { return a.rfind("--scene-", 0) == 0; }))
         return nullptr;
-    std::unique_ptr<Scene> scene(new Scene(model, window, arguments));
+    std::unique_ptr<Scene> scene(new Scene(model, object, window, arguments));
     connect(&object, &ModelObject::changed, scene.get(), &Scene::step);
     connect(&object, &ModelObject::framesChanged, scene.get(), &Scene::framesShown);
     QTimer::singleShot(800, scene.get(), &Scene::step);
     return scene;
 }
 
-Scene::Scene(AppModel& model, MainWindow& window, std::vector<std::string> arguments)
-    : model_(model), window_(window), args_(std::move(arguments)) {
+Scene::Scene(AppModel& model, ModelObject& object, MainWindow& window, std::vector<std::string> arguments)
+    : model_(model), object_(object), window_(window), args_(std::move(arguments)) {
     const std::string size = value("--scene-taille");
     if (auto x = size.find('x'); x != std::string::npos) {
         auto w = parseDouble(size.substr(0, x)), h = parseDouble(size.substr(x + 1));
         if (w && h) window_.resize(int(*w), int(*h));
     }
     window_.move(0, 0);
+    if (has("--scene-synchro")) {
+        // Watched on the model itself: the synchronisation of a small set is
+        // over in a second or two, before anyone outside could look.
+        UnderWayCapture::Job job{[this]() -> std::optional<double> {
+                                     if (!model_.isWorking()) return std::nullopt;
+                                     return model_.progress();
+                                 },
+                                 [this] { emit object_.changed(); }};
+        synchro_ = std::make_unique<UnderWayCapture>(window_, value("--scene-capture"), 0.3, std::move(job),
+                                                     [this](const Status& s) {
+                                                         if (s) ready();
+                                                         else fail(s.error().message);
+                                                     });
+    }
 }
+
+Scene::~Scene() = default;
 
 bool Scene::has(const char* flag) const { return std::find(args_.begin(), args_.end(), flag) != args_.end(); }
 
@@ -42,10 +60,7 @@ std::string Scene::value(const char* flag) const {
 }
 
 void Scene::step() {
-    if (has("--scene-synchro")) {
-        if (model_.isWorking() && model_.progress() >= 0.3) ready();
-        return;
-    }
+    if (has("--scene-synchro")) return;
     if (!has("--open")) {
         QTimer::singleShot(600, this, &Scene::ready);
         return;
@@ -113,9 +128,18 @@ void Scene::framesShown() {
 }
 
 void Scene::ready() {
-    if (said_ || !has("--scene-pret")) return;
+    if (said_) return;
     said_ = true;
-    std::cout << "prêt" << std::endl;
+    // With --scene-synchro the picture was taken at its moment already.
+    const std::string png = value("--scene-capture");
+    if (!png.empty() && !synchro_)
+        if (Status grabbed = grabToPng(window_, png); !grabbed) return fail(grabbed.error().message);
+    if (has("--scene-pret")) std::cout << "prêt" << std::endl;
+}
+
+void Scene::fail(const std::string& message) {
+    std::cerr << message << std::endl;
+    QCoreApplication::exit(1);
 }
 
 }  // namespace qv::ui

@@ -10,7 +10,9 @@
 //   --scene-drop n            the range and the view on drop n (from 1)
 //   --scene-auto              an automatic edit with zooms and VHS on every camera
 //   --scene-lecture           playing
-//   --scene-synchro           "prêt" while the synchronisation runs, not after
+//   --scene-synchro           "prêt" while the synchronisation runs (from 30 %), not after
+//   --scene-capture png       the window photographed into png when the scene is ready
+//                             (with --scene-synchro: as the synchronisation passes 30 %)
 //   --scene-pret              print "prêt" when the screen is settled
 #pragma once
 
@@ -27,26 +29,31 @@ namespace qv::ui {
 
 class MainWindow;
 class ModelObject;
+class UnderWayCapture;
 
 class Scene : public QObject {
     Q_OBJECT
 public:
+    ~Scene() override;
     // Nothing when no scene argument is given.
     static std::unique_ptr<Scene> start(AppModel& model, ModelObject& object, MainWindow& window,
                                         const std::vector<std::string>& arguments);
 
 private:
-    Scene(AppModel& model, MainWindow& window, std::vector<std::string> arguments);
+    Scene(AppModel& model, ModelObject& object, MainWindow& window, std::vector<std::string> arguments);
     void step();
     void apply();
     void framesShown();
     void ready();
+    void fail(const std::string& message);
     bool has(const char* flag) const;
     std::string value(const char* flag) const;
 
     AppModel& model_;
+    ModelObject& object_;
     MainWindow& window_;
     std::vector<std::string> args_;
+    std::unique_ptr<UnderWayCapture> synchro_;  // the moment of --scene-synchro
     bool applied_ = false;
     bool set_ = false;     // apply has run
     bool framed_ = false;  // pictures came after it

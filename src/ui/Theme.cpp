@@ -5,6 +5,7 @@
 #include <QPainter>
 #include <QPalette>
 #include <QStyleOptionButton>
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
@@ -60,6 +61,11 @@ constexpr SymbolEntry symbolTable[] = {
 };
 
 QString upperTracked(const QString& text) { return text.toUpper(); }
+
+// A button's symbol square and the gap after it, beside text of size 11.
+constexpr double buttonSymbolSize = 15;
+constexpr double buttonSymbolGap = 7;
+constexpr int buttonPadding = 18;
 
 }  // namespace
 
@@ -190,9 +196,22 @@ QuorvelButton::QuorvelButton(const QString& text, Kind kind, QWidget* parent)
     setCursor(Qt::PointingHandCursor);
 }
 
+QuorvelButton::QuorvelButton(const char* symbol, const QString& text, Kind kind, QWidget* parent)
+    : QuorvelButton(text, kind, parent) {
+    symbol_ = symbol;
+}
+
+void QuorvelButton::setSymbol(const char* symbol) {
+    symbol_ = symbol;
+    updateGeometry();
+    update();
+}
+
 QSize QuorvelButton::sizeHint() const {
     QFontMetrics fm(font());
-    return {fm.horizontalAdvance(text()) + 36, fm.height() + 20};
+    int w = fm.horizontalAdvance(text()) + 2 * buttonPadding;
+    if (symbol_) w += int(std::ceil(buttonSymbolSize + buttonSymbolGap));
+    return {w, fm.height() + 20};
 }
 
 void QuorvelButton::paintEvent(QPaintEvent*) {
@@ -201,19 +220,34 @@ void QuorvelButton::paintEvent(QPaintEvent*) {
     double opacity = !isEnabled() ? 0.35 : isDown() ? 0.7 : 1.0;
     p.setOpacity(opacity);
     QRectF r = QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5);
+    QColor ink;
     if (kind_ == Kind::main) {
         p.setPen(Qt::NoPen);
         p.setBrush(Theme::accent());
         p.drawRoundedRect(r, 4, 4);
-        p.setPen(Theme::paper());
+        ink = Theme::paper();
     } else {
         p.setPen(QPen(underMouse() && isEnabled() ? Theme::gray4() : Theme::lineStrong(), 1));
         p.setBrush(Qt::NoBrush);
         p.drawRoundedRect(r, 4, 4);
-        p.setPen(Theme::gray1());
+        ink = Theme::gray1();
     }
     p.setFont(font());
-    p.drawText(rect(), Qt::AlignCenter, text());
+    p.setPen(ink);
+    if (!symbol_) {
+        p.drawText(rect(), Qt::AlignCenter, text());
+        return;
+    }
+    // Symbol and text centred as one group; a text too long for the button
+    // loses its end to an ellipsis rather than running under the edges.
+    const QFontMetricsF fm(font());
+    const double lead = buttonSymbolSize + buttonSymbolGap;
+    const double room = std::max(0.0, width() - 2.0 * buttonPadding - lead);
+    const QString shown = fm.elidedText(text(), Qt::ElideRight, room);
+    const double group = lead + fm.horizontalAdvance(shown);
+    const double left = std::max<double>(buttonPadding, (width() - group) / 2);
+    Theme::drawSymbol(p, QRectF(left, 0, buttonSymbolSize, height()), symbol_, buttonSymbolSize, ink);
+    p.drawText(QRectF(left + lead, 0, width() - left - lead, height()), Qt::AlignVCenter | Qt::AlignLeft, shown);
 }
 
 QuorvelLogo::QuorvelLogo(bool small, QWidget* parent) : QWidget(parent), small_(small) {}

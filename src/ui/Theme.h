@@ -60,11 +60,17 @@ public:
 
 // Buttons of the interface: filled with the accent (main) or outlined.
 // Text in capitals, size 11, bold, tracking 1.6; pressed 0.7, disabled 0.35.
+// An optional symbol of the theme's table stands before the text, in the
+// text's colour; symbol and text are centred together.
 class QuorvelButton : public QPushButton {
     Q_OBJECT
 public:
     enum class Kind { main, outlined };
     QuorvelButton(const QString& text, Kind kind, QWidget* parent = nullptr);
+    QuorvelButton(const char* symbol, const QString& text, Kind kind, QWidget* parent = nullptr);
+    // The symbol's name, or nullptr for text alone.
+    const char* symbol() const { return symbol_; }
+    void setSymbol(const char* symbol);
     QSize sizeHint() const override;
 
 protected:
@@ -72,6 +78,7 @@ protected:
 
 private:
     Kind kind_;
+    const char* symbol_ = nullptr;
 };
 
 // The program's name in two words of the numbers' face, the second in the

@@ -14,6 +14,7 @@
 #include "ui/ColorPanel.h"
 #include "ui/MainWindow.h"
 #include "ui/Panels.h"
+#include "ui/Theme.h"
 #include "ui/WheelControl.h"
 
 using namespace qv;
@@ -332,6 +333,12 @@ private slots:
 
     void exportButtonFollowsTarget() {
         ExportPanel panel(*model);
+        panel.resize(SidePanel::width, 900);
+        panel.show();
+        // The main button leads with a symbol the theme can draw.
+        auto* button = qobject_cast<QuorvelButton*>(panel.mainButton());
+        QVERIFY(button && button->symbol());
+        QVERIFY(!Theme::symbol(button->symbol()).isEmpty());
         const std::pair<ExportTarget, const char*> texts[] = {{ExportTarget::premiere, "EXPORTER LE XML PREMIERE"},
                                                               {ExportTarget::davinci, "EXPORTER LE XML DAVINCI"},
                                                               {ExportTarget::video, "EXPORTER LA VIDÉO"}};
@@ -339,6 +346,9 @@ private slots:
             settings->setExportTarget(target);
             panel.refresh();
             QCOMPARE(panel.mainButton()->text(), QString::fromUtf8(text));
+            // Symbol and text fit the side panel's width, nothing cut off.
+            panel.widget()->layout()->activate();
+            QVERIFY2(button->sizeHint().width() <= button->width(), text);
         }
         // A video export: the progress takes the button's place.
         QVERIFY(panel.progress()->isHidden());

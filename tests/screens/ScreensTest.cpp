@@ -13,6 +13,7 @@
 #include "app/VirtualMainThread.h"
 #include "support/Fixtures.h"
 #include "support/TempHome.h"
+#include "ui/Capture.h"
 #include "ui/ContentView.h"
 #include "ui/KeyMap.h"
 #include "ui/MainWindow.h"
@@ -511,6 +512,61 @@ private slots:
     }
 };
 
+// The program photographing its own window while a job runs.
+class CaptureTest : public QObject {
+    Q_OBJECT
+
+    struct Rig {
+        TempHome home;
+        QLabel window{QStringLiteral("37 %")};
+        std::optional<double> progress;  // the job, as the capture sees it
+        int settled = 0;
+        std::optional<Status> outcome;
+        std::filesystem::path png = home.root() / "shot.png";
+        ui::UnderWayCapture capture{window, png, 0.3,
+                                    {[this] { return progress; }, [this] { ++settled; }},
+                                    [this](const Status& s) { outcome = s; }};
+        Rig() {
+            window.resize(160, 90);
+            window.show();
+        }
+        void wait(int ms = 80) { QTest::qWait(ms); }
+    };
+
+private slots:
+    void takenOnlyWhileUnderWay() {
+        Rig rig;
+        rig.wait();
+        rig.progress = 0.1;  // started, not far enough
+        rig.wait();
+        rig.progress = 1.0;  // complete but not yet ended
+        rig.wait();
+        QVERIFY(!rig.outcome);
+        QVERIFY(!std::filesystem::exists(rig.png));
+        rig.progress = 0.45;
+        QTRY_VERIFY(rig.outcome.has_value());
+        QVERIFY(rig.outcome->ok());
+        QCOMPARE(rig.settled, 1);
+        const QImage shot(QString::fromStdString(rig.png.string()));
+        QCOMPARE(shot.size(), rig.window.size() * rig.window.devicePixelRatio());
+        // Once only, whatever the job does next.
+        rig.progress.reset();
+        rig.wait();
+        QCOMPARE(rig.settled, 1);
+    }
+
+    void aJobEndingTooSoonIsAnError() {
+        Rig rig;
+        rig.progress = 0.2;
+        rig.wait();
+        rig.progress.reset();
+        QTRY_VERIFY(rig.outcome.has_value());
+        QVERIFY(!rig.outcome->ok());
+        QVERIFY(rig.outcome->error().message.find("30 %") != std::string::npos);
+        QVERIFY(!std::filesystem::exists(rig.png));
+    }
+};
+
 int main(int argc, char** argv) {
     QApplication app(argc, argv);
     int status = 0;
@@ -519,7 +575,8 @@ int main(int argc, char** argv) {
     LayoutTest layout;
     TimelineTest timeline;
     MonitorsTest monitors;
-    for (QObject* suite : std::initializer_list<QObject*>{&screens, &keys, &layout, &timeline, &monitors})
+    CaptureTest capture;
+    for (QObject* suite : std::initializer_list<QObject*>{&screens, &keys, &layout, &timeline, &monitors, &capture})
         status |= QTest::qExec(suite, argc, argv);
     return status;
 }

@@ -8,21 +8,26 @@
 //
 //   quorvel-panelpreview <dossier du set> --panneau son|effets|drops|auto|etalo|recadrage|export|parametres
 //                        [--taille LxH] [--temps s] [--format 9:16] [--camera n] [--etalo-fort]
-//                        [--roues] [--cadrage x] [--export-en-cours fraction]
+//                        [--roues] [--cadrage x] [--capture png [--capture-quand-export fraction]]
 //
 // `--roues` opens the colour panel's wheels, vignette and presets instead of
-// its first two sections. `--export-en-cours` holds a video export at that fraction, to show the
-// panel during an export: the real render is not part of this tool.
-// Once the window shows its pictures it prints "prêt" on standard output.
+// its first two sections. `--capture` photographs the window into a PNG once
+// it shows its pictures. `--capture-quand-export` starts a real video export
+// of the whole set (into the downloads folder) and photographs the window as
+// the export passes that fraction, then cancels it, which leaves no file.
+// Once the window shows its pictures (and any photograph is taken) it prints
+// "prêt" on standard output.
 #include <QApplication>
 #include <QTimer>
 #include <clocale>
-#include <utility>
 #include <iostream>
+#include <utility>
 
 #include "app/AppModel.h"
 #include "app/MulticamAppPlayer.h"
+#include "app/RenderVideoExporter.h"
 #include "base/Text.h"
+#include "ui/Capture.h"
 #include "ui/ColorPanel.h"
 #include "ui/MainWindow.h"
 #include "ui/Monitors.h"
@@ -36,24 +41,6 @@ namespace {
 
 using namespace qv;
 
-// A video export held at a fixed fraction (see the header).
-class HeldExport : public VideoExporter {
-public:
-    explicit HeldExport(double fraction) : fraction_(fraction) {}
-    void start(VideoJob, VideoCodec, const std::filesystem::path&, bool, std::function<void(VideoOutcome)> done) override {
-        done_ = std::move(done);
-    }
-    void cancel() override {
-        if (auto done = std::exchange(done_, nullptr)) done({VideoOutcome::Kind::cancelled, {}});
-    }
-    bool isRunning() const override { return bool(done_); }
-    double progress() const override { return fraction_; }
-
-private:
-    double fraction_;
-    std::function<void(VideoOutcome)> done_;
-};
-
 struct Options {
     std::filesystem::path folder;
     int width = 1600, height = 1000;
@@ -64,7 +51,8 @@ struct Options {
     bool strongGrade = false;
     bool wheels = false;
     std::optional<double> cropX;
-    std::optional<double> exporting;
+    std::filesystem::path capture;
+    std::optional<double> captureWhenExporting;
 };
 
 std::optional<Options> parse(const QStringList& args) {
@@ -103,15 +91,18 @@ std::optional<Options> parse(const QStringList& args) {
             o.wheels = true;
         } else if (a == "--cadrage") {
             o.cropX = parseDouble(next());
-        } else if (a == "--export-en-cours") {
-            o.exporting = parseDouble(next());
+        } else if (a == "--capture") {
+            o.capture = next();
+        } else if (a == "--capture-quand-export") {
+            o.captureWhenExporting = parseDouble(next());
+            if (!o.captureWhenExporting) return std::nullopt;
         } else if (o.folder.empty() && !a.startsWith("--")) {
             o.folder = a.toStdString();
         } else {
             return std::nullopt;
         }
     }
-    if (o.folder.empty()) return std::nullopt;
+    if (o.folder.empty() || (o.captureWhenExporting && o.capture.empty())) return std::nullopt;
     return o;
 }
 
@@ -140,7 +131,7 @@ int main(int argc, char** argv) {
     if (!options) {
         std::cerr << "Usage : quorvel-panelpreview <dossier du set> --panneau son|effets|drops|auto|etalo|recadrage|"
                      "export|parametres [--taille LxH] [--temps s] [--format 9:16] [--camera n] [--etalo-fort] "
-                     "[--roues] [--cadrage x] [--export-en-cours fraction]\n";
+                     "[--roues] [--cadrage x] [--capture png [--capture-quand-export fraction]]\n";
         return 2;
     }
 
@@ -155,13 +146,53 @@ int main(int argc, char** argv) {
         player = made.get();
         return made;
     };
-    std::shared_ptr<VideoExporter> exporter;
-    if (options->exporting) exporter = std::make_shared<HeldExport>(*options->exporting);
+    auto exporter = std::make_shared<RenderVideoExporter>(main);
     AppModel model(AppModel::Services{main, dialogs, viewer, AppSettings::shared(), factory, exporter, {}});
     ui::ModelObject object(model);
     ui::ScreenModel screen(model, object);
 
     std::unique_ptr<ui::Workspace> window;
+    ui::SidePanel* side = nullptr;
+    auto fail = [&app](const std::string& message) {
+        std::cerr << message << std::endl;
+        app.exit(1);
+    };
+    auto sayReady = [] { std::cout << "prêt" << std::endl; };
+
+    // During a real export: photographed part-way, then cancelled; "prêt"
+    // once the export has ended and taken its unfinished file away.
+    std::unique_ptr<ui::UnderWayCapture> capture;
+    QTimer ending;
+    ending.setInterval(50);
+    QObject::connect(&ending, &QTimer::timeout, [&] {
+        if (exporter->isRunning()) return;
+        ending.stop();
+        sayReady();
+    });
+    auto captureDuringExport = [&] {
+        model.exportVideo();
+        ui::UnderWayCapture::Job job{[&]() -> std::optional<double> {
+                                         if (!exporter->isRunning()) return std::nullopt;
+                                         return exporter->progress();
+                                     },
+                                     [&] { side->refresh(); }};
+        capture = std::make_unique<ui::UnderWayCapture>(*window, options->capture, *options->captureWhenExporting,
+                                                        std::move(job), [&](const Status& taken) {
+                                                            exporter->cancel();
+                                                            if (!taken)
+                                                                return fail(taken.error().message + " " +
+                                                                            model.errorMessage().value_or(""));
+                                                            ending.start();
+                                                        });
+    };
+    // The window has settled with its pictures.
+    auto settled = [&] {
+        if (options->captureWhenExporting) return captureDuringExport();
+        if (!options->capture.empty())
+            if (Status taken = ui::grabToPng(*window, options->capture); !taken) return fail(taken.error().message);
+        sayReady();
+    };
+
     QTimer wait;
     wait.setInterval(50);
     QObject::connect(&wait, &QTimer::timeout, [&] {
@@ -186,14 +217,11 @@ int main(int argc, char** argv) {
         if (options->strongGrade && model.cameraCount() > 1) model.setGrade(strongGrade(), 1);
         model.setEditedCamera(std::clamp(options->camera, 0, std::max(0, model.cameraCount() - 1)));
         if (options->panel == RightPanel::drops && !model.drops().empty()) model.edit().focusDrop(model.drops()[0]);
-        if (options->exporting) {
-            model.settings().setExportTarget(ExportTarget::video);
-            model.exportVideo();
-        }
+        if (options->captureWhenExporting) model.settings().setExportTarget(ExportTarget::video);
         model.setRightPanel(options->panel);
 
         window = std::make_unique<ui::Workspace>(screen);
-        auto* side = new ui::SidePanel(model, object);
+        side = new ui::SidePanel(model, object);
         window->setSidePanel(side);
         if (auto* color = qobject_cast<ui::ColorPanel*>(side->page()); color && options->wheels) {
             color->setSectionOpen("base", false);
@@ -222,11 +250,11 @@ int main(int argc, char** argv) {
         if (options->panel == RightPanel::drops && !model.drops().empty()) t = model.drops()[0].time + 1.5;
         player->seek(t);
         model.applyLooks();
-        QObject::connect(&object, &ui::ModelObject::framesChanged, window.get(), [] {
-            static bool said = false;
-            if (said) return;
-            said = true;
-            QTimer::singleShot(800, [] { std::cout << "prêt" << std::endl; });
+        QObject::connect(&object, &ui::ModelObject::framesChanged, window.get(), [&] {
+            static bool seen = false;
+            if (seen) return;
+            seen = true;
+            QTimer::singleShot(800, settled);
         });
     });
     model.open(options->folder, true);

@@ -49,7 +49,13 @@ std::string AppModel::exportBaseName() const {
 std::optional<fs::path> AppModel::destination(const std::string& name, const std::string& ext,
                                               const std::string& message) {
     AppSettings& settings = services_.settings;
-    if (!settings.askWhereToSave()) return settings.uniqueURL(name, ext);
+    if (!settings.askWhereToSave()) {
+        // A fresh account may have no downloads folder yet: make it, as a
+        // browser would; a failure shows when the file is written.
+        std::error_code ec;
+        fs::create_directories(settings.exportFolder(), ec);
+        return settings.uniqueURL(name, ext);
+    }
     return services_.dialogs.saveFile(message, name + "." + ext, ext, settings.exportFolder());
 }
 

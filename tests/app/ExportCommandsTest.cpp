@@ -72,6 +72,17 @@ TEST_F(ExportCommandsTest, OnlyGradedCamerasGetACubeThatFfmpegReads) {
     EXPECT_FALSE(fs::exists(exports / "tiny-21 - MONTAGE 3 - Cam 2.cube"));
 }
 
+// Without a chosen folder the export goes to the downloads folder, made
+// when the account has none yet.
+TEST_F(ExportCommandsTest, AMissingDownloadsFolderIsMade) {
+    settings->setExportFolderPath("");
+    const fs::path downloads = AppSettings::downloads();
+    ASSERT_FALSE(fs::exists(downloads));
+    model->exportMontage();
+    EXPECT_FALSE(model->errorMessage()) << *model->errorMessage();
+    EXPECT_TRUE(fs::exists(downloads / "tiny-21 - MONTAGE.xml"));
+}
+
 TEST_F(ExportCommandsTest, CancelledDialogWritesNothingAndAFailedWriteSaysWhy) {
     settings->setAskWhereToSave(true);
     const std::string status = model->status();

@@ -105,6 +105,11 @@ QRectF MonitorsView::cropWindow(int camera) const {
             pl.windowWidth * pic.width(), pl.windowHeight * pic.height()};
 }
 
+bool MonitorsView::drawsCropWindow(int camera) const {
+    const AppPlayer* player = model_.player();
+    return player && model_.showsCropWindow(camera) && model_.edit().hasFeed(camera, player->currentTime());
+}
+
 void MonitorsView::paintEvent(QPaintEvent*) {
     QPainter p(this);
     p.fillRect(rect(), Theme::paper());
@@ -221,7 +226,7 @@ void MonitorsView::paintTile(QPainter& p, int camera, const TileLayout& l, int a
     } else {
         drawNoPicture(p, r, 16);
     }
-    if (hasAngle && model_.showsCropWindow(camera)) {
+    if (drawsCropWindow(camera)) {
         const QRectF w = cropWindow(camera);
         QPainterPath outside;
         outside.addRect(r);
@@ -290,7 +295,7 @@ void MonitorsView::mousePressEvent(QMouseEvent* ev) {
 void MonitorsView::mouseMoveEvent(QMouseEvent* ev) {
     if (!dragCamera_) {
         const auto camera = tileAt(ev->position());
-        const bool inWindow = camera && model_.showsCropWindow(*camera) && cropWindow(*camera).contains(ev->position());
+        const bool inWindow = camera && drawsCropWindow(*camera) && cropWindow(*camera).contains(ev->position());
         setCursor(inWindow ? Qt::OpenHandCursor : camera ? Qt::PointingHandCursor : Qt::ArrowCursor);
         return;
     }
@@ -299,7 +304,7 @@ void MonitorsView::mouseMoveEvent(QMouseEvent* ev) {
     if (!moved_ && d.manhattanLength() < 3) return;
     if (!moved_) {
         moved_ = true;
-        if (model_.showsCropWindow(camera) && cropWindow(camera).contains(pressPos_)) dragFrame_ = model_.framing(camera);
+        if (drawsCropWindow(camera) && cropWindow(camera).contains(pressPos_)) dragFrame_ = model_.framing(camera);
     }
     if (!dragFrame_) return;
     const QRectF r = tileRect(camera);
@@ -339,7 +344,7 @@ bool MonitorsView::event(QEvent* ev) {
             return true;
         }
         QString text;
-        if (model_.showsCropWindow(*camera) && cropWindow(*camera).contains(help->pos())) {
+        if (drawsCropWindow(*camera) && cropWindow(*camera).contains(help->pos())) {
             text = QStringLiteral("Glisse pour choisir la partie de l'image gardée · clic droit › Recadrer pour le zoom et les positions");
         } else {
             const bool playing = model_.player() && model_.player()->isPlaying();

@@ -45,6 +45,9 @@ public:
     QRectF tileRect(int camera) const;
     // The part of a tile's picture the output keeps.
     QRectF cropWindow(int camera) const;
+    // Whether the tile shows that window now: the format or the crop asks
+    // for it and the camera has a picture at the present time to crop.
+    bool drawsCropWindow(int camera) const;
     TileLayout layout() const;
 
 protected:

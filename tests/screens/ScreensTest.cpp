@@ -479,9 +479,12 @@ private slots:
         screen.openCrop(1);
         QVERIFY(!screen.showsCropWindow(0));
         QVERIFY(screen.showsCropWindow(1));
-        // Vertical: every tile shows the part the output keeps, a narrow window.
+        // Vertical: every tile with a picture shows the part the output keeps, a narrow window.
         rig.model.setFormat(OutputFormat::portrait);
         QVERIFY(screen.showsCropWindow(0));
+        const TimeRange filmed = rig.player().angles()[0].ranges.at(0);
+        rig.player().seek((filmed.start + filmed.end) / 2);
+        QVERIFY(monitors->drawsCropWindow(0));
         const QRectF tile = monitors->tileRect(0), window = monitors->cropWindow(0);
         QVERIFY(window.width() < tile.width() * 0.4);
         QVERIFY(std::abs(window.center().x() - tile.center().x()) < 1);
@@ -493,6 +496,16 @@ private slots:
         send(monitors, QEvent::MouseButtonRelease, to, Qt::NoButton);
         QVERIFY(std::abs(screen.framing(0).x - 0.2) < 1e-9);
         QVERIFY(monitors->cropWindow(0).center().x() > window.center().x());
+        // Where the camera films nothing there is no picture to crop: no window, and the same drag moves nothing.
+        rig.player().seek(filmed.start > 1 ? filmed.start / 2 : filmed.end + 0.5);
+        QVERIFY(!rig.edit().hasFeed(0, rig.player().currentTime()));
+        QVERIFY(screen.showsCropWindow(0));
+        QVERIFY(!monitors->drawsCropWindow(0));
+        const QPointF again = monitors->cropWindow(0).center();
+        send(monitors, QEvent::MouseButtonPress, again, Qt::LeftButton);
+        send(monitors, QEvent::MouseMove, again + QPointF(tile.width() * 0.2, 0), Qt::LeftButton);
+        send(monitors, QEvent::MouseButtonRelease, again + QPointF(tile.width() * 0.2, 0), Qt::NoButton);
+        QVERIFY(std::abs(screen.framing(0).x - 0.2) < 1e-9);
         // Back to landscape, the camera whose crop moved still shows its window.
         rig.model.setFormat(OutputFormat::landscape);
         QVERIFY(screen.showsCropWindow(0));

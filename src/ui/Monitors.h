@@ -5,6 +5,7 @@
 // window the output keeps, which can be dragged. Main thread only.
 #pragma once
 
+#include <QFont>
 #include <QWidget>
 #include <optional>
 
@@ -20,6 +21,20 @@ struct TileLayout {
     bool wide = false;  // larger captions above 230 points
 };
 
+// Where a tile's captions stand, each on its own dark plate so that it reads
+// over any picture (rushes often carry burnt-in text) and none covers
+// another. An empty rectangle is a caption the tile does not show.
+struct TileCaptions {
+    QRectF number;     // the camera number, top left
+    QRectF programme;  // "PROGRAMME" on the active camera: top right, else under the number
+    QRectF status;     // the countdown, bottom left
+    QRectF name;       // the camera's name, bottom right, when there is room beside the countdown
+    QString statusText;  // broken onto two lines in a narrow tile
+    QString nameText;    // elided to its plate
+    QFont programmeFont;  // its letters closer in a small tile
+    QRectF symbol;        // the no-picture symbol, clear of the plates; empty when there is no room
+};
+
 namespace Monitors {
 
 constexpr double spacing = 8;
@@ -29,6 +44,10 @@ constexpr double wideThreshold = 230;
 // The column count (1 to 4) giving the largest 16:9 tile for n cameras in
 // the zone; the smaller count wins a tie.
 TileLayout tileLayout(int cameras, double width, double height);
+
+// The captions of one tile; `status` or `name` may be empty.
+TileCaptions tileCaptions(const QRectF& tile, bool wide, int camera, bool active, const QString& status,
+                          const QString& name);
 
 // What the plan carries, as the program monitor labels it: "ZOOM AVANT + VHS".
 QString effectLabel(const ResolvedEffect& effect);

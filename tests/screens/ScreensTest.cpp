@@ -468,6 +468,42 @@ private slots:
         QCOMPARE(Monitors::effectLabel(ResolvedEffect{}), QString());
     }
 
+    void tileCaptionsStayWholeAndApart() {
+        // Grid zones from the smallest window with a side panel open to a large screen.
+        const QSizeF zones[] = {{335, 250}, {420, 290}, {660, 400}, {1000, 620}};
+        const QString statuses[] = {QStringLiteral("DÉMARRE DANS 12:34"), QStringLiteral("COUPE DANS 0:09"),
+                                    QStringLiteral("NON CALÉE")};
+        for (int n = 1; n <= 8; ++n)
+            for (const QSizeF& zone : zones) {
+                const TileLayout l = Monitors::tileLayout(n, zone.width(), zone.height());
+                const QRectF tile(100, 50, l.tileWidth, l.tileHeight);
+                for (const QString& status : statuses)
+                    for (bool active : {false, true}) {
+                        const TileCaptions c = Monitors::tileCaptions(tile, l.wide, n - 1, active, status,
+                                                                      QStringLiteral("Caméra balcon gauche"));
+                        const QString where = QStringLiteral("%1 cameras in %2x%3, %4")
+                                                  .arg(n).arg(zone.width()).arg(zone.height()).arg(status);
+                        // The countdown is never cut, at most broken before its time.
+                        QVERIFY2(QString(c.statusText).replace('\n', ' ') == status, qPrintable(where));
+                        std::vector<QRectF> plates{c.number, c.status};
+                        if (active) plates.push_back(c.programme);
+                        if (!c.name.isEmpty()) plates.push_back(c.name);
+                        // An empty tile keeps its no-picture symbol in sight; the active one may lose it.
+                        QVERIFY2(active || !c.symbol.isEmpty(), qPrintable(where));
+                        if (!c.symbol.isEmpty()) plates.push_back(c.symbol);
+                        for (size_t i = 0; i < plates.size(); ++i) {
+                            QVERIFY2(!plates[i].isEmpty() && tile.contains(plates[i]), qPrintable(where));
+                            for (size_t j = i + 1; j < plates.size(); ++j)
+                                QVERIFY2(!plates[i].intersects(plates[j]), qPrintable(where));
+                        }
+                        // A wide tile has room for a short name beside the longest countdown.
+                        if (l.wide)
+                            QCOMPARE(Monitors::tileCaptions(tile, true, 0, active, statuses[0], "Cam 1").nameText,
+                                     QStringLiteral("Cam 1"));
+                    }
+            }
+    }
+
     void cropWindowsFollowTheFormatAndTheDrag() {
         Rig rig;
         QVERIFY2(rig.openSet(), "the generated set opens");

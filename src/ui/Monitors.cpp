@@ -66,6 +66,18 @@ void drawPlate(QPainter& p, const QRectF& r, const QColor& fill) {
     p.drawRoundedRect(r, 3, 3);
 }
 
+// Breaks `text` at its separators into lines no wider than `width` where it can.
+QStringList wrapped(const QString& text, const QFontMetricsF& fm, double width, const QString& separator = " ") {
+    QStringList lines;
+    for (const QString& word : text.split(separator)) {
+        if (!lines.isEmpty() && fm.horizontalAdvance(lines.last() + separator + word) <= width)
+            lines.last() += separator + word;
+        else
+            lines << word;
+    }
+    return lines;
+}
+
 QRectF fitted(QSizeF content, const QRectF& box) {
     if (content.isEmpty()) return box;
     QSizeF s = content.scaled(box.size(), Qt::KeepAspectRatio);
@@ -250,50 +262,79 @@ void MonitorsView::paintProgram(QPainter& p) {
     }
     if (!feed) {
         p.fillRect(frame, QColor(0x10, 0x10, 0x0f));
-        const QPointF c = frame.center();
-        Theme::drawSymbol(p, QRectF(c.x() - 30, c.y() - 58, 60, 40), "video.slash.fill", 22, Theme::gray3());
-        p.setFont(Theme::numbers(15));
+        // Wrapped to the frame, which is narrow in the vertical formats.
+        const QRectF box = frame.adjusted(12, 0, -12, 0);
+        const QFont title = Theme::numbers(15), hint = Theme::text(11);
+        const int flags = Qt::AlignHCenter | Qt::AlignTop | Qt::TextWordWrap;
+        const QString titleText = QStringLiteral("CETTE CAMÉRA N'A PAS DE FLUX ICI");
+        const QString hintText = QStringLiteral("Choisis une autre caméra (1 à 8).");
+        const QRectF titleSize = QFontMetricsF(title).boundingRect(box, flags, titleText);
+        const QRectF hintSize = QFontMetricsF(hint).boundingRect(box, flags, hintText);
+        const double symbol = 40, gap = 6;
+        double y = frame.center().y() - (symbol + titleSize.height() + hintSize.height() + 2 * gap) / 2;
+        Theme::drawSymbol(p, QRectF(frame.center().x() - 30, y, 60, symbol), "video.slash.fill", 22, Theme::gray3());
+        y += symbol + gap;
+        p.setFont(title);
         p.setPen(Theme::gray1());
-        p.drawText(QRectF(frame.left(), c.y() - 14, frame.width(), 24), Qt::AlignCenter,
-                   QStringLiteral("CETTE CAMÉRA N'A PAS DE FLUX ICI"));
-        p.setFont(Theme::text(11));
+        p.drawText(QRectF(box.left(), y, box.width(), titleSize.height()), flags, titleText);
+        y += titleSize.height() + gap;
+        p.setFont(hint);
         p.setPen(Theme::gray3());
-        p.drawText(QRectF(frame.left(), c.y() + 12, frame.width(), 20), Qt::AlignCenter,
-                   QStringLiteral("Choisis une autre caméra (1 à 8)."));
+        p.drawText(QRectF(box.left(), y, box.width(), hintSize.height()), flags, hintText);
     }
-    // Camera number and the word, on a dark plate so they read on any picture.
-    const QRectF plate(frame.left() + 10, frame.top() + 10, 128, 34);
-    p.setPen(Qt::NoPen);
-    p.setBrush(QColor(0, 0, 0, 150));
-    p.drawRoundedRect(plate, 4, 4);
-    p.setFont(Theme::numbers(22));
+    // Camera number, the word and the output format on one plate, so they
+    // read on any picture, burnt-in text and the VHS look's own included.
+    const QFont numberFace = Theme::numbers(22), word = Theme::text(10, Theme::Weight::bold, 1.6),
+                formatFace = Theme::numbers(10);
+    const QString number = QString::number(camera + 1), programme = QStringLiteral("PROGRAMME");
+    const QString format =
+        QStringLiteral("%1 · %2×%3").arg(rawValue(model_.format())).arg(int(out.width)).arg(int(out.height));
+    const QFontMetricsF nf(numberFace), wf(word), ff(formatFace);
+    const double numberWidth = nf.horizontalAdvance(number) + 8;
+    const double plateWidth =
+        10 + std::max(numberWidth + wf.horizontalAdvance(programme), ff.horizontalAdvance(format)) + 12;
+    const QRectF plate(frame.left() + 10, frame.top() + 10, plateWidth, 52);
+    drawPlate(p, plate, plateColor());
+    const QRectF top(plate.left() + 10, plate.top() + 4, plate.width() - 20, 28);
+    p.setFont(numberFace);
     p.setPen(Theme::accent());
-    p.drawText(QRectF(plate.left() + 10, plate.top(), 30, plate.height()), Qt::AlignVCenter | Qt::AlignLeft,
-               QString::number(camera + 1));
-    p.setFont(Theme::text(10, Theme::Weight::bold, 1.6));
+    p.drawText(top, Qt::AlignVCenter | Qt::AlignLeft, number);
+    p.setFont(word);
     p.setPen(Theme::ink());
-    p.drawText(QRectF(plate.left() + 38, plate.top(), plate.width() - 40, plate.height()),
-               Qt::AlignVCenter | Qt::AlignLeft, QStringLiteral("PROGRAMME"));
+    p.drawText(top.adjusted(numberWidth, 0, 0, 0), Qt::AlignVCenter | Qt::AlignLeft, programme);
+    p.setFont(formatFace);
+    p.setPen(Theme::gray2());
+    p.drawText(QRectF(top.left(), top.bottom(), top.width(), plate.bottom() - 4 - top.bottom()),
+               Qt::AlignVCenter | Qt::AlignLeft, format);
+
     const QString label = Monitors::effectLabel(fx);
     if (!label.isEmpty() && feed) {
-        QFont f = Theme::text(10, Theme::Weight::bold, 1.4);
-        QFontMetrics fm(f);
-        const double w = fm.horizontalAdvance(label) + 20;
-        // Top right, or under the plate when the frame is too narrow for both.
-        QRectF pill(frame.right() - 10 - w, frame.top() + 14, w, 24);
-        if (pill.left() < plate.right() + 10) pill = QRectF(plate.left(), plate.bottom() + 8, w, 24);
-        p.setPen(Qt::NoPen);
-        p.setBrush(Theme::accent());
-        p.drawRoundedRect(pill, 3, 3);
+        // Top right, or under the plate when the frame is too narrow for both;
+        // broken between effects, and its letters closer, when even the
+        // frame's width is too little.
+        const double room = frame.width() - 20;
+        QFont f;
+        QStringList lines;
+        double w = 0;
+        for (const QFont& face : {Theme::text(10, Theme::Weight::bold, 1.4), Theme::text(10, Theme::Weight::bold),
+                                  Theme::text(9, Theme::Weight::bold)}) {
+            const QFontMetricsF fm(face);
+            f = face;
+            lines = wrapped(label, fm, room - 20, QStringLiteral(" + "));
+            for (qsizetype i = 0; i + 1 < lines.size(); ++i) lines[i] += QStringLiteral(" +");
+            w = 0;
+            for (const QString& l : lines) w = std::max(w, fm.horizontalAdvance(l) + 20);
+            if (w <= room) break;
+        }
+        const QFontMetricsF fm(f);
+        const double h = double(lines.size()) * (fm.ascent() + fm.descent()) + 10;
+        QRectF pill(frame.right() - 10 - w, frame.top() + 14, w, h);
+        if (pill.left() < plate.right() + 10) pill = QRectF(plate.left(), plate.bottom() + 8, w, h);
+        drawPlate(p, pill, Theme::accent());
         p.setFont(f);
         p.setPen(Theme::paper());
-        p.drawText(pill, Qt::AlignCenter, label);
+        p.drawText(pill, Qt::AlignCenter, lines.join('\n'));
     }
-    // The output format under the picture's corner.
-    p.setFont(Theme::numbers(10));
-    p.setPen(Theme::withAlpha(Theme::ink(), 0.55));
-    p.drawText(QRectF(frame.left() + 10, frame.bottom() - 24, 200, 18), Qt::AlignVCenter | Qt::AlignLeft,
-               QStringLiteral("%1 · %2×%3").arg(rawValue(model_.format())).arg(int(out.width)).arg(int(out.height)));
 }
 
 void MonitorsView::paintTile(QPainter& p, int camera, const TileLayout& l, int active) {

@@ -67,7 +67,7 @@ void drawPlate(QPainter& p, const QRectF& r, const QColor& fill) {
 }
 
 // Breaks `text` at its separators into lines no wider than `width` where it can.
-QStringList wrapped(const QString& text, const QFontMetricsF& fm, double width, const QString& separator = " ") {
+QStringList wrapped(const QString& text, const QFontMetricsF& fm, double width, const QString& separator) {
     QStringList lines;
     for (const QString& word : text.split(separator)) {
         if (!lines.isEmpty() && fm.horizontalAdvance(lines.last() + separator + word) <= width)

@@ -1,8 +1,9 @@
 // Monitors: the program monitor (58 % of the width) beside the grid of
 // camera tiles. The program shows the camera of the plan under the play
 // head, framed in the output format, moving with the plan's zoom or shake;
-// each tile shows its angle, its caption and, where the output crops, the
-// window the output keeps, which can be dragged. Main thread only.
+// each tile shows its angle, its captions on plates and, where the output
+// crops a picture, the window the output keeps, which can be dragged. Main
+// thread only.
 #pragma once
 
 #include <QFont>

@@ -50,18 +50,118 @@ namespace {
 
 constexpr double margin = 12;
 
+// Caption faces of the tiles; the larger sizes in wide tiles.
+QFont numberFont(bool wide) { return Theme::numbers(wide ? 22 : 18); }
+QFont tagFont(bool tight) { return Theme::text(9, Theme::Weight::bold, tight ? 0 : 1.2); }
+QFont statusFont(bool wide) { return Theme::text(wide ? 10 : 9, Theme::Weight::semibold, 1.0); }
+QFont nameFont(bool wide) { return Theme::text(wide ? 10 : 9, Theme::Weight::medium); }
+
+// The plates under captions: dark enough that burnt-in text beneath cannot
+// be read through them.
+QColor plateColor() { return Theme::withAlpha(Theme::paper(), 0.94); }
+
+void drawPlate(QPainter& p, const QRectF& r, const QColor& fill) {
+    p.setPen(Qt::NoPen);
+    p.setBrush(fill);
+    p.drawRoundedRect(r, 3, 3);
+}
+
+// Breaks `text` at its separators into lines no wider than `width` where it can.
+QStringList wrapped(const QString& text, const QFontMetricsF& fm, double width, const QString& separator) {
+    QStringList lines;
+    for (const QString& word : text.split(separator)) {
+        if (!lines.isEmpty() && fm.horizontalAdvance(lines.last() + separator + word) <= width)
+            lines.last() += separator + word;
+        else
+            lines << word;
+    }
+    return lines;
+}
+
 QRectF fitted(QSizeF content, const QRectF& box) {
     if (content.isEmpty()) return box;
     QSizeF s = content.scaled(box.size(), Qt::KeepAspectRatio);
     return {box.center().x() - s.width() / 2, box.center().y() - s.height() / 2, s.width(), s.height()};
 }
 
-void drawNoPicture(QPainter& p, const QRectF& r, double symbolSize) {
-    p.fillRect(r, QColor(0x14, 0x14, 0x13));
-    Theme::drawSymbol(p, r, "video.slash.fill", symbolSize, Theme::gray4());
-}
+// The surface of a tile without picture.
+const QColor noPicture(0x14, 0x14, 0x13);
 
 }  // namespace
+
+namespace Monitors {
+
+TileCaptions tileCaptions(const QRectF& tile, bool wide, int camera, bool active, const QString& status,
+                          const QString& name) {
+    TileCaptions c;
+    // Margins shrink with the tile: eight cameras beside a side panel leave tiles about 106 × 60.
+    const double roomy = std::clamp((tile.width() - 100) / 130, 0.0, 1.0);
+    const double inset = 4 + 4 * roomy, gap = 3 + roomy, pad = 4 + 3 * roomy, numberPad = 3 + 2 * roomy;
+    const double room = tile.width() - 2 * inset;
+
+    const QFontMetricsF numbers(numberFont(wide));
+    const QString number = QString::number(camera + 1);
+    c.number = QRectF(tile.left() + inset, tile.top() + inset, numbers.horizontalAdvance(number) + 2 * pad,
+                      numbers.capHeight() + 2 * numberPad);
+    c.programmeFont = tagFont(false);
+    if (active) {
+        // Top right; in a small tile with its letters closer; under the number as a last resort.
+        auto placed = [&](const QFont& font, double padding) {
+            const double w = QFontMetricsF(font).horizontalAdvance(QStringLiteral("PROGRAMME")) + padding;
+            return QRectF(tile.right() - inset - w, tile.top() + inset, w, 16);
+        };
+        c.programme = placed(c.programmeFont, 10);
+        if (c.programme.left() < c.number.right() + gap) {
+            c.programmeFont = tagFont(true);
+            c.programme = placed(c.programmeFont, 8);
+        }
+        if (c.programme.left() < c.number.right() + gap)
+            c.programme.moveTopLeft({c.number.left(), c.number.bottom() + gap});
+    }
+    const double topRow = std::max(c.number.bottom(), c.programme.isEmpty() ? 0.0 : c.programme.bottom());
+
+    const QFontMetricsF fm(statusFont(wide));
+    const double lineHeight = fm.ascent() + fm.descent();
+    double statusRight = tile.left() + inset - gap;
+    if (!status.isEmpty()) {
+        // Too long for one line, the countdown goes under its words if the tile is tall enough.
+        QStringList lines{status};
+        if (fm.horizontalAdvance(status) > room - 2 * pad) {
+            const qsizetype cut = status.lastIndexOf(' ');
+            if (cut > 0 && tile.bottom() - inset - (2 * lineHeight + 4) >= topRow + gap)
+                lines = QStringList{status.left(cut), status.mid(cut + 1)};
+            for (QString& l : lines) l = fm.elidedText(l, Qt::ElideRight, room - 2 * pad);
+        }
+        double width = 0;
+        for (const QString& l : lines) width = std::max(width, fm.horizontalAdvance(l));
+        const double height = double(lines.size()) * lineHeight + 4;
+        c.status = QRectF(tile.left() + inset, tile.bottom() - inset - height, width + 2 * pad, height);
+        c.statusText = lines.join('\n');
+        statusRight = c.status.right();
+    }
+    const QFontMetricsF names(nameFont(wide));
+    const double nameRoom = tile.right() - inset - (statusRight + gap) - 2 * pad;
+    // A name cut below three letters says nothing the number does not.
+    if (!name.isEmpty() && nameRoom >= names.horizontalAdvance(QStringLiteral("Cam"))) {
+        c.nameText = names.elidedText(name, Qt::ElideRight, nameRoom);
+        const double width = names.horizontalAdvance(c.nameText) + 2 * pad, height = lineHeight + 4;
+        c.name = QRectF(tile.right() - inset - width, tile.bottom() - inset - height, width, height);
+    }
+    // The no-picture symbol: the tile's centre, else the free end of the top row.
+    const double side = 20;
+    c.symbol = QRectF(tile.center().x() - side / 2, tile.center().y() - side / 2, side, side);
+    if (c.symbol.intersects(c.number) || c.symbol.intersects(c.programme) || c.symbol.intersects(c.status) ||
+        c.symbol.intersects(c.name)) {
+        const double left = c.number.right() + gap;
+        const double right = c.programme.isEmpty() || c.programme.top() > c.number.top() ? tile.right() - inset
+                                                                                          : c.programme.left() - gap;
+        c.symbol = right - left >= side ? QRectF((left + right - side) / 2, c.number.center().y() - side / 2, side, side)
+                                        : QRectF();
+    }
+    return c;
+}
+
+}  // namespace Monitors
 
 MonitorsView::MonitorsView(ScreenModel& model, QWidget* parent) : QWidget(parent), model_(model) {
     setMouseTracking(true);
@@ -103,6 +203,11 @@ QRectF MonitorsView::cropWindow(int camera) const {
     const double cy = 0.5 - pl.y * out.height / (pl.scale * src.height);
     return {pic.left() + (cx - pl.windowWidth / 2) * pic.width(), pic.top() + (cy - pl.windowHeight / 2) * pic.height(),
             pl.windowWidth * pic.width(), pl.windowHeight * pic.height()};
+}
+
+bool MonitorsView::drawsCropWindow(int camera) const {
+    const AppPlayer* player = model_.player();
+    return player && model_.showsCropWindow(camera) && model_.edit().hasFeed(camera, player->currentTime());
 }
 
 void MonitorsView::paintEvent(QPaintEvent*) {
@@ -157,50 +262,79 @@ void MonitorsView::paintProgram(QPainter& p) {
     }
     if (!feed) {
         p.fillRect(frame, QColor(0x10, 0x10, 0x0f));
-        const QPointF c = frame.center();
-        Theme::drawSymbol(p, QRectF(c.x() - 30, c.y() - 58, 60, 40), "video.slash.fill", 22, Theme::gray3());
-        p.setFont(Theme::numbers(15));
+        // Wrapped to the frame, which is narrow in the vertical formats.
+        const QRectF box = frame.adjusted(12, 0, -12, 0);
+        const QFont title = Theme::numbers(15), hint = Theme::text(11);
+        const int flags = Qt::AlignHCenter | Qt::AlignTop | Qt::TextWordWrap;
+        const QString titleText = QStringLiteral("CETTE CAMÉRA N'A PAS DE FLUX ICI");
+        const QString hintText = QStringLiteral("Choisis une autre caméra (1 à 8).");
+        const QRectF titleSize = QFontMetricsF(title).boundingRect(box, flags, titleText);
+        const QRectF hintSize = QFontMetricsF(hint).boundingRect(box, flags, hintText);
+        const double symbol = 40, gap = 6;
+        double y = frame.center().y() - (symbol + titleSize.height() + hintSize.height() + 2 * gap) / 2;
+        Theme::drawSymbol(p, QRectF(frame.center().x() - 30, y, 60, symbol), "video.slash.fill", 22, Theme::gray3());
+        y += symbol + gap;
+        p.setFont(title);
         p.setPen(Theme::gray1());
-        p.drawText(QRectF(frame.left(), c.y() - 14, frame.width(), 24), Qt::AlignCenter,
-                   QStringLiteral("CETTE CAMÉRA N'A PAS DE FLUX ICI"));
-        p.setFont(Theme::text(11));
+        p.drawText(QRectF(box.left(), y, box.width(), titleSize.height()), flags, titleText);
+        y += titleSize.height() + gap;
+        p.setFont(hint);
         p.setPen(Theme::gray3());
-        p.drawText(QRectF(frame.left(), c.y() + 12, frame.width(), 20), Qt::AlignCenter,
-                   QStringLiteral("Choisis une autre caméra (1 à 8)."));
+        p.drawText(QRectF(box.left(), y, box.width(), hintSize.height()), flags, hintText);
     }
-    // Camera number and the word, on a dark plate so they read on any picture.
-    const QRectF plate(frame.left() + 10, frame.top() + 10, 128, 34);
-    p.setPen(Qt::NoPen);
-    p.setBrush(QColor(0, 0, 0, 150));
-    p.drawRoundedRect(plate, 4, 4);
-    p.setFont(Theme::numbers(22));
+    // Camera number, the word and the output format on one plate, so they
+    // read on any picture, burnt-in text and the VHS look's own included.
+    const QFont numberFace = Theme::numbers(22), word = Theme::text(10, Theme::Weight::bold, 1.6),
+                formatFace = Theme::numbers(10);
+    const QString number = QString::number(camera + 1), programme = QStringLiteral("PROGRAMME");
+    const QString format =
+        QStringLiteral("%1 · %2×%3").arg(rawValue(model_.format())).arg(int(out.width)).arg(int(out.height));
+    const QFontMetricsF nf(numberFace), wf(word), ff(formatFace);
+    const double numberWidth = nf.horizontalAdvance(number) + 8;
+    const double plateWidth =
+        10 + std::max(numberWidth + wf.horizontalAdvance(programme), ff.horizontalAdvance(format)) + 12;
+    const QRectF plate(frame.left() + 10, frame.top() + 10, plateWidth, 52);
+    drawPlate(p, plate, plateColor());
+    const QRectF top(plate.left() + 10, plate.top() + 4, plate.width() - 20, 28);
+    p.setFont(numberFace);
     p.setPen(Theme::accent());
-    p.drawText(QRectF(plate.left() + 10, plate.top(), 30, plate.height()), Qt::AlignVCenter | Qt::AlignLeft,
-               QString::number(camera + 1));
-    p.setFont(Theme::text(10, Theme::Weight::bold, 1.6));
+    p.drawText(top, Qt::AlignVCenter | Qt::AlignLeft, number);
+    p.setFont(word);
     p.setPen(Theme::ink());
-    p.drawText(QRectF(plate.left() + 38, plate.top(), plate.width() - 40, plate.height()),
-               Qt::AlignVCenter | Qt::AlignLeft, QStringLiteral("PROGRAMME"));
+    p.drawText(top.adjusted(numberWidth, 0, 0, 0), Qt::AlignVCenter | Qt::AlignLeft, programme);
+    p.setFont(formatFace);
+    p.setPen(Theme::gray2());
+    p.drawText(QRectF(top.left(), top.bottom(), top.width(), plate.bottom() - 4 - top.bottom()),
+               Qt::AlignVCenter | Qt::AlignLeft, format);
+
     const QString label = Monitors::effectLabel(fx);
     if (!label.isEmpty() && feed) {
-        QFont f = Theme::text(10, Theme::Weight::bold, 1.4);
-        QFontMetrics fm(f);
-        const double w = fm.horizontalAdvance(label) + 20;
-        // Top right, or under the plate when the frame is too narrow for both.
-        QRectF pill(frame.right() - 10 - w, frame.top() + 14, w, 24);
-        if (pill.left() < plate.right() + 10) pill = QRectF(plate.left(), plate.bottom() + 8, w, 24);
-        p.setPen(Qt::NoPen);
-        p.setBrush(Theme::accent());
-        p.drawRoundedRect(pill, 3, 3);
+        // Top right, or under the plate when the frame is too narrow for both;
+        // broken between effects, and its letters closer, when even the
+        // frame's width is too little.
+        const double room = frame.width() - 20;
+        QFont f;
+        QStringList lines;
+        double w = 0;
+        for (const QFont& face : {Theme::text(10, Theme::Weight::bold, 1.4), Theme::text(10, Theme::Weight::bold),
+                                  Theme::text(9, Theme::Weight::bold)}) {
+            const QFontMetricsF fm(face);
+            f = face;
+            lines = wrapped(label, fm, room - 20, QStringLiteral(" + "));
+            for (qsizetype i = 0; i + 1 < lines.size(); ++i) lines[i] += QStringLiteral(" +");
+            w = 0;
+            for (const QString& l : lines) w = std::max(w, fm.horizontalAdvance(l) + 20);
+            if (w <= room) break;
+        }
+        const QFontMetricsF fm(f);
+        const double h = double(lines.size()) * (fm.ascent() + fm.descent()) + 10;
+        QRectF pill(frame.right() - 10 - w, frame.top() + 14, w, h);
+        if (pill.left() < plate.right() + 10) pill = QRectF(plate.left(), plate.bottom() + 8, w, h);
+        drawPlate(p, pill, Theme::accent());
         p.setFont(f);
         p.setPen(Theme::paper());
-        p.drawText(pill, Qt::AlignCenter, label);
+        p.drawText(pill, Qt::AlignCenter, lines.join('\n'));
     }
-    // The output format under the picture's corner.
-    p.setFont(Theme::numbers(10));
-    p.setPen(Theme::withAlpha(Theme::ink(), 0.55));
-    p.drawText(QRectF(frame.left() + 10, frame.bottom() - 24, 200, 18), Qt::AlignVCenter | Qt::AlignLeft,
-               QStringLiteral("%1 · %2×%3").arg(rawValue(model_.format())).arg(int(out.width)).arg(int(out.height)));
 }
 
 void MonitorsView::paintTile(QPainter& p, int camera, const TileLayout& l, int active) {
@@ -208,8 +342,7 @@ void MonitorsView::paintTile(QPainter& p, int camera, const TileLayout& l, int a
     AppPlayer* player = model_.player();
     const double t = player ? player->currentTime() : 0;
     const bool hasAngle = player && camera < int(player->angles().size());
-    const bool image = hasAngle && model_.edit().hasFeed(camera, t);
-    const QImage picture = image ? model_.picture(camera) : QImage();
+    const QImage picture = hasAngle && model_.edit().hasFeed(camera, t) ? model_.picture(camera) : QImage();
     p.save();
     QPainterPath clip;
     clip.addRoundedRect(r, 4, 4);
@@ -219,9 +352,9 @@ void MonitorsView::paintTile(QPainter& p, int camera, const TileLayout& l, int a
         const PixelSize s = model_.cameraSize(camera);
         p.drawImage(fitted(QSizeF(s.width, s.height), r), picture);
     } else {
-        drawNoPicture(p, r, 16);
+        p.fillRect(r, noPicture);
     }
-    if (hasAngle && model_.showsCropWindow(camera)) {
+    if (drawsCropWindow(camera)) {
         const QRectF w = cropWindow(camera);
         QPainterPath outside;
         outside.addRect(r);
@@ -232,38 +365,42 @@ void MonitorsView::paintTile(QPainter& p, int camera, const TileLayout& l, int a
         p.setBrush(Qt::NoBrush);
         p.drawRect(w.adjusted(0.75, 0.75, -0.75, -0.75));
     }
-    // Captions on a dark strip, readable over any picture.
-    p.fillRect(QRectF(r.left(), r.bottom() - 24, r.width(), 24), QColor(0, 0, 0, 175));
-    p.setFont(Theme::numbers(l.wide ? 22 : 18));
-    p.setPen(camera == active ? Theme::accent() : Theme::ink());
-    const double pad = l.wide ? 10 : 7;
-    p.drawText(QRectF(r.left() + pad, r.top() + pad - 2, 40, l.wide ? 26 : 22), Qt::AlignLeft | Qt::AlignVCenter,
-               QString::number(camera + 1));
-    if (camera == active) {
-        p.setFont(Theme::text(9, Theme::Weight::bold, 1.2));
-        QFontMetrics fm(p.font());
-        const QString word = QStringLiteral("PROGRAMME");
-        const QRectF tag(r.right() - pad - fm.horizontalAdvance(word) - 10, r.top() + pad, fm.horizontalAdvance(word) + 10, 16);
-        p.setPen(Qt::NoPen);
-        p.setBrush(Theme::accent());
-        p.drawRoundedRect(tag, 2, 2);
+
+    AngleStatus st;
+    if (hasAngle)
+        st = angleStatus(player->angles()[size_t(camera)], t);
+    else if (camera < model_.cameraCount())
+        st = {QStringLiteral("NON CALÉE"), false};
+    const bool isActive = camera == active;
+    const TileCaptions c = Monitors::tileCaptions(r, l.wide, camera, isActive, st.text,
+                                                  camera < model_.cameraCount() ? model_.cameraName(camera) : QString());
+    if (picture.isNull() && !c.symbol.isEmpty())
+        Theme::drawSymbol(p, c.symbol, "video.slash.fill", 16, Theme::gray4());
+    drawPlate(p, c.number, plateColor());
+    p.setFont(numberFont(l.wide));
+    p.setPen(isActive ? Theme::accent() : Theme::ink());
+    p.drawText(c.number, Qt::AlignCenter, QString::number(camera + 1));
+    if (!c.programme.isEmpty()) {
+        drawPlate(p, c.programme, Theme::accent());
+        p.setFont(c.programmeFont);
         p.setPen(Theme::paper());
-        p.drawText(tag, Qt::AlignCenter, word);
+        p.drawText(c.programme, Qt::AlignCenter, QStringLiteral("PROGRAMME"));
     }
-    if (hasAngle) {
-        const AngleStatus st = angleStatus(player->angles()[size_t(camera)], t);
-        p.setFont(Theme::text(l.wide ? 10 : 9, Theme::Weight::semibold, 1.0));
+    if (!c.status.isEmpty()) {
+        drawPlate(p, c.status, plateColor());
+        p.setFont(statusFont(l.wide));
         p.setPen(st.urgent ? Theme::warning() : Theme::gray1());
-        p.drawText(QRectF(r.left() + pad, r.bottom() - 24, r.width() - 2 * pad, 24), Qt::AlignVCenter | Qt::AlignLeft,
-                   st.text);
-        p.setFont(Theme::text(l.wide ? 10 : 9, Theme::Weight::medium));
+        p.drawText(c.status, Qt::AlignCenter, c.statusText);
+    }
+    if (!c.name.isEmpty()) {
+        drawPlate(p, c.name, plateColor());
+        p.setFont(nameFont(l.wide));
         p.setPen(Theme::gray2());
-        p.drawText(QRectF(r.left() + pad, r.bottom() - 24, r.width() - 2 * pad, 24), Qt::AlignVCenter | Qt::AlignRight,
-                   QFontMetrics(p.font()).elidedText(model_.cameraName(camera), Qt::ElideRight, int(r.width() / 2.5)));
+        p.drawText(c.name, Qt::AlignCenter, c.nameText);
     }
     p.restore();
     p.setBrush(Qt::NoBrush);
-    if (camera == active) {
+    if (isActive) {
         p.setPen(QPen(Theme::accent(), 2));
         p.drawRoundedRect(r.adjusted(1, 1, -1, -1), 4, 4);
     } else {
@@ -290,7 +427,7 @@ void MonitorsView::mousePressEvent(QMouseEvent* ev) {
 void MonitorsView::mouseMoveEvent(QMouseEvent* ev) {
     if (!dragCamera_) {
         const auto camera = tileAt(ev->position());
-        const bool inWindow = camera && model_.showsCropWindow(*camera) && cropWindow(*camera).contains(ev->position());
+        const bool inWindow = camera && drawsCropWindow(*camera) && cropWindow(*camera).contains(ev->position());
         setCursor(inWindow ? Qt::OpenHandCursor : camera ? Qt::PointingHandCursor : Qt::ArrowCursor);
         return;
     }
@@ -299,7 +436,7 @@ void MonitorsView::mouseMoveEvent(QMouseEvent* ev) {
     if (!moved_ && d.manhattanLength() < 3) return;
     if (!moved_) {
         moved_ = true;
-        if (model_.showsCropWindow(camera) && cropWindow(camera).contains(pressPos_)) dragFrame_ = model_.framing(camera);
+        if (drawsCropWindow(camera) && cropWindow(camera).contains(pressPos_)) dragFrame_ = model_.framing(camera);
     }
     if (!dragFrame_) return;
     const QRectF r = tileRect(camera);
@@ -339,7 +476,7 @@ bool MonitorsView::event(QEvent* ev) {
             return true;
         }
         QString text;
-        if (model_.showsCropWindow(*camera) && cropWindow(*camera).contains(help->pos())) {
+        if (drawsCropWindow(*camera) && cropWindow(*camera).contains(help->pos())) {
             text = QStringLiteral("Glisse pour choisir la partie de l'image gardée · clic droit › Recadrer pour le zoom et les positions");
         } else {
             const bool playing = model_.player() && model_.player()->isPlaying();

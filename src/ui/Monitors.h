@@ -1,10 +1,12 @@
 // Monitors: the program monitor (58 % of the width) beside the grid of
 // camera tiles. The program shows the camera of the plan under the play
 // head, framed in the output format, moving with the plan's zoom or shake;
-// each tile shows its angle, its caption and, where the output crops, the
-// window the output keeps, which can be dragged. Main thread only.
+// each tile shows its angle, its captions on plates and, where the output
+// crops a picture, the window the output keeps, which can be dragged. Main
+// thread only.
 #pragma once
 
+#include <QFont>
 #include <QWidget>
 #include <optional>
 
@@ -20,6 +22,20 @@ struct TileLayout {
     bool wide = false;  // larger captions above 230 points
 };
 
+// Where a tile's captions stand, each on its own dark plate so that it reads
+// over any picture (rushes often carry burnt-in text) and none covers
+// another. An empty rectangle is a caption the tile does not show.
+struct TileCaptions {
+    QRectF number;     // the camera number, top left
+    QRectF programme;  // "PROGRAMME" on the active camera: top right, else under the number
+    QRectF status;     // the countdown, bottom left
+    QRectF name;       // the camera's name, bottom right, when there is room beside the countdown
+    QString statusText;  // broken onto two lines in a narrow tile
+    QString nameText;    // elided to its plate
+    QFont programmeFont;  // its letters closer in a small tile
+    QRectF symbol;        // the no-picture symbol, clear of the plates; empty when there is no room
+};
+
 namespace Monitors {
 
 constexpr double spacing = 8;
@@ -29,6 +45,10 @@ constexpr double wideThreshold = 230;
 // The column count (1 to 4) giving the largest 16:9 tile for n cameras in
 // the zone; the smaller count wins a tie.
 TileLayout tileLayout(int cameras, double width, double height);
+
+// The captions of one tile; `status` or `name` may be empty.
+TileCaptions tileCaptions(const QRectF& tile, bool wide, int camera, bool active, const QString& status,
+                          const QString& name);
 
 // What the plan carries, as the program monitor labels it: "ZOOM AVANT + VHS".
 QString effectLabel(const ResolvedEffect& effect);
@@ -45,6 +65,9 @@ public:
     QRectF tileRect(int camera) const;
     // The part of a tile's picture the output keeps.
     QRectF cropWindow(int camera) const;
+    // Whether the tile shows that window now: the format or the crop asks
+    // for it and the camera has a picture at the present time to crop.
+    bool drawsCropWindow(int camera) const;
     TileLayout layout() const;
 
 protected:

@@ -469,6 +469,42 @@ private slots:
         QCOMPARE(Monitors::effectLabel(ResolvedEffect{}), QString());
     }
 
+    void tileCaptionsStayWholeAndApart() {
+        // Grid zones from the smallest window with a side panel open to a large screen.
+        const QSizeF zones[] = {{335, 250}, {420, 290}, {660, 400}, {1000, 620}};
+        const QString statuses[] = {QStringLiteral("DÉMARRE DANS 12:34"), QStringLiteral("COUPE DANS 0:09"),
+                                    QStringLiteral("NON CALÉE")};
+        for (int n = 1; n <= 8; ++n)
+            for (const QSizeF& zone : zones) {
+                const TileLayout l = Monitors::tileLayout(n, zone.width(), zone.height());
+                const QRectF tile(100, 50, l.tileWidth, l.tileHeight);
+                for (const QString& status : statuses)
+                    for (bool active : {false, true}) {
+                        const TileCaptions c = Monitors::tileCaptions(tile, l.wide, n - 1, active, status,
+                                                                      QStringLiteral("Caméra balcon gauche"));
+                        const QString where = QStringLiteral("%1 cameras in %2x%3, %4")
+                                                  .arg(n).arg(zone.width()).arg(zone.height()).arg(status);
+                        // The countdown is never cut, at most broken before its time.
+                        QVERIFY2(QString(c.statusText).replace('\n', ' ') == status, qPrintable(where));
+                        std::vector<QRectF> plates{c.number, c.status};
+                        if (active) plates.push_back(c.programme);
+                        if (!c.name.isEmpty()) plates.push_back(c.name);
+                        // An empty tile keeps its no-picture symbol in sight; the active one may lose it.
+                        QVERIFY2(active || !c.symbol.isEmpty(), qPrintable(where));
+                        if (!c.symbol.isEmpty()) plates.push_back(c.symbol);
+                        for (size_t i = 0; i < plates.size(); ++i) {
+                            QVERIFY2(!plates[i].isEmpty() && tile.contains(plates[i]), qPrintable(where));
+                            for (size_t j = i + 1; j < plates.size(); ++j)
+                                QVERIFY2(!plates[i].intersects(plates[j]), qPrintable(where));
+                        }
+                        // A wide tile has room for a short name beside the longest countdown.
+                        if (l.wide)
+                            QCOMPARE(Monitors::tileCaptions(tile, true, 0, active, statuses[0], "Cam 1").nameText,
+                                     QStringLiteral("Cam 1"));
+                    }
+            }
+    }
+
     void cropWindowsFollowTheFormatAndTheDrag() {
         Rig rig;
         QVERIFY2(rig.openSet(), "the generated set opens");
@@ -480,9 +516,12 @@ private slots:
         screen.openCrop(1);
         QVERIFY(!screen.showsCropWindow(0));
         QVERIFY(screen.showsCropWindow(1));
-        // Vertical: every tile shows the part the output keeps, a narrow window.
+        // Vertical: every tile with a picture shows the part the output keeps, a narrow window.
         rig.model.setFormat(OutputFormat::portrait);
         QVERIFY(screen.showsCropWindow(0));
+        const TimeRange filmed = rig.player().angles()[0].ranges.at(0);
+        rig.player().seek((filmed.start + filmed.end) / 2);
+        QVERIFY(monitors->drawsCropWindow(0));
         const QRectF tile = monitors->tileRect(0), window = monitors->cropWindow(0);
         QVERIFY(window.width() < tile.width() * 0.4);
         QVERIFY(std::abs(window.center().x() - tile.center().x()) < 1);
@@ -494,6 +533,16 @@ private slots:
         send(monitors, QEvent::MouseButtonRelease, to, Qt::NoButton);
         QVERIFY(std::abs(screen.framing(0).x - 0.2) < 1e-9);
         QVERIFY(monitors->cropWindow(0).center().x() > window.center().x());
+        // Where the camera films nothing there is no picture to crop: no window, and the same drag moves nothing.
+        rig.player().seek(filmed.start > 1 ? filmed.start / 2 : filmed.end + 0.5);
+        QVERIFY(!rig.edit().hasFeed(0, rig.player().currentTime()));
+        QVERIFY(screen.showsCropWindow(0));
+        QVERIFY(!monitors->drawsCropWindow(0));
+        const QPointF again = monitors->cropWindow(0).center();
+        send(monitors, QEvent::MouseButtonPress, again, Qt::LeftButton);
+        send(monitors, QEvent::MouseMove, again + QPointF(tile.width() * 0.2, 0), Qt::LeftButton);
+        send(monitors, QEvent::MouseButtonRelease, again + QPointF(tile.width() * 0.2, 0), Qt::NoButton);
+        QVERIFY(std::abs(screen.framing(0).x - 0.2) < 1e-9);
         // Back to landscape, the camera whose crop moved still shows its window.
         rig.model.setFormat(OutputFormat::landscape);
         QVERIFY(screen.showsCropWindow(0));

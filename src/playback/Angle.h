@@ -7,17 +7,11 @@
 #include <vector>
 
 #include "base/Uuid.h"
+#include "edit/AngleStatus.h"
 #include "edit/TimeRange.h"
 #include "sync/SyncResult.h"
 
 namespace qv {
-
-struct AngleStatus {
-    std::string text;
-    bool urgent = false;
-
-    bool operator==(const AngleStatus&) const = default;
-};
 
 struct Angle {
     int id = 0;  // the camera's number, from 0
@@ -29,9 +23,8 @@ struct Angle {
 
     // Whether the camera shows a picture at `t`: start <= t < end of a range.
     bool hasImage(double t) const;
-    // The monitor's caption: "NON CALÉE", "COUPE DANS 1:10" (urgent under
-    // 15 s left), "DÉMARRE DANS 0:42" or "TERMINÉE".
-    AngleStatus status(double t) const;
+    // The monitor's caption (see angleStatus).
+    AngleStatus status(double t) const { return angleStatus(hasPlayer, ranges, t); }
 
     // The stretches of pictures of a camera's placed files, by the edit's
     // rule (AutoEditor::takeRanges), so the monitors and the cuts agree.

@@ -370,9 +370,9 @@ void MonitorsView::paintTile(QPainter& p, int camera, const TileLayout& l, int a
     if (hasAngle)
         st = angleStatus(player->angles()[size_t(camera)], t);
     else if (camera < model_.cameraCount())
-        st = {QStringLiteral("NON CALÉE"), false};
+        st = {"NON CALÉE", false};
     const bool isActive = camera == active;
-    const TileCaptions c = Monitors::tileCaptions(r, l.wide, camera, isActive, st.text,
+    const TileCaptions c = Monitors::tileCaptions(r, l.wide, camera, isActive, QString::fromStdString(st.text),
                                                   camera < model_.cameraCount() ? model_.cameraName(camera) : QString());
     if (picture.isNull() && !c.symbol.isEmpty())
         Theme::drawSymbol(p, c.symbol, "video.slash.fill", 16, Theme::gray4());

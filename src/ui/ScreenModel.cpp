@@ -8,21 +8,6 @@
 
 namespace qv::ui {
 
-AngleStatus angleStatus(const AngleInfo& angle, double t) {
-    if (!angle.hasPicture) return {QStringLiteral("NON CALÉE"), false};
-    std::optional<double> nextStart;
-    for (const TimeRange& r : angle.ranges) {
-        if (r.start <= t && t < r.end) {
-            double left = r.end - t;
-            return {QStringLiteral("COUPE DANS %1").arg(QString::fromStdString(Format::countdown(left))), left < 15};
-        }
-        if (r.start > t && (!nextStart || r.start < *nextStart)) nextStart = r.start;
-    }
-    if (nextStart)
-        return {QStringLiteral("DÉMARRE DANS %1").arg(QString::fromStdString(Format::countdown(*nextStart - t))), false};
-    return {QStringLiteral("TERMINÉE"), false};
-}
-
 ScreenModel::ScreenModel(AppModel& app, ModelObject& object) : app_(app) {
     connect(&object, &ModelObject::changed, this, &ScreenModel::changed);
 }

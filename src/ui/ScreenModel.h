@@ -9,6 +9,7 @@
 #include <QObject>
 
 #include "app/AppModel.h"
+#include "edit/AngleStatus.h"
 
 namespace qv::ui {
 
@@ -20,11 +21,9 @@ struct TrackMix {
 };
 
 // The caption of a camera's tile at time t.
-struct AngleStatus {
-    QString text;
-    bool urgent = false;
-};
-AngleStatus angleStatus(const AngleInfo& angle, double t);
+inline AngleStatus angleStatus(const AngleInfo& angle, double t) {
+    return qv::angleStatus(angle.hasPicture, angle.ranges, t);
+}
 
 class ScreenModel : public QObject {
     Q_OBJECT

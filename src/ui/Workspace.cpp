@@ -10,6 +10,7 @@
 
 #include "base/Format.h"
 #include "ui/Monitors.h"
+#include "ui/PanelRail.h"
 #include "ui/Theme.h"
 #include "ui/TimelineEditor.h"
 #include "ui/Widgets.h"
@@ -207,6 +208,10 @@ Workspace::Workspace(ScreenModel& model, QWidget* parent) : QWidget(parent), mod
     column->addWidget(monitors_, 1);
     column->addWidget(transport_, 0);
     column->addWidget(timeline_, 0);
+    rail_ = new PanelRail(model_, this);
+    row_->addWidget(rail_);
+    // A click on the rail leaves the cutting keys where they were, here.
+    connect(rail_, &PanelRail::panelToggled, this, [this] { setFocus(Qt::OtherFocusReason); });
 
     toast_ = new QLabel(this);
     toast_->setFont(Theme::text(12, Theme::Weight::medium));
@@ -247,7 +252,7 @@ void Workspace::keyPressEvent(QKeyEvent* event) {
 
 void Workspace::setSidePanel(QWidget* panel) {
     panel->setParent(this);
-    row_->addWidget(panel);
+    row_->insertWidget(row_->indexOf(rail_), panel);
 }
 
 void Workspace::showEvent(QShowEvent* event) {

@@ -43,20 +43,6 @@ QPushButton* chip(QWidget* parent) {
     return b;
 }
 
-// A one-line text that ends in "…" rather than being cut.
-class ElidedLabel : public QLabel {
-public:
-    using QLabel::QLabel;
-
-protected:
-    void paintEvent(QPaintEvent*) override {
-        QPainter p(this);
-        p.setFont(font());
-        p.setPen(palette().color(QPalette::WindowText));
-        p.drawText(rect(), Qt::AlignVCenter | Qt::AlignLeft, fontMetrics().elidedText(text(), Qt::ElideRight, width()));
-    }
-};
-
 const QString keyStrip = QStringLiteral(
     "Z zoom · E épaule · B flou objectif · M flou mouvement · V VHS · N aucun · A auto · I / O plage · "
     "C scinder · ⌫ supprimer · Ctrl+Z annuler · ↑↓ coupes · ← → 5 s");
@@ -90,8 +76,11 @@ TransportBar::TransportBar(ScreenModel& model, QWidget* parent) : QWidget(parent
     time_->setFixedWidth(110);
     row->addWidget(time_);
 
-    state_ = makeLabel(QString(), Theme::text(10, Theme::Weight::semibold, 1.2), Theme::gray2(), this);
-    state_->setMinimumWidth(300);
+    // Beside an open panel at the window's smallest the line gives way first,
+    // down to its first words; the key strip goes before it.
+    state_ = new ElidedLabel(this);
+    state_->setFont(Theme::text(10, Theme::Weight::semibold, 1.2));
+    state_->setMinimumWidth(110);
     row->addWidget(state_);
     row->addStretch(1);
 
@@ -119,7 +108,7 @@ TransportBar::TransportBar(ScreenModel& model, QWidget* parent) : QWidget(parent
     keys_->setFont(Theme::text(10));
     setTextColor(keys_, Theme::gray3());
     keys_->setText(keyStrip);
-    keys_->setMinimumWidth(80);
+    keys_->setMinimumWidth(0);
     keys_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
     keys_->setToolTip(keyStrip);
     row->addWidget(keys_, 3);
@@ -171,6 +160,7 @@ void TransportBar::tick() {
     if (playing != shownPlaying_ || state_->text().isEmpty()) {
         shownPlaying_ = playing;
         state_->setText(stateText());
+        state_->setToolTip(stateText());
         setTextColor(state_, playing ? Theme::accent() : Theme::gray2());
         play_->setSymbol(playing ? "pause.fill" : "play.fill");
     }

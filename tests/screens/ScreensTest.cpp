@@ -213,6 +213,11 @@ private slots:
             rig.window.panelAction(c.panel)->trigger();
             QVERIFY2(shows(RightPanel::none), c.title);
         }
+        // The menu's function keys pass the workspace, which has no use for them.
+        QTest::keyClick(rig.window.windowHandle(), Qt::Key_F3);
+        QVERIFY(shows(RightPanel::drops));
+        QTest::keyClick(rig.window.windowHandle(), Qt::Key_F3);
+        QVERIFY(shows(RightPanel::none));
         QVERIFY(keysReachTheWorkspace());
 
         // A panel opened elsewhere (a tile's context menu) is marked; one click

@@ -43,6 +43,21 @@ QPushButton* chip(QWidget* parent) {
     return b;
 }
 
+const QString playingLine = QStringLiteral("EN LECTURE · 1 à 8 = COUPER");
+const QString stoppedLine = QStringLiteral("À L'ARRÊT · 1 à 8 = CHANGER LA CAMÉRA DU PLAN");
+
+// The state line asks for the width of its longer text, so the menus beside
+// it stay put when playing starts or stops.
+class StateLine : public ElidedLabel {
+public:
+    using ElidedLabel::ElidedLabel;
+    QSize sizeHint() const override {
+        const QFontMetrics fm(font());
+        const int widest = std::max(fm.horizontalAdvance(playingLine), fm.horizontalAdvance(stoppedLine));
+        return {widest + 4, ElidedLabel::sizeHint().height()};
+    }
+};
+
 const QString keyStrip = QStringLiteral(
     "Z zoom · E épaule · B flou objectif · M flou mouvement · V VHS · N aucun · A auto · I / O plage · "
     "C scinder · ⌫ supprimer · Ctrl+Z annuler · ↑↓ coupes · ← → 5 s");
@@ -78,7 +93,7 @@ TransportBar::TransportBar(ScreenModel& model, QWidget* parent) : QWidget(parent
 
     // Beside an open panel at the window's smallest the line gives way first,
     // down to its first words; the key strip goes before it.
-    state_ = new ElidedLabel(this);
+    state_ = new StateLine(this);
     state_->setFont(Theme::text(10, Theme::Weight::semibold, 1.2));
     state_->setMinimumWidth(110);
     row->addWidget(state_);
@@ -137,8 +152,7 @@ QString TransportBar::timeText() const {
 
 QString TransportBar::stateText() const {
     const AppPlayer* p = model_.player();
-    return p && p->isPlaying() ? QStringLiteral("EN LECTURE · 1 à 8 = COUPER")
-                               : QStringLiteral("À L'ARRÊT · 1 à 8 = CHANGER LA CAMÉRA DU PLAN");
+    return p && p->isPlaying() ? playingLine : stoppedLine;
 }
 
 QString TransportBar::formatText() const { return QStringLiteral("FORMAT %1").arg(rawValue(model_.format())); }

@@ -42,6 +42,7 @@ RailButton::RailButton(const PanelCommand& command, QWidget* parent)
     // The keys stay with the workspace whatever is clicked here.
     setFocusPolicy(Qt::NoFocus);
     setCursor(Qt::PointingHandCursor);
+    setAttribute(Qt::WA_Hover);  // repaints on entering and leaving
 }
 
 QSize RailButton::sizeHint() const {
@@ -52,15 +53,15 @@ void RailButton::paintEvent(QPaintEvent*) {
     QPainter p(this);
     p.setRenderHint(QPainter::Antialiasing);
     const QRectF r = QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5);
-    const bool on = isChecked();
-    if (on || hover_) {
+    const bool on = isChecked(), hover = underMouse();
+    if (on || hover) {
         p.setPen(Qt::NoPen);
         p.setBrush(on ? Theme::withAlpha(Theme::accent(), 0.12) : Theme::line());
         p.drawRoundedRect(r, 6, 6);
     }
     if (isDown()) p.setOpacity(0.7);
-    const QColor symbolColor = on ? Theme::accent() : hover_ ? Theme::ink() : Theme::gray2();
-    const QColor captionColor = on ? Theme::accent() : hover_ ? Theme::gray1() : Theme::gray3();
+    const QColor symbolColor = on ? Theme::accent() : hover ? Theme::ink() : Theme::gray2();
+    const QColor captionColor = on ? Theme::accent() : hover ? Theme::gray1() : Theme::gray3();
     const QFontMetrics fm(captionFont());
     const double top = (height() - symbolSize - 4 - fm.height()) / 2;
     Theme::drawSymbol(p, QRectF(0, top, width(), symbolSize), symbol_, symbolSize, symbolColor);
@@ -68,16 +69,6 @@ void RailButton::paintEvent(QPaintEvent*) {
     p.setPen(captionColor);
     p.drawText(QRectF(1, top + symbolSize + 4, width() - 2, fm.height()), Qt::AlignCenter,
                fm.elidedText(text(), Qt::ElideRight, width() - 2));
-}
-
-void RailButton::enterEvent(QEnterEvent*) {
-    hover_ = true;
-    update();
-}
-
-void RailButton::leaveEvent(QEvent*) {
-    hover_ = false;
-    update();
 }
 
 // --- PanelRail

@@ -6,7 +6,6 @@
 #pragma once
 
 #include <QAbstractButton>
-#include <QKeySequence>
 #include <array>
 
 #include "edit/RightPanel.h"
@@ -35,12 +34,9 @@ public:
 
 protected:
     void paintEvent(QPaintEvent* event) override;
-    void enterEvent(QEnterEvent* event) override;
-    void leaveEvent(QEvent* event) override;
 
 private:
     const char* symbol_;
-    bool hover_ = false;
 };
 
 class PanelRail : public QWidget {

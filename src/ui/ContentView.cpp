@@ -172,9 +172,12 @@ public:
         row->setContentsMargins(14, 8, 14, 8);
         row->setSpacing(10);
         row->addWidget(symbolLabel("checkmark.circle.fill", 15, Theme::accent(), this));
-        auto* note = makeLabel(QStringLiteral("Quorvel enregistre tout seul : en rouvrant ce dossier, tu retrouves ton "
-                                              "montage et tes réglages."),
-                               Theme::text(11), Theme::gray3(), this);
+        auto* note = new ElidedLabel(QStringLiteral("Quorvel enregistre tout seul : en rouvrant ce dossier, tu retrouves "
+                                                    "ton montage et tes réglages."),
+                                     this);
+        note->setFont(Theme::text(11));
+        setTextColor(note, Theme::gray3());
+        note->setToolTip(note->text());
         note->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
         row->addWidget(note, 1);
         range_ = new QuorvelLabel(QString(), this);

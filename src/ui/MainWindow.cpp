@@ -15,7 +15,9 @@
 #include "base/Format.h"
 #include "diagnostics/Log.h"
 #include "ui/ContentView.h"
+#include "ui/PanelRail.h"
 #include "ui/QtPorts.h"
+#include "ui/Workspace.h"
 
 namespace qv::ui {
 
@@ -70,6 +72,22 @@ void MainWindow::buildMenus() {
     QMenu* edit = menuBar()->addMenu("Édition");
     addCommand(edit, "Annuler la dernière modif du montage", QKeySequence("Ctrl+Z"), [this] { model_.undo(); });
 
+    // The side panels, as on the workspace's rail; checked on the open one.
+    QMenu* panels = menuBar()->addMenu("Panneaux");
+    const auto& commands = panelCommands();
+    for (size_t i = 0; i < commands.size(); ++i) {
+        const PanelCommand& c = commands[i];
+        if (c.panel == RightPanel::color || c.panel == RightPanel::exportPanel) panels->addSeparator();
+        panels_[i] = addCommand(panels, QString::fromUtf8(c.title), QKeySequence(QString::fromUtf8(c.keys)),
+                                [this, panel = c.panel] {
+                                    model_.togglePanel(panel);
+                                    refresh();
+                                    // The menu gives the focus back where it was: the keys belong to the workspace.
+                                    if (Workspace* w = content_->workspace()) w->setFocus(Qt::OtherFocusReason);
+                                });
+        panels_[i]->setCheckable(true);
+    }
+
     QMenu* help = menuBar()->addMenu("Aide");
     addCommand(help, "Afficher le journal Quorvel", {}, [this] {
         Log::write("Journal ouvert par l'utilisateur");
@@ -82,6 +100,17 @@ void MainWindow::refresh() {
     close_->setEnabled(model_.currentProjectId().has_value());
     export_->setEnabled(model_.player() != nullptr);
     reset_->setEnabled(model_.player() != nullptr);
+    const RightPanel open = model_.rightPanel();
+    for (size_t i = 0; i < panels_.size(); ++i) {
+        panels_[i]->setEnabled(model_.player() != nullptr);
+        panels_[i]->setChecked(panelCommands()[i].panel == open);
+    }
+}
+
+QAction* MainWindow::panelAction(RightPanel panel) const {
+    for (size_t i = 0; i < panels_.size(); ++i)
+        if (panelCommands()[i].panel == panel) return panels_[i];
+    return nullptr;
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {

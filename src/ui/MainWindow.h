@@ -8,6 +8,7 @@
 #include <QMainWindow>
 #include <QProgressBar>
 #include <QPushButton>
+#include <array>
 
 #include "app/AppModel.h"
 
@@ -34,6 +35,8 @@ class MainWindow : public QMainWindow {
 public:
     MainWindow(AppModel& model, ModelObject& object);
     class ContentView* content() const { return content_; }
+    // The item of the panel menu that toggles a panel; null for `none`.
+    QAction* panelAction(RightPanel panel) const;
 
 protected:
     void closeEvent(QCloseEvent* event) override;
@@ -48,6 +51,7 @@ private:
     QAction* close_ = nullptr;
     QAction* export_ = nullptr;
     QAction* reset_ = nullptr;
+    std::array<QAction*, 8> panels_{};
 };
 
 }  // namespace qv::ui

@@ -58,6 +58,9 @@ constexpr SymbolEntry symbolTable[] = {
     {"paintpalette.fill", 0xe40a},
     {"trash", 0xe872},
     {"chevron.right", 0xe5cc},
+    // Panel rail.
+    {"wand.and.stars", 0xe663},
+    {"gearshape.fill", 0xe8b8},
 };
 
 QString upperTracked(const QString& text) { return text.toUpper(); }

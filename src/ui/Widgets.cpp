@@ -27,6 +27,15 @@ void clearLayout(QLayout* layout) {
     }
 }
 
+void ElidedLabel::paintEvent(QPaintEvent*) {
+    const QString shown = fontMetrics().elidedText(text(), Qt::ElideRight, width());
+    if (shown == QStringLiteral("…")) return;
+    QPainter p(this);
+    p.setFont(font());
+    p.setPen(palette().color(QPalette::WindowText));
+    p.drawText(rect(), Qt::AlignVCenter | Qt::AlignLeft, shown);
+}
+
 SymbolButton::SymbolButton(const char* symbol, double symbolSize, QWidget* parent)
     : QAbstractButton(parent), symbol_(symbol), size_(symbolSize) {
     setCursor(Qt::PointingHandCursor);

@@ -14,6 +14,17 @@ void setTextColor(QLabel* label, const QColor& color);
 // Removes and deletes every item of a layout and its widget.
 void clearLayout(QLayout* layout);
 
+// A one-line text that ends in "…" rather than being cut, and shows
+// nothing rather than the "…" alone.
+class ElidedLabel : public QLabel {
+    Q_OBJECT
+public:
+    using QLabel::QLabel;
+
+protected:
+    void paintEvent(QPaintEvent* event) override;
+};
+
 // A flat button showing one symbol of the theme's icon table, with an
 // optional text after it; `opacity` dims it as a whole.
 class SymbolButton : public QAbstractButton {

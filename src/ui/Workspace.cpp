@@ -10,6 +10,7 @@
 
 #include "base/Format.h"
 #include "ui/Monitors.h"
+#include "ui/PanelRail.h"
 #include "ui/Theme.h"
 #include "ui/TimelineEditor.h"
 #include "ui/Widgets.h"
@@ -42,17 +43,18 @@ QPushButton* chip(QWidget* parent) {
     return b;
 }
 
-// A one-line text that ends in "…" rather than being cut.
-class ElidedLabel : public QLabel {
-public:
-    using QLabel::QLabel;
+const QString playingLine = QStringLiteral("EN LECTURE · 1 à 8 = COUPER");
+const QString stoppedLine = QStringLiteral("À L'ARRÊT · 1 à 8 = CHANGER LA CAMÉRA DU PLAN");
 
-protected:
-    void paintEvent(QPaintEvent*) override {
-        QPainter p(this);
-        p.setFont(font());
-        p.setPen(palette().color(QPalette::WindowText));
-        p.drawText(rect(), Qt::AlignVCenter | Qt::AlignLeft, fontMetrics().elidedText(text(), Qt::ElideRight, width()));
+// The state line asks for the width of its longer text, so the menus beside
+// it stay put when playing starts or stops.
+class StateLine : public ElidedLabel {
+public:
+    using ElidedLabel::ElidedLabel;
+    QSize sizeHint() const override {
+        const QFontMetrics fm(font());
+        const int widest = std::max(fm.horizontalAdvance(playingLine), fm.horizontalAdvance(stoppedLine));
+        return {widest + 4, ElidedLabel::sizeHint().height()};
     }
 };
 
@@ -89,8 +91,11 @@ TransportBar::TransportBar(ScreenModel& model, QWidget* parent) : QWidget(parent
     time_->setFixedWidth(110);
     row->addWidget(time_);
 
-    state_ = makeLabel(QString(), Theme::text(10, Theme::Weight::semibold, 1.2), Theme::gray2(), this);
-    state_->setMinimumWidth(300);
+    // Beside an open panel at the window's smallest the line gives way first,
+    // down to its first words; the key strip goes before it.
+    state_ = new StateLine(this);
+    state_->setFont(Theme::text(10, Theme::Weight::semibold, 1.2));
+    state_->setMinimumWidth(110);
     row->addWidget(state_);
     row->addStretch(1);
 
@@ -118,7 +123,7 @@ TransportBar::TransportBar(ScreenModel& model, QWidget* parent) : QWidget(parent
     keys_->setFont(Theme::text(10));
     setTextColor(keys_, Theme::gray3());
     keys_->setText(keyStrip);
-    keys_->setMinimumWidth(80);
+    keys_->setMinimumWidth(0);
     keys_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
     keys_->setToolTip(keyStrip);
     row->addWidget(keys_, 3);
@@ -147,8 +152,7 @@ QString TransportBar::timeText() const {
 
 QString TransportBar::stateText() const {
     const AppPlayer* p = model_.player();
-    return p && p->isPlaying() ? QStringLiteral("EN LECTURE · 1 à 8 = COUPER")
-                               : QStringLiteral("À L'ARRÊT · 1 à 8 = CHANGER LA CAMÉRA DU PLAN");
+    return p && p->isPlaying() ? playingLine : stoppedLine;
 }
 
 QString TransportBar::formatText() const { return QStringLiteral("FORMAT %1").arg(rawValue(model_.format())); }
@@ -170,6 +174,7 @@ void TransportBar::tick() {
     if (playing != shownPlaying_ || state_->text().isEmpty()) {
         shownPlaying_ = playing;
         state_->setText(stateText());
+        state_->setToolTip(stateText());
         setTextColor(state_, playing ? Theme::accent() : Theme::gray2());
         play_->setSymbol(playing ? "pause.fill" : "play.fill");
     }
@@ -207,6 +212,10 @@ Workspace::Workspace(ScreenModel& model, QWidget* parent) : QWidget(parent), mod
     column->addWidget(monitors_, 1);
     column->addWidget(transport_, 0);
     column->addWidget(timeline_, 0);
+    rail_ = new PanelRail(model_, this);
+    row_->addWidget(rail_);
+    // A click on the rail leaves the cutting keys where they were, here.
+    connect(rail_, &PanelRail::panelToggled, this, [this] { setFocus(Qt::OtherFocusReason); });
 
     toast_ = new QLabel(this);
     toast_->setFont(Theme::text(12, Theme::Weight::medium));
@@ -247,7 +256,7 @@ void Workspace::keyPressEvent(QKeyEvent* event) {
 
 void Workspace::setSidePanel(QWidget* panel) {
     panel->setParent(this);
-    row_->addWidget(panel);
+    row_->insertWidget(row_->indexOf(rail_), panel);
 }
 
 void Workspace::showEvent(QShowEvent* event) {

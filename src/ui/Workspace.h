@@ -1,5 +1,6 @@
 // Workspace: the working screen of an open set. The monitors on top, the
-// transport bar, then the timeline. It holds the keyboard focus so the
+// transport bar, then the timeline; on the right the open side panel and the
+// rail that opens the panels. It holds the keyboard focus so the
 // cutting keys work at once, and runs the 1/30 s clock that moves the play
 // head and the time; nothing else repaints on that clock but the monitors'
 // pictures. It keeps no edit state of its own. Main thread only.
@@ -18,6 +19,7 @@ class QPushButton;
 namespace qv::ui {
 
 class MonitorsView;
+class PanelRail;
 class TimelineEditor;
 class SymbolButton;
 
@@ -62,7 +64,9 @@ public:
     MonitorsView* monitors() const { return monitors_; }
     TransportBar* transport() const { return transport_; }
     TimelineEditor* timeline() const { return timeline_; }
-    // The side panel, on the right of monitors and timeline, full height.
+    // The toggles of the side panels, always at the right edge.
+    PanelRail* panelRail() const { return rail_; }
+    // The side panel, between monitors and timeline and the rail, full height.
     void setSidePanel(QWidget* panel);
     // One step of the screen's clock (the timer calls it 30 times a second).
     void tick();
@@ -79,6 +83,7 @@ private:
     MonitorsView* monitors_ = nullptr;
     TransportBar* transport_ = nullptr;
     TimelineEditor* timeline_ = nullptr;
+    PanelRail* rail_ = nullptr;
     QLabel* toast_ = nullptr;
     QHBoxLayout* row_ = nullptr;
     double shownTime_ = -1;

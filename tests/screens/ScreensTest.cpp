@@ -18,6 +18,8 @@
 #include "ui/KeyMap.h"
 #include "ui/MainWindow.h"
 #include "ui/Monitors.h"
+#include "ui/PanelRail.h"
+#include "ui/Panels.h"
 #include "ui/ScreenModel.h"
 #include "ui/TimelineEditor.h"
 #include "ui/Workspace.h"
@@ -155,6 +157,85 @@ private slots:
         rig.content().home()->refresh();
         QCOMPARE(rig.content().home()->cardCount(), 2);
         QCOMPARE(rig.content().home()->missingDisks(), 1);
+    }
+
+    void theRailAndTheMenuToggleEveryPanelAndLeaveTheKeys() {
+        Rig rig;
+        QCoreApplication::processEvents();
+        QVERIFY(!rig.window.panelAction(RightPanel::sound)->isEnabled());  // no set yet
+        QVERIFY2(rig.openSet(), "the generated set opens");
+        rig.window.resize(1300, 800);
+        rig.window.show();
+        QVERIFY(QTest::qWaitForWindowActive(&rig.window));
+        PanelRail* rail = rig.workspace().panelRail();
+        SidePanel* side = rig.workspace().findChild<SidePanel*>();
+        QVERIFY(rail && side);
+        QVERIFY(rig.window.panelAction(RightPanel::sound)->isEnabled());
+
+        // Exactly the open panel is marked, on the rail and in the menu, and shown.
+        const auto shows = [&](RightPanel open) {
+            QCoreApplication::processEvents();
+            if (rig.model.rightPanel() != open || side->isVisible() != (open != RightPanel::none)) return false;
+            for (const PanelCommand& c : panelCommands())
+                if (rail->button(c.panel)->isChecked() != (c.panel == open) ||
+                    rig.window.panelAction(c.panel)->isChecked() != (c.panel == open))
+                    return false;
+            return true;
+        };
+        // Keys typed on the window, as the platform routes them. A camera key puts
+        // the other of two filming cameras on the plan under the play head; space
+        // plays and pauses (a focused button would take it as a click).
+        EditModel& e = rig.edit();
+        e.setCuts({cutAt(0, 0)});
+        const TimeRange a = rig.player().angles()[0].ranges.front(), b = rig.player().angles()[1].ranges.front();
+        QVERIFY(std::max(a.start, b.start) + 1 < std::min(a.end, b.end));
+        rig.player().seek(std::max(a.start, b.start) + 0.5);
+        int camera = 0;
+        const auto keysReachTheWorkspace = [&] {
+            camera = 1 - camera;
+            QTest::keyClick(rig.window.windowHandle(), camera == 1 ? Qt::Key_2 : Qt::Key_1);
+            const bool switched = e.segments()[size_t(*e.segmentIndex(rig.player().currentTime()))].camera == camera;
+            QTest::keyClick(rig.window.windowHandle(), Qt::Key_Space);
+            const bool played = rig.player().isPlaying();
+            QTest::keyClick(rig.window.windowHandle(), Qt::Key_Space);
+            return switched && played && !rig.player().isPlaying();
+        };
+
+        for (const PanelCommand& c : panelCommands()) {
+            QTest::mouseClick(rail->button(c.panel), Qt::LeftButton);
+            QVERIFY2(shows(c.panel), c.caption);
+            QVERIFY2(keysReachTheWorkspace(), c.caption);
+            QTest::mouseClick(rail->button(c.panel), Qt::LeftButton);
+            QVERIFY2(shows(RightPanel::none), c.caption);
+        }
+        for (const PanelCommand& c : panelCommands()) {
+            rig.window.panelAction(c.panel)->trigger();
+            QVERIFY2(shows(c.panel), c.title);
+            rig.window.panelAction(c.panel)->trigger();
+            QVERIFY2(shows(RightPanel::none), c.title);
+        }
+        // The menu's function keys pass the workspace, which has no use for them.
+        QTest::keyClick(rig.window.windowHandle(), Qt::Key_F3);
+        QVERIFY(shows(RightPanel::drops));
+        QTest::keyClick(rig.window.windowHandle(), Qt::Key_F3);
+        QVERIFY(shows(RightPanel::none));
+        QVERIFY(keysReachTheWorkspace());
+
+        // A panel opened elsewhere (a tile's context menu) is marked; one click
+        // on another panel's button switches to that one.
+        rig.content().screenModel().openGrade(1);
+        QVERIFY(shows(RightPanel::color));
+        // The preset name field of the colour panel takes the keys while it
+        // holds the focus; after a click on the rail they are the workspace's again.
+        auto* field = side->findChild<QLineEdit*>();
+        QVERIFY(field);
+        field->setFocus();
+        QTest::keyClick(rig.window.windowHandle(), Qt::Key_1);
+        QCOMPARE(field->text(), QStringLiteral("1"));
+        QTest::mouseClick(rail->button(RightPanel::crop), Qt::LeftButton);
+        QVERIFY(shows(RightPanel::crop));
+        QVERIFY(keysReachTheWorkspace());
+        QVERIFY(keysReachTheWorkspace());
     }
 };
 

@@ -421,6 +421,9 @@ void ExportProgress::refresh() {
 // --- PanelPage
 
 PanelPage::PanelPage(const QString& title, QWidget* parent) : QScrollArea(parent) {
+    // Only text fields take the keys: a click on the panel's ground must
+    // leave the arrows, the space bar and the camera keys to the workspace.
+    setFocusPolicy(Qt::NoFocus);
     setWidgetResizable(true);
     setFrameShape(QFrame::NoFrame);
     setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);

@@ -744,6 +744,7 @@ ExportPanel::ExportPanel(AppModel& model, QWidget* parent)
     where->content()->addLayout(folderRow);
     auto* change = new QPushButton(QStringLiteral("Changer dans PARAMÈTRES"), where);
     change->setFlat(true);
+    change->setFocusPolicy(Qt::NoFocus);
     change->setCursor(Qt::PointingHandCursor);
     change->setFont(Theme::text(10, Theme::Weight::semibold));
     change->setStyleSheet(QStringLiteral("QPushButton { color: %1; border: none; text-align: left; padding: 0; }")

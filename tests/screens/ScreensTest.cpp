@@ -236,6 +236,13 @@ private slots:
         QVERIFY(shows(RightPanel::crop));
         QVERIFY(keysReachTheWorkspace());
         QVERIFY(keysReachTheWorkspace());
+        // A click on the panel's empty ground leaves the arrows to the workspace.
+        auto* page = qobject_cast<PanelPage*>(side->page());
+        QVERIFY(page);
+        QTest::mouseClick(page->viewport(), Qt::LeftButton, {}, QPoint(8, page->viewport()->height() - 8));
+        const double before = rig.player().currentTime();
+        QTest::keyClick(rig.window.windowHandle(), Qt::Key_Right);
+        QVERIFY(rig.player().currentTime() > before);
     }
 };
 

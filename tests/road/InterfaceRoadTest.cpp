@@ -27,6 +27,7 @@
 #include "ui/ColorPanel.h"
 #include "ui/ContentView.h"
 #include "ui/MainWindow.h"
+#include "ui/PanelRail.h"
 #include "ui/Panels.h"
 #include "ui/Workspace.h"
 
@@ -140,19 +141,23 @@ private slots:
         settle();
         QCOMPARE(window.content()->screen(), ContentView::Screen::workspace);
         Workspace& workspace = *window.content()->workspace();
+        // Panels open from the rail at the workspace's edge.
+        auto openPanel = [&](RightPanel panel) {
+            QTest::mouseClick(workspace.panelRail()->button(panel), Qt::LeftButton);
+            settle();
+            return model.rightPanel() == panel;
+        };
         QVERIFY(model.cameraCount() >= 2);
 
         // No automatic zoom, so the picture is the crop alone.
-        model.setRightPanel(RightPanel::effects);
-        settle();
+        QVERIFY(openPanel(RightPanel::effects));
         auto* effects = window.findChild<EffectsPanel*>();
         QVERIFY(effects);
         effects->findChildren<PanelToggle*>().front()->click();
         QVERIFY(!model.effects().zoomEnabled);
 
         // Grade camera 2: warmer and brighter.
-        model.setRightPanel(RightPanel::color);
-        settle();
+        QVERIFY(openPanel(RightPanel::color));
         auto* color = window.findChild<ColorPanel*>();
         QVERIFY(color);
         color->findChild<CameraTabs*>()->tab(1)->click();
@@ -169,8 +174,7 @@ private slots:
         QVERIFY(vertical);
         vertical->trigger();
         QCOMPARE(model.format(), OutputFormat::portrait);
-        model.setRightPanel(RightPanel::crop);
-        settle();
+        QVERIFY(openPanel(RightPanel::crop));
         auto* crop = window.findChild<CropPanel*>();
         QVERIFY(crop);
         QAbstractButton* right = findByText<QAbstractButton>(*crop, QStringLiteral("DROITE"));
@@ -215,8 +219,7 @@ private slots:
 
         // The XML for Premiere with a LUT for the graded camera.
         settings.setExportLUTs(true);
-        model.setRightPanel(RightPanel::exportPanel);
-        settle();
+        QVERIFY(openPanel(RightPanel::exportPanel));
         auto* exportPanel = window.findChild<ExportPanel*>();
         QVERIFY(exportPanel);
         findByText<ChoiceRow>(*exportPanel, QStringLiteral("Premiere Pro"))->click();

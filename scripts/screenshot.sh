@@ -24,6 +24,6 @@ kill -TERM "$pid"
 wait "$pid"
 echo "quorvel s'est fermé avec le code $?"
 INNER
-xvfb-run -a -s "-screen 0 1400x900x24" bash "$inner" "$exe" "$set_dir" "$png" "$state" "$@"
+xvfb-run -a -s "-screen 0 ${SCREEN:-1400x900}x24" bash "$inner" "$exe" "$set_dir" "$png" "$state" "$@"
 cat "$state/Quorvel/journal.log"
 rm -rf "$state" "$inner"

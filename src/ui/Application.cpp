@@ -1,6 +1,7 @@
 #include "ui/Application.h"
 
 #include <QApplication>
+#include <QScreen>
 #include <QSocketNotifier>
 #include <signal.h>
 #include <sys/socket.h>
@@ -157,7 +158,10 @@ int run(int argc, char** argv, const std::vector<std::string>& arguments) {
     std::unique_ptr<EditDriver> driver;
     MainWindow window(*model, object);
     dialogs.setParent(&window);
-    window.resize(1440, 900);
+    // Roomy by default, but never larger than the screen a laptop has.
+    QSize size(1440, 900);
+    if (const QScreen* screen = QGuiApplication::primaryScreen()) size = size.boundedTo(screen->availableSize());
+    window.resize(size);
     auto scene = Scene::start(*model, object, window, arguments);
     window.show();
 

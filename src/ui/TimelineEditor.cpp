@@ -134,9 +134,27 @@ QSize TimelineEditor::sizeHint() const {
 
 QSize TimelineEditor::minimumSizeHint() const { return {headerWidth + 220, rulerHeight + montageHeight + bottomHeight}; }
 
+int TimelineEditor::trackBandTop() const { return rulerHeight + montageHeight; }
+int TimelineEditor::trackBandHeight() const { return std::max(0, height() - bottomHeight - trackBandTop()); }
+
+int TimelineEditor::maxLaneScroll() const {
+    int lanes = 0;
+    for (const Track& t : tracks_) lanes += t.height;
+    return std::max(0, lanes - trackBandHeight());
+}
+
+void TimelineEditor::setLaneScroll(int pixels) {
+    const int clamped = std::clamp(pixels, 0, maxLaneScroll());
+    if (clamped == laneScroll_) return;
+    laneScroll_ = clamped;
+    layoutTracks();
+    dirty_ = true;
+    update();
+}
+
 void TimelineEditor::layoutTracks() {
     tracks_.clear();
-    int y = rulerHeight + montageHeight;
+    int y = trackBandTop() - laneScroll_;
     const auto& cams = model_.cameraSources();
     for (size_t i = 0; i < cams.size(); ++i) {
         tracks_.push_back({cams[i], false, int(i) + 1, y, cameraHeight});
@@ -183,6 +201,12 @@ QRectF TimelineEditor::muteRect(const Track& t) const {
     return {headerWidth - 28.0, t.top + (t.height - 22) / 2.0, 22, 22};
 }
 
+QRectF TimelineEditor::muteRectOf(int source) const {
+    for (const Track& t : tracks_)
+        if (t.source == source) return muteRect(t);
+    return {};
+}
+
 QRectF TimelineEditor::levelRect(const Track& t) const {
     return {118, t.top + (t.height - 14) / 2.0, 50, 14};
 }
@@ -201,6 +225,7 @@ void TimelineEditor::syncSlider() {
 }
 
 void TimelineEditor::resizeEvent(QResizeEvent*) {
+    setLaneScroll(laneScroll_);  // a taller view may show every lane again
     int y = height() - bottomHeight;
     zoomOut_->setGeometry(8, y + 3, 24, 24);
     slider_->setGeometry(36, y + 3, headerWidth - 72, 24);
@@ -257,7 +282,10 @@ void TimelineEditor::render(QPainter& p) {
     p.setClipRect(QRectF(laneLeft(), 0, laneWidth(), height() - bottomHeight));
     paintRuler(p);
     paintMontage(p, plans);
+    p.save();
+    p.setClipRect(QRectF(laneLeft(), trackBandTop(), laneWidth(), trackBandHeight()));
     for (const Track& t : tracks_) paintTrack(p, t, active);
+    p.restore();
     // Drops run down the lanes as faint lines, the export range dims what is outside it.
     for (const Drop& d : e.drops())
         p.fillRect(QRectF(xOf(d.time), rulerHeight, 1, height() - bottomHeight - rulerHeight),
@@ -296,7 +324,16 @@ void TimelineEditor::render(QPainter& p) {
                QStringLiteral("%1 %2").arg(n).arg(n == 1 ? QStringLiteral("coupe") : QStringLiteral("coupes")));
     p.fillRect(QRectF(0, mh.bottom() - 1, width(), 1), Theme::line());
 
+    p.save();
+    p.setClipRect(QRectF(0, trackBandTop(), headerWidth, trackBandHeight()));
     for (const Track& t : tracks_) paintHeader(p, t, active);
+    p.restore();
+    // Where the shown lanes stand among all of them, when some are hidden.
+    if (const int most = maxLaneScroll(); most > 0) {
+        const double band = trackBandHeight(), all = band + most;
+        const double h = std::max(16.0, band * band / all), y = trackBandTop() + (band - h) * laneScroll_ / most;
+        p.fillRect(QRectF(width() - 5, y, 3, h), Theme::withAlpha(Theme::ink(), 0.35));
+    }
     paintBottom(p);
 }
 
@@ -533,6 +570,7 @@ TimelineEditor::Hit TimelineEditor::hitTest(QPointF pos) const {
         return {};
     }
     if (x < headerWidth) {
+        if (y < trackBandTop()) return {};
         for (size_t i = 0; i < tracks_.size(); ++i) {
             const Track& t = tracks_[i];
             if (y < t.top || y >= t.top + t.height) continue;
@@ -789,6 +827,8 @@ void TimelineEditor::wheelEvent(QWheelEvent* ev) {
     } else if (ev->modifiers().testFlag(Qt::ShiftModifier)) {
         e.setViewStart(e.viewStart() - delta.y() / pps);
         e.clampView();
+    } else if (maxLaneScroll() > 0) {
+        setLaneScroll(laneScroll_ - int(std::lround(delta.y())));
     } else {
         ev->ignore();
         return;

@@ -65,6 +65,8 @@ public:
     // Geometry for tests and the screen: the rectangle of a lane row.
     QRect montageRect() const;
     QRect rulerRect() const;
+    // The mute button of a source's lane, where the lanes' scroll puts it.
+    QRectF muteRectOf(int source) const;
 
 protected:
     void paintEvent(QPaintEvent* event) override;
@@ -91,6 +93,12 @@ private:
     };
 
     void layoutTracks();
+    // The camera and sound lanes scroll under the pinned ruler and MONTAGE
+    // lane when they are taller than the room the workspace gives them.
+    int trackBandTop() const;
+    int trackBandHeight() const;
+    int maxLaneScroll() const;
+    void setLaneScroll(int pixels);
     void invalidate();
     void render(QPainter& p);
     void paintRuler(QPainter& p);
@@ -110,6 +118,7 @@ private:
 
     ScreenModel& model_;
     std::vector<Track> tracks_;
+    int laneScroll_ = 0;
     QPixmap cache_;
     bool dirty_ = true;
     int laneRenders_ = 0;

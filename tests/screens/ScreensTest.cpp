@@ -67,8 +67,8 @@ struct Rig {
     ContentView& content() { return *window.content(); }
 
     // Opens the generated set, synchronises it and lets the screens catch up.
-    bool openSet() {
-        const auto set = test::generatedSet("tiny", 11);
+    bool openSet(const std::string& preset = "tiny", int seed = 11) {
+        const auto set = test::generatedSet(preset, seed);
         if (set.empty()) return false;
         model.open(set, true);
         if (!main.waitUntil([this] { return !model.isWorking() && model.player(); })) return false;
@@ -512,6 +512,36 @@ private slots:
         send(tl, QEvent::MouseMove, {tl->xOf(15) - 3 + free, y}, Qt::LeftButton);
         send(tl, QEvent::MouseButtonRelease, {tl->xOf(15) - 3 + free, y}, Qt::NoButton);
         QVERIFY(std::abs(e.exportRange().end - 11) < 1e-9);
+    }
+
+    // Eight cameras and two recorders in the smallest window: the lanes
+    // scroll under the ruler and the MONTAGE lane, so the last one's header
+    // can be reached and used.
+    void lanesScrollWhenTheyDoNotFit() {
+        Rig rig;
+        QVERIFY2(rig.openSet("eight", 3), "the generated set opens");
+        rig.window.resize(1180, 760);
+        rig.window.show();
+        QCoreApplication::processEvents();
+        TimelineEditor& timeline = *rig.workspace().timeline();
+        int last = -1;
+        for (size_t s = 0; s < rig.model.sources().size(); ++s)
+            if (rig.model.sources()[s].kind == SourceKind::audio) last = int(s);
+        QVERIFY(last >= 0);
+        const int bandBottom = timeline.height() - Timeline::bottomHeight;
+        QVERIFY(timeline.muteRectOf(last).center().y() > bandBottom);  // hidden at first
+
+        const QPointF at(timeline.laneLeft() + 50, timeline.height() - Timeline::bottomHeight - 10);
+        QWheelEvent wheel(at, timeline.mapToGlobal(at), QPoint(), QPoint(0, -120 * 10), Qt::NoButton, Qt::NoModifier,
+                          Qt::NoScrollPhase, false);
+        QCoreApplication::sendEvent(&timeline, &wheel);
+        QVERIFY(wheel.isAccepted());
+        const QRectF mute = timeline.muteRectOf(last);
+        QVERIFY(mute.bottom() <= bandBottom);
+        QVERIFY(mute.top() >= timeline.montageRect().bottom());
+        QVERIFY(!rig.content().screenModel().mix(last).muted);
+        QTest::mouseClick(&timeline, Qt::LeftButton, {}, mute.center().toPoint());
+        QVERIFY(rig.content().screenModel().mix(last).muted);
     }
 
     void playingRepaintsThePlayheadNotTheLanes() {

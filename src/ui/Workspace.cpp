@@ -222,6 +222,7 @@ Workspace::Workspace(ScreenModel& model, QWidget* parent) : QWidget(parent), mod
     toast_->setStyleSheet(QStringLiteral("QLabel { color: %1; background: %2; border: 1px solid %3; border-radius: 6px;"
                                          " padding: 8px 14px; }")
                               .arg(Theme::ink().name(), QColor(0x1c, 0x1b, 0x19).name(), Theme::lineStrong().name()));
+    toast_->setWordWrap(true);
     toast_->hide();
     connect(&model_, &ScreenModel::changed, this, &Workspace::showToast);
 
@@ -282,8 +283,7 @@ void Workspace::showToast() {
         return;
     }
     toast_->setText(QString::fromStdString(*text));
-    toast_->adjustSize();
-    resizeEvent(nullptr);
+    placeToast();
     toast_->show();
     toast_->raise();
 }
@@ -292,7 +292,20 @@ void Workspace::resizeEvent(QResizeEvent*) {
     const int wanted = timeline_->sizeHint().height();
     const int most = std::max(timeline_->minimumSizeHint().height(), int(height() * 0.5));
     if (timeline_->height() != std::min(wanted, most)) timeline_->setFixedHeight(std::min(wanted, most));
-    const QRect m = monitors_->geometry();
+    placeToast();
+}
+
+// Over the foot of the program monitor, where the eye already is, and never
+// over the tiles' captions.
+void Workspace::placeToast() {
+    const QRect program = monitors_->programRect().toAlignedRect();
+    const QRect m(monitors_->mapTo(this, program.topLeft()), program.size());
+    // One line when it fits, wrapped inside the monitor when it does not.
+    toast_->setWordWrap(false);
+    const int line = toast_->sizeHint().width();
+    toast_->setWordWrap(true);
+    const int w = std::min(line, std::max(200, m.width() - 24));
+    toast_->resize(w, toast_->heightForWidth(w));
     toast_->move(m.center().x() - toast_->width() / 2, m.bottom() - toast_->height() - 18);
 }
 

@@ -78,6 +78,7 @@ protected:
 
 private:
     void showToast();
+    void placeToast();
 
     ScreenModel& model_;
     MonitorsView* monitors_ = nullptr;

@@ -335,6 +335,7 @@ void AppModel::loadFolder(const fs::path& folder, std::optional<ProjectFile> pro
     folder_ = folder;
     notify(Field::folder);
     sources_.clear();
+    refusals_.clear();
     notify(Field::sources);
     resetSync();
     setWorking(true);
@@ -344,9 +345,13 @@ void AppModel::loadFolder(const fs::path& folder, std::optional<ProjectFile> pro
     std::weak_ptr<bool> alive = alive_;
     MainThread& main = services_.main;
     startJob([this, alive, &main, folder, project = std::move(project), thenSync]() mutable {
-        auto sources = MediaScanner::scan(folder);
-        main.post([this, alive, sources = std::move(sources), project = std::move(project), thenSync]() mutable {
-            if (alive.lock()) scanned(std::move(sources), std::move(project), thenSync);
+        std::vector<MediaScanner::Refusal> refused;
+        auto sources = MediaScanner::scan(folder, &refused);
+        main.post([this, alive, sources = std::move(sources), refused = std::move(refused),
+                   project = std::move(project), thenSync]() mutable {
+            if (!alive.lock()) return;
+            refusals_ = std::move(refused);
+            scanned(std::move(sources), std::move(project), thenSync);
         });
     });
 }
@@ -508,6 +513,7 @@ void AppModel::closeProject() {
     projectName_.clear();
     folder_.reset();
     sources_.clear();
+    refusals_.clear();
     updateEditContext();
     notify(Field::currentProjectId);
     notify(Field::projectName);

@@ -35,6 +35,7 @@
 #include "music/DropDetector.h"
 #include "persistence/AppSettings.h"
 #include "persistence/ProjectFile.h"
+#include "sync/MediaScanner.h"
 
 namespace qv {
 
@@ -76,6 +77,9 @@ public:
     // --- Published fields.
     const std::optional<std::filesystem::path>& folder() const { return folder_; }
     const std::vector<MediaSource>& sources() const { return sources_; }
+    // The files and sub-folders of the open set that could not be read, with
+    // their reasons, so the screens can name them.
+    const std::vector<MediaScanner::Refusal>& refusals() const { return refusals_; }
     const std::optional<SyncResult>& result() const { return result_; }
     bool isWorking() const { return isWorking_; }
     double progress() const { return progress_; }
@@ -255,6 +259,7 @@ private:
 
     std::optional<std::filesystem::path> folder_;
     std::vector<MediaSource> sources_;
+    std::vector<MediaScanner::Refusal> refusals_;
     std::optional<SyncResult> result_;
     bool isWorking_ = false;
     double progress_ = 0;

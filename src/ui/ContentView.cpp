@@ -548,7 +548,7 @@ ContentView::ContentView(AppModel& model, ModelObject& object, QWidget* parent)
     status_ = makeLabel(QString(), Theme::text(11), Theme::gray2(), footer_);
     f->addWidget(status_, 1);
     unsyncedButton_ = new SymbolButton("exclamationmark.triangle.fill", 13, footer_);
-    unsyncedButton_->setToolTip(QStringLiteral("Fichiers non synchronisés"));
+    unsyncedButton_->setToolTip(QStringLiteral("Fichiers non synchronisés ou illisibles"));
     connect(unsyncedButton_, &QAbstractButton::clicked, this, &ContentView::toggleUnsynced);
     f->addWidget(unsyncedButton_);
     column->addWidget(footer_);
@@ -561,7 +561,8 @@ ContentView::ContentView(AppModel& model, ModelObject& object, QWidget* parent)
     auto* panel = new QVBoxLayout(unsyncedPanel_);
     panel->setContentsMargins(16, 12, 10, 14);
     auto* panelHead = new QHBoxLayout;
-    panelHead->addWidget(new QuorvelLabel(QStringLiteral("Non synchronisés"), unsyncedPanel_), 1);
+    unsyncedTitle_ = new QuorvelLabel(QStringLiteral("Non synchronisés"), unsyncedPanel_);
+    panelHead->addWidget(unsyncedTitle_, 1);
     auto* closeList = new SymbolButton("xmark.circle.fill", 15, unsyncedPanel_);
     connect(closeList, &QAbstractButton::clicked, this, &ContentView::toggleUnsynced);
     panelHead->addWidget(closeList);
@@ -618,11 +619,18 @@ void ContentView::refresh() {
     progress_->setVisible(model_.isWorking());
     progress_->setValue(int(model_.progress() * 1000));
     status_->setText(q(model_.status()));
+    // Files set aside, placed or not read at all: the user must be able to
+    // see which and why, not only in the log.
     const size_t unsynced = model_.result() ? model_.result()->unsynced.size() : 0;
-    unsyncedButton_->setVisible(unsynced > 0);
-    unsyncedButton_->setText(QStringLiteral("%1 NON %2").arg(unsynced).arg(unsynced == 1 ? "SYNCHRONISÉ" : "SYNCHRONISÉS"));
+    const size_t refused = model_.refusals().size();
+    QStringList counts;
+    if (unsynced > 0)
+        counts << QStringLiteral("%1 NON %2").arg(unsynced).arg(unsynced == 1 ? "SYNCHRONISÉ" : "SYNCHRONISÉS");
+    if (refused > 0) counts << QStringLiteral("%1 %2").arg(refused).arg(refused == 1 ? "ILLISIBLE" : "ILLISIBLES");
+    unsyncedButton_->setVisible(!counts.isEmpty());
+    unsyncedButton_->setText(counts.join(QStringLiteral(" · ")));
     unsyncedButton_->setFixedWidth(unsyncedButton_->sizeHint().width());
-    if (unsynced == 0) unsyncedPanel_->hide();
+    if (counts.isEmpty()) unsyncedPanel_->hide();
 
     if (model_.showNewProject() && !sheetOpen_) QTimer::singleShot(0, this, &ContentView::showNewProjectSheet);
     if (model_.errorMessage() && !alertOpen_) {
@@ -642,18 +650,31 @@ void ContentView::toggleUnsynced() {
         return;
     }
     clearLayout(unsyncedRows_);
-    if (!model_.result()) return;
-    for (const UnsyncedItem& u : model_.result()->unsynced) {
+    auto row = [this](const QString& name, const QString& why) {
         auto* line = new QWidget(unsyncedPanel_);
         auto* h = new QHBoxLayout(line);
         h->setContentsMargins(0, 0, 0, 0);
         h->setSpacing(14);
-        h->addWidget(makeLabel(q(u.item.fileName()), Theme::text(12, Theme::Weight::medium), Theme::ink(), line), 1);
-        h->addWidget(makeLabel(u.item.audioChannels == 0 ? QStringLiteral("pas de son dans ce fichier")
-                                                         : QStringLiteral("pas de son commun trouvé"),
-                               Theme::text(11), Theme::warning(), line));
+        h->addWidget(makeLabel(name, Theme::text(12, Theme::Weight::medium), Theme::ink(), line), 1);
+        h->addWidget(makeLabel(why, Theme::text(11), Theme::warning(), line));
         unsyncedRows_->addWidget(line);
-    }
+    };
+    const auto& sources = model_.sources();
+    const size_t unsynced = model_.result() ? model_.result()->unsynced.size() : 0;
+    if (model_.result())
+        for (const UnsyncedItem& u : model_.result()->unsynced) {
+            // Sister cameras often hold files of the same name: say whose.
+            const QString source = u.sourceIndex >= 0 && size_t(u.sourceIndex) < sources.size()
+                                       ? q(sources[size_t(u.sourceIndex)].name) + QStringLiteral("/")
+                                       : QString();
+            row(source + q(u.item.fileName()), u.item.audioChannels == 0 ? QStringLiteral("pas de son dans ce fichier")
+                                                                         : QStringLiteral("pas de son commun trouvé"));
+        }
+    for (const MediaScanner::Refusal& r : model_.refusals()) row(q(r.name), q(r.reason));
+    const bool refused = !model_.refusals().empty();
+    unsyncedTitle_->setText(unsynced > 0 && refused ? QStringLiteral("Non synchronisés et illisibles")
+                            : refused              ? QStringLiteral("Illisibles")
+                                                   : QStringLiteral("Non synchronisés"));
     unsyncedPanel_->adjustSize();
     resizeEvent(nullptr);
     unsyncedPanel_->show();

@@ -127,6 +127,7 @@ private:
     SymbolButton* unsyncedButton_ = nullptr;
     QWidget* unsyncedPanel_ = nullptr;
     QVBoxLayout* unsyncedRows_ = nullptr;
+    QuorvelLabel* unsyncedTitle_ = nullptr;
     QWidget* dropFrame_ = nullptr;
     bool sheetOpen_ = false;
     bool alertOpen_ = false;

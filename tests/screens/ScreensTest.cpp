@@ -142,6 +142,29 @@ private slots:
         rig.main.waitUntil([&] { return !rig.model.isWorking(); });
     }
 
+    // A file that is not media is named in the footer with its reason, not
+    // only in the log.
+    void unreadableFilesAreNamedWithTheirReason() {
+        Rig rig;
+        const auto folder = rig.home.root() / "Set abîmé";
+        std::filesystem::create_directories(folder / "Cam 2");
+        TempHome::writeText(folder / "Cam 2" / "faux.mov", "pas une vidéo");
+        rig.model.open(folder, true);
+        QVERIFY(rig.main.waitUntil([&] { return !rig.model.isWorking(); }));
+        QCoreApplication::processEvents();
+        QAbstractButton* flag = nullptr;
+        for (auto* b : rig.content().findChildren<QAbstractButton*>())
+            if (b->text() == QStringLiteral("1 ILLISIBLE")) flag = b;
+        QVERIFY(flag && flag->isVisibleTo(&rig.window));
+        flag->click();
+        QStringList texts;
+        for (auto* l : rig.content().findChildren<QLabel*>())
+            if (l->isVisibleTo(&rig.window)) texts << l->text();
+        QVERIFY2(texts.contains(QStringLiteral("Illisibles")), qPrintable(texts.join('|')));
+        QVERIFY(texts.contains(QStringLiteral("Cam 2/faux.mov")));
+        QVERIFY(texts.contains(QStringLiteral("pas un fichier vidéo ou audio")));
+    }
+
     void homeListsEveryProjectAndFlagsAMissingDisk() {
         Rig rig;
         for (const char* name : {"Un", "Deux"}) {

@@ -157,6 +157,10 @@ void apply(QApplication& app) {
 
     const QString sheet = QStringLiteral(R"(
 QToolTip { background: %1; color: %2; border: 1px solid %3; padding: 5px 7px; font-size: 11px; }
+QMenuBar { background: %5; color: %2; border-bottom: 1px solid %3; padding: 2px 6px; }
+QMenuBar::item { background: transparent; padding: 4px 10px; border-radius: 4px; }
+QMenuBar::item:selected { background: %3; }
+QMenuBar::item:pressed { background: %4; color: %5; }
 QMenu { background: %1; color: %2; border: 1px solid %3; padding: 5px 0; }
 QMenu::item { padding: 5px 22px 5px 16px; font-size: 12px; }
 QMenu::item:selected { background: %4; color: %5; }

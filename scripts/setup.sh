@@ -17,6 +17,8 @@ PACKAGES=(
   clang-14 libfuzzer-14-dev libclang-rt-14-dev
   qt6-base-dev qt6-multimedia-dev
   desktop-file-utils xvfb xauth imagemagick
+  libzimg-dev libebur128-dev
+  melt appstream dpkg-dev
   locales
 )
 

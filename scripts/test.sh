@@ -39,6 +39,24 @@ else
     failed+=("fuzzing (construction)")
 fi
 
+# The Debian package, installed as a user would, then checked by the
+# installed program itself over the sets the self check's fixture made.
+echo "== Paquet Debian (build)"
+SUDO=""
+if [ "$(id -u)" -ne 0 ]; then SUDO="sudo"; fi
+if (cd build && cpack -G DEB >/dev/null) && deb="$(ls build/quorvel_*.deb | head -n 1)" &&
+    dpkg-deb --info "$deb" | grep -E '^ (Package|Version|Depends):' &&
+    $SUDO env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --reinstall "./$deb" >/dev/null &&
+    appstreamcli validate --no-net /usr/share/metainfo/org.quorvel.Quorvel.metainfo.xml &&
+    desktop-file-validate /usr/share/applications/org.quorvel.Quorvel.desktop; then
+    sets="$(mktemp -d)"
+    build/tools/quorvel-setgen --preset tiny --seed 11 "$sets/tiny" >/dev/null &&
+        /usr/bin/quorvel --selftest "$sets" || failed+=("paquet (autotest du programme installé)")
+    rm -rf "$sets"
+else
+    failed+=("paquet (construction ou installation)")
+fi
+
 echo "== Tests (build)"
 (cd build && ctest --output-on-failure -j "$jobs" "$@") || failed+=("tests")
 

@@ -140,7 +140,7 @@ int run(int argc, char** argv, const std::vector<std::string>& arguments) {
 
     QApplication app(argc, argv);
     QApplication::setApplicationName("Quorvel");
-    QApplication::setDesktopFileName("quorvel");
+    QApplication::setDesktopFileName("org.quorvel.Quorvel");
     Theme::apply(app);
     // Qt takes the user's locale for numbers; files and arguments must not.
     std::setlocale(LC_NUMERIC, "C");

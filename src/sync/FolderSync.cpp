@@ -51,7 +51,16 @@ constexpr double strongEvidence = 20000.0;
 // sound leaves close (within the clear margin of the best), within this
 // distance of where it predicts.
 constexpr double clockTolerance = 3.0;
+// Below this evidence (a peak of about 32) a start is a weak match: against
+// the source's clock it does not win.
+constexpr double weakEvidence = witnessEvidence;
+// An anchor hears a file distinctly when its best peak leads its next one
+// by this much in squared scores (about 1.22 in scores): repeated music
+// lifts every repeat of a phrase alike, a moment heard in common stands out.
+constexpr double distinctLead = 1.5;
 const char* const noCommonSound = "pas de son commun trouvé";
+const char* const clockElsewhere = "son trop faible, la date de sa caméra le place ailleurs";
+const char* const clockOutside = "la date de sa caméra le place hors de tout enregistrement";
 // The spectrum budget bounds all the memory the correlations take beyond
 // the signals. The cache counts its spectra, working buffers and plans; the
 // rest (each thread's heap, the results, the transforms' code) comes to 5
@@ -93,7 +102,7 @@ public:
         : e_(entries), progress_(progress), options_(options),
           cache_(std::max(options.spectrumBudget - outsideTheCache, options.spectrumBudget / 2)),
           start_(entries.size()), score_(entries.size()), anchor_(entries.size(), -1), drift_(entries.size(), 0.0),
-          measured_(entries.size()) {}
+          measured_(entries.size()), reason_(entries.size()) {}
 
     void run() {
         const int count = static_cast<int>(e_.size());
@@ -136,6 +145,7 @@ public:
     int anchor(int i) const { return anchor_[i]; }
     bool ambiguous(int i) const { return ambiguous_.count(i) > 0; }
     std::optional<double> drift(int i) const { return measured_[i]; }
+    const std::string& reason(int i) const { return reason_[i]; }
     int spectraComputed() const { return cache_.computed(); }
     long long budgetPeak() const { return cache_.peakBytes(); }
 
@@ -247,6 +257,17 @@ private:
         return out;
     }
 
+    // The start of u that match m against placed anchor p gives.
+    double startFrom(int u, int p, const Match& m) const {
+        const double lag = m.lag / rate;
+        if (drift_[p] == 0.0) return *start_[p] - lag;
+        // In step at the middle of what the two share.
+        const double from = std::max(0.0, lag);
+        const double to = std::min(duration(u), e_[p].signal.size() / rate + lag);
+        const double middle = (from + to) / 2;
+        return lineTime(p, middle - lag) - middle;
+    }
+
     // Where file time t of a placed anchor lies on the line.
     double lineTime(int p, double t) const { return *start_[p] + t / (1.0 + drift_[p] * 1e-6); }
 
@@ -302,6 +323,7 @@ private:
     bool tryPlace(int u, bool strict) {
         std::vector<int> anchors = anchorsOf(u);
         tried_.insert(u);
+        reason_[u].clear();
         if (progress_)
             progress_(0.5 + static_cast<double>(placedCount_) / static_cast<double>(e_.size()) * 0.5,
                       "Calage de " + e_[u].item.fileName());
@@ -318,15 +340,7 @@ private:
             const double f2 = floor2(u, p, matches);
             for (const Match& m : matches) {
                 if (m.score < minScore) continue;
-                const double lag = m.lag / rate;
-                double s = *start_[p] - lag;
-                if (drift_[p] != 0.0) {
-                    // In step at the middle of what the two share.
-                    const double from = std::max(0.0, lag);
-                    const double to = std::min(duration(u), e_[p].signal.size() / rate + lag);
-                    const double middle = (from + to) / 2;
-                    s = lineTime(p, middle - lag) - middle;
-                }
+                const double s = startFrom(u, p, m);
                 const double weight = std::max(0.0, static_cast<double>(m.score) * m.score - f2);
                 hearing[p] = std::max(hearing[p], weight);
                 if (!overlapsSibling(u, s)) candidates.push_back({s, m.score, p, weight, coherence(u, p, m)});
@@ -379,25 +393,34 @@ private:
         const bool clear = runnerUp < leader.value * (agreed ? agreedMargin : clearMargin);
 
         // The clock chooses only among starts the sound leaves close.
-        const Cluster* byClock = nullptr;
-        const char* hypothesis = "";
-        double nearest = clockTolerance;
-        for (const auto& [predicted, which] : clockPredictions(u)) {
-            for (const Cluster* k : ranked) {
-                if (k->support < minEvidence || k->value < leader.value * clearMargin) continue;
-                double d = std::fabs(k->start - predicted);
-                if (d < nearest) {
-                    nearest = d;
-                    byClock = k;
-                    hypothesis = which;
-                }
-            }
-        }
+        const auto predictions = clockPredictions(u);
+        const Cluster* byClock = nearPrediction(predictions, ranked, leader.value * clearMargin);
+        const char* hypothesis = byClock ? hypothesis_ : "";
         if (byClock) {
             double other = byClock == &leader ? runnerUp : leader.value;
             traceDecision(u, cformat("horloge de la source (dates de %s)", hypothesis), byClock, other);
             placeFrom(u, *byClock, Rule::clock);
             return true;
+        }
+        // A weak match far from where the clock puts the file does not win:
+        // a weaker start that the clock confirms does, or nothing.
+        if (!predictions.empty() && leader.support < weakEvidence) {
+            if (const Cluster* agreed = nearPrediction(predictions, ranked, 0.0)) {
+                traceDecision(u, cformat("horloge de la source contre un son faible (dates de %s)", hypothesis_),
+                              agreed, leader.value);
+                placeFrom(u, *agreed, Rule::clock);
+                return true;
+            }
+            const char* why = outsideEveryRecording(u, predictions) ? clockOutside : clockElsewhere;
+            traceDecision(u, strict ? std::string("en attente : ") + why : std::string(why), &leader, runnerUp);
+            if (!strict) reason_[u] = why;
+            return false;
+        }
+        // Until its source's dated files are placed, a weak match waits for
+        // the clock they will teach.
+        if (strict && predictions.empty() && leader.support < weakEvidence && datedSiblingWaits(u)) {
+            traceDecision(u, "en attente de l'horloge de la source", &leader, runnerUp);
+            return false;
         }
         if (leader.support < minEvidence) {
             traceDecision(u, strict ? "en attente : preuve trop faible" : noCommonSound, &leader, runnerUp);
@@ -412,13 +435,91 @@ private:
             traceDecision(u, "en attente d'autres ancres", &leader, runnerUp);
             return false;
         }
-        if (leader.support < strongEvidence) {
-            traceDecision(u, std::string(noCommonSound) + " (musique répétée)", &leader, runnerUp);
+        // Unclear is not absent: the best start is taken, marked ambiguous,
+        // unless no anchor hears the file anywhere in particular, as when it
+        // was filmed while nothing else ran and only the music's repeats
+        // answer.
+        // Between the two best, an anchor that heard both stretches and
+        // clearly prefers one knows more than votes from anchors that heard
+        // only one of them.
+        const Cluster& second = *ranked[1];  // unclear: there is a runner-up
+        const int forLeader = judges(u, leader, second), forSecond = judges(u, second, leader);
+        const Cluster* choice = forSecond > forLeader ? &second : &leader;
+        if (choice->support < strongEvidence && std::max(forLeader, forSecond) == 0) {
+            traceDecision(u, std::string(noCommonSound) + " (isolé : musique répétée seulement)", choice, runnerUp);
             return false;
         }
-        traceDecision(u, "doute : AMBIGU", &leader, runnerUp);
-        placeFrom(u, leader, Rule::doubt);
+        traceDecision(u, choice == &leader ? "doute : AMBIGU" : "doute, départagé par une ancre qui entend les deux : AMBIGU",
+                      choice, choice == &leader ? runnerUp : leader.value);
+        placeFrom(u, *choice, Rule::doubt);
         return true;
+    }
+
+    // Whether anchor p's own best peak for u lies in cluster k and leads
+    // the pair's next peak clearly.
+    bool bestPeakIn(int u, int p, const Cluster& k) const {
+        const auto& matches = matches_.at({u, p});
+        if (matches.empty()) return false;
+        const double first = static_cast<double>(matches[0].score) * matches[0].score;
+        const double second = matches.size() > 1 ? static_cast<double>(matches[1].score) * matches[1].score : 0.0;
+        return std::fabs(startFrom(u, p, matches[0]) - k.start) < clusterWidth &&
+               first - floor2(u, p, matches) >= minEvidence && first >= distinctLead * second;
+    }
+
+    // Anchors that heard both starts' stretches and hear u distinctly at `k`.
+    // None for either start means that u is isolated: only the music's
+    // repeats answer it, or anchors too short to hear a repeat.
+    int judges(int u, const Cluster& k, const Cluster& other) const {
+        int count = 0;
+        for (int p : anchorsOf(u)) {
+            const double need = std::min(silenceFloor, 0.5 * std::min(duration(p), duration(u)));
+            auto covers = [&](const Cluster& c) {
+                return overlap(*start_[p], *start_[p] + duration(p), c.start, c.start + duration(u)) >= need;
+            };
+            if (covers(k) && covers(other) && bestPeakIn(u, p, k)) ++count;
+        }
+        return count;
+    }
+
+    // The cluster nearest one of the clock's predictions, within the
+    // tolerance, among those with evidence enough and a value of at least
+    // `floor`; its hypothesis is left in `hypothesis_`.
+    const Cluster* nearPrediction(const std::vector<std::pair<double, const char*>>& predictions,
+                                  const std::vector<const Cluster*>& ranked, double floor) {
+        const Cluster* found = nullptr;
+        double nearest = clockTolerance;
+        for (const auto& [predicted, which] : predictions) {
+            for (const Cluster* k : ranked) {
+                if (k->support < minEvidence || k->value < floor) continue;
+                double d = std::fabs(k->start - predicted);
+                if (d < nearest) {
+                    nearest = d;
+                    found = k;
+                    hypothesis_ = which;
+                }
+            }
+        }
+        return found;
+    }
+
+    // Whether every prediction puts u where no placed file of another
+    // source runs for as long as a match needs.
+    bool outsideEveryRecording(int u, const std::vector<std::pair<double, const char*>>& predictions) const {
+        const double need = std::min(duration(u) / 2, 10.0);
+        for (const auto& [predicted, which] : predictions)
+            for (int p : anchorsOf(u))
+                if (overlap(*start_[p], *start_[p] + duration(p), predicted, predicted + duration(u)) >= need)
+                    return false;
+        return true;
+    }
+
+    bool datedSiblingWaits(int u) const {
+        if (!e_[u].item.recordedAt) return false;
+        for (size_t q = 0; q < e_.size(); ++q)
+            if (static_cast<int>(q) != u && !start_[q] && e_[q].sourceIndex == e_[u].sourceIndex &&
+                e_[q].item.recordedAt)
+                return true;
+        return false;
     }
 
     void placeFrom(int u, const Cluster& k, Rule rule) {
@@ -459,6 +560,8 @@ private:
     std::vector<double> drift_;                  // ppm, 0 unless measured and significant
     std::vector<std::optional<double>> measured_;
     std::set<int> ambiguous_;
+    std::vector<std::string> reason_;  // why a file was refused, when not for lack of common sound
+    const char* hypothesis_ = "";      // which reading of the dates `nearPrediction` last took
     std::set<int> clear_;  // placed by clear sound: their dates teach the clock
     std::set<int> tried_;
     int reference_ = 0;
@@ -504,7 +607,8 @@ SyncResult place(std::vector<Entry> entries, std::vector<UnsyncedItem> unsynced,
         int k = static_cast<int>(i);
         Entry& e = entries[i];
         if (!placer.start(k)) {
-            result.unsynced.push_back({e.sourceIndex, std::move(e.item), noCommonSound});
+            const std::string& why = placer.reason(k);
+            result.unsynced.push_back({e.sourceIndex, std::move(e.item), why.empty() ? noCommonSound : why});
             continue;
         }
         PlacedItem p;

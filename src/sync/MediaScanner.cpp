@@ -15,8 +15,8 @@ namespace fs = std::filesystem;
 
 namespace qv::MediaScanner {
 
-const std::vector<std::string> videoExtensions = {"mp4", "mov", "m4v", "mxf", "mts", "m2ts", "avi", "mkv"};
-const std::vector<std::string> audioExtensions = {"wav", "bwf", "mp3", "m4a", "aif", "aiff", "flac", "aac", "caf"};
+const std::vector<std::string> videoExtensions = {"mp4", "mov", "m4v", "mxf", "mts", "m2ts", "avi", "mkv", "webm"};
+const std::vector<std::string> audioExtensions = {"wav", "bwf", "mp3", "m4a", "aif", "aiff", "flac", "aac", "caf", "ogg", "oga", "opus"};
 
 std::string Refusal::message() const {
     return (folder ? "Dossier illisible : " : "Fichier illisible : ") + name + " (" + reason + ")";

@@ -143,8 +143,14 @@ Status encodeAudio(const Ffmpeg& ffmpeg, const fs::path& out, const std::string&
         args.insert(args.end(), {"-c:a", "libmp3lame", "-b:a", "192k", "-f", "mp3"});
     } else if (ext == ".m4a") {
         args.insert(args.end(), {"-c:a", "aac", "-b:a", "160k", "-f", "ipod"});
-    } else if (ext == ".mkv") {
-        args.insert(args.end(), {"-c:a", "libopus", "-b:a", "96k", "-f", "matroska"});
+    } else if (ext == ".mkv" || ext == ".webm" || ext == ".ogg" || ext == ".opus") {
+        const bool vorbis = sound.codec == "vorbis" || (ext == ".ogg" && sound.codec != "opus");
+        if (vorbis)
+            args.insert(args.end(), {"-c:a", "libvorbis", "-q:a", "4"});
+        else
+            args.insert(args.end(), {"-c:a", "libopus", "-b:a", "96k"});
+        const char* muxer = ext == ".mkv" ? "matroska" : ext == ".webm" ? "webm" : "ogg";
+        args.insert(args.end(), {"-f", muxer});
     } else {
         return Error{"Format de son inconnu : " + target};
     }

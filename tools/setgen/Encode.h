@@ -46,6 +46,7 @@ struct SoundFormat {
     int channels = 2;
     int pcmBits = 16;  // for WAV and FLAC: 16 or 24
     bool pcmInVideo = false;  // a MOV's sound as 16-bit PCM instead of AAC
+    std::string codec;  // "opus" or "vorbis" where a container takes either; empty: its usual one
 };
 
 // A video file (H.264 yuv420p in MP4 or MOV as the extension says) with one
@@ -55,7 +56,8 @@ Status encodeVideo(const Ffmpeg& ffmpeg, const std::filesystem::path& out, const
                    const SoundFormat& sound, const std::string& creationTime);
 
 // A sound file whose codec follows the extension: wav (PCM), flac, mp3,
-// m4a (AAC), mkv (Opus in Matroska, as phones and web recorders write it).
+// m4a (AAC), mkv and webm (Opus, as phones and web recorders write it, or
+// Vorbis), opus (Opus in Ogg), ogg (Vorbis, or Opus).
 Status encodeAudio(const Ffmpeg& ffmpeg, const std::filesystem::path& out, const std::string& target,
                    const std::filesystem::path& wav, const SoundFormat& sound, const std::string& creationTime);
 

@@ -487,6 +487,94 @@ SetPlan eight(Builder& b) {
     return b.take();
 }
 
+// A camera's clock against a weak match: a phone dates its clips by a true
+// clock; its first clip is heard clearly by the table, its second was filmed
+// after every other device had stopped, while the track's phrases went on,
+// so its sound matches only repeats of what the table heard.
+SetPlan lateclip(Builder& b) {
+    const double length = 420;
+    b.addMusic(length, -1, 48000, true, 3.0);
+    b.recorder(1, "table.wav", 0, 330).note = "reference";
+    FilePlan& room = b.recorder(2, "salle.wav", 40, 270);
+    room.mics.front().gain = 0.5;
+    // Three phones, each late at another moment of the track.
+    const double during[] = {120, 170, 230}, after[] = {336, 361, 386};
+    for (int c = 1; c <= 3; ++c) {
+        CameraStyle& phone = b.style(c);
+        phone.dated = true;
+        phone.datesAtEnd = false;
+        phone.clock = 3600 * c;
+        phone.extension = ".mp4";
+        b.camera(c, 1, during[c - 1], 40).note = "dated";
+        FilePlan& late = b.camera(c, 2, after[c - 1], 22);
+        late.expect = "unsynced";
+        late.note = "after-everyone";
+    }
+    // Another camera, undated, whose clips only the sound can place.
+    b.style(4).dated = false;
+    b.camera(4, 1, 60, 80);
+    b.camera(4, 2, 200, 60);
+    return b.take();
+}
+
+// A short clip in looped music with crowd noise: the 8-bar phrases repeat,
+// two phones hear the room faintly over the clip's moment, and the clip's
+// own microphone is drowned in the crowd. Against the table its true start
+// still leads.
+SetPlan loop(Builder& b) {
+    const double length = 300;
+    b.addMusic(length, -1, 48000, true, 0.7);
+    b.recorder(1, "table.wav", 0, 290).note = "reference";
+    for (int c = 2; c <= 3; ++c) {
+        b.style(c).extension = ".mp4";
+        b.style(c).dated = false;
+        FilePlan& f = b.camera(c, 1, c == 2 ? 95 : 102, 90);
+        f.mics.front().gain = c == 2 ? 0.3 : -0.25;
+        f.mics.front().hiss = 0.02;
+        f.note = "faint";
+    }
+    b.style(1).dated = false;
+    FilePlan& clip = b.camera(1, 1, 141.7, 4.0, "court.mp4");
+    clip.mics.front().hiss = 0.12;
+    clip.note = "short-clip";
+    return b.take();
+}
+
+// Every codec and container a set brings, each holding its own stretch of
+// the table's recording: their delays (Opus pre-skip, AAC priming, MP3
+// encoder delay and padding, Vorbis) must all come out to the sample.
+SetPlan codecs(Builder& b) {
+    b.addMusic(150, 1);
+    b.recorder(1, "table.wav", 0, 150).note = "reference";
+    struct Wrap {
+        const char* name;
+        const char* codec;
+    };
+    const Wrap sounds[] = {{"opus.mkv", ""},       {"opus.webm", ""},       {"opus.opus", ""},
+                           {"opus.ogg", "opus"},  {"vorbis.ogg", ""},      {"vorbis.webm", "vorbis"},
+                           {"vorbis.mkv", "vorbis"}, {"lame.mp3", ""},     {"aac.m4a", ""}};
+    int recorder = 2;
+    for (const Wrap& w : sounds) {
+        double start = uniform(b.rng(), 2, 120);
+        FilePlan& f = b.recorder(recorder++, w.name, start, uniform(b.rng(), 15, 25));
+        f.audioCodec = w.codec;
+        if (std::string(w.name).starts_with("opus")) f.sampleRate = 48000;  // Opus knows no 44.1 kHz
+        f.note = "codec";
+    }
+    // AAC in the two video containers, at both common sound rates.
+    int camera = 1;
+    for (const char* extension : {".mp4", ".mov"})
+        for (int rate : {48000, 44100}) {
+            CameraStyle& s = b.style(camera);
+            s.extension = extension;
+            s.sampleRate = rate;
+            s.dated = false;
+            b.camera(camera, 1, uniform(b.rng(), 2, 120), uniform(b.rng(), 15, 25)).note = "codec";
+            ++camera;
+        }
+    return b.take();
+}
+
 using Maker = SetPlan (*)(Builder&);
 
 const std::vector<std::pair<std::string, Maker>>& makers() {
@@ -494,7 +582,8 @@ const std::vector<std::pair<std::string, Maker>>& makers() {
         {"tiny", tiny},     {"test", test},       {"demo", demo},        {"hard", hard}, {"hour", hour},
         {"nocorr", nocorr}, {"silent", silence}, {"longshort", longshort}, {"drops", drops},
         {"covered", covered}, {"club", club},   {"render", render},   {"fullhd", fullhd},
-        {"multicam", multicam}, {"eight", eight}};
+        {"multicam", multicam}, {"eight", eight},
+        {"lateclip", lateclip}, {"loop", loop}, {"codecs", codecs}};
     return list;
 }
 

@@ -39,7 +39,7 @@ struct FilePlan {
     bool silent = false;                 // streams of digital silence
     double drift = 0;                    // ppm its clock runs fast: it records the music slowed down
     std::vector<std::pair<double, double>> gaps;  // file-time spans of digital silence
-    std::string audioCodec;              // "pcm" for PCM in a MOV; empty: the container's usual codec
+    std::string audioCodec;              // "pcm" for PCM in a MOV, "opus" or "vorbis" where a container takes either; empty: the container's usual codec
     std::optional<int64_t> recordedAt;   // creation date, seconds since 1970 (UTC)
 
     // Files that are not encoded media.

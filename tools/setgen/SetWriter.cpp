@@ -197,7 +197,8 @@ Status writeSet(const SetPlan& plan, const fs::path& folder, std::ostream& log) 
             if (Status s = writeFloatWav(temp, samples, f.channels, rate); !s) return s;
         }
 
-        SoundFormat sound{f.sampleRate, f.channels, f.pcmBits, f.audioCodec == "pcm"};
+        SoundFormat sound{f.sampleRate, f.channels, f.pcmBits, f.audioCodec == "pcm",
+                          f.audioCodec == "pcm" ? std::string() : f.audioCodec};
         std::string date = f.recordedAt ? isoDate(*f.recordedAt) : std::string();
         Status encoded = Ok{};
         if (f.kind == FileKind::camera) {

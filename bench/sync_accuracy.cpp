@@ -2,15 +2,20 @@
 // how many files land within 1 ms of the truth (2 ms where a microphone
 // filters), how many are placed wrongly, how many that should be placed are
 // missing, and how many that have no common sound are placed anyway.
-// Drifting files are judged at their middle. Usage:
-//   sync_accuracy <set folder>...   (sets made by quorvel-setgen)
+// Drifting files are judged at their middle; a file the scan never found
+// counts as missing. Usage:
+//   sync_accuracy [--ffmpeg] <set folder>...   (sets made by quorvel-setgen)
+// --ffmpeg takes every file's sound through the executable, not libav.
 #include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <set>
+#include <string>
 
 #include "base/Text.h"
 #include "entry/SetTruth.h"
+#include "sync/AudioLoader.h"
 #include "sync/FolderSync.h"
 #include "sync/MediaScanner.h"
 
@@ -34,16 +39,22 @@ double lineTimeOf(const Placed& p, double t) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 2) {
-        std::fprintf(stderr, "usage : sync_accuracy <dossier de set>...\n");
+    FolderSync::Options options = FolderSync::defaultOptions();
+    int first = 1;
+    if (argc > 1 && std::string(argv[1]) == "--ffmpeg") {
+        options.primary = AudioLoader::loadWithFFmpeg;
+        first = 2;
+    }
+    if (argc <= first) {
+        std::fprintf(stderr, "usage : sync_accuracy [--ffmpeg] <dossier de set>...\n");
         return 1;
     }
     double load[1] = {0};
     getloadavg(load, 1);
-    std::printf("charge du système %.2f\n", load[0]);
+    std::printf("charge du système %.2f%s\n", load[0], first == 2 ? " ; son par l'exécutable ffmpeg" : "");
     std::printf("%-12s %6s %7s %5s %6s %5s %6s %9s %8s\n", "set", "files", "correct", "wrong", "missing", "false",
                 "ambig", "worst ms", "sync s");
-    for (int a = 1; a < argc; ++a) {
+    for (int a = first; a < argc; ++a) {
         const fs::path set = argv[a];
         auto truth = SetTruth::read(set);
         if (!truth) {
@@ -52,7 +63,7 @@ int main(int argc, char** argv) {
         }
         auto sources = MediaScanner::scan(set);
         auto t0 = std::chrono::steady_clock::now();
-        SyncResult result = FolderSync::run(sources, nullptr);
+        SyncResult result = FolderSync::run(sources, nullptr, options);
         double took = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
 
         // The line's origin against the music's, from an unfiltered file
@@ -103,10 +114,19 @@ int main(int argc, char** argv) {
                 details += cformat("  mal placé : %s (écart %.4f s)\n", name.c_str(), error);
             }
         }
-        for (const auto& u : result.unsynced)
+        std::set<std::string> seen;
+        for (const auto& p : result.placed) seen.insert(inSet(set, p.item.url));
+        for (const auto& u : result.unsynced) {
+            seen.insert(inSet(set, u.item.url));
             if (truth->files[inSet(set, u.item.url)].expect == "placed") {
                 ++missing;
-                details += "  manquant : " + inSet(set, u.item.url) + "\n";
+                details += "  manquant : " + inSet(set, u.item.url) + " (" + u.reason + ")\n";
+            }
+        }
+        for (const auto& [path, t] : truth->files)
+            if (t.expect == "placed" && !seen.count(path)) {
+                ++missing;
+                details += "  manquant : " + path + " (pas trouvé par l'analyse du dossier)\n";
             }
         std::printf("%-12s %6d %7d %5d %6d %5d %6d %9.3f %8.2f\n", set.filename().c_str(), files, correct, wrong,
                     missing, falsePlaced, ambiguous, worst * 1000, took);

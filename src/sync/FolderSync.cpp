@@ -130,7 +130,7 @@ public:
                 for (size_t k = 0; k < order.size(); ++k) {
                     int u = order[k];
                     if (start_[u]) continue;
-                    prepareSweepRest(order, k);
+                    prepareSweepRest(order, k, strict);
                     if (tryPlace(u, strict)) {
                         placedSome = true;
                         ++placedCount_;
@@ -160,15 +160,14 @@ private:
     }
 
     // Every file still unplaced from position k of this sweep on will be
-    // tried against at least today's anchors, so all those pairs are needed:
-    // they are computed now in one batch, on all cores, rather than a few at
-    // a time. Nothing is computed that the sweep would not ask for.
-    void prepareSweepRest(const std::vector<int>& order, size_t k) {
+    // tried against the anchors it needs today, so those pairs are computed
+    // now in one batch, on all cores, rather than a few at a time.
+    void prepareSweepRest(const std::vector<int>& order, size_t k, bool strict) {
         std::vector<std::pair<int, int>> pairs;
         for (size_t i = k; i < order.size(); ++i) {
             int u = order[i];
             if (start_[u]) continue;
-            for (int p : anchorsOf(u)) pairs.emplace_back(u, p);
+            for (int p : consult(u, strict, anchorsOf(u))) pairs.emplace_back(u, p);
         }
         ensurePairs(pairs);
     }
@@ -309,7 +308,7 @@ private:
     }
 
     void traceDecision(int u, const std::string& what, const Cluster* chosen, double runnerUp) const {
-        if (!options_.trace) return;
+        if (!options_.trace || dryRun_) return;
         std::string line = "  " + e_[u].item.fileName() + " -> " + what;
         if (chosen) {
             line += cformat(" à %.4f s, valeur %.0f (suivant %.0f), cohérence %.2f, votes", chosen->start, chosen->value,
@@ -321,16 +320,82 @@ private:
     }
 
     bool tryPlace(int u, bool strict) {
-        std::vector<int> anchors = anchorsOf(u);
         tried_.insert(u);
         reason_[u].clear();
         if (progress_)
             progress_(0.5 + static_cast<double>(placedCount_) / static_cast<double>(e_.size()) * 0.5,
                       "Calage de " + e_[u].item.fileName());
+        const std::vector<int> all = anchorsOf(u);
+        std::vector<int> anchors = consult(u, strict, all);
+        ensurePairs(pairsOf(u, anchors));
+        if (anchors.size() < all.size()) {
+            // The stretch's own anchors must still hold it where the first
+            // ones did; otherwise every anchor is heard.
+            std::optional<Proposal> first = proposal_;
+            std::optional<Proposal> held = propose(u, strict, anchors);
+            if (!held || !first || std::fabs(held->start - first->start) >= clusterWidth ||
+                held->support < witnessEvidence) {
+                anchors = all;
+                ensurePairs(pairsOf(u, anchors));
+            }
+        }
+        return decide(u, strict, anchors);
+    }
+
+    static std::vector<std::pair<int, int>> pairsOf(int u, const std::vector<int>& anchors) {
         std::vector<std::pair<int, int>> pairs;
         for (int p : anchors) pairs.emplace_back(u, p);
-        ensurePairs(pairs);
+        return pairs;
+    }
 
+    struct Proposal {
+        double start;
+        double support;
+        double value;
+        double rival;  // value of the best other start
+    };
+
+    // Where `decide` would place u with these anchors' pairs (all computed),
+    // without placing it; nothing when it would not.
+    std::optional<Proposal> propose(int u, bool strict, const std::vector<int>& anchors) {
+        dryRun_ = true;
+        proposal_.reset();
+        decide(u, strict, anchors);
+        dryRun_ = false;
+        return proposal_;
+    }
+
+    // The anchors worth correlating u with. Once the pairs already computed
+    // place it on strong sound, only the anchors that ran during the chosen
+    // stretch can confirm it or count against it: the others are not
+    // needed. Otherwise, or with nothing computed yet, all of them.
+    std::vector<int> consult(int u, bool strict, const std::vector<int>& all) {
+        std::vector<int> known;
+        for (int p : all)
+            if (matches_.count({u, p})) known.push_back(p);
+        proposal_.reset();
+        if (known.empty() || known.size() == all.size()) return all;
+        std::optional<Proposal> found = propose(u, strict, known);
+        if (!found || found->support < witnessEvidence) return all;
+        // A chain of anchors that holds it firmly: even if every other
+        // anchor ran during the stretch and stayed silent, the rival could
+        // not come near; their votes are not needed either.
+        const double others = static_cast<double>(all.size() - known.size());
+        if (found->support >= strongEvidence && found->rival * (1 + others) < found->value * clearMargin) {
+            proposal_ = found;
+            return known;
+        }
+        std::vector<int> out;
+        for (int p : all)
+            if (matches_.count({u, p}) ||
+                overlap(*start_[p], *start_[p] + duration(p), found->start, found->start + duration(u)) > siblingOverlap)
+                out.push_back(p);
+        proposal_ = found;
+        return out;
+    }
+
+    // Steps of the choice for u from the pairs with `anchors`, all computed.
+    bool decide(int u, bool strict, const std::vector<int>& anchors) {
         // What each anchor can tell: its best evidence anywhere. An anchor
         // that tells nothing clearly does not count against a start.
         std::map<int, double> hearing;
@@ -346,7 +411,7 @@ private:
                 if (!overlapsSibling(u, s)) candidates.push_back({s, m.score, p, weight, coherence(u, p, m)});
             }
         }
-        if (options_.trace) trace(u, strict, candidates);
+        if (options_.trace && !dryRun_) trace(u, strict, candidates);
         if (candidates.empty()) {
             traceDecision(u, strict ? "en attente : aucun candidat" : noCommonSound, nullptr, 0);
             return false;
@@ -385,6 +450,8 @@ private:
                          [](const Cluster* a, const Cluster* b) { return a->value > b->value; });
         const Cluster& leader = *ranked[0];
         const double runnerUp = ranked.size() > 1 ? ranked[1]->value : 0.0;
+        leader_ = &leader;
+        runnerUp_ = runnerUp;
         // A witness of its own: an anchor that clearly hears the leader and
         // has nothing at all at the runner-up.
         const bool agreed = ranked.size() < 2 || std::any_of(leader.votes.begin(), leader.votes.end(), [&](const auto& v) {
@@ -413,7 +480,7 @@ private:
             }
             const char* why = outsideEveryRecording(u, predictions) ? clockOutside : clockElsewhere;
             traceDecision(u, strict ? std::string("en attente : ") + why : std::string(why), &leader, runnerUp);
-            if (!strict) reason_[u] = why;
+            if (!strict && !dryRun_) reason_[u] = why;
             return false;
         }
         // Until its source's dated files are placed, a weak match waits for
@@ -443,7 +510,7 @@ private:
         // clearly prefers one knows more than votes from anchors that heard
         // only one of them.
         const Cluster& second = *ranked[1];  // unclear: there is a runner-up
-        const int forLeader = judges(u, leader, second), forSecond = judges(u, second, leader);
+        const int forLeader = judges(u, leader, second, anchors), forSecond = judges(u, second, leader, anchors);
         const Cluster* choice = forSecond > forLeader ? &second : &leader;
         if (choice->support < strongEvidence && std::max(forLeader, forSecond) == 0) {
             traceDecision(u, std::string(noCommonSound) + " (isolé : musique répétée seulement)", choice, runnerUp);
@@ -469,9 +536,9 @@ private:
     // Anchors that heard both starts' stretches and hear u distinctly at `k`.
     // None for either start means that u is isolated: only the music's
     // repeats answer it, or anchors too short to hear a repeat.
-    int judges(int u, const Cluster& k, const Cluster& other) const {
+    int judges(int u, const Cluster& k, const Cluster& other, const std::vector<int>& anchors) const {
         int count = 0;
-        for (int p : anchorsOf(u)) {
+        for (int p : anchors) {
             const double need = std::min(silenceFloor, 0.5 * std::min(duration(p), duration(u)));
             auto covers = [&](const Cluster& c) {
                 return overlap(*start_[p], *start_[p] + duration(p), c.start, c.start + duration(u)) >= need;
@@ -523,6 +590,10 @@ private:
     }
 
     void placeFrom(int u, const Cluster& k, Rule rule) {
+        if (dryRun_) {
+            proposal_ = Proposal{k.start, k.support, k.value, &k == leader_ ? runnerUp_ : leader_->value};
+            return;
+        }
         start_[u] = k.start;
         score_[u] = k.best;
         anchor_[u] = k.anchor;
@@ -562,6 +633,10 @@ private:
     std::set<int> ambiguous_;
     std::vector<std::string> reason_;  // why a file was refused, when not for lack of common sound
     const char* hypothesis_ = "";      // which reading of the dates `nearPrediction` last took
+    bool dryRun_ = false;              // `decide` only proposes: no trace, no placement
+    const Cluster* leader_ = nullptr;  // of the choice under way, for the proposal
+    double runnerUp_ = 0;
+    std::optional<Proposal> proposal_;
     std::set<int> clear_;  // placed by clear sound: their dates teach the clock
     std::set<int> tried_;
     int reference_ = 0;

@@ -1,5 +1,6 @@
 // One recording wrapped in every container a set brings (PCM in WAV and MOV,
-// AAC in MP4 and M4A, Opus in Matroska, MP3): through either audio road,
+// AAC in MP4, MOV and M4A, Opus in Matroska, WebM and Ogg, Vorbis in Ogg and
+// WebM, MP3): through either audio road,
 // each must give its sound at the same sample as the WAV, whatever delay or
 // priming its codec adds and whatever the container says of its start.
 #include <gtest/gtest.h>
@@ -42,7 +43,12 @@ TEST(CodecDelay, EveryContainerOfOneRecordingStartsAtTheSameSample) {
         {"pcm.mov", {"-f", "lavfi", "-i", picture, "-i", wav.string(), "-c:v", "libx264", "-preset", "ultrafast",
                      "-c:a", "pcm_s16le", "-shortest"}},
         {"opus.mkv", {"-i", wav.string(), "-c:a", "libopus"}},
+        {"aac.mov", {"-f", "lavfi", "-i", picture, "-i", wav.string(), "-c:v", "libx264", "-preset", "ultrafast",
+                     "-c:a", "aac", "-shortest"}},
         {"opus.webm", {"-i", wav.string(), "-c:a", "libopus"}},
+        {"opus.ogg", {"-i", wav.string(), "-c:a", "libopus"}},
+        {"vorbis.ogg", {"-i", wav.string(), "-c:a", "libvorbis"}},
+        {"vorbis.webm", {"-i", wav.string(), "-c:a", "libvorbis"}},
         {"lame.mp3", {"-i", wav.string(), "-c:a", "libmp3lame"}},
         {"aac.m4a", {"-i", wav.string(), "-c:a", "aac"}},
     };

@@ -472,10 +472,10 @@ private:
         // A weak match far from where the clock puts the file does not win:
         // a weaker start that the clock confirms does, or nothing.
         if (!predictions.empty() && leader.support < weakEvidence) {
-            if (const Cluster* agreed = nearPrediction(predictions, ranked, 0.0)) {
+            if (const Cluster* confirmed = nearPrediction(predictions, ranked, 0.0)) {
                 traceDecision(u, cformat("horloge de la source contre un son faible (dates de %s)", hypothesis_),
-                              agreed, leader.value);
-                placeFrom(u, *agreed, Rule::clock);
+                              confirmed, leader.value);
+                placeFrom(u, *confirmed, Rule::clock);
                 return true;
             }
             const char* why = outsideEveryRecording(u, predictions) ? clockOutside : clockElsewhere;
@@ -502,13 +502,11 @@ private:
             traceDecision(u, "en attente d'autres ancres", &leader, runnerUp);
             return false;
         }
-        // Unclear is not absent: the best start is taken, marked ambiguous,
-        // unless no anchor hears the file anywhere in particular, as when it
-        // was filmed while nothing else ran and only the music's repeats
-        // answer.
-        // Between the two best, an anchor that heard both stretches and
-        // clearly prefers one knows more than votes from anchors that heard
-        // only one of them.
+        // Unclear is not absent: a start is taken, marked ambiguous. Between
+        // the two best, an anchor that heard both stretches and clearly
+        // prefers one knows more than votes from anchors that heard only one
+        // of them. Only a file no such anchor hears is refused, as when it
+        // was filmed while nothing else ran and the music's repeats answer.
         const Cluster& second = *ranked[1];  // unclear: there is a runner-up
         const int forLeader = judges(u, leader, second, anchors), forSecond = judges(u, second, leader, anchors);
         const Cluster* choice = forSecond > forLeader ? &second : &leader;

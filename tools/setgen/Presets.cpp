@@ -518,9 +518,9 @@ SetPlan lateclip(Builder& b) {
 }
 
 // A short clip in looped music with crowd noise: the 8-bar phrases repeat,
-// two phones hear the room faintly over the clip's moment, and the clip's
-// own microphone is drowned in the crowd. Against the table its true start
-// still leads.
+// two phones hear the room faintly over the clip's moment, three others
+// filmed only the next bars, and the clip's own microphone is half drowned
+// in the crowd. Against the table its true start still leads, if unclearly.
 SetPlan loop(Builder& b) {
     const double length = 300;
     b.addMusic(length, -1, 48000, true, 0.7);
@@ -533,9 +533,16 @@ SetPlan loop(Builder& b) {
         f.mics.front().hiss = 0.02;
         f.note = "faint";
     }
+    // Three phones filmed only the next bars: they hear the clip's phrase
+    // repeated, never its moment.
+    for (int c = 4; c <= 6; ++c) {
+        b.style(c).extension = ".mp4";
+        b.style(c).dated = false;
+        b.camera(c, 1, 150, 22).note = "next-bars";
+    }
     b.style(1).dated = false;
     FilePlan& clip = b.camera(1, 1, 141.7, 4.0, "court.mp4");
-    clip.mics.front().hiss = 0.12;
+    clip.mics.front().hiss = 0.18;
     clip.note = "short-clip";
     return b.take();
 }

@@ -238,7 +238,10 @@ std::string Writer::run(const std::string& title, const std::vector<TimelineMark
            {"display_aspect_den", num(g ? profile_.height / g : 9)},
            {"frame_rate_num", num(profile_.rateNum)},
            {"frame_rate_den", num(profile_.rateDen)},
-           {"colorspace", "709"}});
+           // Pictures of SD height are BT.601, HD ones BT.709, as decoders
+           // take untagged files; a filter working in RGB (the grade's LUT)
+           // converts with the profile's matrix.
+           {"colorspace", profile_.height >= 720 ? "709" : "601"}});
 
     const int64_t length = std::max<int64_t>(frame(timeline_.duration), 1);
     pugi::xml_node black = child(root, "producer", {{"id", "black"}, {"in", "0"}, {"out", num(length - 1)}});

@@ -693,7 +693,12 @@ ExportPanel::ExportPanel(AppModel& model, QWidget* parent)
         "XML à importer dans Premiere (Fichier › Importer). Coupes, son, zooms, épaule et recadrages modifiables.",
         "XML à importer dans DaVinci Resolve (Fichier › Importer › Timeline). Même contenu que pour Premiere.",
         "Quorvel fabrique la vidéo lui-même, avec l'étalonnage et tous les effets. Rien à faire dans un logiciel de "
-        "montage."};
+        "montage.",
+        // Indexed by the target's value: the two timeline files come after the video.
+        "Projet MLT à ouvrir dans Kdenlive ou Shotcut (Fichier › Ouvrir). Coupes, son, zooms, épaule, recadrages et "
+        "étalonnage (LUT .cube) modifiables ; les drops deviennent des repères.",
+        "Timeline OpenTimelineIO pour DaVinci Resolve 18.5 ou plus et Kdenlive. Coupes, pistes et son, drops en "
+        "marqueurs ; les zooms, recadrages et l'étalonnage n'y passent pas."};
     auto* box = new PanelBox(QString(), this);
     for (ExportTarget t : allExportTargets) {
         auto* row = choiceButton(QString::fromUtf8(rawValue(t)), false,
@@ -764,7 +769,8 @@ ExportPanel::ExportPanel(AppModel& model, QWidget* parent)
     add(progress_);
     syncXml_ = symbolButton("square.and.arrow.up",
                             QStringLiteral("XML synchro (toutes les sources empilées, sans tes coupes)"), this);
-    connect(syncXml_, &QAbstractButton::clicked, this, [this] { model_.exportXML(); });
+    connect(syncXml_, &QAbstractButton::clicked, this,
+            [this] { model_.exportSynchro(model_.settings().exportTarget()); });
     add(syncXml_);
     column_->addStretch(1);
 
@@ -783,6 +789,8 @@ QString ExportPanel::mainButtonText() const {
         case ExportTarget::premiere: return QStringLiteral("EXPORTER LE XML PREMIERE");
         case ExportTarget::davinci: return QStringLiteral("EXPORTER LE XML DAVINCI");
         case ExportTarget::video: return QStringLiteral("EXPORTER LA VIDÉO");
+        case ExportTarget::mlt: return QStringLiteral("EXPORTER LE PROJET MLT");
+        case ExportTarget::otio: return QStringLiteral("EXPORTER LA TIMELINE OTIO");
     }
     return {};
 }
@@ -809,6 +817,9 @@ void ExportPanel::refresh() {
     main_->setText(mainButtonText());
     main_->setEnabled(model_.player() != nullptr);
     syncXml_->setEnabled(model_.result().has_value());
+    syncXml_->setText(target == ExportTarget::mlt    ? QStringLiteral("Synchro MLT (toutes les sources empilées, sans tes coupes)")
+                      : target == ExportTarget::otio ? QStringLiteral("Synchro .otio (toutes les sources empilées, sans tes coupes)")
+                                                     : QStringLiteral("XML synchro (toutes les sources empilées, sans tes coupes)"));
     const bool running = model_.videoExporter() && model_.videoExporter()->isRunning();
     main_->setVisible(!running);
     progress_->setVisible(running);

@@ -164,7 +164,16 @@ void Writer::pictureFilters(pugi::xml_node entry, const ExportClip& clip, const 
     const double W = profile_.width, H = profile_.height, w = clip.item.width, h = clip.item.height;
     const Reframe::Placement place = Reframe::place({w, h}, {W, H}, crop);
     std::vector<std::pair<int64_t, std::string>> rects, turns;
-    for (const MotionKey& k : motionKeys(clip, fps_, look_.effects)) {
+    // MLT's out point is the clip's last frame, where the xmeml's is the one
+    // after it: the key there is drawn again for the last frame shown.
+    std::vector<MotionKey> keys = motionKeys(clip, fps_, look_.effects);
+    std::erase_if(keys, [&](const MotionKey& k) { return k.when > f.out - 1; });
+    if (clip.motion && (keys.empty() || keys.back().when < f.out - 1)) {
+        const double t = clip.start + static_cast<double>(f.out - 1 - f.in) / fps_;
+        keys.push_back({f.out - 1, MotionFX::sample(clip.motion->effect, t - clip.motion->planStart,
+                                                    clip.motion->planDuration, look_.effects)});
+    }
+    for (const MotionKey& k : keys) {
         // The picture at its scale, its centre moved by the placement and the
         // motion, in pixels of the output; the rectangle keeps the source's
         // shape, so fitting into it is filling it.

@@ -728,10 +728,8 @@ ExportPanel::ExportPanel(AppModel& model, QWidget* parent)
     xml->add(new PanelToggle(
         QStringLiteral("Étalonnage de chaque caméra en LUT .cube"), [&settings] { return settings.exportLUTs(); },
         [&settings](bool on) { settings.setExportLUTs(on); }, xml));
-    xml->add(new PanelNote(QStringLiteral("Les LUT se posent dans Lumetri › Créatif › Look (Premiere) ou dans les nœuds "
-                                          "de DaVinci. Flous, VHS et grain ne passent pas par le XML : choisis « Vidéo "
-                                          "finie » pour les avoir."),
-                           xml));
+    lutNote_ = new PanelNote(QString(), xml);
+    xml->add(lutNote_);
     add(xmlPart_);
 
     auto* where = new PanelBox(QString(), this);
@@ -816,6 +814,15 @@ void ExportPanel::refresh() {
                                                        : QStringLiteral("Téléchargements")));
     main_->setText(mainButtonText());
     main_->setEnabled(model_.player() != nullptr);
+    lutNote_->setText(
+        target == ExportTarget::mlt
+            ? QStringLiteral("Le projet MLT étalonne chaque caméra par sa LUT .cube, posée à côté (filtre lut3d). Flous, "
+                             "VHS et grain n'y passent pas : choisis « Vidéo finie » pour les avoir.")
+        : target == ExportTarget::otio
+            ? QStringLiteral("Le .otio ne porte que les coupes, les pistes et le son : les LUT .cube posées à côté se "
+                             "mettent à la main (nœuds de DaVinci, effet LUT de Kdenlive).")
+            : QStringLiteral("Les LUT se posent dans Lumetri › Créatif › Look (Premiere) ou dans les nœuds de DaVinci. "
+                             "Flous, VHS et grain ne passent pas par le XML : choisis « Vidéo finie » pour les avoir."));
     syncXml_->setEnabled(model_.result().has_value());
     syncXml_->setText(target == ExportTarget::mlt    ? QStringLiteral("Synchro MLT (toutes les sources empilées, sans tes coupes)")
                       : target == ExportTarget::otio ? QStringLiteral("Synchro .otio (toutes les sources empilées, sans tes coupes)")

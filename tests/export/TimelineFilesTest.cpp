@@ -211,9 +211,9 @@ TEST_F(TimelineFiles, MltTracksMarkersProfileAndHardNames) {
                                      .node().attribute("id").value());
         const auto rect = split(prop(affine, "transition.rect"), ' ');
         ASSERT_EQ(rect.size(), 5u);
-        EXPECT_NEAR(std::stod(rect[2]), 1920 * (1920.0 / 1080) * (cameraA ? 1.5 : 1), 0.01);
+        EXPECT_NEAR(*parseDouble(rect[2]), 1920 * (1920.0 / 1080) * (cameraA ? 1.5 : 1), 0.01);
         if (cameraA) {
-            EXPECT_NEAR(std::stod(rect[0]), 0, 0.01);  // the left edge kept
+            EXPECT_NEAR(*parseDouble(rect[0]), 0, 0.01);  // the left edge kept
         }
         pugi::xml_node lut = e.node().select_node("filter[property[@name='mlt_service']='avfilter.lut3d']").node();
         EXPECT_EQ(lut.empty(), cameraA);

@@ -219,6 +219,9 @@ public:
     void exportMontage();
     void exportMontageXML(ExportTarget target);
     void exportXML();
+    // The synchronised timeline in the form of `target`: MLT or
+    // OpenTimelineIO, the xmeml of exportXML for the other targets.
+    void exportSynchro(ExportTarget target);
     void exportVideo();
     VideoExporter* videoExporter() const { return services_.exporter.get(); }
 

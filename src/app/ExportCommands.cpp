@@ -2,11 +2,15 @@
 // where it goes, call the writers, put the `.cube` files beside an XML and
 // tell the outcome in the status line, a toast or an error message.
 #include <cerrno>
+#include <cmath>
 #include <cstring>
+#include <map>
 
 #include "app/AppModel.h"
 #include "base/Format.h"
 #include "diagnostics/Log.h"
+#include "export/MltExport.h"
+#include "export/OtioExport.h"
 #include "export/PremiereExport.h"
 #include "looks/CubeLUT.h"
 #include "looks/GradeMath.h"
@@ -20,6 +24,31 @@ namespace {
 
 const char* premiereHint = "Dans Premiere : Fichier › Importer, puis choisis ce XML.";
 const char* davinciHint = "Dans DaVinci : Fichier › Importer › Timeline, puis choisis ce XML.";
+const char* mltHint = "Dans Kdenlive ou Shotcut : Fichier › Ouvrir, puis choisis ce fichier .mlt.";
+const char* otioHint =
+    "Dans DaVinci (18.5 ou plus) : Fichier › Importer › Timeline ; dans Kdenlive : Fichier › Importer › "
+    "OpenTimelineIO. Puis choisis ce fichier .otio.";
+
+const char* hintFor(ExportTarget target) {
+    switch (target) {
+        case ExportTarget::davinci: return davinciHint;
+        case ExportTarget::mlt: return mltHint;
+        case ExportTarget::otio: return otioHint;
+        default: return premiereHint;
+    }
+}
+
+// The drops as markers of a timeline that starts at `from` and lasts `length`.
+std::vector<TimelineMarker> dropMarkers(const std::vector<Drop>& drops, double from, double length) {
+    std::vector<TimelineMarker> out;
+    for (const Drop& d : drops) {
+        const double at = d.time - from;
+        if (at < 0 || at > length) continue;
+        out.push_back({at, "Drop " + std::to_string(d.id + 1) + " (force " +
+                               std::to_string(static_cast<int>(std::lround(d.strength * 100))) + " %)"});
+    }
+    return out;
+}
 
 // Writes the whole file or says why not, in the system's words.
 std::optional<std::string> writeFile(const fs::path& file, const std::string& bytes) {
@@ -77,31 +106,70 @@ void AppModel::exportMontageXML(ExportTarget target) {
     if (!result_) return;
     if (player_) player_->pause();
     const bool davinci = target == ExportTarget::davinci;
-    auto url = destination(exportBaseName() + (davinci ? " (DaVinci)" : ""), "xml", davinci ? davinciHint : premiereHint);
+    auto url = destination(exportBaseName() + (davinci ? " (DaVinci)" : ""), timelineExtension(target), hintFor(target));
     if (!url) return;
-    auto data = montageXML(url->stem().string());
-    if (auto error = writeFile(*url, data.value_or(""))) {
+
+    // Each graded camera's cube, beside the timeline; an MLT file grades
+    // through them, so they are written first and it names only those that
+    // exist.
+    struct Cube {
+        Uuid source;
+        fs::path file;
+        std::string text;
+    };
+    std::vector<Cube> cubes;
+    if (services_.settings.exportLUTs()) {
+        for (int index : cameraSources()) {
+            const MediaSource& source = sources_[static_cast<size_t>(index)];
+            auto it = grades_.find(source.id);
+            if (it == grades_.end() || it->second == ColorGrade::neutral) continue;
+            cubes.push_back({source.id, url->parent_path() / (url->stem().string() + " - " + source.name + ".cube"),
+                             GradeMath::cubeLUT(it->second, GradeMath::kCubeSize).text(source.name)});
+        }
+    }
+    std::vector<fs::path> written{*url};
+    auto writeCubes = [&] {
+        std::map<Uuid, fs::path> done;
+        for (const Cube& c : cubes)
+            // A cube that cannot be written is skipped; the timeline stands.
+            if (paths::writeAtomically(c.file, c.text)) {
+                written.push_back(c.file);
+                done[c.source] = c.file;
+            }
+        return done;
+    };
+
+    std::string data;
+    const std::string name = url->stem().string();
+    const TimeRange r = edit_.exportRange();
+    if (target == ExportTarget::mlt || target == ExportTarget::otio) {
+        const auto timeline = PremiereExport::montageTimeline(
+            sources_, *result_, edit_.segments(), cameraSources(), r, levels_, audio_, effects_,
+            [this](const Segment& plan) { return edit_.resolvedEffect(plan); }, services_.settings.trackPerCamera());
+        const auto markers = dropMarkers(drops(), r.start, r.end - r.start);
+        if (target == ExportTarget::mlt) {
+            TimelineLook look{format_, framing_, writeCubes(), effects_};
+            data = MltExport::write(name, sources_, timeline, muted_, look, markers);
+        } else {
+            data = OtioExport::write(name, sources_, timeline, muted_, markers);
+        }
+    } else {
+        data = montageXML(name).value_or("");
+    }
+    if (auto error = writeFile(*url, data)) {
+        std::error_code ignored;  // cubes for a timeline that does not exist
+        for (size_t i = 1; i < written.size(); ++i) fs::remove(written[i], ignored);
         Log::write("ERREUR export : " + *error);
-        errorMessage_ = "Impossible d'enregistrer le XML : " + *error;
+        errorMessage_ = "Impossible d'enregistrer le " + std::string(target == ExportTarget::mlt    ? "fichier MLT"
+                                                                     : target == ExportTarget::otio ? "fichier .otio"
+                                                                                                    : "XML") +
+                        " : " + *error;
         notify(Field::errorMessage);
         return;
     }
-    std::vector<fs::path> written{*url};
-    if (services_.settings.exportLUTs()) {
-        const auto cameras = cameraSources();
-        for (size_t c = 0; c < cameras.size(); ++c) {
-            const MediaSource& source = sources_[static_cast<size_t>(cameras[c])];
-            auto it = grades_.find(source.id);
-            if (it == grades_.end() || it->second == ColorGrade::neutral) continue;
-            fs::path cube = url->parent_path() / (url->stem().string() + " - " + source.name + ".cube");
-            std::string text = GradeMath::cubeLUT(it->second, GradeMath::kCubeSize).text(source.name);
-            // A cube that cannot be written is skipped; the XML stands.
-            if (paths::writeAtomically(cube, text)) written.push_back(cube);
-        }
-    }
+    if (target != ExportTarget::mlt) writeCubes();
     Log::write(std::string("Export montage (") + rawValue(target) + ") : " + url->string());
 
-    const TimeRange r = edit_.exportRange();
     int plans = 0;
     for (const Segment& s : edit_.segments())
         if (s.start < r.end && s.end > r.start) ++plans;
@@ -111,6 +179,33 @@ void AppModel::exportMontageXML(ExportTarget target) {
     if (luts >= 1) text += " + " + std::to_string(luts) + " LUT";
     setStatus(text + " · " + url->filename().string() + " dans " + parentName(*url));
     services_.viewer.showItems(written);
+}
+
+void AppModel::exportSynchro(ExportTarget target) {
+    if (target != ExportTarget::mlt && target != ExportTarget::otio) {
+        exportXML();
+        return;
+    }
+    if (!result_) return;
+    if (player_) player_->pause();
+    auto url = destination(folderName() + " - SYNCHRO", timelineExtension(target), hintFor(target));
+    if (!url) return;
+    const auto timeline = PremiereExport::synchroTimeline(sources_, *result_, levels_);
+    const auto markers = dropMarkers(drops(), 0, timeline.duration);
+    const std::string name = url->stem().string();
+    std::string data = target == ExportTarget::mlt
+                           ? MltExport::write(name, sources_, timeline, muted_, TimelineLook{}, markers)
+                           : OtioExport::write(name, sources_, timeline, muted_, markers);
+    if (auto error = writeFile(*url, data)) {
+        Log::write("ERREUR export : " + *error);
+        errorMessage_ = std::string("Impossible d'enregistrer le fichier ") +
+                        (target == ExportTarget::mlt ? "MLT" : ".otio") + " : " + *error;
+        notify(Field::errorMessage);
+        return;
+    }
+    Log::write(std::string("Export synchro (") + rawValue(target) + ") : " + url->string());
+    setStatus("Synchro exportée : " + url->filename().string() + " dans " + parentName(*url));
+    services_.viewer.showItems({*url});
 }
 
 void AppModel::exportXML() {

@@ -23,6 +23,8 @@
 #include "edit/AutoEditor.h"
 #include "edit/Cut.h"
 #include "entry/CliVideo.h"
+#include "export/MltExport.h"
+#include "export/OtioExport.h"
 #include "export/PremiereExport.h"
 #include "music/DropDetector.h"
 #include "platform/Paths.h"
@@ -189,8 +191,23 @@ bool mayReplace(const fs::path& output) {
     size_t at = head.find_first_not_of(" \t\r\n");
     if (at == std::string::npos) return head.size() < 512;  // empty or blank
     std::string_view rest = std::string_view(head).substr(at);
-    return rest.starts_with("<?xml") || rest.starts_with("<xmeml") || rest.starts_with("<!DOCTYPE");
+    return rest.starts_with("<?xml") || rest.starts_with("<xmeml") || rest.starts_with("<!DOCTYPE") ||
+           rest.starts_with("<mlt");
 }
+
+// The same care for a JSON timeline (.otio): only a JSON object is replaced.
+bool mayReplaceJson(const fs::path& output) {
+    std::error_code ec;
+    fs::file_status st = fs::status(output, ec);
+    if (ec || !fs::exists(st)) return true;
+    if (!fs::is_regular_file(st)) return false;
+    std::ifstream in(output, std::ios::binary);
+    char c = 0;
+    while (in.get(c))
+        if (!std::isspace(static_cast<unsigned char>(c))) return c == '{';
+    return true;  // empty or blank
+}
+
 
 struct Options {
     std::vector<std::string> paths;              // the set folder and the output, in order
@@ -198,7 +215,8 @@ struct Options {
     std::set<std::string> flags;
 };
 
-const std::set<std::string> valueOptions = {"--montage", "--range", "--format", "--cadrage", "--video", "--codec"};
+const std::set<std::string> valueOptions = {"--montage", "--range", "--format", "--cadrage", "--video", "--codec",
+                                            "--mlt", "--otio"};
 const std::set<std::string> flagOptions = {"--drops", "--auto", "--effets", "--son-tout", "--son-camera"};
 
 // Options may stand anywhere, before the folder too; what is not understood
@@ -307,6 +325,45 @@ std::string montage(const VideoRequest& edit, const std::string& setName, const 
     return document;
 }
 
+// The timelines for the editors of Linux and OpenTimelineIO, beside the
+// xmeml or instead of it: the montage with `--montage`, else the synchro.
+int writeTimelines(const Options& options, const VideoRequest& edit, const std::string& setName,
+                   const std::vector<MediaSource>& sources, const SyncResult& result, std::ostream& out) {
+    auto mlt = options.values.find("--mlt"), otio = options.values.find("--otio");
+    if (mlt == options.values.end() && otio == options.values.end()) return 0;
+    const bool montage = options.values.count("--montage") > 0;
+    const std::string name = setName + (montage ? " - MONTAGE" : " - SYNCHRO");
+    const PremiereExport::Timeline timeline =
+        montage ? PremiereExport::montageTimeline(sources, result, Segment::build(edit.cuts, result.duration()),
+                                                  cameraSourceIndices(sources), edit.range, {}, edit.audio,
+                                                  edit.effects, edit.effectFor, false)
+                : PremiereExport::synchroTimeline(sources, result, {});
+    const double from = montage ? edit.range.start : 0;
+    std::vector<TimelineMarker> markers;
+    for (const Drop& d : DropDetector::detect(result, sources, 0.5))
+        if (d.time >= from && d.time - from <= timeline.duration)
+            markers.push_back({d.time - from, "Drop " + std::to_string(d.id + 1)});
+
+    auto write = [&](const std::string& shown, const std::string& label, const std::string& data) {
+        errno = 0;
+        if (!paths::writeAtomically(fs::absolute(shown), data)) {
+            out << "Erreur d'écriture : " << systemMessage(errno ? errno : EIO) << "\n";
+            return 1;
+        }
+        out << label << " : " << terminalSafe(shown) << "\n";
+        return 0;
+    };
+    if (mlt != options.values.end()) {
+        TimelineLook look;
+        if (montage) look = {edit.format, edit.framing, {}, edit.effects};
+        if (int status = write(mlt->second, "MLT", MltExport::write(name, sources, timeline, {}, look, markers)))
+            return status;
+    }
+    if (otio != options.values.end())
+        return write(otio->second, "OTIO", OtioExport::write(name, sources, timeline, {}, markers));
+    return 0;
+}
+
 std::string folderName(const fs::path& folder) {
     fs::path p = folder;
     if (!p.has_filename()) p = p.parent_path();
@@ -366,14 +423,17 @@ int run(const std::vector<std::string>& arguments, std::ostream& out) { return r
 
 int run(const std::vector<std::string>& arguments, std::ostream& out, std::ostream& err) {
     Options options = readOptions(arguments, err);
-    if (options.paths.size() < 2 || options.paths[0].empty() || options.paths[1].empty()) {
+    // With --mlt or --otio the xmeml may be left out: the folder alone will do.
+    const bool timelineOnly = options.paths.size() == 1 && (options.values.count("--mlt") || options.values.count("--otio"));
+    if ((options.paths.size() < 2 && !timelineOnly) || options.paths[0].empty() ||
+        (!timelineOnly && options.paths[1].empty())) {
         out << "Usage : Quorvel --cli <dossier du set> <sortie.xml>\n";
         return 1;
     }
     const std::string& folderText = options.paths[0];
-    const std::string& outputText = options.paths[1];
+    const std::string outputText = timelineOnly ? std::string() : options.paths[1];
     fs::path folder = fs::absolute(folderText);
-    fs::path output = fs::absolute(outputText);
+    fs::path output = timelineOnly ? fs::path() : fs::absolute(outputText);
 
     // Both paths are judged before any work: an hour of decoding must not
     // end on a folder that does not exist.
@@ -387,15 +447,23 @@ int run(const std::vector<std::string>& arguments, std::ostream& out, std::ostre
             << ")\n";
         return 1;
     }
-    if (!mayReplace(output)) {
-        err << "Erreur d'écriture : " << terminalSafe(outputText)
-            << " n'est pas un fichier XML, il n'est pas remplacé\n";
-        return 1;
-    }
-    fs::path parent = output.parent_path();
-    if (!fs::is_directory(parent, ec)) {
-        out << "Erreur d'écriture : " << systemMessage(fs::exists(parent, ec) ? ENOTDIR : ENOENT) << "\n";
-        return 1;
+    // Every output is judged: the xmeml and the timelines beside it.
+    std::vector<std::pair<std::string, bool>> outputs;  // path, is JSON
+    if (!timelineOnly) outputs.push_back({outputText, false});
+    if (auto v = valueOf(options, "--mlt")) outputs.push_back({*v, false});
+    if (auto v = valueOf(options, "--otio")) outputs.push_back({*v, true});
+    for (const auto& [text, isJson] : outputs) {
+        const fs::path file = fs::absolute(text);
+        if (!(isJson ? mayReplaceJson(file) : mayReplace(file))) {
+            err << "Erreur d'écriture : " << terminalSafe(text) << " n'est pas un fichier "
+                << (isJson ? "OpenTimelineIO" : "XML") << ", il n'est pas remplacé\n";
+            return 1;
+        }
+        fs::path parent = file.parent_path();
+        if (!fs::is_directory(parent, ec)) {
+            out << "Erreur d'écriture : " << systemMessage(fs::exists(parent, ec) ? ENOTDIR : ENOENT) << "\n";
+            return 1;
+        }
     }
 
     std::vector<MediaScanner::Refusal> refused;
@@ -422,7 +490,8 @@ int run(const std::vector<std::string>& arguments, std::ostream& out, std::ostre
     else
         document = PremiereExport::makeXML(folderName(folder) + " - SYNC", sources, result, {}, {});
     out.flush();
-    int status = writeOutput(output, outputText, document, out);
+    int status = timelineOnly ? 0 : writeOutput(output, outputText, document, out);
+    if (status == 0) status = writeTimelines(options, edit, folderName(folder), sources, result, out);
     if (status != 0) return status;
 
     // The finished video of the same edit.

@@ -71,13 +71,11 @@ ResolvedEffect defaultEffect(const Segment& plan, const std::vector<MediaSource>
 
 }  // namespace
 
-std::string makeMontageXML(const std::string& name, const std::vector<MediaSource>& sources,
-                           const SyncResult& result, const std::vector<Segment>& segments,
-                           const std::vector<int>& cameraSources, TimeRange range,
-                           const std::map<Uuid, double>& levels, const std::set<Uuid>& muted,
-                           const AudioSettings& audio, const EffectSettings& effects,
-                           const std::function<ResolvedEffect(const Segment&)>& effectFor, OutputFormat format,
-                           const std::map<Uuid, CameraFrame>& framing, bool trackPerCamera) {
+Timeline montageTimeline(const std::vector<MediaSource>& sources, const SyncResult& result,
+                         const std::vector<Segment>& segments, const std::vector<int>& cameraSources,
+                         TimeRange range, const std::map<Uuid, double>& levels, const AudioSettings& audio,
+                         const EffectSettings& effects,
+                         const std::function<ResolvedEffect(const Segment&)>& effectFor, bool trackPerCamera) {
     const double lo = range.start, hi = range.end;
 
     // Picture: each plan cut to the range and to the files of its camera. The
@@ -162,7 +160,19 @@ std::string makeMontageXML(const std::string& name, const std::vector<MediaSourc
         gains[s.id] = (level == levels.end() ? 0.0 : level->second) + audio.masterDb;
     }
 
-    return render(name, sources, rate, video, soundTracksAll, length, gains, muted, effects, format, framing);
+    return {rate, std::move(video), std::move(soundTracksAll), length, std::move(gains)};
+}
+
+std::string makeMontageXML(const std::string& name, const std::vector<MediaSource>& sources,
+                           const SyncResult& result, const std::vector<Segment>& segments,
+                           const std::vector<int>& cameraSources, TimeRange range,
+                           const std::map<Uuid, double>& levels, const std::set<Uuid>& muted,
+                           const AudioSettings& audio, const EffectSettings& effects,
+                           const std::function<ResolvedEffect(const Segment&)>& effectFor, OutputFormat format,
+                           const std::map<Uuid, CameraFrame>& framing, bool trackPerCamera) {
+    Timeline t = montageTimeline(sources, result, segments, cameraSources, range, levels, audio, effects, effectFor,
+                                 trackPerCamera);
+    return render(name, sources, t.rate, t.video, t.audio, t.duration, t.levels, muted, effects, format, framing);
 }
 
 }  // namespace qv::PremiereExport

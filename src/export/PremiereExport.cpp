@@ -46,6 +46,28 @@ ClipFrames clipFrames(const ExportClip& clip, double fps) {
     return {start, start + length, in, in + length};
 }
 
+std::vector<MotionKey> motionKeys(const ExportClip& clip, double fps, const EffectSettings& effects) {
+    const ClipFrames span = clipFrames(clip, fps);
+    if (!clip.motion) return {{span.in, MotionSample{}}};
+    const ClipMotion& m = *clip.motion;
+    double step = m.effect.shake ? std::clamp(0.2 / (std::max(effects.shakeSpeed, 0.05) * 0.5), 0.08, 1.0)
+                                 : std::max(clip.duration / 6, 0.2);
+    std::vector<double> times;
+    double end = clip.start + clip.duration;
+    for (int64_t k = 0;; ++k) {
+        double t = clip.start + static_cast<double>(k) * step;
+        if (!(t < end)) break;
+        times.push_back(t);
+    }
+    times.push_back(end);
+    // Key frames count in file frames and never leave the clip.
+    std::vector<MotionKey> keys;
+    for (double t : times)
+        keys.push_back({std::clamp(frames(clip.sourceIn + t - clip.start, fps), span.in, span.out),
+                        MotionFX::sample(m.effect, t - m.planStart, m.planDuration, effects)});
+    return keys;
+}
+
 std::vector<std::vector<ExportClip>> lanes(std::vector<ExportClip> clips, SequenceRate rate) {
     double fps = rate.fps();
     std::stable_sort(clips.begin(), clips.end(),
@@ -112,6 +134,55 @@ std::string pathURL(const std::filesystem::path& path) {
     }
     if (url.rfind("file:///", 0) == 0) url.replace(0, 8, "file://localhost/");
     return url;
+}
+
+PixelSize frameSize(const std::vector<Track>& video, OutputFormat format) {
+    if (auto fixed = fixedSize(format); fixed && std::string_view(rawValue(format)) != "16:9") return *fixed;
+    // The most common size among the video clips; between groups of equal
+    // size, the one met first.
+    struct Group {
+        std::string key;
+        int count = 0;
+        int width = 0, height = 0;
+    };
+    std::vector<Group> groups;
+    for (const Track& t : video)
+        for (const ExportClip& c : t.clips) {
+            std::string key = std::to_string(c.item.width) + "x" + std::to_string(c.item.height);
+            auto g = std::find_if(groups.begin(), groups.end(), [&](const Group& x) { return x.key == key; });
+            if (g == groups.end()) g = groups.insert(groups.end(), Group{key, 0, c.item.width, c.item.height});
+            ++g->count;
+        }
+    if (groups.empty()) return {1920, 1080};
+    const Group* best = &groups.front();
+    for (const Group& g : groups)
+        if (g.count > best->count) best = &g;
+    return {double(best->width), double(best->height)};
+}
+
+std::string trackTitle(const Track& track, const std::vector<MediaSource>& sources, int number) {
+    std::set<int> from;
+    for (const ExportClip& c : track.clips) from.insert(c.sourceIndex);
+    const bool video = track.kind == Kind::video;
+    if (from.empty()) return (video ? "V" : "A") + std::to_string(number);
+    if (from.size() == 1 && static_cast<size_t>(*from.begin()) < sources.size())
+        return sources[static_cast<size_t>(*from.begin())].name;
+    return video ? "Montage" : "Son des caméras";
+}
+
+bool isSecondOfPair(const Track& track) {
+    auto it = track.attributes.find("currentExplodedTrackIndex");
+    return it != track.attributes.end() && it->second != "0";
+}
+
+std::vector<Track> wholeClips(std::vector<Track> tracks, SequenceRate rate) {
+    const double fps = rate.fps();
+    for (Track& t : tracks)
+        std::erase_if(t.clips, [&](const ExportClip& c) {
+            ClipFrames f = clipFrames(c, fps);
+            return f.end <= f.start;
+        });
+    return tracks;
 }
 
 namespace {
@@ -209,32 +280,9 @@ private:
 };
 
 void Writer::decideSize(const std::vector<Track>& video) {
-    if (auto fixed = fixedSize(format_); fixed && std::string_view(rawValue(format_)) != "16:9") {
-        width_ = static_cast<int>(fixed->width);
-        height_ = static_cast<int>(fixed->height);
-        return;
-    }
-    // The most common size among the video clips; between groups of equal
-    // size, the one met first.
-    struct Group {
-        std::string key;
-        int count = 0;
-        int width = 0, height = 0;
-    };
-    std::vector<Group> groups;
-    for (const Track& t : video)
-        for (const ExportClip& c : t.clips) {
-            std::string key = std::to_string(c.item.width) + "x" + std::to_string(c.item.height);
-            auto g = std::find_if(groups.begin(), groups.end(), [&](const Group& x) { return x.key == key; });
-            if (g == groups.end()) g = groups.insert(groups.end(), Group{key, 0, c.item.width, c.item.height});
-            ++g->count;
-        }
-    if (groups.empty()) return;
-    const Group* best = &groups.front();
-    for (const Group& g : groups)
-        if (g.count > best->count) best = &g;
-    width_ = best->width;
-    height_ = best->height;
+    PixelSize size = frameSize(video, format_);
+    width_ = static_cast<int>(size.width);
+    height_ = static_cast<int>(size.height);
 }
 
 void Writer::prepare(const std::vector<Track>& video, const std::vector<Track>& audio) {
@@ -429,33 +477,7 @@ bool Writer::needsMotion(const ExportClip& clip, const CameraFrame& crop) const 
 void Writer::motionFilter(pugi::xml_node parent, const ExportClip& clip, const CameraFrame& crop) {
     Reframe::Placement place =
         Reframe::place({double(clip.item.width), double(clip.item.height)}, {double(width_), double(height_)}, crop);
-    const ClipFrames span = clipFrames(clip, fps_);
-    const int64_t inFrame = span.in, outFrame = span.out;
-
-    struct Key {
-        int64_t when;
-        MotionSample sample;
-    };
-    std::vector<Key> keys;
-    if (clip.motion) {
-        const ClipMotion& m = *clip.motion;
-        double step = m.effect.shake ? std::clamp(0.2 / (std::max(effects_.shakeSpeed, 0.05) * 0.5), 0.08, 1.0)
-                                     : std::max(clip.duration / 6, 0.2);
-        std::vector<double> times;
-        double end = clip.start + clip.duration;
-        for (int64_t k = 0;; ++k) {
-            double t = clip.start + static_cast<double>(k) * step;
-            if (!(t < end)) break;
-            times.push_back(t);
-        }
-        times.push_back(end);
-        // Key frames count in file frames and never leave the clip.
-        for (double t : times)
-            keys.push_back({std::clamp(frame(clip.sourceIn + t - clip.start), inFrame, outFrame),
-                            MotionFX::sample(m.effect, t - m.planStart, m.planDuration, effects_)});
-    } else {
-        keys.push_back({inFrame, MotionSample{}});
-    }
+    const std::vector<MotionKey> keys = motionKeys(clip, fps_, effects_);
     bool keyed = keys.size() >= 2;
     bool shaken = clip.motion && clip.motion->effect.shake;
 
@@ -481,7 +503,7 @@ void Writer::motionFilter(pugi::xml_node parent, const ExportClip& clip, const C
         if (max) el(p, "valuemax", max);
         writeValue(el(p, "value"), keys.front().sample);
         if (!withKeys) return;
-        for (const Key& k : keys) {
+        for (const MotionKey& k : keys) {
             pugi::xml_node kf = el(p, "keyframe");
             el(kf, "when", num(k.when));
             writeValue(el(kf, "value"), k.sample);
@@ -500,21 +522,12 @@ std::string render(const std::string& name, const std::vector<MediaSource>& sour
                    OutputFormat format, const std::map<Uuid, CameraFrame>& framing) {
     // A clip that keeps no whole frame (a cut closer than a frame to the next
     // one, or past its file's end) is left out: the next clip takes its place.
-    const double fps = rate.fps();
-    auto keepWhole = [&](std::vector<Track> tracks) {
-        for (Track& t : tracks)
-            std::erase_if(t.clips, [&](const ExportClip& c) {
-                ClipFrames f = clipFrames(c, fps);
-                return f.end <= f.start;
-            });
-        return tracks;
-    };
     return Writer(sources, rate, levels, muted, effects, format, framing)
-        .run(name, keepWhole(video), keepWhole(audio), std::isfinite(duration) ? duration : 0);
+        .run(name, wholeClips(video, rate), wholeClips(audio, rate), std::isfinite(duration) ? duration : 0);
 }
 
-std::string makeXML(const std::string& name, const std::vector<MediaSource>& sources, const SyncResult& result,
-                    const std::map<Uuid, double>& levels, const std::set<Uuid>& muted) {
+Timeline synchroTimeline(const std::vector<MediaSource>& sources, const SyncResult& result,
+                         const std::map<Uuid, double>& levels) {
     // Each file's own id as its group links its picture and its sound.
     std::vector<ExportClip> clips;
     for (const PlacedItem& p : result.placed)
@@ -554,7 +567,13 @@ std::string makeXML(const std::string& name, const std::vector<MediaSource>& sou
     double duration = 0;
     for (const PlacedItem& p : result.placed) duration = std::max(duration, p.start + p.item.duration);
 
-    return render(name, sources, rate, video, audio, duration, levels, muted, EffectSettings{},
+    return {rate, std::move(video), std::move(audio), duration, levels};
+}
+
+std::string makeXML(const std::string& name, const std::vector<MediaSource>& sources, const SyncResult& result,
+                    const std::map<Uuid, double>& levels, const std::set<Uuid>& muted) {
+    Timeline t = synchroTimeline(sources, result, levels);
+    return render(name, sources, t.rate, t.video, t.audio, t.duration, t.levels, muted, EffectSettings{},
                   OutputFormat::landscape, {});
 }
 

@@ -78,6 +78,17 @@ struct ClipFrames {
 };
 ClipFrames clipFrames(const ExportClip& clip, double fps);
 
+// One key frame of a video clip's motion: `when` in file frames of the
+// sequence's rate, held within the clip's in and out.
+struct MotionKey {
+    int64_t when = 0;
+    MotionSample sample;
+};
+// The key frames of `clip`: sampled along its plan's curve (denser for a
+// shake), the clip's end always included; a single neutral key at its in
+// point when it has no motion.
+std::vector<MotionKey> motionKeys(const ExportClip& clip, double fps, const EffectSettings& effects);
+
 struct Fade {
     double start = 0;  // seconds on the sequence
     double end = 0;
@@ -106,6 +117,49 @@ std::vector<Track> soundTracks(const std::vector<ExportClip>& lane);
 
 // "file://localhost/..." with the path percent-escaped as in a file URL.
 std::string pathURL(const std::filesystem::path& path);
+
+// The tracks of a timeline before any file form is chosen: what the xmeml,
+// MLT and OpenTimelineIO writers all lay out the same way.
+struct Timeline {
+    SequenceRate rate;
+    std::vector<Track> video;
+    std::vector<Track> audio;       // recorders first, then the cameras' sound
+    double duration = 0;            // seconds
+    std::map<Uuid, double> levels;  // gain in dB per source id
+};
+
+// Every placed file on its place: one video track per lane of each camera,
+// all sound (recorders first) on audio tracks, picture and sound of one file
+// sharing a group.
+Timeline synchroTimeline(const std::vector<MediaSource>& sources, const SyncResult& result,
+                         const std::map<Uuid, double>& levels);
+
+// The tracks of an edit over `range`, as makeMontageXML lays them out; the
+// levels already hold `audio.masterDb`.
+Timeline montageTimeline(const std::vector<MediaSource>& sources, const SyncResult& result,
+                         const std::vector<Segment>& segments, const std::vector<int>& cameraSources,
+                         TimeRange range, const std::map<Uuid, double>& levels, const AudioSettings& audio,
+                         const EffectSettings& effects,
+                         const std::function<ResolvedEffect(const Segment&)>& effectFor, bool trackPerCamera);
+
+// The picture size of a timeline: the format's, or in landscape the most
+// common size among the video clips (the first met on a tie), 1920 x 1080
+// without any.
+PixelSize frameSize(const std::vector<Track>& video, OutputFormat format);
+
+// The clips of `tracks` that keep at least one whole frame at `rate`; the
+// others are left out, the next clip taking their place.
+std::vector<Track> wholeClips(std::vector<Track> tracks, SequenceRate rate);
+
+// The title of a track as an editing program shows it: its source's name
+// when all its clips come from one source, otherwise "V{n}" or "A{n}"
+// (`number` from 1) for an empty track, "Montage" for the program track of
+// an edit and "Son des caméras" for the sound that follows it.
+std::string trackTitle(const Track& track, const std::vector<MediaSource>& sources, int number);
+
+// The second track of a stereo pair, which a writer with stereo tracks
+// leaves out.
+bool isSecondOfPair(const Track& track);
 
 // The synchro document: every placed file on its place, cameras as video
 // tracks, all sound (recorders first) as audio tracks, picture and sound of

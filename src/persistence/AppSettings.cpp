@@ -12,8 +12,18 @@ const char* rawValue(ExportTarget t) {
         case ExportTarget::premiere: return "Premiere Pro";
         case ExportTarget::davinci: return "DaVinci Resolve";
         case ExportTarget::video: return "Vidéo finie";
+        case ExportTarget::mlt: return "Kdenlive / Shotcut (MLT)";
+        case ExportTarget::otio: return "OpenTimelineIO (.otio)";
     }
     return "Premiere Pro";
+}
+
+const char* timelineExtension(ExportTarget t) {
+    switch (t) {
+        case ExportTarget::mlt: return "mlt";
+        case ExportTarget::otio: return "otio";
+        default: return "xml";
+    }
 }
 
 const char* rawValue(VideoCodec c) {

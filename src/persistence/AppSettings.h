@@ -14,7 +14,8 @@
 
 namespace qv {
 
-enum class ExportTarget { premiere, davinci, video };  // "Premiere Pro", "DaVinci Resolve", "Vidéo finie"
+// "Premiere Pro", "DaVinci Resolve", "Vidéo finie", "Kdenlive / Shotcut (MLT)", "OpenTimelineIO (.otio)"
+enum class ExportTarget { premiere, davinci, video, mlt, otio };
 enum class VideoCodec { h264, hevc, prores };           // "H.264 (MP4)", "HEVC H.265 (MP4)", "ProRes 422 (MOV)"
 
 const char* rawValue(ExportTarget t);
@@ -23,7 +24,12 @@ std::optional<ExportTarget> exportTargetFromRaw(std::string_view raw);
 std::optional<VideoCodec> videoCodecFromRaw(std::string_view raw);
 const char* fileExtension(VideoCodec c);  // "mp4" or "mov"
 
-inline constexpr ExportTarget allExportTargets[] = {ExportTarget::premiere, ExportTarget::davinci, ExportTarget::video};
+// In the order the export panel offers them.
+inline constexpr ExportTarget allExportTargets[] = {ExportTarget::premiere, ExportTarget::davinci, ExportTarget::mlt,
+                                                    ExportTarget::otio, ExportTarget::video};
+// The extension of the timeline file a target writes: "xml", "mlt" or
+// "otio"; the video's depends on its codec.
+const char* timelineExtension(ExportTarget t);
 inline constexpr VideoCodec allVideoCodecs[] = {VideoCodec::h264, VideoCodec::hevc, VideoCodec::prores};
 
 class AppSettings {

@@ -693,7 +693,12 @@ ExportPanel::ExportPanel(AppModel& model, QWidget* parent)
         "XML à importer dans Premiere (Fichier › Importer). Coupes, son, zooms, épaule et recadrages modifiables.",
         "XML à importer dans DaVinci Resolve (Fichier › Importer › Timeline). Même contenu que pour Premiere.",
         "Quorvel fabrique la vidéo lui-même, avec l'étalonnage et tous les effets. Rien à faire dans un logiciel de "
-        "montage."};
+        "montage.",
+        // Indexed by the target's value: the two timeline files come after the video.
+        "Projet MLT à ouvrir dans Kdenlive ou Shotcut (Fichier › Ouvrir). Coupes, son, zooms, épaule, recadrages et "
+        "étalonnage (LUT .cube) modifiables ; les drops deviennent des repères.",
+        "Timeline OpenTimelineIO pour DaVinci Resolve 18.5 ou plus et Kdenlive. Coupes, pistes et son, drops en "
+        "marqueurs ; les zooms, recadrages et l'étalonnage n'y passent pas."};
     auto* box = new PanelBox(QString(), this);
     for (ExportTarget t : allExportTargets) {
         auto* row = choiceButton(QString::fromUtf8(rawValue(t)), false,
@@ -723,10 +728,8 @@ ExportPanel::ExportPanel(AppModel& model, QWidget* parent)
     xml->add(new PanelToggle(
         QStringLiteral("Étalonnage de chaque caméra en LUT .cube"), [&settings] { return settings.exportLUTs(); },
         [&settings](bool on) { settings.setExportLUTs(on); }, xml));
-    xml->add(new PanelNote(QStringLiteral("Les LUT se posent dans Lumetri › Créatif › Look (Premiere) ou dans les nœuds "
-                                          "de DaVinci. Flous, VHS et grain ne passent pas par le XML : choisis « Vidéo "
-                                          "finie » pour les avoir."),
-                           xml));
+    lutNote_ = new PanelNote(QString(), xml);
+    xml->add(lutNote_);
     add(xmlPart_);
 
     auto* where = new PanelBox(QString(), this);
@@ -764,7 +767,8 @@ ExportPanel::ExportPanel(AppModel& model, QWidget* parent)
     add(progress_);
     syncXml_ = symbolButton("square.and.arrow.up",
                             QStringLiteral("XML synchro (toutes les sources empilées, sans tes coupes)"), this);
-    connect(syncXml_, &QAbstractButton::clicked, this, [this] { model_.exportXML(); });
+    connect(syncXml_, &QAbstractButton::clicked, this,
+            [this] { model_.exportSynchro(model_.settings().exportTarget()); });
     add(syncXml_);
     column_->addStretch(1);
 
@@ -783,6 +787,8 @@ QString ExportPanel::mainButtonText() const {
         case ExportTarget::premiere: return QStringLiteral("EXPORTER LE XML PREMIERE");
         case ExportTarget::davinci: return QStringLiteral("EXPORTER LE XML DAVINCI");
         case ExportTarget::video: return QStringLiteral("EXPORTER LA VIDÉO");
+        case ExportTarget::mlt: return QStringLiteral("EXPORTER LE PROJET MLT");
+        case ExportTarget::otio: return QStringLiteral("EXPORTER LA TIMELINE OTIO");
     }
     return {};
 }
@@ -808,7 +814,19 @@ void ExportPanel::refresh() {
                                                        : QStringLiteral("Téléchargements")));
     main_->setText(mainButtonText());
     main_->setEnabled(model_.player() != nullptr);
+    lutNote_->setText(
+        target == ExportTarget::mlt
+            ? QStringLiteral("Le projet MLT étalonne chaque caméra par sa LUT .cube, posée à côté (filtre lut3d). Flous, "
+                             "VHS et grain n'y passent pas : choisis « Vidéo finie » pour les avoir.")
+        : target == ExportTarget::otio
+            ? QStringLiteral("Le .otio ne porte que les coupes, les pistes et le son : les LUT .cube posées à côté se "
+                             "mettent à la main (nœuds de DaVinci, effet LUT de Kdenlive).")
+            : QStringLiteral("Les LUT se posent dans Lumetri › Créatif › Look (Premiere) ou dans les nœuds de DaVinci. "
+                             "Flous, VHS et grain ne passent pas par le XML : choisis « Vidéo finie » pour les avoir."));
     syncXml_->setEnabled(model_.result().has_value());
+    syncXml_->setText(target == ExportTarget::mlt    ? QStringLiteral("Synchro MLT (toutes les sources empilées, sans tes coupes)")
+                      : target == ExportTarget::otio ? QStringLiteral("Synchro .otio (toutes les sources empilées, sans tes coupes)")
+                                                     : QStringLiteral("XML synchro (toutes les sources empilées, sans tes coupes)"));
     const bool running = model_.videoExporter() && model_.videoExporter()->isRunning();
     main_->setVisible(!running);
     progress_->setVisible(running);

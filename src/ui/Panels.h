@@ -129,6 +129,7 @@ private:
     QLabel* folder_ = nullptr;
     QAbstractButton* main_ = nullptr;
     QAbstractButton* syncXml_ = nullptr;
+    QLabel* lutNote_ = nullptr;  // where the cubes go, by target
     ExportProgress* progress_ = nullptr;
     QTimer poll_;
 };

@@ -1,6 +1,8 @@
 #include "Harness.h"
 #include "looks/CubeLUT.h"
 #include "platform/Paths.h"
+#include "support/TimelineCheck.h"
+#include "support/XmemlCheck.h"
 
 namespace qv::test {
 namespace {
@@ -70,6 +72,40 @@ TEST_F(ExportCommandsTest, OnlyGradedCamerasGetACubeThatFfmpegReads) {
     settings->setExportLUTs(false);
     model->exportMontage();
     EXPECT_FALSE(fs::exists(exports / "tiny-21 - MONTAGE 3 - Cam 2.cube"));
+}
+
+// The timelines for the Linux editors: named as the XML exports, the MLT
+// one grading each camera through the cube written beside it, the drops as
+// markers, the synchro in the target's own form.
+TEST_F(ExportCommandsTest, MltAndOtioTargetsWriteTheirFilesWithCubesAndDrops) {
+    ColorGrade warm = ColorGrade::neutral;
+    warm.temperature = 30;
+    model->setGrade(warm, 1);
+    settings->setExportTarget(ExportTarget::mlt);
+    model->exportMontage();
+    const fs::path mlt = exports / "tiny-21 - MONTAGE.mlt", cube = exports / "tiny-21 - MONTAGE - Cam 2.cube";
+    ASSERT_TRUE(fs::exists(mlt));
+    ASSERT_TRUE(fs::exists(cube));
+    const std::string text = *paths::readFile(mlt);
+    EXPECT_TRUE(mltProblems(text).empty()) << joined(mltProblems(text));
+    EXPECT_NE(text.find("<property name=\"av.file\">" + cube.string() + "</property>"), std::string::npos);
+    EXPECT_EQ(model->status().rfind("Kdenlive / Shotcut (MLT) : 3 plans, ", 0), 0u) << model->status();
+    EXPECT_NE(model->status().find(" + 1 LUT · tiny-21 - MONTAGE.mlt dans exports"), std::string::npos);
+
+    settings->setExportTarget(ExportTarget::otio);
+    model->exportMontage();
+    std::vector<std::string> problems;
+    const OtioTimeline read = readOtio(*paths::readFile(exports / "tiny-21 - MONTAGE.otio"), problems);
+    EXPECT_TRUE(problems.empty()) << joined(problems);
+    EXPECT_EQ(read.markers.size(), model->drops().size());
+    ASSERT_FALSE(read.tracks.empty());
+    EXPECT_EQ(read.tracks[0].kind, "Video");
+
+    model->exportSynchro(ExportTarget::otio);
+    EXPECT_TRUE(fs::exists(exports / "tiny-21 - SYNCHRO.otio"));
+    EXPECT_EQ(model->status(), "Synchro exportée : tiny-21 - SYNCHRO.otio dans exports");
+    model->exportSynchro(ExportTarget::mlt);
+    EXPECT_TRUE(mltProblems(*paths::readFile(exports / "tiny-21 - SYNCHRO.mlt")).empty());
 }
 
 // Without a chosen folder the export goes to the downloads folder, made

@@ -12,6 +12,8 @@
 #include "entry/Cli.h"
 #include "entry/SelfTest.h"
 #include "support/Fixtures.h"
+#include "support/TimelineCheck.h"
+#include "support/XmemlCheck.h"
 
 namespace fs = std::filesystem;
 
@@ -159,6 +161,43 @@ TEST(Cli, MontageAndAutoOnAShortSet) {
     doc.load_file(out.c_str());
     EXPECT_GT(doc.select_nodes("//clipitem[link]").size(), allModeLinks);
     EXPECT_FALSE(doc.select_nodes("//transitionitem[alignment='center']").empty());
+}
+
+// --mlt and --otio beside the xmeml, or instead of it with the folder
+// alone; a file that is not a timeline is never replaced.
+TEST(Cli, TimelinesForTheOtherEditorsBesideOrInsteadOfTheXml) {
+    fs::path set = test::generatedSet("tiny", 3);
+    if (set.empty()) GTEST_SKIP() << "generator unavailable";
+    test::TempDir dir;
+    const std::string xml = (dir / "m.xml").string(), mlt = (dir / "m é.mlt").string(), otio = (dir / "m.otio").string();
+
+    Outcome beside = cli({set.string(), xml, "--montage", "2:1,6:2", "--format", "9:16", "--mlt", mlt, "--otio", otio});
+    ASSERT_EQ(beside.status, 0) << beside.out;
+    EXPECT_TRUE(fs::exists(xml));
+    EXPECT_NE(beside.out.find("MLT : " + mlt + "\n"), std::string::npos) << beside.out;
+    EXPECT_NE(beside.out.find("OTIO : " + otio + "\n"), std::string::npos) << beside.out;
+    std::ifstream in(mlt);
+    const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    EXPECT_TRUE(test::mltProblems(text).empty()) << test::joined(test::mltProblems(text));
+    EXPECT_NE(text.find("title=\"" + set.filename().string() + " - MONTAGE\""), std::string::npos);
+    EXPECT_NE(text.find("width=\"1080\""), std::string::npos);
+
+    fs::remove(xml);
+    Outcome instead = cli({set.string(), "--otio", otio});
+    ASSERT_EQ(instead.status, 0) << instead.out;
+    EXPECT_FALSE(fs::exists(xml));
+    std::ifstream j(otio);
+    const std::string json((std::istreambuf_iterator<char>(j)), std::istreambuf_iterator<char>());
+    std::vector<std::string> problems;
+    const auto read = test::readOtio(json, problems);
+    EXPECT_TRUE(problems.empty()) << test::joined(problems);
+    EXPECT_EQ(read.name, set.filename().string() + " - SYNCHRO");
+
+    test::writeText(dir / "notes.txt", "à garder");
+    Outcome refused = cli({set.string(), "--otio", (dir / "notes.txt").string()});
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_TRUE(fs::exists(dir / "notes.txt"));
+    EXPECT_EQ(cli({set.string()}).status, 1);  // neither xmeml nor timeline: the usage
 }
 
 TEST(Cli, AutoLeavesNoPlanWithoutPictureWhereCamerasFilmThroughout) {

@@ -341,6 +341,8 @@ private slots:
         QVERIFY(!Theme::symbol(button->symbol()).isEmpty());
         const std::pair<ExportTarget, const char*> texts[] = {{ExportTarget::premiere, "EXPORTER LE XML PREMIERE"},
                                                               {ExportTarget::davinci, "EXPORTER LE XML DAVINCI"},
+                                                              {ExportTarget::mlt, "EXPORTER LE PROJET MLT"},
+                                                              {ExportTarget::otio, "EXPORTER LA TIMELINE OTIO"},
                                                               {ExportTarget::video, "EXPORTER LA VIDÉO"}};
         for (auto [target, text] : texts) {
             settings->setExportTarget(target);

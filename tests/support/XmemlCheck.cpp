@@ -8,7 +8,6 @@
 #include "base/Text.h"
 
 namespace qv::test {
-namespace {
 
 // expat refuses what XML 1.0 refuses (bad UTF-8, control characters, stray
 // markup), which the more lenient pugixml lets through.
@@ -21,8 +20,6 @@ std::string strictXmlError(const std::string& bytes) {
     XML_ParserFree(parser);
     return error;
 }
-
-}  // namespace
 
 std::vector<std::string> xmemlProblems(const std::string& bytes) {
     std::vector<std::string> problems;

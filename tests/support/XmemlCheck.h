@@ -12,6 +12,9 @@
 
 namespace qv::test {
 
+// What expat, as strict as XML 1.0, says of `bytes`; empty when it accepts them.
+std::string strictXmlError(const std::string& bytes);
+
 // One line per fault found, in document order; empty for a sound document.
 std::vector<std::string> xmemlProblems(const std::string& bytes);
 

@@ -126,6 +126,17 @@ TEST_F(DriftTest, PlayerRenderAndXmlShowTheSameFrameAtBothEndsOfAPlan) {
             EXPECT_GE(std::abs(xml - placement), 3) << "the drift does not show at " << t;
         }
     }
+
+    // The video's sound that follows the cut hears the file time its picture shows.
+    SourceReader renderSound(built.lines.at(static_cast<size_t>(built.cameraLine(1))));
+    auto raw = media::AudioReader::open(file().item.url, 48000, 1);
+    ASSERT_TRUE(raw.ok());
+    std::vector<float> heard(4800), truth(4800);
+    ASSERT_TRUE(renderSound.sound(std::llround(13.0 * 48000), 4800, 48000, 1, heard.data()).ok());
+    raw->read(std::llround((file().sourceIn(5, 14) + 8) * 48000), 4800, truth.data());
+    float err = 0;
+    for (size_t i = 0; i < heard.size(); ++i) err = std::max(err, std::fabs(heard[i] - truth[i]));
+    EXPECT_LT(err, 1e-4f);
 }
 
 TEST_F(DriftTest, ACamerasOwnSoundMovesWithItsPicture) {

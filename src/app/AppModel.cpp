@@ -532,6 +532,7 @@ void AppModel::applyHand() {
     if (!automatic_ || !folder_) return;
     // The player is made for one result: a new one takes over at the same time.
     const double at = player_ ? player_->currentTime() : 0;
+    const bool playing = player_ && player_->isPlaying();
     if (player_) {
         player_->setTimeObserver({});
         player_->setFrameObserver({});
@@ -545,7 +546,10 @@ void AppModel::applyHand() {
     edit_.setResult(result_);
     notify(Field::result);
     if (!result_->placed.empty()) startPlayer(sources_);
-    if (player_) player_->seek(at);
+    if (player_) {
+        player_->seek(at);
+        if (playing) player_->play();
+    }
     computeDrops();
     onsets_ = DropDetector::onsets(*result_, sources_);
 }

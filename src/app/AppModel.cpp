@@ -102,9 +102,13 @@ void AppModel::onEditChange(EditModel::Change change) {
         notify(Field::cuts);
         refreshFollow();
         scheduleLooks();
+        applyInStep();
         break;
     case EditModel::Change::selection: notify(Field::selectedSegment); break;
-    case EditModel::Change::range: notify(Field::range); break;
+    case EditModel::Change::range:
+        notify(Field::range);
+        applyInStep();
+        break;
     case EditModel::Change::toast: notify(Field::toast); break;
     case EditModel::Change::view:
         notify(Field::zoom);
@@ -112,7 +116,20 @@ void AppModel::onEditChange(EditModel::Change change) {
         break;
     case EditModel::Change::rightPanel: notify(Field::rightPanel); break;
     case EditModel::Change::context: break;
+    case EditModel::Change::hand: applyHand(); break;
     }
+}
+
+void AppModel::applyInStep() {
+    if (!player_) return;
+    // The plans as the exports cut them to the range.
+    const TimeRange range = edit_.exportRange();
+    std::vector<TimeRange> plans;
+    for (const Segment& s : edit_.segments()) {
+        const double a = std::max(s.start, range.start), b = std::min(s.end, range.end);
+        if (b - a >= 0.001) plans.push_back({a, b});
+    }
+    player_->keepInStep(std::move(plans), range);
 }
 
 void AppModel::setStatus(std::string text) {
@@ -424,6 +441,7 @@ void AppModel::resetSync() {
     edit_.setPlayer(nullptr);
     appliedFade_ = -1;
     result_.reset();
+    automatic_.reset();
     edit_.setResult(std::nullopt);
     edit_.clearEdit();
     edit_.setZoom(1, 0, 0);
@@ -478,7 +496,8 @@ void AppModel::install(SyncResult result, const std::vector<MediaSource>& source
     const double length = result.duration();
     Log::write("Synchro : " + std::to_string(placed) + " calés, " + std::to_string(unsynced) + " non calés, durée " +
                std::to_string(static_cast<long long>(std::llround(length))) + " s");
-    result_ = std::move(result);
+    automatic_ = std::move(result);
+    result_ = folder_ ? HandPlacement::apply(*automatic_, edit_.hand(), *folder_) : *automatic_;
     edit_.setResult(result_);
     notify(Field::result);
     setWorking(false);
@@ -487,22 +506,57 @@ void AppModel::install(SyncResult result, const std::vector<MediaSource>& source
     if (unsynced > 0) text += " · " + std::to_string(unsynced) + (unsynced == 1 ? " non calé" : " non calés");
     setStatus(text);
 
-    if (placed > 0 && services_.makePlayer) {
-        player_ = services_.makePlayer(sources, *result_, services_.main);
-        edit_.setPlayer(player_);
-        if (player_) {
-            player_->setTimeObserver([this](double) { refreshFollow(); });
-            player_->setFrameObserver([this] {
-                if (onFrames_) onFrames_();
-            });
-            notify(Field::player);
-            applyAudio();
-            applyLooks();
-        }
-    }
+    if (placed > 0) startPlayer(sources);
     computeDrops();
     onsets_ = DropDetector::onsets(*result_, sources_);
     if (demoPending_ && player_) applyDemoScene();
+}
+
+void AppModel::startPlayer(const std::vector<MediaSource>& sources) {
+    if (!services_.makePlayer || !result_) return;
+    player_ = services_.makePlayer(sources, *result_, services_.main);
+    edit_.setPlayer(player_);
+    if (player_) {
+        player_->setTimeObserver([this](double) { refreshFollow(); });
+        player_->setFrameObserver([this] {
+            if (onFrames_) onFrames_();
+        });
+        notify(Field::player);
+        applyAudio();
+        applyLooks();
+        applyInStep();
+    }
+}
+
+void AppModel::applyHand() {
+    if (!automatic_ || !folder_) return;
+    // The player is made for one result: a new one takes over at the same time.
+    const double at = player_ ? player_->currentTime() : 0;
+    const bool playing = player_ && player_->isPlaying();
+    if (player_) {
+        player_->setTimeObserver({});
+        player_->setFrameObserver({});
+        player_->stop();
+    }
+    player_.reset();
+    edit_.setPlayer(nullptr);
+    notify(Field::player);
+    appliedFade_ = -1;
+    result_ = HandPlacement::apply(*automatic_, edit_.hand(), *folder_);
+    edit_.setResult(result_);
+    notify(Field::result);
+    if (!result_->placed.empty()) startPlayer(sources_);
+    if (player_) {
+        player_->seek(at);
+        if (playing) player_->play();
+    }
+    computeDrops();
+    onsets_ = DropDetector::onsets(*result_, sources_);
+}
+
+std::optional<std::string> AppModel::handKey(const MediaItem& item) const {
+    if (!folder_) return std::nullopt;
+    return HandPlacement::keyOf(item.url, *folder_);
 }
 
 void AppModel::closeProject() {
@@ -609,10 +663,13 @@ ProjectFile AppModel::makeProject() const {
     p.previewDivision = previewDivision_;
     p.zoom = edit_.zoom();
     p.viewStart = edit_.viewStart();
+    p.handPlacements = edit_.hand();
     return p;
 }
 
 void AppModel::apply(const ProjectFile& project) {
+    // First, for the cuts are kept by the length of the line it makes.
+    edit_.setHand(HandPlacements(project.handPlacements.begin(), project.handPlacements.end()));
     edit_.setCuts(keptCuts(project.cuts, sources_, duration()));
     levels_ = mergedLevels(levels_, project.levels, sources_);
     notify(Field::levels);

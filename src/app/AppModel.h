@@ -80,7 +80,12 @@ public:
     // The files and sub-folders of the open set that could not be read, with
     // their reasons, so the screens can name them.
     const std::vector<MediaScanner::Refusal>& refusals() const { return refusals_; }
+    // The synchronisation with the user's hand placements laid over it.
     const std::optional<SyncResult>& result() const { return result_; }
+    // The synchronisation as the sound alone placed the files.
+    const std::optional<SyncResult>& automaticResult() const { return automatic_; }
+    // The key of a file of the open set among the hand placements.
+    std::optional<std::string> handKey(const MediaItem& item) const;
     bool isWorking() const { return isWorking_; }
     double progress() const { return progress_; }
     const std::string& status() const { return status_; }
@@ -249,6 +254,11 @@ private:
     std::set<Uuid> allCameras() const;
     void toggleIn(std::set<Uuid>& set, int camera);
     void updateEditContext();
+    // Hands the player the plans, so drifting files play as they export.
+    void applyInStep();
+    void startPlayer(const std::vector<MediaSource>& sources);
+    // Lays the hand placements over the automatic result, with a new player.
+    void applyHand();
 
     Services services_;
     EditModel edit_;
@@ -264,6 +274,7 @@ private:
     std::vector<MediaSource> sources_;
     std::vector<MediaScanner::Refusal> refusals_;
     std::optional<SyncResult> result_;
+    std::optional<SyncResult> automatic_;
     bool isWorking_ = false;
     double progress_ = 0;
     std::string status_ = idleStatus;

@@ -40,6 +40,9 @@ public:
         player_->applyVolumes(levels, muted, masterDb, follow);
     }
     void applyFades(double seconds) override { player_->applyFades(seconds); }
+    void keepInStep(std::vector<TimeRange> plans, TimeRange range) override {
+        player_->keepInStep(std::move(plans), range);
+    }
     void configureVideo(int division, std::shared_ptr<LookRenderer> renderer) override {
         player_->configureVideo(division, std::move(renderer));
     }

@@ -79,6 +79,9 @@ public:
                               std::optional<int> follow) = 0;
     // Fade in and out at the ends of each rush, seconds.
     virtual void applyFades(double seconds) = 0;
+    // The edit's plans cut to the export range, and that range: drifting
+    // files are read in step as the exports read them.
+    virtual void keepInStep(std::vector<TimeRange> /*plans*/, TimeRange /*range*/) {}
     // Preview size divisor and the renderer the preview frames go through.
     virtual void configureVideo(int division, std::shared_ptr<LookRenderer> renderer) = 0;
     // Called on the main thread with each new time of the clock.

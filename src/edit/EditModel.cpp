@@ -95,6 +95,32 @@ void EditModel::assignCuts(std::vector<Cut> cuts) {
     notify(Change::cuts);
 }
 
+void EditModel::assignHand(HandPlacements hand) {
+    if (hand == hand_) return;
+    hand_ = std::move(hand);
+    notify(Change::hand);
+}
+
+void EditModel::setHand(HandPlacements hand) { assignHand(std::move(hand)); }
+
+void EditModel::placeByHand(const std::string& key, double start) {
+    start = std::max(0.0, start);
+    auto found = hand_.find(key);
+    if (found != hand_.end() && found->second == start) return;
+    record();
+    HandPlacements hand = hand_;
+    hand[key] = start;
+    assignHand(std::move(hand));
+}
+
+void EditModel::revertToAutomatic(const std::string& key) {
+    if (!hand_.count(key)) return;
+    record();
+    HandPlacements hand = hand_;
+    hand.erase(key);
+    assignHand(std::move(hand));
+}
+
 void EditModel::setCuts(std::vector<Cut> cuts) {
     sortByTime(cuts);
     assignCuts(std::move(cuts));
@@ -113,6 +139,7 @@ void EditModel::setMarks(std::optional<double> in, std::optional<double> out) {
 
 void EditModel::clearEdit() {
     history_.clear();
+    assignHand({});
     selected_.reset();
     inPoint_.reset();
     outPoint_.reset();
@@ -322,7 +349,7 @@ void EditModel::toggleLook(LookKind kind) {
 
 void EditModel::record() {
     if (history_.size() >= historyLimit) history_.pop_front();
-    history_.push_back(cuts_);
+    history_.push_back({cuts_, hand_});
 }
 
 void EditModel::undo() {
@@ -330,9 +357,10 @@ void EditModel::undo() {
         showToast("Rien à annuler");
         return;
     }
-    std::vector<Cut> last = std::move(history_.back());
+    Step last = std::move(history_.back());
     history_.pop_back();
-    assignCuts(std::move(last));
+    assignHand(std::move(last.hand));
+    assignCuts(std::move(last.cuts));
     select(std::nullopt);
 }
 

@@ -15,6 +15,9 @@
 //   addEdit(t)           | A         |       ->  | A  |A      |
 //   deleteSegmentCut()   | A  |B  |C |       ->  | A      |C |
 //   moveCut(i, t)        | A  |B   |C|       ->  | A    |B |C|  (never past a neighbour)
+//
+// The files the user placed by hand belong to the edit too: they are undone
+// with the cuts, one step each.
 #pragma once
 
 #include <deque>
@@ -25,6 +28,7 @@
 #include <vector>
 
 #include "edit/Cut.h"
+#include "edit/HandPlacement.h"
 #include "edit/PlayerControl.h"
 #include "edit/RightPanel.h"
 #include "edit/Scheduler.h"
@@ -40,7 +44,13 @@ enum class LookKind { lens, shutter, vhs };
 class EditModel {
 public:
     // What changed, for observers.
-    enum class Change { cuts, selection, range, toast, view, rightPanel, context };
+    enum class Change { cuts, selection, range, toast, view, rightPanel, context, hand };
+
+    // What one undo step brings back.
+    struct Step {
+        std::vector<Cut> cuts;
+        HandPlacements hand;
+    };
 
     static constexpr size_t historyLimit = 300;
     static constexpr double toastSeconds = 2.5;
@@ -72,7 +82,14 @@ public:
     // --- State.
     const std::vector<Cut>& cuts() const { return cuts_; }
     void setCuts(std::vector<Cut> cuts);  // sorted by time on the way in
-    const std::deque<std::vector<Cut>>& history() const { return history_; }
+    const std::deque<Step>& history() const { return history_; }
+    // The files placed by hand (key: HandPlacement::keyOf).
+    const HandPlacements& hand() const { return hand_; }
+    void setHand(HandPlacements hand);  // as read from a project: no undo step
+    // Each records one undo step; a file already there, or not placed by
+    // hand, changes nothing.
+    void placeByHand(const std::string& key, double start);
+    void revertToAutomatic(const std::string& key);
     std::optional<int> selectedSegment() const { return selected_; }
     void select(std::optional<int> plan);
     std::optional<double> inPoint() const { return inPoint_; }
@@ -135,6 +152,7 @@ public:
 
 private:
     void assignCuts(std::vector<Cut> cuts);
+    void assignHand(HandPlacements hand);
     void notify(Change change);
     // The plan that keys and menus act on: the selected one, else the one
     // under the playhead; nothing without a player or when stale.
@@ -155,7 +173,8 @@ private:
     double dropPre_ = 15, dropPost_ = 30;
 
     std::vector<Cut> cuts_;
-    std::deque<std::vector<Cut>> history_;  // oldest first
+    std::deque<Step> history_;  // oldest first
+    HandPlacements hand_;
     std::optional<int> selected_;
     std::optional<double> inPoint_, outPoint_;
     double zoom_ = 1, viewStart_ = 0;

@@ -155,6 +155,7 @@ Json ProjectFile::toJson() const {
     j["previewDivision"] = previewDivision;
     j["zoom"] = zoom;
     j["viewStart"] = viewStart;
+    if (!handPlacements.empty()) j["handPlacements"] = handPlacements;
     return j;
 }
 
@@ -219,6 +220,7 @@ ProjectFile ProjectFile::fromJson(const Json& j, Date readAt) {
     p.previewDivision = readKey(j, "previewDivision", p.previewDivision, asInt);
     p.zoom = readKey(j, "zoom", p.zoom, asDouble);
     p.viewStart = readKey(j, "viewStart", p.viewStart, asDouble);
+    p.handPlacements = readKey(j, "handPlacements", p.handPlacements, asDoubles);
     return p;
 }
 

@@ -79,6 +79,9 @@ struct ProjectFile {
     int previewDivision = 1;
     double zoom = 1;
     double viewStart = 0;  // seconds
+    // Files placed by hand: path relative to the set folder -> start in
+    // seconds. Written only when there is one, so older files read alike.
+    std::map<std::string, double> handPlacements;
 
     bool operator==(const ProjectFile&) const = default;
 

@@ -222,6 +222,27 @@ std::optional<SyncCache> loadSync(const fs::path& folder) {
     return SyncCache::fromJson(*j);
 }
 
+namespace {
+
+void keepCandidates(SyncCache& cache, const std::string& path, const std::vector<SyncCandidate>& list) {
+    if (list.empty()) return;
+    auto& kept = cache.candidates[path];
+    for (const SyncCandidate& c : list) kept.push_back({c.start, c.strength});
+}
+
+std::vector<SyncCandidate> candidatesOf(const SyncCache& cache, const std::string& path) {
+    std::vector<SyncCandidate> out;
+    auto found = cache.candidates.find(path);
+    if (found == cache.candidates.end()) return out;
+    for (const auto& c : found->second) {
+        if (out.size() == maxCandidates) break;
+        out.push_back({c.start, c.strength});
+    }
+    return out;
+}
+
+}  // namespace
+
 SyncCache cache(const SyncResult& result) {
     SyncCache out;
     for (const auto& p : result.placed) {
@@ -229,9 +250,13 @@ SyncCache cache(const SyncResult& result) {
         if (!stamp) continue;
         out.placed.push_back({*stamp, p.start, p.score, p.anchorName, p.ambiguous, binary(p.waveform),
                               binary(p.bass), p.drift});
+        keepCandidates(out, out.placed.back().file.path, p.candidates);
     }
     for (const auto& u : result.unsynced)
-        if (auto stamp = SyncCache::FileStamp::of(u.item.url)) out.unsynced.push_back(*stamp);
+        if (auto stamp = SyncCache::FileStamp::of(u.item.url)) {
+            out.unsynced.push_back(*stamp);
+            keepCandidates(out, stamp->path, u.candidates);
+        }
     return out;
 }
 
@@ -264,12 +289,13 @@ std::optional<SyncResult> restore(const SyncCache& cache, const std::vector<Medi
         placed.waveform = floats(p.waveform);
         placed.bass = floats(p.bass);
         placed.drift = p.drift;
+        placed.candidates = candidatesOf(cache, p.file.path);
         result.placed.push_back(std::move(placed));
     }
     for (const auto& u : cache.unsynced) {
         auto entry = check(u);
         if (!entry) return std::nullopt;
-        result.unsynced.push_back({entry->first, *entry->second, ""});
+        result.unsynced.push_back({entry->first, *entry->second, "", candidatesOf(cache, u.path)});
     }
     std::stable_sort(result.placed.begin(), result.placed.end(),
                      [](const PlacedItem& a, const PlacedItem& b) { return a.start < b.start; });

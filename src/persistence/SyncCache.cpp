@@ -130,6 +130,25 @@ bool readPlaced(const Json& j, SyncCache::Placed& out) {
            readBinary(j, "bass", out.bass) && readOptionalDouble(j, "drift", out.drift);
 }
 
+// {"path": [[start, strength], ...]}; absent is no candidates at all.
+bool readCandidates(const Json& j, std::map<std::string, std::vector<SyncCache::Candidate>>& out) {
+    const Json* v = member(j, "candidates");
+    if (!v || v->is_null()) return true;
+    if (!v->is_object()) return false;
+    for (const auto& [path, list] : v->items()) {
+        if (!list.is_array()) return false;
+        std::vector<SyncCache::Candidate> kept;
+        for (const Json& pair : list) {
+            if (!pair.is_array() || pair.size() != 2 || !pair[0].is_number() || !pair[1].is_number()) return false;
+            const double start = pair[0].get<double>(), strength = pair[1].get<double>();
+            if (!std::isfinite(start) || !(std::fabs(strength) <= FLT_MAX)) return false;
+            kept.push_back({start, static_cast<float>(strength)});
+        }
+        out[path] = std::move(kept);
+    }
+    return true;
+}
+
 Json stampJson(const SyncCache::FileStamp& s) {
     return Json{{"path", s.path}, {"size", s.size}, {"modified", s.modified}};
 }
@@ -201,7 +220,17 @@ Json SyncCache::toJson() const {
     }
     Json unsyncedArray = Json::array();
     for (const auto& s : unsynced) unsyncedArray.push_back(stampJson(s));
-    return Json{{"placed", std::move(placedArray)}, {"unsynced", std::move(unsyncedArray)}};
+    Json out{{"placed", std::move(placedArray)}, {"unsynced", std::move(unsyncedArray)}};
+    if (!candidates.empty()) {
+        Json byPath = Json::object();
+        for (const auto& [path, list] : candidates) {
+            Json pairs = Json::array();
+            for (const Candidate& c : list) pairs.push_back(Json::array({c.start, static_cast<double>(c.strength)}));
+            byPath[path] = std::move(pairs);
+        }
+        out["candidates"] = std::move(byPath);
+    }
+    return out;
 }
 
 std::optional<SyncCache> SyncCache::fromJson(const Json& j) {
@@ -220,6 +249,7 @@ std::optional<SyncCache> SyncCache::fromJson(const Json& j) {
         if (!readStamp(entry, s)) return std::nullopt;
         cache.unsynced.push_back(std::move(s));
     }
+    if (!readCandidates(j, cache.candidates)) return std::nullopt;
     return cache;
 }
 

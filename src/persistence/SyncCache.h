@@ -4,7 +4,8 @@
 // is only trusted while every stamp still matches (ProjectStore::restore).
 //
 // Its JSON form is strict, unlike the project file: every key is required
-// (`score`, `anchorName` and `drift` may be left out), and any missing or mistyped
+// (`score`, `anchorName`, `drift` and the top-level `candidates` may be left
+// out), and any missing or mistyped
 // value makes the whole decode fail, which simply means "no cache".
 // Binary arrays are base64 text of little-endian float32 values.
 // Plain values, safe to copy to any thread.
@@ -12,6 +13,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -48,8 +50,18 @@ struct SyncCache {
         bool operator==(const Placed&) const = default;
     };
 
+    // A start the sound proposed for a file, with its correlation score.
+    struct Candidate {
+        double start = 0;
+        float strength = 0;
+        bool operator==(const Candidate&) const = default;
+    };
+
     std::vector<Placed> placed;
     std::vector<FileStamp> unsynced;
+    // The best starts of each file (placed or not), by the stamp's path;
+    // optional in the file, so older caches still load without them.
+    std::map<std::string, std::vector<Candidate>> candidates;
 
     bool operator==(const SyncCache&) const = default;
 

@@ -7,6 +7,7 @@
 #include <deque>
 #include <mutex>
 #include <thread>
+#include <utility>
 
 #include "looks/Image.h"
 #include "looks/LookRenderer.h"
@@ -42,6 +43,7 @@ struct MulticamPlayer::VideoWorker {
     bool quit = false;
     VideoState state;
     std::shared_ptr<LookRenderer> renderer;  // set only while `state.looks`
+    std::optional<std::vector<TimeRange>> windows;  // for the reader at the next request
     std::deque<std::shared_ptr<const PreviewFrame>> queue;
     bool ready = false;  // the frame at `target` is queued, or there is none
     uint64_t poke = 0, pokeSeen = 0;
@@ -90,8 +92,10 @@ struct MulticamPlayer::VideoWorker {
             const double at = target;
             const VideoState st = state;
             auto looks = renderer;
+            auto inStep = fresh ? std::exchange(windows, std::nullopt) : std::nullopt;
             l.unlock();
 
+            if (inStep) reader->keepInStep(*inStep);
             if (fresh) {
                 if (applied != st) {
                     if (st.division < 2 && !st.looks) {
@@ -159,6 +163,7 @@ struct MulticamPlayer::Mixer {
     bool active = false;
     bool quit = false;
     std::vector<double> volumes;  // by sound source
+    std::vector<std::optional<std::vector<TimeRange>>> windows;  // by sound source, for the next request
     double fade = 0;
     uint64_t poke = 0, pokeSeen = 0;
 
@@ -189,6 +194,15 @@ struct MulticamPlayer::Mixer {
             if (generation != seen) {
                 seen = generation;
                 position = std::llround(target * rate);
+                std::vector<std::pair<size_t, std::vector<TimeRange>>> inStep;
+                for (size_t i = 0; i < windows.size(); ++i)
+                    if (windows[i]) inStep.emplace_back(i, *std::exchange(windows[i], std::nullopt));
+                if (!inStep.empty()) {
+                    l.unlock();
+                    for (auto& [i, w] : inStep) readers[i]->keepInStep(w);
+                    l.lock();
+                    if (generation != seen) continue;
+                }
                 if (!active) continue;
             }
             const uint64_t gen = seen;
@@ -263,6 +277,10 @@ MulticamPlayer::MulticamPlayer(const std::vector<MediaSource>& sources, const Sy
                 }
             }
             video_.push_back(std::move(worker));
+            videoDrifts_.push_back(std::any_of(files.begin(), files.end(), [](const PlacedItem& p) {
+                return p.drift.value_or(0.0) != 0;
+            }));
+            videoWindows_.emplace_back();
             angleInfos_.push_back({angle.name, angle.hasPlayer, angle.ranges});
             angles_.push_back(std::move(angle));
         } else if (!files.empty() && !firstRecorder) {
@@ -277,6 +295,11 @@ MulticamPlayer::MulticamPlayer(const std::vector<MediaSource>& sources, const Sy
         mixer_->readers.push_back(std::move(reader));
         mixer_->ranges.push_back(std::move(ranges));
         mixer_->volumes.push_back(1.0);
+        mixer_->windows.emplace_back();
+        soundDrifts_.push_back(std::any_of(files.begin(), files.end(), [](const PlacedItem& p) {
+            return p.drift.value_or(0.0) != 0;
+        }));
+        soundWindows_.emplace_back();
     }
     if (!clockSource_) clockSource_ = firstRecorder;
     if (clockSource_) clockKind_ = sound_.empty() ? ClockKind::steady : ClockKind::sound;
@@ -453,8 +476,44 @@ void MulticamPlayer::applyVolumes(const std::map<Uuid, double>& levels, const st
                                          muted.count(source.sourceId) > 0, followOther);
         gains.push_back(source.volume);
     }
-    std::lock_guard guard(mixer_->lock);
-    mixer_->volumes = std::move(gains);
+    {
+        std::lock_guard guard(mixer_->lock);
+        mixer_->volumes = std::move(gains);
+    }
+    if (soundFollows_ != follow.has_value()) {
+        soundFollows_ = follow.has_value();
+        updateInStep();
+    }
+}
+
+void MulticamPlayer::keepInStep(std::vector<TimeRange> plans, TimeRange range) {
+    plans_ = std::move(plans);
+    range_ = range;
+    updateInStep();
+}
+
+void MulticamPlayer::updateInStep() {
+    bool changedAny = false;
+    for (size_t i = 0; i < video_.size(); ++i) {
+        if (!video_[i] || !videoDrifts_[i] || videoWindows_[i] == plans_) continue;
+        videoWindows_[i] = plans_;
+        std::lock_guard guard(video_[i]->lock);
+        video_[i]->windows = plans_;
+        changedAny = true;
+    }
+    const std::vector<TimeRange> whole = range_ ? std::vector<TimeRange>{*range_} : std::vector<TimeRange>{};
+    {
+        std::lock_guard guard(mixer_->lock);
+        for (size_t i = 0; i < sound_.size(); ++i) {
+            const auto& want = sound_[i].camera >= 0 && soundFollows_ ? plans_ : whole;
+            if (!soundDrifts_[i] || soundWindows_[i] == want) continue;
+            soundWindows_[i] = want;
+            mixer_->windows[i] = want;
+            changedAny = true;
+        }
+    }
+    // While playing the readers take their windows at the next start.
+    if (changedAny && !playing_) seek(currentTime_);
 }
 
 void MulticamPlayer::applyFades(double seconds) {

@@ -96,6 +96,13 @@ public:
     // camera's own sound is heard among the cameras (recorders always are).
     void applyVolumes(const std::map<Uuid, double>& levels, const std::set<Uuid>& muted, double masterDb,
                       std::optional<int> follow);
+    // The edit's plans cut to the export range (ascending) and that range: a
+    // drifting file is read in step at the middle of each plan, picture and
+    // the sound that follows the cut, and a sound heard whole at the middle
+    // of its stretch inside the range, as the montage XML and the video cut
+    // them. Applied at once when paused, from the next start when playing,
+    // so a cut made live never holds the picture.
+    void keepInStep(std::vector<TimeRange> plans, TimeRange range);
     // Fades of `seconds` at both edges of every stretch of sound; 0 clears them.
     void applyFades(double seconds);
     // Preview frames at 1/`division` of their size, through `renderer` for
@@ -138,6 +145,8 @@ private:
     void restartWorkers(double at, bool playing);
     void scheduleTick();
     void changed();
+    // Hands each drifting reader its windows where they changed.
+    void updateInStep();
 
     std::vector<Angle> angles_;
     std::vector<AngleInfo> angleInfos_;
@@ -171,6 +180,13 @@ private:
     std::vector<SoundSource> sound_;
     std::unique_ptr<Mixer> mixer_;
     const int framesAhead_;
+
+    // Reading drifting files in step: the windows last handed to each reader.
+    std::vector<TimeRange> plans_;
+    std::optional<TimeRange> range_;
+    bool soundFollows_ = false;                       // the camera heard follows the cut
+    std::vector<bool> videoDrifts_, soundDrifts_;     // by angle, by sound source
+    std::vector<std::vector<TimeRange>> videoWindows_, soundWindows_;
 };
 
 }  // namespace qv

@@ -24,6 +24,7 @@ SourceTimeline SourceTimeline::composition(std::vector<PlacedItem> items, double
         piece.duration = p.item.duration;
         piece.video = video && p.item.hasVideo;
         piece.sound = p.item.audioChannels > 0;
+        piece.drift = p.drift.value_or(0.0);
         piece.item = std::move(p.item);
         if (piece.sound) line.soundRanges.push_back({piece.at, piece.end()});
         cursor = piece.end();
@@ -38,6 +39,46 @@ SourceTimeline SourceTimeline::of(const SyncResult& result, int sourceIndex, dou
     for (const PlacedItem& p : result.placed)
         if (p.sourceIndex == sourceIndex) items.push_back(p);
     return composition(std::move(items), total, video);
+}
+
+double TimelinePiece::shiftAt(double t) const {
+    for (const ReadShift& s : shifts)
+        if (s.from <= t && t < s.to) return s.seconds;
+    return 0;
+}
+
+TimeRange TimelinePiece::steadyAround(double t) const {
+    double from = at, to = end();
+    for (const ReadShift& s : shifts) {
+        if (s.to <= t) from = std::max(from, s.to);
+        else if (s.from <= t) return {s.from, s.to};
+        else {
+            to = std::min(to, s.from);
+            break;
+        }
+    }
+    return {from, to};
+}
+
+void SourceTimeline::keepInStep(const std::vector<TimeRange>& windows) {
+    for (TimelinePiece& piece : pieces) {
+        piece.shifts.clear();
+        if (piece.drift == 0) continue;
+        PlacedItem placed;
+        placed.start = piece.at;
+        placed.item.duration = piece.duration;
+        placed.drift = piece.drift;
+        for (const TimeRange& w : windows) {
+            const double a = std::max(w.start, piece.at), b = std::min(w.end, piece.end());
+            if (b - a <= 0.001) continue;
+            const double seconds = placed.sourceIn(a, b) - (a - piece.at);
+            if (seconds != 0) piece.shifts.push_back({a, b, seconds});
+        }
+    }
+}
+
+bool SourceTimeline::drifts() const {
+    return std::any_of(pieces.begin(), pieces.end(), [](const TimelinePiece& p) { return p.drift != 0; });
 }
 
 const TimelinePiece* SourceTimeline::pictureAt(double t) const {
@@ -66,8 +107,10 @@ Result<std::shared_ptr<const media::VideoPicture>> SourceReader::pictureAt(doubl
         video_->setOutputSize(outWidth_, outHeight_);
         videoPiece_ = piece;
     }
-    return video_->frameAt(t - piece->at);
+    return video_->frameAt(piece->fileTime(t));
 }
+
+void SourceReader::keepInStep(const std::vector<TimeRange>& windows) { line_.keepInStep(windows); }
 
 void SourceReader::setOutputSize(int width, int height) {
     outWidth_ = width;
@@ -95,12 +138,20 @@ Status SourceReader::sound(int64_t first, int64_t count, int rate, int channels,
         // Frames of this piece inside the request, in the file's numbering.
         const int64_t offset = std::llround(piece.at * rate);
         const int64_t pieceEnd = offset + static_cast<int64_t>(std::floor(piece.duration * rate));
-        const int64_t a = std::max(first, offset), b = std::min(first + count, pieceEnd);
-        if (b <= a) continue;
-        scratch_.resize(static_cast<size_t>(b - a) * channels);
-        open->reader->read(a - offset, b - a, scratch_.data());
-        float* dst = out + (a - first) * channels;
-        for (size_t k = 0; k < scratch_.size(); ++k) dst[k] += scratch_[k];
+        int64_t a = std::max(first, offset);
+        const int64_t b = std::min(first + count, pieceEnd);
+        // A drifting file is read in stretches of one shift each.
+        while (a < b) {
+            const double t = static_cast<double>(a) / rate;
+            const TimeRange steady = piece.steadyAround(t);
+            const int64_t upTo = std::clamp<int64_t>(std::llround(steady.end * rate), a + 1, b);
+            const int64_t shift = std::llround(piece.shiftAt(t) * rate);
+            scratch_.resize(static_cast<size_t>(upTo - a) * channels);
+            open->reader->read(a - offset + shift, upTo - a, scratch_.data());
+            float* dst = out + (a - first) * channels;
+            for (size_t k = 0; k < scratch_.size(); ++k) dst[k] += scratch_[k];
+            a = upTo;
+        }
     }
     return Ok{};
 }

@@ -20,6 +20,14 @@
 
 namespace qv {
 
+// Over [from, to) of the line a drifting file is read `seconds` further on
+// in its own time than its placement says.
+struct ReadShift {
+    double from = 0, to = 0;
+    double seconds = 0;
+    bool operator==(const ReadShift&) const = default;
+};
+
 // Where one file stands on its source's line.
 struct TimelinePiece {
     MediaItem item;
@@ -27,8 +35,15 @@ struct TimelinePiece {
     double duration = 0;  // the file's duration
     bool video = false;   // its picture is on the line
     bool sound = false;   // its sound is on the line
+    double drift = 0;     // ppm its clock runs fast (PlacedItem::drift)
+    std::vector<ReadShift> shifts;  // ascending, inside [at, end); none without drift
 
     double end() const { return at + duration; }
+    double shiftAt(double t) const;
+    // The file time read at line time t.
+    double fileTime(double t) const { return t - at + shiftAt(t); }
+    // The stretch of the piece around t over which the shift holds.
+    TimeRange steadyAround(double t) const;
 };
 
 struct SourceTimeline {
@@ -45,6 +60,13 @@ struct SourceTimeline {
 
     // The placed files of source `sourceIndex` in `result`.
     static SourceTimeline of(const SyncResult& result, int sourceIndex, double total, bool video);
+
+    // Reads every drifting file in step with the line at the middle of each
+    // window (line time, ascending, not overlapping) it lies under, at its
+    // own rate: the rule of the montage XML (PlacedItem::sourceIn). Outside
+    // the windows a file is read at its placement. Replaces earlier windows.
+    void keepInStep(const std::vector<TimeRange>& windows);
+    bool drifts() const;
 
     // The piece holding time t (at <= t < end) with a picture, or sound.
     const TimelinePiece* pictureAt(double t) const;
@@ -75,6 +97,8 @@ public:
     Status sound(int64_t first, int64_t count, int rate, int channels, float* out);
 
     const SourceTimeline& line() const { return line_; }
+    // SourceTimeline::keepInStep on the line read; the open files stay open.
+    void keepInStep(const std::vector<TimeRange>& windows);
 
 private:
     SourceTimeline line_;

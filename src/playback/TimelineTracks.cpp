@@ -15,6 +15,7 @@ public:
 
     void seek(double time) override { next_ = time; }
     void setOutputSize(int width, int height) override { reader_.setOutputSize(width, height); }
+    void keepInStep(const std::vector<TimeRange>& windows) override { reader_.keepInStep(windows); }
 
     std::optional<PreviewFrame> read(double notBefore) override {
         const SourceTimeline& line = reader_.line();
@@ -35,9 +36,13 @@ public:
                 continue;
             }
             const media::VideoPicture& p = **picture;
+            // File time back to the line: a drifting file's shift holds
+            // over one stretch, and its picture ends with it.
+            const double offset = piece->at - piece->shiftAt(next_);
+            const TimeRange steady = piece->steadyAround(next_);
             PreviewFrame frame;
-            frame.start = std::max(piece->at + p.start, piece->at);
-            frame.end = std::min(piece->at + p.end, piece->end());
+            frame.start = std::max(offset + p.start, steady.start);
+            frame.end = std::min(offset + p.end, steady.end);
             if (frame.end <= next_) frame.end = std::min(next_ + 1e-3, piece->end());
             // Just past the end, so rounding never hands back the same picture.
             next_ = frame.end + 1e-6;
@@ -57,6 +62,8 @@ class TimelineSound : public SoundTrackReader {
 public:
     TimelineSound(SourceTimeline line, int rate, int channels)
         : reader_(std::move(line)), rate_(rate), channels_(channels) {}
+
+    void keepInStep(const std::vector<TimeRange>& windows) override { reader_.keepInStep(windows); }
 
     void read(int64_t first, float* out, size_t frames) override {
         // A file that cannot be read any more plays as silence; the rest goes on.

@@ -38,6 +38,9 @@ public:
     virtual std::optional<PreviewFrame> read(double notBefore) = 0;
     // Size of the frames to come; 0 × 0 keeps the file's own size.
     virtual void setOutputSize(int width, int height) = 0;
+    // Reads drifting files in step at the middle of each window
+    // (SourceTimeline::keepInStep); takes effect at the next seek.
+    virtual void keepInStep(const std::vector<TimeRange>& windows) { (void)windows; }
 };
 
 class SoundTrackReader {
@@ -47,6 +50,8 @@ public:
     // count given at opening, frame n lying at n / rate on the set's time
     // line; silence where the source has no sound.
     virtual void read(int64_t first, float* out, size_t frames) = 0;
+    // As VideoTrackReader::keepInStep; takes effect at the next read.
+    virtual void keepInStep(const std::vector<TimeRange>& windows) { (void)windows; }
 };
 
 // Opens the readers of one source's placed files laid on a time line of

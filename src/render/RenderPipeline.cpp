@@ -82,8 +82,9 @@ public:
                 const int64_t to = std::min<int64_t>(b, std::llround(ins.end * soundRate));
                 if (to <= from) continue;
                 auto reader = readers_[k].find(ins.source);
+                const auto& lines = track.whole ? built_.wholeLines : built_.lines;
                 if (reader == readers_[k].end())
-                    reader = readers_[k].emplace(ins.source, SourceReader(built_.lines[static_cast<size_t>(ins.source)])).first;
+                    reader = readers_[k].emplace(ins.source, SourceReader(lines[static_cast<size_t>(ins.source)])).first;
                 scratch_.resize(static_cast<size_t>(to - from) * soundChannels);
                 if (Status s = reader->second.sound(from + loFrame_, to - from, soundRate, soundChannels, scratch_.data()); !s)
                     return s;
@@ -127,7 +128,7 @@ Status run(const Built& built, media::MediaWriter& writer, Control& control) {
             if (work.plan && t < work.plan->end) {
                 auto& camera = cameras.at(static_cast<size_t>(work.plan->camera));
                 if (!camera) camera.emplace(built.lines.at(static_cast<size_t>(built.cameraLine(work.plan->camera))));
-                auto picture = camera->pictureAt(t + built.lo + work.plan->driftShift);
+                auto picture = camera->pictureAt(t + built.lo);
                 if (!picture) return shared.fail(picture.error());
                 work.picture = std::move(picture).value();
             }

@@ -146,22 +146,26 @@ Built build(const Job& job) {
         plan.segment = static_cast<int>(k);
         plan.planStart = seg.start;
         plan.planEnd = seg.end;
-        const int source = job.cameraSources[static_cast<size_t>(seg.camera)];
-        const double middle = (a + b) / 2;
-        for (const PlacedItem& p : job.result.placed)
-            if (p.sourceIndex == source && p.start <= middle && middle < p.end())
-                plan.driftShift = p.sourceIn(a, b) - (a - p.start);
         if (k < job.planEffects.size()) plan.effect = job.planEffects[k];
         built.plans.push_back(plan);
+    }
+
+    std::vector<TimeRange> windows;
+    for (const Plan& plan : built.plans) windows.push_back({plan.start + lo, plan.end + lo});
+    for (size_t s = 0; s < job.sources.size(); ++s) {
+        built.lines[s].keepInStep(windows);
+        built.wholeLines.push_back(SourceTimeline::of(job.result, static_cast<int>(s), total, false));
+        built.wholeLines.back().keepInStep({{lo, hi}});
     }
 
     // Sound: each source whole, or the camera that follows the cut.
     auto addFull = [&](int source, bool fades) {
         if (job.muted.count(job.sources[static_cast<size_t>(source)].id)) return;
-        const SourceTimeline& line = built.lines[static_cast<size_t>(source)];
+        const SourceTimeline& line = built.wholeLines[static_cast<size_t>(source)];
         if (!line.hasSound()) return;
         const float v = volumeOf(job, source);
         SoundTrack track;
+        track.whole = true;
         track.inserts.push_back({0, hi - lo, source});
         std::vector<Ramp> ramps = fades ? rushFades(line.soundRanges, job.audio, v, {lo, hi}, lo, hi) : std::vector<Ramp>{};
         track.volume = apply(v, lo, std::move(ramps), {});

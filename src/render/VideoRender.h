@@ -82,6 +82,9 @@ struct SoundInsert {
 struct SoundTrack {
     std::vector<SoundInsert> inserts;
     VolumeCurve volume;
+    // A source heard whole over the range (a recorder, or every camera in
+    // mode `all`): read from Built::wholeLines, not from the cut's lines.
+    bool whole = false;
 };
 
 // One plan on the picture track.
@@ -90,9 +93,6 @@ struct Plan {
     int camera = 0;
     int segment = 0;                    // index in Job::segments
     double planStart = 0, planEnd = 0;  // the plan's own bounds in the edit (set time)
-    // Seconds added to the set time when reading this plan's camera: a
-    // drifting file is read in step with the line at the plan's middle.
-    double driftShift = 0;
     ResolvedEffect effect;
 };
 
@@ -103,7 +103,13 @@ struct Built {
     double lo = 0, hi = 0;
     int64_t frameCount = 0;         // round((hi - lo) × rate)
     std::vector<Plan> plans;        // in order
-    std::vector<SourceTimeline> lines;  // per source; cameras with picture
+    // Per source; cameras with picture. A drifting file is read in step at
+    // the middle of each plan, picture and the sound that follows the cut,
+    // as the montage XML cuts it.
+    std::vector<SourceTimeline> lines;
+    // Per source, without picture; a drifting file in step at the middle of
+    // its stretch inside the range, as the XML's whole sound tracks.
+    std::vector<SourceTimeline> wholeLines;
     std::vector<int> cameraSources;     // index in `lines` of each camera number
     std::vector<SoundTrack> sound;
     std::vector<CameraFrame> framing;   // per camera number

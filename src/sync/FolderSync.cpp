@@ -102,7 +102,7 @@ public:
         : e_(entries), progress_(progress), options_(options),
           cache_(std::max(options.spectrumBudget - outsideTheCache, options.spectrumBudget / 2)),
           start_(entries.size()), score_(entries.size()), anchor_(entries.size(), -1), drift_(entries.size(), 0.0),
-          measured_(entries.size()), reason_(entries.size()) {}
+          measured_(entries.size()), reason_(entries.size()), candidates_(entries.size()) {}
 
     void run() {
         const int count = static_cast<int>(e_.size());
@@ -145,6 +145,7 @@ public:
     int anchor(int i) const { return anchor_[i]; }
     bool ambiguous(int i) const { return ambiguous_.count(i) > 0; }
     std::optional<double> drift(int i) const { return measured_[i]; }
+    const std::vector<SyncCandidate>& candidates(int u) const { return candidates_[static_cast<size_t>(u)]; }
     const std::string& reason(int i) const { return reason_[i]; }
     int spectraComputed() const { return cache_.computed(); }
     long long budgetPeak() const { return cache_.peakBytes(); }
@@ -448,6 +449,7 @@ private:
         for (const auto& k : clusters) ranked.push_back(&k);
         std::stable_sort(ranked.begin(), ranked.end(),
                          [](const Cluster* a, const Cluster* b) { return a->value > b->value; });
+        keepCandidates(u, ranked);
         const Cluster& leader = *ranked[0];
         const double runnerUp = ranked.size() > 1 ? ranked[1]->value : 0.0;
         leader_ = &leader;
@@ -587,6 +589,16 @@ private:
         return false;
     }
 
+    // The strongest starts of the latest try, for the user's own choice.
+    void keepCandidates(int u, const std::vector<const Cluster*>& ranked) {
+        auto& kept = candidates_[static_cast<size_t>(u)];
+        kept.clear();
+        for (const Cluster* k : ranked) {
+            if (kept.size() == maxCandidates) break;
+            kept.push_back({k->start, k->best});
+        }
+    }
+
     void placeFrom(int u, const Cluster& k, Rule rule) {
         if (dryRun_) {
             proposal_ = Proposal{k.start, k.support, k.value, &k == leader_ ? runnerUp_ : leader_->value};
@@ -630,6 +642,7 @@ private:
     std::vector<std::optional<double>> measured_;
     std::set<int> ambiguous_;
     std::vector<std::string> reason_;  // why a file was refused, when not for lack of common sound
+    std::vector<std::vector<SyncCandidate>> candidates_;  // unnormalised starts
     const char* hypothesis_ = "";      // which reading of the dates `nearPrediction` last took
     bool dryRun_ = false;              // `decide` only proposes: no trace, no placement
     const Cluster* leader_ = nullptr;  // of the choice under way, for the proposal
@@ -676,12 +689,18 @@ SyncResult place(std::vector<Entry> entries, std::vector<UnsyncedItem> unsynced,
 
     std::vector<std::string> names;
     for (const auto& e : entries) names.push_back(e.item.fileName());
+    auto candidatesOf = [&](int k) {
+        std::vector<SyncCandidate> out = placer.candidates(k);
+        for (auto& c : out) c.start -= earliest;
+        return out;
+    };
     for (size_t i = 0; i < entries.size(); ++i) {
         int k = static_cast<int>(i);
         Entry& e = entries[i];
         if (!placer.start(k)) {
             const std::string& why = placer.reason(k);
-            result.unsynced.push_back({e.sourceIndex, std::move(e.item), why.empty() ? noCommonSound : why});
+            result.unsynced.push_back(
+                {e.sourceIndex, std::move(e.item), why.empty() ? noCommonSound : why, candidatesOf(k)});
             continue;
         }
         PlacedItem p;
@@ -691,6 +710,7 @@ SyncResult place(std::vector<Entry> entries, std::vector<UnsyncedItem> unsynced,
         if (placer.anchor(k) >= 0) p.anchorName = names[static_cast<size_t>(placer.anchor(k))];
         p.ambiguous = placer.ambiguous(k);
         p.drift = placer.drift(k);
+        p.candidates = candidatesOf(k);
         p.waveform = Envelopes::waveform(e.signal);
         p.bass = Envelopes::bassEnvelope(e.signal);
         p.item = std::move(e.item);

@@ -12,6 +12,17 @@
 
 namespace qv {
 
+// A start that the sound proposes for a file, for the user to choose from:
+// `strength` is the best correlation score found there.
+struct SyncCandidate {
+    double start = 0;  // seconds on the time line
+    float strength = 0;
+    bool operator==(const SyncCandidate&) const = default;
+};
+
+// The starts kept per file, strongest evidence first.
+inline constexpr size_t maxCandidates = 5;
+
 struct PlacedItem {
     int sourceIndex = 0;
     MediaItem item;
@@ -25,6 +36,8 @@ struct PlacedItem {
     // million (+ when fast); nothing when the file was too short to tell.
     // `start` is where its time 0 lies; later times follow the drift.
     std::optional<double> drift;
+    std::vector<SyncCandidate> candidates{};  // the sync's best starts, at most maxCandidates
+    bool byHand = false;                    // the user put it here, not the sound
 
     double end() const { return start + item.duration; }
     // File seconds per line second.
@@ -48,6 +61,7 @@ struct UnsyncedItem {
     int sourceIndex = 0;
     MediaItem item;
     std::string reason;  // French, e.g. "pas de son commun trouvé"; empty when not told
+    std::vector<SyncCandidate> candidates{};  // starts the sound proposed, none were clear enough
 };
 
 struct SyncResult {

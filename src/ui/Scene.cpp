@@ -1,6 +1,7 @@
 #include "ui/Scene.h"
 
 #include <QCoreApplication>
+#include <QMenu>
 #include <QTimer>
 #include <algorithm>
 #include <iostream>
@@ -10,6 +11,7 @@
 #include "ui/Capture.h"
 #include "ui/ContentView.h"
 #include "ui/MainWindow.h"
+#include "ui/TimelineEditor.h"
 #include "ui/Workspace.h"
 
 namespace qv::ui {
@@ -112,12 +114,29 @@ void Scene::apply() {
         player->seek(drop.time + 1.5);
     }
     if (has("--scene-lecture")) player->play();
+    if (has("--scene-calage")) QTimer::singleShot(600, this, &Scene::openHandMenu);
     // Pictures that do not come (a camera without video) must not hold the scene up.
     QTimer::singleShot(5000, this, &Scene::ready);
     set_ = true;
     Workspace* workspace = window_.content()->workspace();
     if (!workspace) return;
     workspace->tick();
+}
+
+void Scene::openHandMenu() {
+    Workspace* workspace = window_.content()->workspace();
+    if (!workspace) return;
+    TimelineEditor* timeline = workspace->timeline();
+    auto files = timeline->handFiles();
+    // A file in doubt first, else one that waits.
+    std::stable_partition(files.begin(), files.end(), [](const TimelineEditor::HandFile& f) { return f.start; });
+    if (files.empty()) return fail("--scene-calage : aucun fichier à placer à la main");
+    const TimelineEditor::HandFile& file = files.front();
+    const QRectF shown = file.rect.intersected(QRectF(timeline->laneLeft(), 0, timeline->laneWidth(), timeline->height()));
+    // The timeline owns it; it goes when closed.
+    QMenu* menu = timeline->handMenu(file).release();
+    menu->setAttribute(Qt::WA_DeleteOnClose);
+    menu->popup(timeline->mapToGlobal(QPointF(shown.left() + 12, shown.bottom()).toPoint()));
 }
 
 void Scene::framesShown() {

@@ -10,6 +10,7 @@
 //   --scene-drop n            the range and the view on drop n (from 1)
 //   --scene-auto              an automatic edit with zooms and VHS on every camera
 //   --scene-lecture           playing
+//   --scene-calage            the menu of the first file to place by hand (in doubt, else unplaced) open
 //   --scene-synchro           "prêt" while the synchronisation runs (from 30 %), not after
 //   --scene-capture png       the window photographed into png when the scene is ready
 //                             (with --scene-synchro: as the synchronisation passes 30 %)
@@ -44,6 +45,7 @@ private:
     void step();
     void apply();
     void framesShown();
+    void openHandMenu();
     void ready();
     void fail(const std::string& message);
     bool has(const char* flag) const;

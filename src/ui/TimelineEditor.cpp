@@ -268,6 +268,7 @@ void TimelineEditor::paintEvent(QPaintEvent* event) {
     QPainter p(this);
     p.drawPixmap(event->rect(), cache_,
                  QRectF(event->rect().topLeft() * dpr, event->rect().size() * dpr));
+    if (handDrag_ && handDrag_->start) paintHandDrag(p);
 }
 
 void TimelineEditor::render(QPainter& p) {
@@ -443,7 +444,9 @@ void TimelineEditor::paintTrack(QPainter& p, const Track& t, int) {
             p.setPen(Qt::NoPen);
             p.setBrush(mixColor(Theme::barFill(), Theme::ink(), 0.18));
             p.drawRoundedRect(bar, 2.5, 2.5);
-            if (item->ambiguous) p.fillRect(QRectF(bar.left(), bar.top(), 3, bar.height()), Theme::warning());
+            if (item->ambiguous || item->byHand)
+                p.fillRect(QRectF(bar.left(), bar.top(), 3, bar.height()),
+                           item->byHand ? Theme::accent() : Theme::warning());
             if (w >= 20) {
                 p.save();
                 p.setClipRect(bar.adjusted(5, 0, -5, 0).intersected(lane));
@@ -453,12 +456,13 @@ void TimelineEditor::paintTrack(QPainter& p, const Track& t, int) {
                 double textX = std::max(bar.left() + 5, lane.left() + 5);
                 QRectF textRect(textX, bar.top(), bar.right() - textX - 5, bar.height());
                 p.drawText(textRect, Qt::AlignVCenter | Qt::AlignLeft, name);
-                if (item->ambiguous) {
+                if (item->ambiguous || item->byHand) {
                     QFontMetrics fm(p.font());
-                    p.setPen(Theme::warning());
+                    p.setPen(item->byHand ? Theme::accent() : Theme::warning());
                     p.setFont(Theme::text(9, Theme::Weight::semibold));
                     p.drawText(textRect.adjusted(fm.horizontalAdvance(name) + 10, 0, 0, 0),
-                               Qt::AlignVCenter | Qt::AlignLeft, QStringLiteral("Calage à vérifier"));
+                               Qt::AlignVCenter | Qt::AlignLeft,
+                               item->byHand ? QStringLiteral("Placé à la main") : QStringLiteral("Calage à vérifier"));
                 }
                 p.restore();
             }
@@ -484,6 +488,7 @@ void TimelineEditor::paintTrack(QPainter& p, const Track& t, int) {
             p.fillPath(path, Theme::withAlpha(mix.muted ? Theme::gray4() : audioWave, 0.92));
         }
     }
+    paintWaiting(p, t);
 }
 
 void TimelineEditor::paintHeader(QPainter& p, const Track& t, int active) {
@@ -603,6 +608,8 @@ TimelineEditor::Hit TimelineEditor::hitTest(QPointF pos) const {
 }
 
 QString TimelineEditor::toolTipAt(QPointF pos) const {
+    if (auto file = handFileAt(pos))
+        return QStringLiteral("%1\nGlisse pour le placer à la main · clic droit : positions possibles").arg(file->name);
     const EditModel& e = model_.edit();
     const Hit hit = hitTest(pos);
     switch (hit.kind) {
@@ -663,6 +670,7 @@ void TimelineEditor::setLevelFromX(const Track& t, double x) {
 
 void TimelineEditor::mousePressEvent(QMouseEvent* ev) {
     if (ev->button() != Qt::LeftButton) return;
+    if (pressHand(ev->position())) return;
     EditModel& e = model_.edit();
     PlayerControl* player = model_.player();
     const Hit hit = hitTest(ev->position());
@@ -706,6 +714,10 @@ void TimelineEditor::mouseMoveEvent(QMouseEvent* ev) {
     const double pps = pointsPerSecond();
     switch (drag_) {
         case DragKind::none: {
+            if (handFileAt(ev->position())) {
+                setCursor(Qt::OpenHandCursor);
+                return;
+            }
             const Hit hit = hitTest(ev->position());
             setCursor(hit.kind == Hit::cut || hit.kind == Hit::rangeIn || hit.kind == Hit::rangeOut
                           ? Qt::SizeHorCursor
@@ -743,10 +755,12 @@ void TimelineEditor::mouseMoveEvent(QMouseEvent* ev) {
             return;
         }
         case DragKind::level: setLevelFromX(tracks_[size_t(dragIndex_)], ev->position().x()); return;
+        case DragKind::hand: moveHand(ev->position()); return;
     }
 }
 
 void TimelineEditor::mouseReleaseEvent(QMouseEvent*) {
+    if (drag_ == DragKind::hand) releaseHand();
     drag_ = DragKind::none;
     dragOrigin_.reset();
     thumbOrigin_.reset();
@@ -769,6 +783,10 @@ void TimelineEditor::mouseDoubleClickEvent(QMouseEvent* ev) {
 }
 
 void TimelineEditor::contextMenuEvent(QContextMenuEvent* ev) {
+    if (auto file = handFileAt(ev->pos())) {
+        if (auto menu = handMenu(*file)) menu->exec(ev->globalPos());
+        return;
+    }
     EditModel& e = model_.edit();
     const Hit hit = hitTest(ev->pos());
     if (hit.kind == Hit::plan) {

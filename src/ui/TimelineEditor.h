@@ -12,11 +12,15 @@
 
 #include <QPixmap>
 #include <QWidget>
+#include <memory>
 #include <optional>
+#include <string>
+#include <vector>
 
 #include "edit/TimeRange.h"
 #include "ui/ScreenModel.h"
 
+class QMenu;
 class QSlider;
 
 namespace qv::ui {
@@ -68,6 +72,23 @@ public:
     // The mute button of a source's lane, where the lanes' scroll puts it.
     QRectF muteRectOf(int source) const;
 
+    // A file the user may place by hand: placed in doubt (AMBIGU) or by
+    // hand on its lane, or waiting in its lane's strip "À placer".
+    struct HandFile {
+        std::string key;          // among the hand placements
+        int source = 0;
+        QString name;
+        double duration = 0;
+        std::optional<double> start;  // on the lane; none while it waits
+        std::vector<SyncCandidate> candidates;
+        QRectF rect;                  // its bar, or its chip in the strip
+    };
+    // Every such file where the lanes' scroll and the view put it.
+    std::vector<HandFile> handFiles() const;
+    // The menu of a file: "Positions possibles" and the way back to the
+    // automatic placement. Shown by a right click on the file.
+    std::unique_ptr<QMenu> handMenu(const HandFile& file);
+
 protected:
     void paintEvent(QPaintEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
@@ -86,7 +107,7 @@ private:
         int number = 0;  // camera or recorder number from 1
         int top = 0, height = 0;
     };
-    enum class DragKind { none, seek, cut, rangeIn, rangeOut, thumb, level };
+    enum class DragKind { none, seek, cut, rangeIn, rangeOut, thumb, level, hand };
     struct Hit {
         enum Kind { none, seek, drop, rangeIn, rangeOut, cut, plan, mute, level, overview, thumb } kind = none;
         int index = -1;  // drop, cut, plan or track index
@@ -114,6 +135,14 @@ private:
     QString toolTipAt(QPointF pos) const;
     void planMenu(int plan, QPoint globalPos);
     void setLevelFromX(const Track& track, double x);
+    // Placing by hand (TimelineHand.cpp).
+    const Track* trackOf(int source) const;
+    std::optional<HandFile> handFileAt(QPointF pos) const;
+    void paintWaiting(QPainter& p, const Track& track);
+    void paintHandDrag(QPainter& p);
+    bool pressHand(QPointF pos);
+    void moveHand(QPointF pos);
+    void releaseHand();
     void syncSlider();
 
     ScreenModel& model_;
@@ -135,6 +164,14 @@ private:
     std::optional<double> dragOrigin_;       // the cut's time
     std::optional<double> thumbOrigin_;      // the view's start
     std::optional<TimeRange> rangeOrigin_;   // the export range
+    // A file dragged along its lane: where it was taken, and where it would
+    // land now (none until the pointer has moved).
+    struct HandDrag {
+        HandFile file;
+        double grab = 0;  // seconds from the file's start to the pointer
+        std::optional<double> start;
+    };
+    std::optional<HandDrag> handDrag_;
 };
 
 }  // namespace qv::ui

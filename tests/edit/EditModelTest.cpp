@@ -145,6 +145,63 @@ TEST_F(EditModelTest, HistoryKeepsThreeHundredSteps) {
     EXPECT_EQ(model.toast(), "Rien à annuler");
 }
 
+TEST_F(EditModelTest, HandPlacementsAreUndoneWithTheCuts) {
+    model.setCuts({cutAt(0, 0), cutAt(40, 1)});
+    model.setHand({{"Cam 2/b.mp4", 5}});  // as read from a project: no undo step
+    EXPECT_TRUE(model.history().empty());
+    model.placeByHand("Cam 1/a.mp4", 12.5);
+    model.placeByHand("Cam 1/a.mp4", 12.5);  // already there: no step
+    model.moveCut(1, 45);
+    model.revertToAutomatic("Cam 2/b.mp4");
+    model.revertToAutomatic("Cam 3/c.mp4");  // never placed by hand: no step
+    EXPECT_EQ(model.history().size(), 2u);
+    EXPECT_EQ(model.hand(), (HandPlacements{{"Cam 1/a.mp4", 12.5}}));
+    model.undo();
+    EXPECT_EQ(model.hand(), (HandPlacements{{"Cam 1/a.mp4", 12.5}, {"Cam 2/b.mp4", 5}}));
+    EXPECT_EQ(times(), (std::vector<double>{0, 45}));
+    model.undo();
+    EXPECT_EQ(model.hand(), (HandPlacements{{"Cam 2/b.mp4", 5}}));
+    model.placeByHand("Cam 1/a.mp4", -3);  // never before the line's start
+    EXPECT_EQ(model.hand().at("Cam 1/a.mp4"), 0.0);
+}
+
+TEST(HandPlacement, LaidOverTheSoundsPlacement) {
+    const std::filesystem::path set = "/sets/Soirée";
+    auto item = [&](const char* path, double duration) {
+        MediaItem m;
+        m.url = set / path;
+        m.duration = duration;
+        return m;
+    };
+    SyncResult automatic;
+    automatic.placed.resize(2);
+    automatic.placed[0].item = item("Son 1/rec.wav", 100);
+    automatic.placed[1].sourceIndex = 1;
+    automatic.placed[1].item = item("Cam 1/a.mp4", 20);
+    automatic.placed[1].start = 30;
+    automatic.placed[1].ambiguous = true;
+    automatic.unsynced.push_back({2, item("Cam 2/b.mp4", 10), "pas de son commun trouvé", {{55, 12}}});
+    EXPECT_EQ(HandPlacement::keyOf(set / "Cam 2/b.mp4", set), "Cam 2/b.mp4");
+    EXPECT_EQ(HandPlacement::keyOf("/elsewhere/x.mp4", set), "/elsewhere/x.mp4");
+
+    const SyncResult r = HandPlacement::apply(automatic, {{"Cam 2/b.mp4", 10}, {"Cam 1/a.mp4", -2}, {"Cam 9/gone.mp4", 1}},
+                                              set);
+    ASSERT_EQ(r.placed.size(), 3u);
+    EXPECT_TRUE(r.unsynced.empty());
+    // Sorted by start again; the moved file is no longer in doubt.
+    EXPECT_EQ(r.placed[1].item.url, set / "Cam 1/a.mp4");
+    EXPECT_EQ(r.placed[1].start, 0.0);
+    EXPECT_TRUE(r.placed[1].byHand && !r.placed[1].ambiguous);
+    EXPECT_EQ(r.placed[2].start, 10.0);
+    EXPECT_EQ(r.placed[2].candidates, automatic.unsynced[0].candidates);
+    EXPECT_FALSE(r.placed[0].byHand);
+
+    const std::vector<SyncCandidate> candidates = {{10, 9}, {10.4, 12}};
+    EXPECT_EQ(HandPlacement::snap(10.25, candidates, 0.2), 10.4);
+    EXPECT_EQ(HandPlacement::snap(10.15, candidates, 0.2), 10.0);
+    EXPECT_EQ(HandPlacement::snap(11, candidates, 0.2), 11.0);
+}
+
 TEST_F(EditModelTest, PlanEffectsAndLooksWithTheirToasts) {
     EffectSettings effects;
     effects.lensEnabled = true;

@@ -211,3 +211,20 @@ TEST(ProjectFile, NamesThatAreNotUtf8AreWrittenReplaced) {
     EXPECT_EQ(listed[0].folder, "/tmp/f\uFFFDte");
     EXPECT_EQ(listed[0].crops.count("Cam \uFFFD"), 1u);
 }
+
+TEST(ProjectFile, HandPlacementsByPathInTheSet) {
+    ProjectFile p;
+    p.handPlacements = {{"Cam 1/clip 2.mp4", 61.25}, {"Son 1/rec.wav", 0}};
+    const Json j = p.toJson();
+    EXPECT_EQ(j["handPlacements"], Json({{"Cam 1/clip 2.mp4", 61.25}, {"Son 1/rec.wav", 0.0}}));
+    EXPECT_EQ(ProjectFile::fromJson(j, p.savedAt), p);
+    // None: no key at all, so older files and newer ones read alike.
+    EXPECT_FALSE(ProjectFile().toJson().contains("handPlacements"));
+    // A damaged entry loses the placements only.
+    Json damaged = j;
+    damaged["handPlacements"]["Cam 1/clip 2.mp4"] = "loin";
+    damaged["zoom"] = 3.0;
+    const ProjectFile loaded = ProjectFile::fromJson(damaged);
+    EXPECT_TRUE(loaded.handPlacements.empty());
+    EXPECT_EQ(loaded.zoom, 3.0);
+}

@@ -53,7 +53,8 @@ struct SetFixture : ::testing::Test {
         result.placed.push_back({2, item(2, 0), 2.5, 0.8f, "A001.mp4", false, {0.5f, -0.0f, 1e-40f}, {3, 4}, 104.25});
         result.placed.push_back({0, item(0, 0), 0, std::nullopt, std::nullopt, false, {1, 0}, {}, std::nullopt});
         result.placed.push_back({0, item(0, 1), 120, 0.6f, "REC.wav", true, {}, {7}, 0.0});
-        result.unsynced.push_back({1, item(1, 0), ""});
+        result.unsynced.push_back({1, item(1, 0), "", {{-4.25, 9.5f}, {61.5, 9.0f}}});
+        result.placed[2].candidates = {{120, 11.5f}, {118.75, 10.25f}};
     }
 
     TempHome home;
@@ -98,6 +99,22 @@ TEST_F(SetFixture, RoundTripThroughItsFile) {
     EXPECT_EQ(restored->placed[2].drift, 0.0);
     ASSERT_EQ(restored->unsynced.size(), 1u);
     EXPECT_EQ(restored->unsynced[0].sourceIndex, 1);
+    // The proposed starts of every file come back, placed or not.
+    EXPECT_EQ(restored->placed[2].candidates, result.placed[2].candidates);
+    EXPECT_TRUE(restored->placed[0].candidates.empty());
+    EXPECT_EQ(restored->unsynced[0].candidates, result.unsynced[0].candidates);
+}
+
+TEST_F(SetFixture, ACacheWithoutCandidatesStillLoadsAndDamagedOnesRefuseIt) {
+    Json j = store::cache(result).toJson();
+    ASSERT_TRUE(j.contains("candidates"));
+    Json older = j;
+    older.erase("candidates");
+    auto loaded = qv::SyncCache::fromJson(older);
+    ASSERT_TRUE(loaded);
+    EXPECT_TRUE(loaded->candidates.empty());
+    j["candidates"][(set / "Cam 1/A002.mp4").string()] = Json::array({Json::array({1.0})});
+    EXPECT_FALSE(qv::SyncCache::fromJson(j));
 }
 
 TEST(SyncCache, StoresFloatsAsLittleEndianBase64) {

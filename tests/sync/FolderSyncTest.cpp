@@ -138,6 +138,14 @@ TEST(FolderSync, DoubtIsMarkedOnlyWhenNoLaterAnchorSettlesIt) {
     auto doubt = place({entry(0, SourceKind::audio, "rec.wav", rec), entry(1, SourceKind::camera, "u.mp4", u)});
     ASSERT_NE(find(doubt, "u.mp4"), nullptr);
     EXPECT_TRUE(find(doubt, "u.mp4")->ambiguous);
+    // Both starts stay on offer for the user's hand, on the result's line.
+    const auto& offered = find(doubt, "u.mp4")->candidates;
+    ASSERT_GE(offered.size(), 2u);
+    std::vector<double> starts;
+    for (const auto& c : offered) starts.push_back(c.start - find(doubt, "rec.wav")->start);
+    std::sort(starts.begin(), starts.end());
+    EXPECT_NEAR(starts[0], 20.0, 1e-9);
+    EXPECT_NEAR(starts[1], 200.0, 1e-9);
 
     // x covers the second half of u's true place and beyond: it is placed in
     // the first sweep while u waits, and settles u in the next one.

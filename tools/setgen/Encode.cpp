@@ -101,7 +101,7 @@ Status encodeVideo(const Ffmpeg& ffmpeg, const fs::path& out, const std::string&
         cformat("color=c=black:s=%dx2:r=%d/%d:d=%.6f,format=gray,geq=lum='%s',scale=%d:%d:flags=neighbor[code];",
                 framecode::cells, picture.fpsNum, picture.fpsDen, length,
                 framecode::geqExpression(picture.camera, picture.clip).c_str(), picture.width, strip) +
-        "[base][code]overlay=0:0:shortest=1,format=yuv420p[v]";
+        "[base][code]overlay=0:0:shortest=1," + recordingFilter(picture) + "[v]";
 
     std::vector<std::string> args = {
         "-f", "lavfi", "-i",
@@ -113,9 +113,12 @@ Status encodeVideo(const Ffmpeg& ffmpeg, const fs::path& out, const std::string&
     }
     args.insert(args.end(), {"-filter_complex", filter, "-map", "[v]"});
     for (size_t i = 0; i < tracks.size(); ++i) args.insert(args.end(), {"-map", cformat("%zu:a", i + 1)});
-    args.insert(args.end(), {"-c:v", "libx264",
-                             "-preset", "ultrafast", "-tune", "stillimage", "-pix_fmt", "yuv420p", "-threads",
-                             "1"});
+    if (picture.recording != Recording::sdr) {
+        for (auto& a : tenBitCodecArgs(picture)) args.push_back(a);
+    } else {
+        args.insert(args.end(), {"-c:v", "libx264", "-preset", "ultrafast", "-tune", "stillimage", "-pix_fmt",
+                                 "yuv420p", "-threads", "1"});
+    }
     if (tracks.empty()) {
         args.push_back("-an");
     } else {
@@ -127,7 +130,9 @@ Status encodeVideo(const Ffmpeg& ffmpeg, const fs::path& out, const std::string&
     }
     for (auto& a : metadataArgs(creationTime)) args.push_back(a);
     args.insert(args.end(), {"-f", extensionOf(out) == ".mov" ? "mov" : "mp4", out.string()});
-    return ffmpeg.run(args, target);
+    Status encoded = ffmpeg.run(args, target);
+    if (encoded && picture.rotation != 0) return writeRotation(ffmpeg, out, target, picture.rotation);
+    return encoded;
 }
 
 Status encodeAudio(const Ffmpeg& ffmpeg, const fs::path& out, const std::string& target, const fs::path& wav,

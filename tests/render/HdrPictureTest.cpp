@@ -11,6 +11,7 @@
 #include "platform/ProxyWriter.h"
 #include "playback/SourceTimeline.h"
 #include "render/RenderFixtures.h"
+#include "setgen/FrameCode.h"
 #include "support/Fixtures.h"
 
 namespace qv {
@@ -152,6 +153,12 @@ TEST_F(HdrPicture, TheRenderAndTheProxyShowHlgAndPqAsTheZscaleRoadMakesThem) {
         auto rendered = reader->frameAt(k / item->frameRate + 0.01);
         ASSERT_TRUE(rendered.ok());
         EXPECT_LE(errorNear((*rendered)->frame, file, k, hdrRoad), 2.0);
+        // The phone's picture stands upright, its frame code along the top.
+        const media::RgbaFrame& f = (*rendered)->frame;
+        auto code = setgen::framecode::read(f.pixels.data(), f.width, f.height, f.width * 4);
+        ASSERT_TRUE(code) << "the frame code survives the tone curve";
+        EXPECT_EQ(code->camera, camera + 1);
+        EXPECT_NEAR(code->frame, k, 1);
 
         // The proxy is SDR BT.709; H.264 at its light quality loses a little more.
         std::atomic<bool> cancel{false};

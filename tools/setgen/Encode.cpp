@@ -86,7 +86,8 @@ Status writeFloatWav(const fs::path& file, const std::vector<float>& interleaved
 
 Status encodeVideo(const Ffmpeg& ffmpeg, const fs::path& out, const std::string& target, const Picture& picture,
                    const std::vector<fs::path>& tracks, const SoundFormat& sound, const std::string& creationTime) {
-    const int big = std::max(12, picture.height * 36 / 100);
+    // A standing picture's label must fit its width.
+    const int big = std::max(12, picture.width < picture.height ? picture.width / 5 : picture.height * 36 / 100);
     const int small = std::max(8, picture.height / 10);
     const int strip = framecode::stripHeight(picture.height);
     // The source stops by itself after the last frame (half a frame of margin

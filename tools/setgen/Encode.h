@@ -41,7 +41,8 @@ struct Picture {
     double clock = 0;     // set time of the first frame, drawn at the bottom
     int camera = 0, clip = 0;  // carried by the frame code (FrameCode.h)
     Recording recording = Recording::sdr;
-    int rotation = 0;  // degrees of display rotation in the file's metadata
+    int rotation = 0;  // degrees of display rotation in the file's metadata; width × height is then the
+                       // upright picture, stored turned
 };
 
 struct SoundFormat {

@@ -21,6 +21,23 @@ const char* const hdr10Params =
     "hdr10=1:master-display=G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(10000000,1):"
     "max-cll=1000,400";
 
+// The drawn picture to the recording's pixel format and transfer.
+std::string pixelFilter(const Picture& picture) {
+    auto toHdr = [](const char* transfer, int white) {
+        return cformat("format=yuv420p,zscale=tin=709:pin=709:min=709:rin=tv:t=%s:p=2020:m=2020_ncl:r=tv:npl=%d,"
+                       "format=yuv420p10le",
+                       transfer, white);
+    };
+    switch (picture.recording) {
+        case Recording::hlg: return toHdr("arib-std-b67", hlgWhite);
+        case Recording::pq: return toHdr("smpte2084", pqWhite);
+        case Recording::untagged10:
+        case Recording::unknownTransfer: return "format=yuv420p10le";
+        case Recording::sdr: break;
+    }
+    return "format=yuv420p";
+}
+
 }  // namespace
 
 const char* recordingName(Recording r) {
@@ -35,19 +52,10 @@ const char* recordingName(Recording r) {
 }
 
 std::string recordingFilter(const Picture& picture) {
-    auto toHdr = [](const char* transfer, int white) {
-        return cformat("format=yuv420p,zscale=tin=709:pin=709:min=709:rin=tv:t=%s:p=2020:m=2020_ncl:r=tv:npl=%d,"
-                       "format=yuv420p10le",
-                       transfer, white);
-    };
-    switch (picture.recording) {
-        case Recording::hlg: return toHdr("arib-std-b67", hlgWhite);
-        case Recording::pq: return toHdr("smpte2084", pqWhite);
-        case Recording::untagged10:
-        case Recording::unknownTransfer: return "format=yuv420p10le";
-        case Recording::sdr: break;
-    }
-    return "format=yuv420p";
+    // A phone held upright draws its picture standing and stores it lying,
+    // turned a quarter clockwise: the display rotation stands it up again.
+    const std::string turn = picture.rotation == 90 ? "transpose=clock," : picture.rotation == 270 ? "transpose=cclock," : "";
+    return turn + pixelFilter(picture);
 }
 
 std::vector<std::string> tenBitCodecArgs(const Picture& picture) {

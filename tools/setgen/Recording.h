@@ -22,7 +22,8 @@ enum class Recording { sdr, hlg, pq, untagged10, unknownTransfer };
 const char* recordingName(Recording r);
 
 // The end of the filter graph that takes the drawn 8-bit BT.709 picture to
-// the recording's pixels, without the output label.
+// the recording's pixels, lying as the file stores it, without the output
+// label.
 std::string recordingFilter(const Picture& picture);
 
 // The video encoder's arguments for a 10-bit recording (HEVC with its tags

@@ -217,6 +217,7 @@ Status writeSet(const SetPlan& plan, const fs::path& folder, std::ostream& log) 
             picture.clip = f.clipNumber;
             picture.recording = f.recording;
             picture.rotation = f.rotation;
+            if (f.rotation % 180 != 0) std::swap(picture.width, picture.height);  // drawn upright
             encoded = encodeVideo(*ffmpeg, target, f.path, picture, temps.paths(), sound, date);
         } else {
             if (temps.paths().empty()) return Error{"Fichier son sans micro : " + f.path};

@@ -2,7 +2,9 @@
 
 namespace qv::media {
 
-ColourRoad colourRoad(int transfer) {
+namespace {
+
+ColourRoad transferRoad(int transfer) {
     switch (transfer) {
         case 0:   // reserved: written by encoders that meant "nothing said"
         case 1:   // BT.709
@@ -23,17 +25,29 @@ ColourRoad colourRoad(int transfer) {
     }
 }
 
+}  // namespace
+
+ColourRoad colourRoad(const ColourTags& tags) {
+    const ColourRoad road = transferRoad(tags.transfer);
+    // The SD primaries and BT.709's are close enough to be read as they are.
+    const bool wide = tags.primaries == h273::bt2020 || tags.primaries == h273::dciP3 ||
+                      tags.primaries == h273::displayP3;
+    return road == ColourRoad::standard && wide ? ColourRoad::wideGamut : road;
+}
+
 std::string describe(const ColourTags& tags) {
     std::string transfer;
     switch (tags.transfer) {
         case h273::hlg: transfer = "HLG"; break;
         case h273::pq: transfer = "PQ"; break;
         default:
-            if (colourRoad(tags.transfer) == ColourRoad::unknownTransfer)
+            if (transferRoad(tags.transfer) == ColourRoad::unknownTransfer)
                 transfer = "transfert inconnu (" + std::to_string(tags.transfer) + ")";
     }
-    std::string primaries = tags.primaries == h273::bt2020  ? "BT.2020"
-                            : tags.primaries == h273::bt709 ? "BT.709"
+    std::string primaries = tags.primaries == h273::bt2020      ? "BT.2020"
+                            : tags.primaries == h273::bt709     ? "BT.709"
+                            : tags.primaries == h273::displayP3 ? "P3"
+                            : tags.primaries == h273::dciP3     ? "DCI-P3"
                             : tags.primaries == h273::unspecified || tags.primaries == 0
                                 ? ""
                                 : "primaires " + std::to_string(tags.primaries);

@@ -10,7 +10,7 @@ namespace qv::media {
 namespace h273 {
 inline constexpr int unspecified = 2;
 // Primaries.
-inline constexpr int bt709 = 1, bt2020 = 9;
+inline constexpr int bt709 = 1, bt2020 = 9, dciP3 = 11, displayP3 = 12;
 // Transfers.
 inline constexpr int transferBt709 = 1, pq = 16, hlg = 18;
 // Matrices.
@@ -30,11 +30,11 @@ struct ColourTags {
 enum class ColourRoad {
     standard,         // the BT.709 / BT.601 family or untagged: converted by its matrix alone
     hdr,              // HLG or PQ: tone-mapped to BT.709 SDR
+    wideGamut,        // SDR over BT.2020 or P3 primaries: mapped into BT.709's, the rest clipped
     unknownTransfer,  // a transfer the program does not handle: read as standard
 };
 
-ColourRoad colourRoad(int transfer);
-inline ColourRoad colourRoad(const ColourTags& tags) { return colourRoad(tags.transfer); }
+ColourRoad colourRoad(const ColourTags& tags);
 
 // Short French description for logs and captions: "HLG BT.2020 10 bits",
 // "PQ BT.2020 10 bits", "BT.709 8 bits", "non étiqueté 10 bits",

@@ -266,13 +266,17 @@ struct HdrConverter::State {
         return Ok{};
     }
 
-    // Decodes `in` to tone-mapped linear BT.709 light in `light`.
+    // Decodes `in` to linear BT.709 light in `light`, tone-mapped when HDR.
     Status linearise(const AVFrame* in, int width, int height) {
         media::ColourTags tags = colourTagsOf(in);
-        if (media::colourRoad(tags) != media::ColourRoad::hdr) return Error{"Image sans HLG ni PQ."};
-        // HDR footage that forgets the rest of its tags is BT.2020.
+        const media::ColourRoad road = media::colourRoad(tags);
+        if (road != media::ColourRoad::hdr && road != media::ColourRoad::wideGamut)
+            return Error{"Image sans HDR ni gamme étendue."};
+        // HDR footage that forgets the rest of its tags is BT.2020; wide
+        // gamut without a transfer has the BT.709 curve.
         tags.primaries = orDefault(tags.primaries, AVCOL_PRI_BT2020);
-        tags.matrix = orDefault(tags.matrix, AVCOL_SPC_BT2020_NCL);
+        tags.matrix = orDefault(tags.matrix, tags.primaries == AVCOL_PRI_BT2020 ? AVCOL_SPC_BT2020_NCL : AVCOL_SPC_BT709);
+        tags.transfer = orDefault(tags.transfer, AVCOL_TRC_BT709);
         zimg_image_format from;
         if (!zimgFormat(in, tags, from)) return Error{"Format d'image HDR non pris en charge."};
         if (Status s = build(toLinear, linearFrom, linearTo, from, linearRgb(width, height)); !s) return s;
@@ -291,6 +295,7 @@ struct HdrConverter::State {
         const zimg_image_buffer dst = writablePlanesOf(light.get());
         if (zimg_filter_graph_process(toLinear.get(), &src, &dst, scratch.get(), nullptr, nullptr, nullptr, nullptr))
             return zimgError("Conversion HDR impossible");
+        if (road != media::ColourRoad::hdr) return Ok{};
         for (int y = 0; y < height; ++y) {
             auto row = [&](int plane) { return reinterpret_cast<float*>(light->data[plane] + y * light->linesize[plane]); };
             // GBRPF32 holds G, B, R in planes 0, 1, 2.

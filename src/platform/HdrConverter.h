@@ -1,4 +1,5 @@
-// HLG and PQ pictures to BT.709 SDR. Private to the platform layer.
+// HLG and PQ pictures, and SDR ones over wide primaries (BT.2020, P3), to
+// BT.709 SDR. Private to the platform layer.
 //
 // The road is the one ffmpeg users know as
 //   zscale=t=linear:npl=100, format=gbrpf32le, zscale=p=bt709,
@@ -7,7 +8,9 @@
 // approximate gamma allowed), and the tone curve written here: zimg has none.
 // The curve works on the brightest of the three linear components and scales
 // all three by the same factor, after pulling colours brighter than twice
-// the reference white towards grey, so highlights do not turn hue.
+// the reference white towards grey, so highlights do not turn hue. Wide-gamut
+// SDR takes the same road without the curve: its colours are mapped into
+// BT.709's primaries and what lies outside is clipped.
 //
 // One converter per thread; it keeps its zimg graphs while the pictures'
 // size, format and tags stay the same.
@@ -39,7 +42,8 @@ public:
     HdrConverter(HdrConverter&&) noexcept;
     HdrConverter& operator=(HdrConverter&&) noexcept;
 
-    // `in`, an HLG or PQ picture, at `width` × `height` as 8-bit RGBA.
+    // `in`, an HLG, PQ or wide-gamut picture (ColourRoad hdr or wideGamut),
+    // at `width` × `height` as 8-bit RGBA.
     Result<media::RgbaFrame> toRgba(const AVFrame* in, int width, int height);
 
     // `in` at its own size as 8-bit BT.709 limited-range YUV (4:2:0, or

@@ -117,10 +117,11 @@ Status write(const std::filesystem::path& in, const std::filesystem::path& out, 
         if (pts == AV_NOPTS_VALUE) pts = lastPts == AV_NOPTS_VALUE ? 0 : lastPts + 1;
         if (lastPts != AV_NOPTS_VALUE && pts <= lastPts) continue;  // a repeated stamp: the encoder needs order
         lastPts = pts;
-        // HLG and PQ become BT.709 SDR first: the proxy is tagged BT.709.
+        // HDR and wide gamut become BT.709 SDR first: the proxy is tagged BT.709.
         const AVFrame* picture = frame.get();
         ff::FramePtr sdr;
-        if (media::colourRoad(frame->color_trc) == media::ColourRoad::hdr)
+        if (const auto road = media::colourRoad(ff::colourTagsOf(frame.get()));
+            road == media::ColourRoad::hdr || road == media::ColourRoad::wideGamut)
             if (auto converted = hdr.toYuv(frame.get())) picture = (sdr = std::move(converted).value()).get();
         scaler.reset(sws_getCachedContext(scaler.release(), picture->width, picture->height,
                                           static_cast<AVPixelFormat>(picture->format), width, height,

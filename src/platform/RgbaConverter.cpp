@@ -28,7 +28,8 @@ int swsColorspace(const AVFrame* f) {
 Result<media::RgbaFrame> RgbaConverter::convert(const AVFrame* f, int width, int height) {
     if (f->width <= 0 || f->height <= 0) return Error{"Image vide."};
     if (width <= 0 || height <= 0) width = f->width, height = f->height;
-    if (media::colourRoad(f->color_trc) == media::ColourRoad::hdr)
+    if (const auto road = media::colourRoad(colourTagsOf(f));
+        road == media::ColourRoad::hdr || road == media::ColourRoad::wideGamut)
         if (auto sdr = hdr_.toRgba(f, width, height)) return sdr;
     if (!sws_ || f->width != w_ || f->height != h_ || f->format != format_ || width != outW_ || height != outH_) {
         // Pictures at their size keep every detail; smaller ones (previews)

@@ -21,8 +21,9 @@ using SwsPtr = std::unique_ptr<SwsContext, SwsFreer>;
 // pictures carry their matrix; untagged ones follow the usual rule of BT.709
 // from HD up and BT.601 below, except that pictures of more than 8 bits are
 // always BT.709 (no SD-era camera wrote them). HLG and PQ pictures are
-// tone-mapped to BT.709 SDR (HdrConverter); one that cannot be takes the
-// plain road. A transfer the program does not know is read as BT.709.
+// tone-mapped to BT.709 SDR and wide-gamut ones mapped into BT.709
+// (HdrConverter); one that cannot be takes the plain road. A transfer the
+// program does not know is read as BT.709.
 class RgbaConverter {
 public:
     // At `width` × `height` when both are above 0, else at the picture's size.

@@ -22,6 +22,9 @@ namespace fs = std::filesystem;
 const char* const hdrRoad =
     "zscale=t=linear:npl=100,format=gbrpf32le,zscale=p=bt709,tonemap=tonemap=hable,zscale=t=bt709:m=bt709:r=tv,"
     "format=gbrp";
+// The same road without the tone curve: wide-gamut SDR into BT.709.
+const char* const gamutRoad =
+    "zscale=t=linear:npl=100,format=gbrpf32le,zscale=p=bt709,zscale=t=bt709:m=bt709:r=tv,format=gbrp";
 const char* const bt709Reading = "scale=in_color_matrix=bt709:in_range=tv";
 
 class HdrPicture : public ::testing::Test {
@@ -111,17 +114,24 @@ protected:
     fs::path set_;
 };
 
-TEST_F(HdrPicture, HlgAndPqReachThePlayersTilesAsTheZscaleRoadMakesThem) {
-    for (const char* name : {"phone-hlg", "hdr10-pq"}) {
-        SCOPED_TRACE(name);
-        const fs::path file = clip(name);
+TEST_F(HdrPicture, HlgPqAndWideGamutReachThePlayersTilesAsTheZscaleRoadMakesThem) {
+    struct Case {
+        const char* name;
+        media::ColourRoad road;
+        const char* reference;
+    };
+    for (const Case& c : {Case{"phone-hlg", media::ColourRoad::hdr, hdrRoad},
+                          Case{"hdr10-pq", media::ColourRoad::hdr, hdrRoad},
+                          Case{"bt2020-sdr", media::ColourRoad::wideGamut, gamutRoad}}) {
+        SCOPED_TRACE(c.name);
+        const fs::path file = clip(c.name);
         auto item = MediaScanner::probe(file);
         ASSERT_TRUE(item);
         EXPECT_EQ(item->colour.bitDepth, 10);
-        EXPECT_EQ(media::colourRoad(item->colour), media::ColourRoad::hdr);
+        EXPECT_EQ(media::colourRoad(item->colour), c.road);
         auto tile = playerTile(file, 12);
         ASSERT_EQ(tile.width, item->width / 2);  // the phone stands upright
-        EXPECT_LE(errorNear(tile, file, 12, hdrRoad, true), 2.0);
+        EXPECT_LE(errorNear(tile, file, 12, c.reference, true), 2.0);
         // Read as if it were BT.709, the same picture is far off: the
         // measure above can tell a wrong road.
         EXPECT_GT(errorNear(tile, file, 12, bt709Reading, true), 6.0);

@@ -490,8 +490,9 @@ SetPlan eight(Builder& b) {
 // Phones and action cameras beside ordinary ones, small pictures for tests:
 // an SDR camera at 25 fps, an action camera at 50 fps, a phone filming
 // 10-bit HEVC in HLG over BT.2020 at 29.97 fps held upright (a 90° rotation
-// in its metadata), a PQ (HDR10) clip, and two hard cases: 10 bits without
-// any colour tag, and a transfer no camera uses.
+// in its metadata), a PQ (HDR10) clip, an SDR clip over BT.2020 primaries,
+// and two hard cases: 10 bits without any colour tag, and a transfer no
+// camera uses.
 SetPlan hdr(Builder& b) {
     b.addMusic(20, 1);
     b.rate(1, 25, 1);
@@ -515,6 +516,10 @@ SetPlan hdr(Builder& b) {
     FilePlan& odd = b.camera(6, 1, uniform(b.rng(), 1, 4), 12);
     odd.recording = Recording::unknownTransfer;
     odd.note = "unknown-transfer";
+    b.rate(7, 25, 1);
+    FilePlan& wide = b.camera(7, 1, uniform(b.rng(), 1, 4), 12);
+    wide.recording = Recording::wideSdr;
+    wide.note = "bt2020-sdr";
     b.mainRecorder(1, "prise 1.wav");
     return b.take();
 }

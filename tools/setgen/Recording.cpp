@@ -31,6 +31,9 @@ std::string pixelFilter(const Picture& picture) {
     switch (picture.recording) {
         case Recording::hlg: return toHdr("arib-std-b67", hlgWhite);
         case Recording::pq: return toHdr("smpte2084", pqWhite);
+        case Recording::wideSdr:
+            return "format=yuv420p,zscale=tin=709:pin=709:min=709:rin=tv:t=2020_10:p=2020:m=2020_ncl:r=tv,"
+                   "format=yuv420p10le";
         case Recording::untagged10:
         case Recording::unknownTransfer: return "format=yuv420p10le";
         case Recording::sdr: break;
@@ -45,6 +48,7 @@ const char* recordingName(Recording r) {
         case Recording::sdr: return "sdr";
         case Recording::hlg: return "hlg";
         case Recording::pq: return "pq";
+        case Recording::wideSdr: return "bt2020-sdr";
         case Recording::untagged10: return "untagged-10bit";
         case Recording::unknownTransfer: return "unknown-transfer";
     }
@@ -72,6 +76,7 @@ std::vector<std::string> tenBitCodecArgs(const Picture& picture) {
             tag("bt2020", "smpte2084", "bt2020nc");
             params += std::string(":") + hdr10Params;
             break;
+        case Recording::wideSdr: tag("bt2020", "bt2020-10", "bt2020nc"); break;
         case Recording::unknownTransfer: tag("bt709", "log100", "bt709"); break;
         case Recording::untagged10:
         case Recording::sdr: break;

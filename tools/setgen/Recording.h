@@ -1,6 +1,6 @@
 // How a generated camera writes its picture: the 8-bit H.264 BT.709 of most
 // cameras, or the 10-bit HEVC of phones, in HLG or PQ (HDR10) over BT.2020,
-// and two hard cases: 10 bits with no colour tags at all, and a transfer
+// SDR over the BT.2020 primaries, and two hard cases: 10 bits with no colour tags at all, and a transfer
 // that no camera uses (logarithmic, H.273 code 9). A display rotation is
 // written as phones write it, in the container's matrix.
 #pragma once
@@ -16,9 +16,10 @@ namespace qv::setgen {
 class Ffmpeg;
 struct Picture;
 
-enum class Recording { sdr, hlg, pq, untagged10, unknownTransfer };
+enum class Recording { sdr, hlg, pq, wideSdr, untagged10, unknownTransfer };
 
-// "sdr", "hlg", "pq", "untagged-10bit", "unknown-transfer": the truth's words.
+// "sdr", "hlg", "pq", "bt2020-sdr", "untagged-10bit", "unknown-transfer":
+// the truth's words.
 const char* recordingName(Recording r);
 
 // The end of the filter graph that takes the drawn 8-bit BT.709 picture to

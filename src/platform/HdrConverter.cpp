@@ -249,7 +249,7 @@ struct HdrConverter::State {
         if (graph && same(keptFrom, from) && same(keptTo, to)) return Ok{};
         const zimg_graph_builder_params params = graphParams();
         graph.reset(zimg_filter_graph_build(&from, &to, &params));
-        if (!graph) return zimgError("Conversion HDR impossible");
+        if (!graph) return zimgError("Conversion des couleurs impossible");
         keptFrom = from;
         keptTo = to;
         return Ok{};
@@ -257,7 +257,7 @@ struct HdrConverter::State {
 
     Status ensureScratch(const zimg_filter_graph* graph) {
         size_t size = 0;
-        if (zimg_filter_graph_get_tmp_size(graph, &size)) return zimgError("Conversion HDR impossible");
+        if (zimg_filter_graph_get_tmp_size(graph, &size)) return zimgError("Conversion des couleurs impossible");
         if (size > scratchSize) {
             scratch.reset(av_malloc(size));
             if (!scratch) return Error{"Mémoire insuffisante."};
@@ -278,13 +278,14 @@ struct HdrConverter::State {
         tags.matrix = orDefault(tags.matrix, tags.primaries == AVCOL_PRI_BT2020 ? AVCOL_SPC_BT2020_NCL : AVCOL_SPC_BT709);
         tags.transfer = orDefault(tags.transfer, AVCOL_TRC_BT709);
         zimg_image_format from;
-        if (!zimgFormat(in, tags, from)) return Error{"Format d'image HDR non pris en charge."};
+        if (!zimgFormat(in, tags, from)) return Error{"Format d'image non pris en charge pour la conversion des couleurs."};
         if (Status s = build(toLinear, linearFrom, linearTo, from, linearRgb(width, height)); !s) return s;
         if (Status s = ensureScratch(toLinear.get()); !s) return s;
         if (!light || light->width != width || light->height != height) {
             light = newFrame(AV_PIX_FMT_GBRPF32, width, height);
             if (!light) return Error{"Mémoire insuffisante."};
         }
+        const double peak = signalPeak(in);  // side data stays with the original
         FramePtr copy;
         if (!aligned(in)) {
             copy = newFrame(static_cast<AVPixelFormat>(in->format), in->width, in->height);
@@ -294,12 +295,13 @@ struct HdrConverter::State {
         const zimg_image_buffer_const src = planesOf(in);
         const zimg_image_buffer dst = writablePlanesOf(light.get());
         if (zimg_filter_graph_process(toLinear.get(), &src, &dst, scratch.get(), nullptr, nullptr, nullptr, nullptr))
-            return zimgError("Conversion HDR impossible");
+            return zimgError("Conversion des couleurs impossible");
         if (road != media::ColourRoad::hdr) return Ok{};
+        const double* weights = lumaWeights(tags.matrix);
         for (int y = 0; y < height; ++y) {
             auto row = [&](int plane) { return reinterpret_cast<float*>(light->data[plane] + y * light->linesize[plane]); };
             // GBRPF32 holds G, B, R in planes 0, 1, 2.
-            toneMap(row(2), row(0), row(1), static_cast<size_t>(width), signalPeak(in), lumaWeights(tags.matrix));
+            toneMap(row(2), row(0), row(1), static_cast<size_t>(width), peak, weights);
         }
         return Ok{};
     }
@@ -319,7 +321,7 @@ struct HdrConverter::State {
         const zimg_image_buffer_const src = planesOf(light.get());
         const zimg_image_buffer dst = writablePlanesOf(out);
         if (zimg_filter_graph_process(toDisplay.get(), &src, &dst, scratch.get(), nullptr, nullptr, nullptr, nullptr))
-            return zimgError("Conversion HDR impossible");
+            return zimgError("Conversion des couleurs impossible");
         return Ok{};
     }
 };

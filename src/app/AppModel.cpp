@@ -409,6 +409,7 @@ void AppModel::scanned(std::vector<MediaSource> sources, std::optional<ProjectFi
         for (const auto& n : unreadable) names += (names.empty() ? "" : ", ") + n;
         Log::write("Fichiers illisibles : " + names);
     }
+    if (auto odd = MediaScanner::unknownColours(sources_)) Log::write(*odd);
     setStatus(sources_.empty() ? "Aucun rush trouvé dans ce dossier."
                                : std::to_string(sources_.size()) + " sources, " + std::to_string(files) +
                                      " fichiers. Clique sur Synchroniser.");

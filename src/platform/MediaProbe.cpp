@@ -15,6 +15,10 @@
 #include "platform/DecodeLoop.h"
 #include "platform/FfmpegPtr.h"
 
+extern "C" {
+#include <libavutil/pixdesc.h>
+}
+
 namespace qv::media {
 
 namespace {
@@ -145,6 +149,14 @@ Result<ProbeInfo> probe(const std::filesystem::path& file) {
             }
             info.width = static_cast<int>(std::lround(w));
             info.height = static_cast<int>(std::lround(h));
+            info.colour.primaries = par->color_primaries;
+            info.colour.transfer = par->color_trc;
+            info.colour.matrix = par->color_space;
+            info.colour.fullRange = par->color_range == AVCOL_RANGE_JPEG;
+            if (const AVPixFmtDescriptor* d = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(par->format)))
+                info.colour.bitDepth = d->comp[0].depth;
+            if (par->bits_per_raw_sample > 8 && par->bits_per_raw_sample <= 16)
+                info.colour.bitDepth = std::max(info.colour.bitDepth, par->bits_per_raw_sample);
             AVRational rate = s->avg_frame_rate.num > 0 ? s->avg_frame_rate : s->r_frame_rate;
             info.frameRate = rate.num > 0 && rate.den > 0 ? av_q2d(rate) : 0;
         } else if (usableSound(par)) {

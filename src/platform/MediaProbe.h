@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "base/Result.h"
+#include "platform/ColourTags.h"
 
 namespace qv::media {
 
@@ -17,6 +18,7 @@ struct ProbeInfo {
     bool hasVideo = false;       // a real video stream (cover art does not count)
     double frameRate = 0;        // nominal rate of the first video stream
     int width = 0, height = 0;   // display size after rotation
+    ColourTags colour;           // of the first video stream
     int audioChannels = 0;       // highest over audio streams
     double sampleRate = 0;       // highest over audio streams
     std::optional<std::chrono::system_clock::time_point> creationTime;

@@ -11,6 +11,7 @@ extern "C" {
 
 #include "platform/DecodeLoop.h"
 #include "platform/FfmpegPtr.h"
+#include "platform/HdrConverter.h"
 #include "platform/RgbaConverter.h"
 
 namespace qv::media {
@@ -99,6 +100,7 @@ Status write(const std::filesystem::path& in, const std::filesystem::path& out, 
         return Error{"Impossible d'écrire " + out.filename().string() + " : " + ff::errorText(r)};
 
     ff::SwsPtr scaler;
+    ff::HdrConverter hdr;
     ff::FramePtr scaled(av_frame_alloc());
     ff::PacketPtr packet(av_packet_alloc());
     if (!scaled || !packet) return Error{"Mémoire insuffisante"};
@@ -115,11 +117,17 @@ Status write(const std::filesystem::path& in, const std::filesystem::path& out, 
         if (pts == AV_NOPTS_VALUE) pts = lastPts == AV_NOPTS_VALUE ? 0 : lastPts + 1;
         if (lastPts != AV_NOPTS_VALUE && pts <= lastPts) continue;  // a repeated stamp: the encoder needs order
         lastPts = pts;
-        scaler.reset(sws_getCachedContext(scaler.release(), frame->width, frame->height,
-                                          static_cast<AVPixelFormat>(frame->format), width, height,
+        // HDR and wide gamut become BT.709 SDR first: the proxy is tagged BT.709.
+        const AVFrame* picture = frame.get();
+        ff::FramePtr sdr;
+        if (const auto road = media::colourRoad(ff::colourTagsOf(frame.get()));
+            road == media::ColourRoad::hdr || road == media::ColourRoad::wideGamut)
+            if (auto converted = hdr.toYuv(frame.get())) picture = (sdr = std::move(converted).value()).get();
+        scaler.reset(sws_getCachedContext(scaler.release(), picture->width, picture->height,
+                                          static_cast<AVPixelFormat>(picture->format), width, height,
                                           AV_PIX_FMT_YUV420P, SWS_BILINEAR, nullptr, nullptr, nullptr));
         if (!scaler || av_frame_make_writable(scaled.get()) < 0) return Error{"Impossible de décoder " + name};
-        sws_scale(scaler.get(), frame->data, frame->linesize, 0, frame->height, scaled->data, scaled->linesize);
+        sws_scale(scaler.get(), picture->data, picture->linesize, 0, picture->height, scaled->data, scaled->linesize);
         scaled->pts = pts;
         if (int r = encode(encoder.get(), scaled.get(), output.get(), stream, packet.get()); r < 0)
             return Error{"Impossible d'écrire la copie de " + name + " : " + ff::errorText(r)};

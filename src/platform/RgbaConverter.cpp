@@ -1,5 +1,9 @@
 #include "platform/RgbaConverter.h"
 
+extern "C" {
+#include <libavutil/pixdesc.h>
+}
+
 namespace qv::ff {
 
 namespace {
@@ -11,7 +15,11 @@ int swsColorspace(const AVFrame* f) {
         case AVCOL_SPC_BT2020_CL: return SWS_CS_BT2020;
         case AVCOL_SPC_SMPTE170M:
         case AVCOL_SPC_BT470BG: return SWS_CS_ITU601;
-        default: return f->height >= 720 ? SWS_CS_ITU709 : SWS_CS_ITU601;
+        default: {
+            const AVPixFmtDescriptor* d = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(f->format));
+            const bool deep = d && d->comp[0].depth > 8;
+            return f->height >= 720 || deep ? SWS_CS_ITU709 : SWS_CS_ITU601;
+        }
     }
 }
 
@@ -20,6 +28,9 @@ int swsColorspace(const AVFrame* f) {
 Result<media::RgbaFrame> RgbaConverter::convert(const AVFrame* f, int width, int height) {
     if (f->width <= 0 || f->height <= 0) return Error{"Image vide."};
     if (width <= 0 || height <= 0) width = f->width, height = f->height;
+    if (const auto road = media::colourRoad(colourTagsOf(f));
+        road == media::ColourRoad::hdr || road == media::ColourRoad::wideGamut)
+        if (auto sdr = hdr_.toRgba(f, width, height)) return sdr;
     if (!sws_ || f->width != w_ || f->height != h_ || f->format != format_ || width != outW_ || height != outH_) {
         // Pictures at their size keep every detail; smaller ones (previews)
         // average the pixels they cover, which is also the fast way down.

@@ -3,6 +3,7 @@
 
 #include "base/Result.h"
 #include "platform/FfmpegPtr.h"
+#include "platform/HdrConverter.h"
 #include "platform/VideoFrame.h"
 
 extern "C" {
@@ -18,7 +19,11 @@ using SwsPtr = std::unique_ptr<SwsContext, SwsFreer>;
 
 // Keeps its scaler while the pictures' size and format stay the same. YUV
 // pictures carry their matrix; untagged ones follow the usual rule of BT.709
-// from HD up and BT.601 below.
+// from HD up and BT.601 below, except that pictures of more than 8 bits are
+// always BT.709 (no SD-era camera wrote them). HLG and PQ pictures are
+// tone-mapped to BT.709 SDR and wide-gamut ones mapped into BT.709
+// (HdrConverter); one that cannot be takes the plain road. A transfer the
+// program does not know is read as BT.709.
 class RgbaConverter {
 public:
     // At `width` × `height` when both are above 0, else at the picture's size.
@@ -26,6 +31,7 @@ public:
 
 private:
     SwsPtr sws_;
+    HdrConverter hdr_;
     int w_ = 0, h_ = 0, format_ = -1, outW_ = 0, outH_ = 0;
 };
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "base/Uuid.h"
+#include "platform/ColourTags.h"
 
 namespace qv {
 
@@ -23,6 +24,7 @@ struct MediaItem {
     bool hasVideo = false;
     double frameRate = 0;            // nominal rate of the first video stream
     int width = 0, height = 0;       // display size after rotation
+    media::ColourTags colour;        // of the first video stream
     int audioChannels = 0;           // highest over audio streams
     double sampleRate = 0;           // highest over audio streams, Hz
     std::optional<Date> recordedAt;  // container creation date

@@ -162,10 +162,22 @@ std::optional<MediaItem> probe(const fs::path& file, std::string* whyNot) {
     item.frameRate = info->hasVideo ? info->frameRate : 0;
     item.width = info->width;
     item.height = info->height;
+    item.colour = info->colour;
     item.audioChannels = info->audioChannels;
     item.sampleRate = info->sampleRate;
     item.recordedAt = info->creationTime;
     return item;
+}
+
+std::optional<std::string> unknownColours(const std::vector<MediaSource>& sources) {
+    std::string names;
+    for (const MediaSource& s : sources)
+        for (const MediaItem& item : s.items)
+            if (item.hasVideo && media::colourRoad(item.colour) == media::ColourRoad::unknownTransfer)
+                names += (names.empty() ? "" : ", ") + s.name + "/" + item.fileName() + " (" +
+                         media::describe(item.colour) + ")";
+    if (names.empty()) return std::nullopt;
+    return "Couleurs non reconnues, lues comme BT.709 : " + names;
 }
 
 std::optional<MediaSource> source(const std::string& name, const std::vector<fs::path>& files,

@@ -45,4 +45,8 @@ std::optional<MediaSource> source(const std::string& name, const std::vector<std
                                   std::vector<Refusal>* refused = nullptr);
 std::optional<MediaItem> probe(const std::filesystem::path& file, std::string* whyNot = nullptr);
 
+// One French line naming the video files whose colour transfer the program
+// does not know (they play as BT.709), for the log; nothing when all are known.
+std::optional<std::string> unknownColours(const std::vector<MediaSource>& sources);
+
 }  // namespace qv::MediaScanner

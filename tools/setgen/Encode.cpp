@@ -86,7 +86,8 @@ Status writeFloatWav(const fs::path& file, const std::vector<float>& interleaved
 
 Status encodeVideo(const Ffmpeg& ffmpeg, const fs::path& out, const std::string& target, const Picture& picture,
                    const std::vector<fs::path>& tracks, const SoundFormat& sound, const std::string& creationTime) {
-    const int big = std::max(12, picture.height * 36 / 100);
+    // A standing picture's label must fit its width.
+    const int big = std::max(12, picture.width < picture.height ? picture.width / 5 : picture.height * 36 / 100);
     const int small = std::max(8, picture.height / 10);
     const int strip = framecode::stripHeight(picture.height);
     // The source stops by itself after the last frame (half a frame of margin
@@ -101,7 +102,7 @@ Status encodeVideo(const Ffmpeg& ffmpeg, const fs::path& out, const std::string&
         cformat("color=c=black:s=%dx2:r=%d/%d:d=%.6f,format=gray,geq=lum='%s',scale=%d:%d:flags=neighbor[code];",
                 framecode::cells, picture.fpsNum, picture.fpsDen, length,
                 framecode::geqExpression(picture.camera, picture.clip).c_str(), picture.width, strip) +
-        "[base][code]overlay=0:0:shortest=1,format=yuv420p[v]";
+        "[base][code]overlay=0:0:shortest=1," + recordingFilter(picture) + "[v]";
 
     std::vector<std::string> args = {
         "-f", "lavfi", "-i",
@@ -113,9 +114,12 @@ Status encodeVideo(const Ffmpeg& ffmpeg, const fs::path& out, const std::string&
     }
     args.insert(args.end(), {"-filter_complex", filter, "-map", "[v]"});
     for (size_t i = 0; i < tracks.size(); ++i) args.insert(args.end(), {"-map", cformat("%zu:a", i + 1)});
-    args.insert(args.end(), {"-c:v", "libx264",
-                             "-preset", "ultrafast", "-tune", "stillimage", "-pix_fmt", "yuv420p", "-threads",
-                             "1"});
+    if (picture.recording != Recording::sdr) {
+        for (auto& a : tenBitCodecArgs(picture)) args.push_back(a);
+    } else {
+        args.insert(args.end(), {"-c:v", "libx264", "-preset", "ultrafast", "-tune", "stillimage", "-pix_fmt",
+                                 "yuv420p", "-threads", "1"});
+    }
     if (tracks.empty()) {
         args.push_back("-an");
     } else {
@@ -127,7 +131,9 @@ Status encodeVideo(const Ffmpeg& ffmpeg, const fs::path& out, const std::string&
     }
     for (auto& a : metadataArgs(creationTime)) args.push_back(a);
     args.insert(args.end(), {"-f", extensionOf(out) == ".mov" ? "mov" : "mp4", out.string()});
-    return ffmpeg.run(args, target);
+    Status encoded = ffmpeg.run(args, target);
+    if (encoded && picture.rotation != 0) return writeRotation(ffmpeg, out, target, picture.rotation);
+    return encoded;
 }
 
 Status encodeAudio(const Ffmpeg& ffmpeg, const fs::path& out, const std::string& target, const fs::path& wav,

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "Recording.h"
 #include "base/Result.h"
 
 namespace qv::setgen {
@@ -39,6 +40,9 @@ struct Picture {
     uint32_t colour = 0x1f4e79;
     double clock = 0;     // set time of the first frame, drawn at the bottom
     int camera = 0, clip = 0;  // carried by the frame code (FrameCode.h)
+    Recording recording = Recording::sdr;
+    int rotation = 0;  // degrees of display rotation in the file's metadata; width × height is then the
+                       // upright picture, stored turned
 };
 
 struct SoundFormat {
@@ -49,8 +53,9 @@ struct SoundFormat {
     std::string codec;  // "opus" or "vorbis" where a container takes either; empty: its usual one
 };
 
-// A video file (H.264 yuv420p in MP4 or MOV as the extension says) with one
-// AAC stream per WAV of `tracks`; none gives a file without sound.
+// A video file (H.264 yuv420p, or 10-bit HEVC for the recordings that say
+// so, in MP4 or MOV as the extension says) with one AAC stream per WAV of
+// `tracks`; none gives a file without sound.
 Status encodeVideo(const Ffmpeg& ffmpeg, const std::filesystem::path& out, const std::string& target,
                    const Picture& picture, const std::vector<std::filesystem::path>& tracks,
                    const SoundFormat& sound, const std::string& creationTime);

@@ -582,6 +582,43 @@ SetPlan codecs(Builder& b) {
     return b.take();
 }
 
+// Phones and action cameras beside ordinary ones, small pictures for tests:
+// an SDR camera at 25 fps, an action camera at 50 fps, a phone filming
+// 10-bit HEVC in HLG over BT.2020 at 29.97 fps held upright (a 90° rotation
+// in its metadata), a PQ (HDR10) clip, an SDR clip over BT.2020 primaries,
+// and two hard cases: 10 bits without any colour tag, and a transfer no
+// camera uses.
+SetPlan hdr(Builder& b) {
+    b.addMusic(20, 1);
+    b.rate(1, 25, 1);
+    b.camera(1, 1, 0.5, 18.5);
+    b.rate(2, 50, 1);
+    b.camera(2, 1, uniform(b.rng(), 0.5, 2), 16).note = "action-50fps";
+    b.rate(3, 30000, 1001);
+    FilePlan& phone = b.camera(3, 1, uniform(b.rng(), 0.5, 2), 16);
+    phone.recording = Recording::hlg;
+    phone.rotation = 90;
+    phone.note = "phone-hlg";
+    b.rate(4, 25, 1);
+    FilePlan& pq = b.camera(4, 1, uniform(b.rng(), 1, 3), 14);
+    pq.recording = Recording::pq;
+    pq.note = "hdr10-pq";
+    b.rate(5, 25, 1);
+    FilePlan& untagged = b.camera(5, 1, uniform(b.rng(), 1, 4), 12);
+    untagged.recording = Recording::untagged10;
+    untagged.note = "untagged-10bit";
+    b.rate(6, 25, 1);
+    FilePlan& odd = b.camera(6, 1, uniform(b.rng(), 1, 4), 12);
+    odd.recording = Recording::unknownTransfer;
+    odd.note = "unknown-transfer";
+    b.rate(7, 25, 1);
+    FilePlan& wide = b.camera(7, 1, uniform(b.rng(), 1, 4), 12);
+    wide.recording = Recording::wideSdr;
+    wide.note = "bt2020-sdr";
+    b.mainRecorder(1, "prise 1.wav");
+    return b.take();
+}
+
 using Maker = SetPlan (*)(Builder&);
 
 const std::vector<std::pair<std::string, Maker>>& makers() {
@@ -590,7 +627,7 @@ const std::vector<std::pair<std::string, Maker>>& makers() {
         {"nocorr", nocorr}, {"silent", silence}, {"longshort", longshort}, {"drops", drops},
         {"covered", covered}, {"club", club},   {"render", render},   {"fullhd", fullhd},
         {"multicam", multicam}, {"eight", eight},
-        {"lateclip", lateclip}, {"loop", loop}, {"codecs", codecs}};
+        {"lateclip", lateclip}, {"loop", loop}, {"codecs", codecs}, {"hdr", hdr}};
     return list;
 }
 

@@ -12,6 +12,7 @@
 
 #include "Microphone.h"
 #include "Music.h"
+#include "Recording.h"
 
 namespace qv::setgen {
 
@@ -30,6 +31,8 @@ struct FilePlan {
     int clipNumber = 0;
     int width = 320, height = 180;
     int fpsNum = 25, fpsDen = 1;
+    Recording recording = Recording::sdr;  // 10-bit HEVC, HDR or tagged oddly, when not sdr
+    int rotation = 0;                      // degrees of display rotation in its metadata
 
     // Sound: one stream per microphone, none for a file without sound.
     int sampleRate = 48000;

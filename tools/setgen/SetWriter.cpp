@@ -117,6 +117,8 @@ json::Json truthOf(const SetPlan& plan, const std::vector<std::optional<Music>>&
         o["streams"] = f.mics.size();
         if (f.recordedAt) o["recordedAt"] = isoDate(*f.recordedAt);
         if (!f.note.empty()) o["case"] = f.note;
+        if (f.recording != Recording::sdr) o["recording"] = recordingName(f.recording);
+        if (f.rotation != 0) o["rotation"] = f.rotation;
         files.push_back(std::move(o));
     }
     j["files"] = std::move(files);
@@ -214,6 +216,9 @@ Status writeSet(const SetPlan& plan, const fs::path& folder, std::ostream& log) 
             picture.clock = f.start;
             picture.camera = f.cameraNumber;
             picture.clip = f.clipNumber;
+            picture.recording = f.recording;
+            picture.rotation = f.rotation;
+            if (f.rotation % 180 != 0) std::swap(picture.width, picture.height);  // drawn upright
             encoded = encodeVideo(*ffmpeg, target, f.path, picture, temps.paths(), sound, date);
         } else {
             if (temps.paths().empty()) return Error{"Fichier son sans micro : " + f.path};

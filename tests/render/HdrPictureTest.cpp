@@ -1,0 +1,208 @@
+// HLG and PQ footage as the player, the render and the proxies show it:
+// BT.709 SDR along the road ffmpeg users write as
+//   zscale=t=linear:npl=100,format=gbrpf32le,zscale=p=bt709,tonemap=hable,zscale=t=bt709:m=bt709:r=tv
+// measured against ffmpeg's own run of that road. Footage with no colour
+// tag, or with a transfer nobody films in, keeps the plain BT.709 reading.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <fstream>
+
+#include "platform/ProxyWriter.h"
+#include "playback/SourceTimeline.h"
+#include "render/RenderFixtures.h"
+#include "setgen/FrameCode.h"
+#include "support/Fixtures.h"
+
+namespace qv {
+namespace {
+
+namespace fs = std::filesystem;
+
+const char* const hdrRoad =
+    "zscale=t=linear:npl=100,format=gbrpf32le,zscale=p=bt709,tonemap=tonemap=hable,zscale=t=bt709:m=bt709:r=tv,"
+    "format=gbrp";
+// The same road without the tone curve: wide-gamut SDR into BT.709.
+const char* const gamutRoad =
+    "zscale=t=linear:npl=100,format=gbrpf32le,zscale=p=bt709,zscale=t=bt709:m=bt709:r=tv,format=gbrp";
+const char* const bt709Reading = "scale=in_color_matrix=bt709:in_range=tv";
+
+class HdrPicture : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (!test::haveFFmpeg()) GTEST_SKIP() << "ffmpeg missing";
+        set_ = test::generatedSet("hdr", 3);
+        ASSERT_FALSE(set_.empty());
+    }
+
+    // The file of the set that stands for a case of the truth ("phone-hlg").
+    fs::path clip(const std::string& name) const {
+        std::ifstream in(set_ / "truth.json");
+        auto truth = json::Json::parse(in, nullptr, false);
+        for (const auto& f : truth["files"])
+            if (f.value("case", "") == name) return set_ / f["path"].get<std::string>();
+        return {};
+    }
+
+    // Frame `k` of `file` as ffmpeg makes it through `filter`, display-turned, RGBA.
+    static media::RgbaFrame reference(const fs::path& file, int k, const std::string& filter, int width, int height) {
+        test::TempDir dir;
+        const fs::path raw = dir / "frame.rgba";
+        media::RgbaFrame f;
+        if (!test::ffmpeg({"-i", file.string(), "-vf", "select=eq(n\\," + std::to_string(k) + ")," + filter, "-vsync",
+                           "0", "-frames:v", "1", "-pix_fmt", "rgba", "-f", "rawvideo", raw.string()}))
+            return f;
+        std::ifstream in(raw, std::ios::binary);
+        f.pixels.assign(std::istreambuf_iterator<char>(in), {});
+        if (f.pixels.size() != static_cast<size_t>(width) * height * 4) return {};
+        f.width = width;
+        f.height = height;
+        return f;
+    }
+
+    // Each 2 × 2 block to one pixel: what a monitor at half size shows.
+    static media::RgbaFrame halve(const media::RgbaFrame& f) {
+        media::RgbaFrame h;
+        h.width = f.width / 2;
+        h.height = f.height / 2;
+        h.pixels.resize(static_cast<size_t>(h.width) * h.height * 4);
+        for (int y = 0; y < h.height; ++y)
+            for (int x = 0; x < h.width; ++x)
+                for (int c = 0; c < 4; ++c) {
+                    int sum = 0;
+                    for (int dy = 0; dy < 2; ++dy)
+                        for (int dx = 0; dx < 2; ++dx)
+                            sum += f.pixels[((static_cast<size_t>(2 * y + dy)) * f.width + 2 * x + dx) * 4 + c];
+                    h.pixels[(static_cast<size_t>(y) * h.width + x) * 4 + c] = static_cast<uint8_t>((sum + 2) / 4);
+                }
+        return h;
+    }
+
+    // Mean absolute difference of R, G and B, in 8-bit levels.
+    static double meanError(const media::RgbaFrame& a, const media::RgbaFrame& b) {
+        if (a.width != b.width || a.height != b.height || a.pixels.empty()) return 255;
+        double sum = 0;
+        for (size_t i = 0; i < a.pixels.size(); i += 4)
+            for (size_t c = 0; c < 3; ++c) sum += std::abs(int(a.pixels[i + c]) - int(b.pixels[i + c]));
+        return sum / (a.pixels.size() / 4 * 3);
+    }
+
+    // The smallest error against frames k - 1 to k + 1 of the reference: the
+    // test is about colours; which frame a time shows is measured elsewhere.
+    static double errorNear(const media::RgbaFrame& ours, const fs::path& file, int k, const std::string& filter,
+                            bool halved = false) {
+        double best = 255;
+        for (int n = std::max(0, k - 1); n <= k + 1; ++n) {
+            auto ref = reference(file, n, filter, halved ? ours.width * 2 : ours.width, halved ? ours.height * 2 : ours.height);
+            best = std::min(best, meanError(ours, halved ? halve(ref) : ref));
+        }
+        return best;
+    }
+
+    // Frame k of `file` as the player's tiles read it, at half size.
+    static media::RgbaFrame playerTile(const fs::path& file, int k) {
+        auto item = MediaScanner::probe(file);
+        if (!item) return {};
+        PlacedItem placed;
+        placed.item = *item;
+        SourceReader reader(SourceTimeline::composition({placed}, item->duration, true));
+        reader.setOutputSize(item->width / 2, item->height / 2);
+        auto picture = reader.pictureAt((k + 0.5) / item->frameRate);
+        return picture && *picture ? (*picture)->frame : media::RgbaFrame{};
+    }
+
+    fs::path set_;
+};
+
+TEST_F(HdrPicture, HlgPqAndWideGamutReachThePlayersTilesAsTheZscaleRoadMakesThem) {
+    struct Case {
+        const char* name;
+        media::ColourRoad road;
+        const char* reference;
+    };
+    for (const Case& c : {Case{"phone-hlg", media::ColourRoad::hdr, hdrRoad},
+                          Case{"hdr10-pq", media::ColourRoad::hdr, hdrRoad},
+                          Case{"bt2020-sdr", media::ColourRoad::wideGamut, gamutRoad}}) {
+        SCOPED_TRACE(c.name);
+        const fs::path file = clip(c.name);
+        auto item = MediaScanner::probe(file);
+        ASSERT_TRUE(item);
+        EXPECT_EQ(item->colour.bitDepth, 10);
+        EXPECT_EQ(media::colourRoad(item->colour), c.road);
+        auto tile = playerTile(file, 12);
+        ASSERT_EQ(tile.width, item->width / 2);  // the phone stands upright
+        EXPECT_LE(errorNear(tile, file, 12, c.reference, true), 2.0);
+        // Read as if it were BT.709, the same picture is far off: the
+        // measure above can tell a wrong road.
+        EXPECT_GT(errorNear(tile, file, 12, bt709Reading, true), 6.0);
+    }
+}
+
+TEST_F(HdrPicture, TheRenderAndTheProxyShowHlgAndPqAsTheZscaleRoadMakesThem) {
+    const std::map<std::string, int> cameras = {{"phone-hlg", 2}, {"hdr10-pq", 3}};
+    for (const auto& [name, camera] : cameras) {
+        SCOPED_TRACE(name);
+        const fs::path file = clip(name);
+        auto item = MediaScanner::probe(file);
+        ASSERT_TRUE(item);
+        const std::string relative = fs::relative(file, set_).string();
+
+        // The render, in ProRes so that its own loss stays far below the bound.
+        auto job = test::jobAt(set_, {{relative, 0}});
+        job.segments = test::plans({{0, camera}}, item->duration);
+        job.planEffects.resize(job.segments.size());
+        job.range = {0, 0.8};
+        test::ManualScheduler scheduler;
+        VideoExportSession exporter(scheduler);
+        test::TempDir out;
+        auto video = test::exportNow(exporter, scheduler, job, VideoCodec::prores, out / "out.mov");
+        ASSERT_TRUE(video.ok()) << video.error().message;
+        auto reader = media::VideoReader::open(*video);
+        ASSERT_TRUE(reader.ok());
+        const int k = static_cast<int>(0.5 * item->frameRate);
+        auto rendered = reader->frameAt(k / item->frameRate + 0.01);
+        ASSERT_TRUE(rendered.ok());
+        EXPECT_LE(errorNear((*rendered)->frame, file, k, hdrRoad), 2.0);
+        // The phone's picture stands upright, its frame code along the top.
+        const media::RgbaFrame& f = (*rendered)->frame;
+        auto code = setgen::framecode::read(f.pixels.data(), f.width, f.height, f.width * 4);
+        ASSERT_TRUE(code) << "the frame code survives the tone curve";
+        EXPECT_EQ(code->camera, camera + 1);
+        EXPECT_NEAR(code->frame, k, 1);
+
+        // The proxy is SDR BT.709; H.264 at its light quality loses a little more.
+        std::atomic<bool> cancel{false};
+        ASSERT_TRUE(media::writeProxy(file, out / "proxy.mp4", media::ProxyOptions{}, cancel).ok());
+        auto proxy = MediaScanner::probe(out / "proxy.mp4");
+        ASSERT_TRUE(proxy);
+        EXPECT_EQ(proxy->colour.transfer, media::h273::transferBt709);
+        auto proxyReader = media::VideoReader::open(out / "proxy.mp4");
+        auto shown = proxyReader->frameAt((k + 0.5) / item->frameRate);
+        ASSERT_TRUE(shown.ok());
+        EXPECT_LE(errorNear((*shown)->frame, file, k, hdrRoad), 3.0);
+    }
+}
+
+TEST_F(HdrPicture, UntaggedTenBitsAndAnUnknownTransferKeepThePlainBt709ReadingAndOnlyTheLatterIsLogged) {
+    for (const char* name : {"untagged-10bit", "unknown-transfer"}) {
+        SCOPED_TRACE(name);
+        const fs::path file = clip(name);
+        auto item = MediaScanner::probe(file);
+        ASSERT_TRUE(item);
+        EXPECT_EQ(item->colour.bitDepth, 10);
+        EXPECT_NE(media::colourRoad(item->colour), media::ColourRoad::hdr);
+        // Small pictures of 8 bits would be read as BT.601; 10 bits never are.
+        auto tile = playerTile(file, 5);
+        ASSERT_GT(tile.width, 0);
+        EXPECT_LE(errorNear(tile, file, 5, bt709Reading, true), 2.0);
+    }
+    auto line = MediaScanner::unknownColours(MediaScanner::scan(set_));
+    ASSERT_TRUE(line);
+    EXPECT_NE(line->find("Cam 6/clip 1.mp4"), std::string::npos) << *line;
+    EXPECT_EQ(line->find("Cam 5"), std::string::npos) << *line;
+    EXPECT_EQ(line->find("Cam 3"), std::string::npos) << *line;
+    EXPECT_EQ(line->find('\n'), std::string::npos);
+}
+
+}  // namespace
+}  // namespace qv

@@ -108,12 +108,14 @@ ProxyMaker::~ProxyMaker() { stopWorkers(); }
 void ProxyMaker::stopWorkers() {
     {
         std::lock_guard guard(lock_);
-        cancel_ = true;
+        stopping_ = true;
+        for (auto& w : workers_) w->abort = true;
     }
     wake_.notify_all();
-    for (auto& w : workers_) w.join();
+    for (auto& w : workers_) w->thread.join();
+    std::lock_guard guard(lock_);
     workers_.clear();
-    cancel_ = false;
+    stopping_ = false;
 }
 
 void ProxyMaker::count(Chunk before, Chunk after) {
@@ -176,44 +178,68 @@ void ProxyMaker::start(std::vector<ProxyFile> files) {
                          " ; les originaux sont lus.");
     }
     if (progress_.finished) return;
-    for (int w = 0; w < options_.workers; ++w) workers_.emplace_back([this, w] { work(w); });
+    for (int w = 0; w < options_.workers; ++w) {
+        workers_.push_back(std::make_unique<Worker>());
+        Worker& worker = *workers_.back();
+        worker.thread = std::thread([this, &worker, w] { work(worker, w); });
+    }
 }
 
 void ProxyMaker::setPlayhead(double time, bool playing) {
     {
         std::lock_guard guard(lock_);
         if (time == head_ && playing == playing_) return;
+        const bool jump = !playing || std::abs(time - head_) > ProxyCache::chunkSeconds;
         head_ = time;
         playing_ = playing;
+        bool missing = false;
+        for (const FileState& f : files_)
+            for (size_t k = 0; k < f.chunks.size() && !missing; ++k)
+                missing = f.chunks[k] == Chunk::pending && step(f, static_cast<int>(k)) == 0;
+        if (jump && missing) {
+            for (auto& w : workers_)
+                if (w->job && step(files_[static_cast<size_t>(w->job->file)], w->job->index) != 0) w->abort = true;
+        }
     }
     wake_.notify_all();
 }
 
-std::optional<ProxyMaker::Job> ProxyMaker::pick(int openFile, int next) const {
+int ProxyMaker::step(const FileState& f, int index, double* distance) const {
     const double L = ProxyCache::chunkSeconds;
-    // (step outward, not the open file's next chunk, distance, file, chunk)
-    using Rank = std::tuple<int, bool, double, int, int>;
+    const double a = f.file.at + index * L;
+    const double b = std::min(a + L, f.file.at + f.file.duration);
+    double d = 0;
+    if (a > head_) d = a - head_;
+    else if (b <= head_) d = (head_ - b) * 2;
+    if (distance) *distance = d;
+    return a <= head_ && head_ < b ? 0 : 1 + static_cast<int>(d / L);
+}
+
+std::optional<ProxyMaker::Job> ProxyMaker::pick(int openFile, int next) const {
+    // (step outward, distance, file, chunk)
+    using Rank = std::tuple<int, double, int, int>;
     std::optional<Rank> best;
     for (size_t fi = 0; fi < files_.size(); ++fi) {
         const FileState& f = files_[fi];
         for (size_t k = 0; k < f.chunks.size(); ++k) {
             if (f.chunks[k] != Chunk::pending) continue;
-            const double a = f.file.at + static_cast<double>(k) * L;
-            const double b = std::min(a + L, f.file.at + f.file.duration);
             double distance = 0;
-            if (a > head_) distance = a - head_;
-            else if (b <= head_) distance = (head_ - b) * 2;
-            const int step = a <= head_ && head_ < b ? 0 : 1 + static_cast<int>(distance / L);
-            Rank r{step, !(static_cast<int>(fi) == openFile && static_cast<int>(k) == next), distance,
-                   static_cast<int>(fi), static_cast<int>(k)};
+            const int s = step(f, static_cast<int>(k), &distance);
+            Rank r{s, distance, static_cast<int>(fi), static_cast<int>(k)};
             if (!best || r < *best) best = r;
         }
     }
     if (!best) return std::nullopt;
-    return Job{std::get<3>(*best), std::get<4>(*best)};
+    if (std::get<0>(*best) > 0 && openFile >= 0) {
+        const FileState& f = files_[static_cast<size_t>(openFile)];
+        if (next < static_cast<int>(f.chunks.size()) && f.chunks[static_cast<size_t>(next)] == Chunk::pending &&
+            step(f, next) <= std::get<0>(*best) + 2)
+            return Job{openFile, next};
+    }
+    return Job{std::get<2>(*best), std::get<3>(*best)};
 }
 
-void ProxyMaker::work(int worker) {
+void ProxyMaker::work(Worker& self, int worker) {
     // Proxies only make the preview lighter: they must never slow the rest.
     setpriority(PRIO_PROCESS, static_cast<id_t>(syscall(SYS_gettid)), 19);
     using Kind = media::ChunkOutcome::Kind;
@@ -223,12 +249,14 @@ void ProxyMaker::work(int worker) {
     for (;;) {
         std::optional<Job> job;
         wake_.wait(l, [&] {
-            if (cancel_ || progress_.finished) return true;
+            if (stopping_ || progress_.finished) return true;
             if (worker >= (playing_ ? options_.playingWorkers : options_.workers)) return false;
             job = pick(openFile, next);
             return job.has_value();
         });
-        if (cancel_ || !job) return;
+        if (stopping_ || !job) return;
+        self.job = job;
+        self.abort = false;
         FileState* f = &files_[static_cast<size_t>(job->file)];
         f->chunks[static_cast<size_t>(job->index)] = Chunk::working;
         const ProxyFile file = f->file;
@@ -254,7 +282,7 @@ void ProxyMaker::work(int worker) {
         const fs::path target = cache_.chunkPath(stem, job->index);
         fs::path part = target;
         part += ".part";
-        if (writer) outcome = writer(part, from, from + ProxyCache::chunkSeconds, cancel_);
+        if (writer) outcome = writer(part, from, from + ProxyCache::chunkSeconds, self.abort);
         std::error_code ec;
         // The original must still be the one the chunk is named after.
         if (outcome.made() && cache_.stem(file.path) != stem) {
@@ -284,11 +312,14 @@ void ProxyMaker::work(int worker) {
         }
 
         l.lock();
+        self.job.reset();
         f = &files_[static_cast<size_t>(job->file)];
         Chunk& c = f->chunks[static_cast<size_t>(job->index)];
         if (outcome.kind == Kind::cancelled) {
+            // Stopped, or wanted no more where the head now is: made later.
             c = Chunk::pending;
-            return;
+            if (stopping_) return;
+            continue;
         }
         const Chunk after = outcome.made() ? Chunk::made : Chunk::givenUp;
         count(Chunk::pending, after);

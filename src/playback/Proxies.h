@@ -63,9 +63,13 @@ struct ProxyFile {
 
 // Makes the missing chunks of a list of files on worker threads of the
 // lowest priority, always the chunk nearest the play head first: the chunks
-// under the head for every file, then outward, the way ahead counting half
-// the way behind (the user plays forward). Within one step outward a worker
-// goes on with the file it has open, which spares a seek. While nothing
+// under the head for every file, then outward in steps of a chunk's length,
+// the way ahead counting half the way behind (the user plays forward). Once
+// everything under the head is made, a worker goes on with the file it has
+// open while its next chunk is at most two steps further out than the
+// nearest one: that spares a seek and the decoding up to the chunk's start.
+// A jump of the head (a seek, not play moving on) abandons the chunks being
+// made elsewhere when some under the new head are missing. While nothing
 // plays every worker runs; while playing only one does, so the preview keeps
 // the processor. A chunk is written under a temporary name and renamed when
 // whole, so a half-made one is never read.
@@ -135,9 +139,16 @@ private:
         int file = -1;
         int index = -1;
     };
+    struct Worker {
+        std::thread thread;
+        std::atomic<bool> abort{false};  // its chunk is no longer wanted
+        std::optional<Job> job;          // guarded by lock_
+    };
 
     void stopWorkers();
-    void work(int worker);
+    void work(Worker& self, int worker);
+    // The step outward of chunk `index` of `f` from the head; lock held.
+    int step(const FileState& f, int index, double* distance = nullptr) const;
     // The next chunk for a worker that has chunk `open` of file `openFile`
     // just written; lock held.
     std::optional<Job> pick(int openFile, int next) const;
@@ -147,7 +158,7 @@ private:
     ProxyCache cache_;
     OpenWriter open_;
     Options options_;
-    std::atomic<bool> cancel_{false};
+    bool stopping_ = false;  // guarded by lock_
     mutable std::mutex lock_;
     std::condition_variable wake_;
     // Guarded by lock_:
@@ -155,7 +166,7 @@ private:
     double head_ = 0;
     bool playing_ = false;
     Progress progress_;
-    std::vector<std::thread> workers_;
+    std::vector<std::unique_ptr<Worker>> workers_;
 };
 
 }  // namespace qv

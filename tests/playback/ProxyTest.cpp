@@ -150,24 +150,39 @@ TEST(ProxyTest, ChunksShowTheOriginalsFrameAtEveryTimeAndTakeOverOnceMade) {
     }
 }
 
-// A chunk writer that writes a token file and records what it was asked.
+// A chunk writer that writes a token file and records what it was asked;
+// it holds each chunk while the gate is shut, and gives up when told.
 struct Recorder {
     std::mutex lock;
-    std::vector<std::pair<std::string, double>> calls;  // file name, from
-    std::condition_variable cv;
-    bool gate = true;  // open: chunks go through
+    std::vector<double> begun;                          // from, as asked
+    std::vector<std::pair<std::string, double>> calls;  // file name, from, as made
+    bool gate = true;
 
     ProxyMaker::OpenWriter open() {
         return [this](const fs::path& original) -> Result<ProxyMaker::ChunkWriter> {
             return ProxyMaker::ChunkWriter([this, name = original.filename().string()](
-                                               const fs::path& out, double from, double, const std::atomic<bool>&) {
+                                               const fs::path& out, double from, double, const std::atomic<bool>& cancel) {
                 std::unique_lock l(lock);
-                cv.wait(l, [&] { return gate; });
+                begun.push_back(from);
+                while (!gate && !cancel) {
+                    l.unlock();
+                    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                    l.lock();
+                }
+                if (cancel) return media::ChunkOutcome{Kind::cancelled, "interrompue"};
                 calls.emplace_back(name, from);
                 test::writeText(out, "x");
                 return media::ChunkOutcome{};
             });
         };
+    }
+    void release() {
+        std::lock_guard guard(lock);
+        gate = true;
+    }
+    size_t begunCount() {
+        std::lock_guard guard(lock);
+        return begun.size();
     }
 };
 
@@ -181,38 +196,41 @@ TEST(ProxyTest, ChunksAreMadeFromThePlayHeadOutward) {
     maker.setPlayhead(13, false);
     maker.start({{dir / "a.mp4", 0, 20}, {dir / "b.mp4", 10, 12}});
     EXPECT_FALSE(maker.readyAround(13));
-    {
-        std::lock_guard guard(recorder.lock);
-        recorder.gate = true;
-    }
-    recorder.cv.notify_all();
+    recorder.release();
     waitFinished(maker);
     using Call = std::pair<std::string, double>;
     // Under the head for each file; then outward, the way ahead counting
-    // half the way behind, a worker going on with its open file in a step.
-    const std::vector<Call> expected{{"a.mp4", 12}, {"b.mp4", 0}, {"b.mp4", 4}, {"a.mp4", 8},
-                                     {"a.mp4", 16}, {"b.mp4", 8}, {"a.mp4", 4}, {"a.mp4", 0}};
+    // half the way behind, the worker going on with its open file while
+    // that is at most two steps further out (b at 8 before a at 8).
+    const std::vector<Call> expected{{"a.mp4", 12}, {"b.mp4", 0}, {"b.mp4", 4}, {"b.mp4", 8},
+                                     {"a.mp4", 8},  {"a.mp4", 16}, {"a.mp4", 4}, {"a.mp4", 0}};
     EXPECT_EQ(recorder.calls, expected);
     EXPECT_TRUE(maker.readyAround(13));
     EXPECT_EQ(maker.progress().done, 8);
 
-    // A seek moves the making there: the chunk under the new head comes next.
+    // A seek abandons the chunk being made at the old head: the one under
+    // the new head comes first, the abandoned one later. Play moving on
+    // abandons nothing.
     Recorder second;
     second.gate = false;
     test::writeText(dir / "c.mp4", "c");
     ProxyMaker moved(ProxyCache(dir / "proxies"), second.open(), ProxyMaker::Options{1, 1, {}, {}});
     moved.start({{dir / "c.mp4", 0, 40}});
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));  // the worker waits on its first chunk
+    while (second.begunCount() == 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    moved.setPlayhead(2, true);
+    moved.setPlayhead(5, true);
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_EQ(second.begunCount(), 1u);
     moved.setPlayhead(30, false);
-    {
-        std::lock_guard guard(second.lock);
-        second.gate = true;
-    }
-    second.cv.notify_all();
+    while (second.begunCount() == 1) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    second.release();
     waitFinished(moved);
-    ASSERT_GE(second.calls.size(), 2u);
-    EXPECT_EQ(second.calls[0].second, 0);
-    EXPECT_EQ(second.calls[1].second, 28);
+    ASSERT_GE(second.begun.size(), 3u);
+    EXPECT_EQ(second.begun[0], 0);
+    EXPECT_EQ(second.begun[1], 28);
+    ASSERT_EQ(second.calls.size(), 10u);
+    EXPECT_EQ(second.calls[0].second, 28);
+    EXPECT_EQ(moved.progress().done, 10);
 }
 
 TEST(ProxyTest, ReusedWhileTheOriginalKeepsItsStateStaleOnesGo) {

@@ -27,6 +27,12 @@ inline double secondsSince(std::chrono::steady_clock::time_point t0) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
 }
 
+inline double processorSeconds() {
+    rusage u{};
+    getrusage(RUSAGE_SELF, &u);
+    return u.ru_utime.tv_sec + u.ru_stime.tv_sec + (u.ru_utime.tv_usec + u.ru_stime.tv_usec) / 1e6;
+}
+
 inline double loadNow() {
     double l[1] = {0};
     getloadavg(l, 1);
@@ -51,20 +57,30 @@ inline void printProxyFigures(const std::vector<qv::MediaSource>& sources, const
     qv::ProxyMaker maker(qv::ProxyCache(cache), qv::proxyEncoder(), {});
     // The user opens the set at its start, then seeks to 60 % of it.
     auto t0 = Clock::now();
+    const double cpu0 = processorSeconds();
     maker.setPlayhead(0, false);
     maker.start(files);
     std::this_thread::sleep_for(std::chrono::seconds(3));
     const double target = end * 0.6;
     auto s0 = Clock::now();
     maker.setPlayhead(target, false);
+    const double cpuSeek = processorSeconds();
     while (!maker.readyAround(target)) std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    std::printf("aperçu prêt autour de la tête de lecture en %.1f s\n", secondsSince(s0));
+    const double ready = secondsSince(s0);
+    std::printf("aperçu prêt autour de la tête de lecture en %.1f s\n", ready);
+    std::printf("  (processeur %.1f s depuis la recherche ; charge du système %.2f)\n", processorSeconds() - cpuSeek,
+                loadNow());
     while (!maker.progress().finished) std::this_thread::sleep_for(std::chrono::milliseconds(20));
     const double whole = secondsSince(t0);
-    std::printf("copies d'aperçu : %.2f × temps réel par caméra (%zu fichiers, %.0f s d'images en %.1f s, %d échecs) ;"
-                " charge du système %.2f\n",
-                footage / whole, files.size(), footage, whole, static_cast<int>(maker.progress().failed.size()),
-                loadNow());
+    const double cpu = processorSeconds() - cpu0;
+    const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
+    std::printf("copies d'aperçu : %.2f × temps réel par caméra\n", footage / whole);
+    // On a loaded machine the workers, at the lowest priority, get what is
+    // left: the processor time tells what free cores would give.
+    std::printf("  (%zu fichiers, %.0f s d'images en %.1f s, %d échecs ; processeur %.1f s, soit %.2f × sur %u cœurs"
+                " libres ; charge du système %.2f)\n",
+                files.size(), footage, whole, static_cast<int>(maker.progress().failed.size()), cpu,
+                footage / cpu * cores, cores, loadNow());
 
     // One camera's first 20 s, ours against ffmpeg with the same settings.
     const double stretch = std::min(20.0, files.front().duration);

@@ -192,11 +192,15 @@ void ProxyMaker::setPlayhead(double time, bool playing) {
         const bool jump = !playing || std::abs(time - head_) > ProxyCache::chunkSeconds;
         head_ = time;
         playing_ = playing;
+        // Play moving on is not a jump: while playing this runs at every picture.
         bool missing = false;
-        for (const FileState& f : files_)
-            for (size_t k = 0; k < f.chunks.size() && !missing; ++k)
-                missing = f.chunks[k] == Chunk::pending && step(f, static_cast<int>(k)) == 0;
-        if (jump && missing) {
+        for (size_t fi = 0; jump && fi < files_.size() && !missing; ++fi) {
+            const FileState& f = files_[fi];
+            if (time < f.file.at || time >= f.file.at + f.file.duration) continue;
+            const int k = std::min(ProxyCache::chunkAt(time - f.file.at), static_cast<int>(f.chunks.size()) - 1);
+            missing = f.chunks[static_cast<size_t>(k)] == Chunk::pending;
+        }
+        if (missing) {
             for (auto& w : workers_)
                 if (w->job && step(files_[static_cast<size_t>(w->job->file)], w->job->index) != 0) w->abort = true;
         }

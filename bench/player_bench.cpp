@@ -2,10 +2,8 @@
 // playing for a while from the originals, then from proxies, with frames
 // shown and dropped, seek latency (request to every angle showing the
 // target frame) and CPU use; beside it, in the same run, how fast the same
-// cameras decode alone (our reader and the ffmpeg executable), and how fast
-// one proxy is made against the ffmpeg executable making the same one.
-// The proxies played are cut to the played stretch to keep the run short
-// on a shared machine.
+// cameras decode alone (our reader and the ffmpeg executable), and how the
+// proxies are made (bench/ProxyFigures.h).
 // Usage: player_bench <set folder> [seconds of play, default 60]
 // (e.g. quorvel-setgen --preset multicam).
 #include <sys/resource.h>
@@ -25,7 +23,7 @@
 #include "platform/MediaReader.h"
 #include "platform/Process.h"
 #include "playback/MulticamPlayer.h"
-#include "platform/ProxyWriter.h"
+#include "ProxyFigures.h"
 #include "playback/Proxies.h"
 #include "playback/TimelineTracks.h"
 #include "sync/MediaScanner.h"
@@ -199,42 +197,10 @@ int main(int argc, char** argv) {
     print("originaux, aperçu au 1/4", original, seconds, cameras);
     std::printf("charge du système %.2f\n", load());
 
-    // Making a proxy, ours against the ffmpeg executable making the same
-    // one, each on one thread at normal priority, on the first camera.
+    // Proxies made by the program's own maker, then played.
     fs::path cache = fs::temp_directory_path() / "quorvel-player-bench-proxies";
-    fs::remove_all(cache);
-    fs::create_directories(cache);
+    proxybench::printProxyFigures(sources, result, cache);
     ProxyCache proxies(cache);
-    fs::path ffmpeg = process::findExecutable({"/usr/bin/ffmpeg", "/usr/local/bin/ffmpeg"});
-    double fileSeconds = result.placed.empty() ? 0 : cameraSeconds / cameras;
-    std::atomic<bool> cancel{false};
-    auto t0 = Clock::now();
-    Status made = media::writeProxy(cameraFiles.front(), cache / "ours.mp4", media::ProxyOptions{}, cancel);
-    double ours = since(t0);
-    t0 = Clock::now();
-    (void)process::run(ffmpeg, {"-nostdin", "-v", "error", "-y", "-threads", "1", "-i", cameraFiles.front().string(),
-                                "-an", "-vf", "scale=640:360", "-c:v", "libx264", "-preset", "veryfast", "-crf", "23",
-                                "-g", "12", "-bf", "0", "-threads", "1", "-pix_fmt", "yuv420p",
-                                (cache / "ffmpeg.mp4").string()});
-    double theirs = since(t0);
-    std::printf("une copie d'aperçu : %.2f × temps réel (%.1f s pour %.0f s), ffmpeg : %.2f × (%.1f s) ; rapport %.2f%s\n",
-                fileSeconds / ours, ours, fileSeconds, fileSeconds / theirs, theirs, ours / theirs,
-                made ? "" : " (échec)");
-
-    // Playing from proxies: every camera's proxy of the first `seconds` + 5 s,
-    // made by ffmpeg in the same format, under the cache's own names.
-    for (const auto& file : cameraFiles) {
-        auto target = proxies.pathFor(file);
-        if (!target) continue;
-        (void)process::run(ffmpeg, {"-nostdin", "-v", "error", "-y", "-i", file.string(), "-t", shortest(seconds + 5),
-                                    "-an", "-vf", "scale=640:360", "-c:v", "libx264", "-preset", "ultrafast", "-g",
-                                    "12", "-bf", "0", "-pix_fmt", "yuv420p", "-f", "mp4", target->string()});
-    }
-    std::vector<fs::path> made8;
-    for (const auto& file : cameraFiles)
-        if (auto p = proxies.find(file)) made8.push_back(*p);
-    std::printf("décodage seul des %zu copies d'aperçu : %.2f × temps réel\n", made8.size(),
-                decodeOnly(made8, decodeSeconds, 1));
     auto proxied = playFor(sources, result, &proxies, seconds, 1);
     print("copies d'aperçu 640 × 360", proxied, seconds, cameras);
     std::printf("charge du système %.2f\n", load());

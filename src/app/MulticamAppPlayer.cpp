@@ -2,6 +2,8 @@
 
 #include <atomic>
 
+#include "diagnostics/Log.h"
+#include "playback/ProxyEncoder.h"
 #include "playback/TimelineTracks.h"
 
 namespace qv {
@@ -15,9 +17,9 @@ struct MulticamAppPlayer::Wake {
 
 MulticamAppPlayer::MulticamAppPlayer(const std::vector<MediaSource>& sources, const SyncResult& result,
                                      MainThread& main, std::unique_ptr<AudioOutput> output, TimeSource now)
-    : wake_(std::make_shared<Wake>()) {
+    : wake_(std::make_shared<Wake>()), proxies_(std::make_unique<ProxyCache>()) {
     MulticamPlayer::Options options;
-    options.opener = timelineTracks();
+    options.opener = timelineTracks(proxies_.get());
     options.output = std::move(output);
     options.now = std::move(now);
     options.scheduler = &main;
@@ -35,9 +37,21 @@ MulticamAppPlayer::MulticamAppPlayer(const std::vector<MediaSource>& sources, co
     player_ = std::make_unique<MulticamPlayer>(sources, result, std::move(options));
     wake_->player = player_.get();
     player_->setOnChange([this] { changed(); });
+
+    // Proxy chunks for the heavy cameras, made where the user is; each one
+    // takes over from its original as soon as it is there.
+    auto files = ProxyMaker::candidates(sources, result);
+    if (!files.empty()) {
+        ProxyMaker::Options proxyOptions;
+        proxyOptions.log = [](const std::string& line) { Log::write(line); };
+        maker_ = std::make_unique<ProxyMaker>(*proxies_, proxyEncoder(), std::move(proxyOptions));
+        maker_->setPlayhead(player_->currentTime(), false);
+        maker_->start(std::move(files));
+    }
 }
 
 MulticamAppPlayer::~MulticamAppPlayer() {
+    maker_.reset();
     wake_->player = nullptr;
     player_->setOnChange({});
 }
@@ -61,6 +75,7 @@ void MulticamAppPlayer::changed() {
     // New pictures while paused must repaint without touching the model.
     if (frames_) frames_();
     const double t = player_->currentTime();
+    if (maker_) maker_->setPlayhead(t, player_->isPlaying());
     if (t == reported_) return;
     reported_ = t;
     if (observer_) observer_(t);

@@ -10,6 +10,7 @@
 #include "app/Ports.h"
 #include "playback/AudioOutput.h"
 #include "playback/MulticamPlayer.h"
+#include "playback/Proxies.h"
 
 namespace qv {
 
@@ -58,7 +59,9 @@ private:
     void changed();
 
     std::shared_ptr<Wake> wake_;
+    std::unique_ptr<ProxyCache> proxies_;  // read by the player's threads: outlives the player
     std::unique_ptr<MulticamPlayer> player_;
+    std::unique_ptr<ProxyMaker> maker_;
     std::function<void(double)> observer_;
     std::function<void()> frames_;
     double reported_ = -1;

@@ -3,6 +3,7 @@
 extern "C" {
 #include <libavutil/display.h>
 #include <libavutil/imgutils.h>
+#include <libavutil/opt.h>
 #include <libswscale/swscale.h>
 }
 
@@ -41,115 +42,257 @@ int encode(AVCodecContext* encoder, const AVFrame* frame, AVFormatContext* out, 
     }
 }
 
-Status write(const std::filesystem::path& in, const std::filesystem::path& out, const ProxyOptions& options,
-             const std::atomic<bool>& cancel) {
-    const std::string name = in.filename().string();
-    ff::FormatPtr input = ff::openInput(in.string());
-    if (!input) return Error{"Impossible de lire " + name};
-    int index = av_find_best_stream(input.get(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
-    if (index < 0 || (input->streams[index]->disposition & AV_DISPOSITION_ATTACHED_PIC))
-        return Error{name + " n'a pas d'image"};
-    AVStream* source = input->streams[index];
-    ff::CodecPtr decoder = ff::openDecoder(source, options.threads);
-    if (!decoder) return Error{"Impossible de décoder " + name};
+// Times within a microsecond of a chunk's edge belong to the later side,
+// as the readers round them.
+constexpr double edge = 1e-6;
 
-    const AVCodec* h264 = avcodec_find_encoder_by_name("libx264");
-    if (!h264) return Error{"Cet ordinateur ne sait pas écrire en H.264"};
+}  // namespace
+
+struct ProxyWriter::State {
+    std::filesystem::path file;
+    std::string name;
+    ProxyOptions options;
+    ff::FormatPtr input;
+    AVStream* source = nullptr;
+    ff::CodecPtr decoder;
+    std::unique_ptr<ff::StreamDecoder> frames;
+    const AVCodec* h264 = nullptr;
+    double origin = 0;
+    int width = 0, height = 0;
+    ff::SwsPtr scaler;
+    ff::HdrConverter hdr;
+    ff::FramePtr scaled;
+    ff::PacketPtr packet;
+
+    // Where decoding stands after the last chunk: the last picture it wrote
+    // and the first one past its end, so the next chunk goes on from there.
+    bool positioned = false;
+    double position = 0;
+    ff::FramePtr last;
+    ff::FramePtr ahead;
+    int64_t lastRaw = AV_NOPTS_VALUE;
+
+    int64_t rawStamp(const AVFrame* f) {
+        int64_t pts = f->best_effort_timestamp;
+        return pts == AV_NOPTS_VALUE ? (lastRaw == AV_NOPTS_VALUE ? 0 : lastRaw + 1) : pts;
+    }
+    double timeOf(int64_t raw) const { return static_cast<double>(raw) * av_q2d(source->time_base) - origin; }
+
+    // The next picture in order, and whether it is new from the decoder
+    // (not the one kept past the last chunk's end).
+    std::pair<ff::FramePtr, bool> pull() {
+        if (ahead) return {std::move(ahead), false};
+        return {frames->next(), true};
+    }
+
+    ChunkOutcome writeChunk(const std::filesystem::path& out, double from, double to, const std::atomic<bool>& cancel);
+
+    bool seekTo(double from) {
+        last.reset();
+        ahead.reset();
+        lastRaw = AV_NOPTS_VALUE;
+        int64_t begin = source->start_time != AV_NOPTS_VALUE ? source->start_time : 0;
+        int64_t target = from > 0 ? av_rescale_q(std::llround((from + origin) * AV_TIME_BASE), AV_TIME_BASE_Q,
+                                                 source->time_base)
+                                  : begin;
+        return frames->seek(std::max(target, begin));
+    }
+
+    // The picture as the proxy holds it. Pictures of other depths and
+    // colours come here the same way, scaled and converted in one pass.
+    bool toProxyPicture(const AVFrame* input) {
+        // HDR and wide gamut become BT.709 SDR first: the proxy is tagged BT.709.
+        const AVFrame* frame = input;
+        ff::FramePtr sdr;
+        if (const auto road = media::colourRoad(ff::colourTagsOf(input));
+            road == media::ColourRoad::hdr || road == media::ColourRoad::wideGamut)
+            if (auto converted = hdr.toYuv(input)) frame = (sdr = std::move(converted).value()).get();
+        scaler.reset(sws_getCachedContext(scaler.release(), frame->width, frame->height,
+                                          static_cast<AVPixelFormat>(frame->format), width, height,
+                                          AV_PIX_FMT_YUV420P, SWS_BILINEAR, nullptr, nullptr, nullptr));
+        if (!scaler || av_frame_make_writable(scaled.get()) < 0) return false;
+        sws_scale(scaler.get(), frame->data, frame->linesize, 0, frame->height, scaled->data, scaled->linesize);
+        return true;
+    }
+};
+
+ProxyWriter::ProxyWriter(std::unique_ptr<State> s) : s_(std::move(s)) {}
+ProxyWriter::~ProxyWriter() = default;
+ProxyWriter::ProxyWriter(ProxyWriter&&) noexcept = default;
+ProxyWriter& ProxyWriter::operator=(ProxyWriter&&) noexcept = default;
+
+Result<ProxyWriter> ProxyWriter::open(const std::filesystem::path& original, const ProxyOptions& options) {
+    auto s = std::make_unique<State>();
+    s->file = original;
+    s->name = original.filename().string();
+    s->options = options;
+    s->input = ff::openInput(original.string());
+    if (!s->input) return Error{"Impossible de lire " + s->name};
+    int index = av_find_best_stream(s->input.get(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+    if (index < 0 || !ff::isPictureStream(s->input->streams[index])) return Error{s->name + " n'a pas d'image"};
+    for (unsigned i = 0; i < s->input->nb_streams; ++i)
+        if (static_cast<int>(i) != index) s->input->streams[i]->discard = AVDISCARD_ALL;
+    s->source = s->input->streams[index];
+    s->decoder = ff::openDecoder(s->source, options.threads);
+    if (!s->decoder) return Error{"Impossible de décoder " + s->name};
+    s->decoder->skip_loop_filter = AVDISCARD_ALL;
+    s->frames = std::make_unique<ff::StreamDecoder>(s->input.get(), index, s->decoder.get());
+    s->origin = ff::timeZero(s->input.get(), 0);
+
+    s->h264 = avcodec_find_encoder_by_name("libx264");
+    if (!s->h264) return Error{"Cet ordinateur ne sait pas écrire en H.264"};
     // Never wider than the original: a proxy only ever makes decoding lighter.
-    const int width = std::max(2, std::min(options.width, decoder->width) / 2 * 2);
-    const int height = std::max(2, static_cast<int>(std::lround(double(width) * decoder->height /
-                                                                std::max(1, decoder->width) / 2)) * 2);
-    ff::CodecPtr encoder(avcodec_alloc_context3(h264));
-    if (!encoder) return Error{"Mémoire insuffisante"};
-    encoder->width = width;
-    encoder->height = height;
+    s->width = std::max(2, std::min(options.width, s->decoder->width) / 2 * 2);
+    s->height = std::max(2, static_cast<int>(std::lround(double(s->width) * s->decoder->height /
+                                                         std::max(1, s->decoder->width) / 2)) * 2);
+    s->scaled.reset(av_frame_alloc());
+    s->packet.reset(av_packet_alloc());
+    if (!s->scaled || !s->packet) return Error{"Mémoire insuffisante"};
+    s->scaled->format = AV_PIX_FMT_YUV420P;
+    s->scaled->width = s->width;
+    s->scaled->height = s->height;
+    if (av_frame_get_buffer(s->scaled.get(), 0) < 0) return Error{"Mémoire insuffisante"};
+    return ProxyWriter(std::move(s));
+}
+
+ChunkOutcome ProxyWriter::write(const std::filesystem::path& out, double from, double to,
+                                const std::atomic<bool>& cancel) {
+    ChunkOutcome outcome = s_->writeChunk(out, from, to, cancel);
+    if (!outcome.made()) {
+        std::error_code ec;
+        std::filesystem::remove(out, ec);
+    }
+    return outcome;
+}
+
+ChunkOutcome ProxyWriter::State::writeChunk(const std::filesystem::path& out, double from, double to,
+                                            const std::atomic<bool>& cancel) {
+    using Kind = ChunkOutcome::Kind;
+    State& s = *this;
+    const std::string outName = out.filename().string();
+    auto failed = [&](Kind kind, std::string message) {
+        s.positioned = false;
+        return ChunkOutcome{kind, std::move(message)};
+    };
+    auto writeError = [&](int r) { return failed(Kind::outputFailed, "Impossible d'écrire " + outName + " : " + ff::errorText(r)); };
+
+    const bool continuing = s.positioned && std::abs(from - s.position) < 1e-9;
+    if (!continuing && !s.seekTo(from)) return failed(Kind::inputFailed, "Impossible de lire " + s.name);
+
+    ff::CodecPtr encoder(avcodec_alloc_context3(s.h264));
+    if (!encoder) return failed(Kind::outputFailed, "Mémoire insuffisante");
+    encoder->width = s.width;
+    encoder->height = s.height;
     encoder->pix_fmt = AV_PIX_FMT_YUV420P;
-    encoder->time_base = source->time_base;
-    encoder->framerate = source->avg_frame_rate;
-    encoder->gop_size = options.gop;
+    encoder->time_base = s.source->time_base;
+    encoder->framerate = s.source->avg_frame_rate;
+    encoder->gop_size = s.options.gop;
     encoder->max_b_frames = 0;
-    encoder->thread_count = options.threads;
+    encoder->thread_count = s.options.threads;
     encoder->sample_aspect_ratio = AVRational{1, 1};
     encoder->colorspace = AVCOL_SPC_BT709;
     encoder->color_primaries = AVCOL_PRI_BT709;
     encoder->color_trc = AVCOL_TRC_BT709;
-    av_opt_set(encoder->priv_data, "preset", "veryfast", 0);
-    av_opt_set(encoder->priv_data, "crf", std::to_string(options.crf).c_str(), 0);
+    // The fastest settings, and a stream that eight monitors decode at once
+    // without effort.
+    av_opt_set(encoder->priv_data, "preset", "ultrafast", 0);
+    av_opt_set(encoder->priv_data, "tune", "fastdecode", 0);
+    av_opt_set(encoder->priv_data, "crf", std::to_string(s.options.crf).c_str(), 0);
 
     AVFormatContext* rawOut = nullptr;
     if (avformat_alloc_output_context2(&rawOut, nullptr, "mp4", out.c_str()) < 0 || !rawOut)
-        return Error{"Impossible d'écrire " + out.filename().string()};
+        return failed(Kind::outputFailed, "Impossible d'écrire " + outName);
     OutputPtr output(rawOut);
     if (output->oformat->flags & AVFMT_GLOBALHEADER) encoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-    if (int r = avcodec_open2(encoder.get(), h264, nullptr); r < 0)
-        return Error{"H.264 refuse la copie de " + name + " : " + ff::errorText(r)};
+    if (int r = avcodec_open2(encoder.get(), s.h264, nullptr); r < 0)
+        return failed(Kind::outputFailed, "H.264 refuse la copie de " + s.name + " : " + ff::errorText(r));
     AVStream* stream = avformat_new_stream(output.get(), nullptr);
     if (!stream || avcodec_parameters_from_context(stream->codecpar, encoder.get()) < 0)
-        return Error{"Impossible d'écrire " + out.filename().string()};
+        return failed(Kind::outputFailed, "Impossible d'écrire " + outName);
     stream->time_base = encoder->time_base;
-    stream->avg_frame_rate = source->avg_frame_rate;
+    stream->avg_frame_rate = s.source->avg_frame_rate;
     // The picture is shown turned as the original is.
     size_t matrixSize = 0;
-    if (const uint8_t* matrix = av_stream_get_side_data(source, AV_PKT_DATA_DISPLAYMATRIX, &matrixSize)) {
+    if (const uint8_t* matrix = av_stream_get_side_data(s.source, AV_PKT_DATA_DISPLAYMATRIX, &matrixSize)) {
         if (uint8_t* copy = av_stream_new_side_data(stream, AV_PKT_DATA_DISPLAYMATRIX, matrixSize))
             std::memcpy(copy, matrix, matrixSize);
     }
-    if (int r = avio_open(&output->pb, out.c_str(), AVIO_FLAG_WRITE); r < 0)
-        return Error{"Impossible d'écrire " + out.filename().string() + " : " + ff::errorText(r)};
-    if (int r = avformat_write_header(output.get(), nullptr); r < 0)
-        return Error{"Impossible d'écrire " + out.filename().string() + " : " + ff::errorText(r)};
+    if (int r = avio_open(&output->pb, out.c_str(), AVIO_FLAG_WRITE); r < 0) return writeError(r);
+    if (int r = avformat_write_header(output.get(), nullptr); r < 0) return writeError(r);
 
-    ff::SwsPtr scaler;
-    ff::HdrConverter hdr;
-    ff::FramePtr scaled(av_frame_alloc());
-    ff::PacketPtr packet(av_packet_alloc());
-    if (!scaled || !packet) return Error{"Mémoire insuffisante"};
-    scaled->format = AV_PIX_FMT_YUV420P;
-    scaled->width = width;
-    scaled->height = height;
-    if (av_frame_get_buffer(scaled.get(), 0) < 0) return Error{"Mémoire insuffisante"};
+    // Stamps of the chunk count from `from`: its first picture, the one the
+    // original shows at `from`, stands at 0 even when it began earlier.
+    const int64_t zero = av_rescale_q(std::llround((from + s.origin) * AV_TIME_BASE), AV_TIME_BASE_Q,
+                                      s.source->time_base);
+    int64_t lastOut = -1;
+    auto emit = [&](const AVFrame* frame, int64_t stamp) -> int {
+        if (stamp <= lastOut) return 0;  // a repeated stamp: the encoder needs order
+        if (!s.toProxyPicture(frame)) return AVERROR(EINVAL);
+        s.scaled->pts = stamp;
+        lastOut = stamp;
+        return encode(encoder.get(), s.scaled.get(), output.get(), stream, s.packet.get());
+    };
+    auto emitFailed = [&](int r) {
+        return r == AVERROR(EINVAL) ? failed(Kind::inputFailed, "Impossible de décoder " + s.name) : writeError(r);
+    };
 
-    ff::StreamDecoder frames(input.get(), index, decoder.get());
-    int64_t lastPts = AV_NOPTS_VALUE;
-    while (ff::FramePtr frame = frames.next()) {
-        if (cancel) return Error{"Copie de " + name + " interrompue"};
-        int64_t pts = frame->best_effort_timestamp;
-        if (pts == AV_NOPTS_VALUE) pts = lastPts == AV_NOPTS_VALUE ? 0 : lastPts + 1;
-        if (lastPts != AV_NOPTS_VALUE && pts <= lastPts) continue;  // a repeated stamp: the encoder needs order
-        lastPts = pts;
-        // HDR and wide gamut become BT.709 SDR first: the proxy is tagged BT.709.
-        const AVFrame* picture = frame.get();
-        ff::FramePtr sdr;
-        if (const auto road = media::colourRoad(ff::colourTagsOf(frame.get()));
-            road == media::ColourRoad::hdr || road == media::ColourRoad::wideGamut)
-            if (auto converted = hdr.toYuv(frame.get())) picture = (sdr = std::move(converted).value()).get();
-        scaler.reset(sws_getCachedContext(scaler.release(), picture->width, picture->height,
-                                          static_cast<AVPixelFormat>(picture->format), width, height,
-                                          AV_PIX_FMT_YUV420P, SWS_BILINEAR, nullptr, nullptr, nullptr));
-        if (!scaler || av_frame_make_writable(scaled.get()) < 0) return Error{"Impossible de décoder " + name};
-        sws_scale(scaler.get(), picture->data, picture->linesize, 0, picture->height, scaled->data, scaled->linesize);
-        scaled->pts = pts;
-        if (int r = encode(encoder.get(), scaled.get(), output.get(), stream, packet.get()); r < 0)
-            return Error{"Impossible d'écrire la copie de " + name + " : " + ff::errorText(r)};
+    ff::FramePtr held = continuing ? std::move(s.last) : nullptr;
+    bool started = false;
+    for (;;) {
+        auto [frame, fresh] = s.pull();
+        if (!frame) break;
+        if (cancel) return failed(Kind::cancelled, "Copie de " + s.name + " interrompue");
+        const int64_t raw = fresh ? s.rawStamp(frame.get()) : s.lastRaw;
+        if (fresh) {
+            if (s.lastRaw != AV_NOPTS_VALUE && raw <= s.lastRaw) continue;  // a repeated stamp
+            s.lastRaw = raw;
+        }
+        const double t = s.timeOf(raw);
+        if (!started) {
+            if (t <= from + edge) {
+                held = std::move(frame);
+                continue;
+            }
+            started = true;
+            // Without a picture before `from` (a seek that landed late), the
+            // first one found stands for the start.
+            if (!held) {
+                if (int r = emit(frame.get(), 0); r < 0) return emitFailed(r);
+                s.last = std::move(frame);
+                continue;
+            }
+            if (int r = emit(held.get(), 0); r < 0) return emitFailed(r);
+            s.last = std::move(held);
+        }
+        if (t >= to - edge) {
+            s.ahead = std::move(frame);
+            break;
+        }
+        if (int r = emit(frame.get(), raw - zero); r < 0) return emitFailed(r);
+        s.last = std::move(frame);
     }
-    if (lastPts == AV_NOPTS_VALUE) return Error{"Impossible de décoder " + name};
-    if (int r = encode(encoder.get(), nullptr, output.get(), stream, packet.get()); r < 0)
-        return Error{"Impossible d'écrire la copie de " + name + " : " + ff::errorText(r)};
-    if (int r = av_write_trailer(output.get()); r < 0)
-        return Error{"Impossible d'écrire la copie de " + name + " : " + ff::errorText(r)};
-    return Ok{};
+    if (cancel) return failed(Kind::cancelled, "Copie de " + s.name + " interrompue");
+    // The stream ended before passing `from`: its last picture holds the stretch.
+    if (!started && held) {
+        if (int r = emit(held.get(), 0); r < 0) return emitFailed(r);
+        s.last = std::move(held);
+    }
+    if (lastOut < 0) return failed(Kind::inputFailed, "Impossible de décoder " + s.name);
+    if (int r = encode(encoder.get(), nullptr, output.get(), stream, s.packet.get()); r < 0) return writeError(r);
+    if (int r = av_write_trailer(output.get()); r < 0) return writeError(r);
+    if (int r = avio_closep(&output->pb); r < 0) return writeError(r);
+    s.positioned = true;
+    s.position = to;
+    return {};
 }
-
-}  // namespace
 
 Status writeProxy(const std::filesystem::path& in, const std::filesystem::path& out, const ProxyOptions& options,
                   const std::atomic<bool>& cancel) {
-    Status status = write(in, out, options, cancel);
-    if (!status) {
-        std::error_code ec;
-        std::filesystem::remove(out, ec);
-    }
-    return status;
+    auto writer = ProxyWriter::open(in, options);
+    ChunkOutcome outcome = writer ? writer->write(out, 0, std::numeric_limits<double>::infinity(), cancel)
+                                  : ChunkOutcome{ChunkOutcome::Kind::inputFailed, writer.error().message};
+    if (outcome.made()) return Ok{};
+    return Error{outcome.message};
 }
 
 }  // namespace qv::media

@@ -1,13 +1,25 @@
-// Small copies of camera files for the preview: the first video stream
-// scaled to a fixed width (height by the picture's aspect, even), H.264 with
-// a short GOP so that any frame is reached quickly, in MP4. Each picture
-// keeps the time stamp of the original and the rotation it is shown with,
-// so a proxy shows the same frame at the same time as its original.
-// Any thread; nothing is shared.
+// Small copies of camera files for the preview, written in chunks: the
+// pictures a file shows over a stretch of its time line, scaled to a fixed
+// width (height by the picture's aspect, even), in H.264 MP4 made to be
+// cheap to write and to decode (short GOP, no B-frames, no CABAC nor
+// deblocking). A chunk's time 0 stands at the start of its stretch and its
+// first picture is the one the original shows there, so the chunk shows the
+// same frame as the original at every time of the stretch. The rotation the
+// original is shown with is kept.
+//
+// The original is decoded without its loop filter: a preview of a quarter
+// of the size cannot show the difference, and it is the dearest part of
+// decoding a heavy file.
+//
+// A writer belongs to one thread; different writers may run on different
+// threads.
 #pragma once
 
 #include <atomic>
 #include <filesystem>
+#include <limits>
+#include <memory>
+#include <string>
 
 #include "base/Result.h"
 
@@ -16,14 +28,43 @@ namespace qv::media {
 struct ProxyOptions {
     int width = 640;
     int gop = 12;      // frames between key frames
-    int crf = 23;
+    int crf = 26;
     int threads = 1;   // encoder and decoder threads each
 };
 
-// Writes the proxy of `in` to `out`, replacing it. Stops with an error when
-// `cancel` turns true. Fails with a French message naming the file when it
-// has no picture, cannot be read, or H.264 cannot be written here; a failed
-// or cancelled run leaves `out` removed.
+// How a chunk went. An input failure concerns the original (gone, damaged),
+// an output failure the folder the chunk is written to (full, unwritable).
+struct ChunkOutcome {
+    enum class Kind { made, inputFailed, outputFailed, cancelled };
+    Kind kind = Kind::made;
+    std::string message;  // French, naming the file; empty when made
+    bool made() const { return kind == Kind::made; }
+};
+
+class ProxyWriter {
+public:
+    ~ProxyWriter();
+    ProxyWriter(ProxyWriter&&) noexcept;
+    ProxyWriter& operator=(ProxyWriter&&) noexcept;
+
+    // Opens the original's first picture stream; fails with a French message
+    // naming it when it cannot be read or has no picture.
+    static Result<ProxyWriter> open(const std::filesystem::path& original, const ProxyOptions& options = {});
+
+    // Writes the pictures shown over [from, to) seconds of the original's
+    // time line to `out`, replacing it; `to` past the end takes the rest.
+    // A chunk that starts where the last one ended goes on decoding without
+    // a seek. Stops when `cancel` turns true. Anything but `made` leaves
+    // `out` removed.
+    ChunkOutcome write(const std::filesystem::path& out, double from, double to, const std::atomic<bool>& cancel);
+
+private:
+    struct State;
+    explicit ProxyWriter(std::unique_ptr<State> s);
+    std::unique_ptr<State> s_;
+};
+
+// The whole original as one proxy (one chunk from 0 to the end).
 Status writeProxy(const std::filesystem::path& in, const std::filesystem::path& out, const ProxyOptions& options,
                   const std::atomic<bool>& cancel);
 

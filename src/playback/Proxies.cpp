@@ -6,9 +6,12 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
+#include <tuple>
 
 #include "base/Text.h"
 #include "platform/Paths.h"
+#include "playback/SourceTimeline.h"
 
 namespace fs = std::filesystem;
 
@@ -30,99 +33,321 @@ std::string pathKey(const fs::path& file) {
 
 }  // namespace
 
+// ---------------------------------------------------------------- cache
+
 ProxyCache::ProxyCache(fs::path folder) : folder_(std::move(folder)) {}
 
 fs::path ProxyCache::defaultFolder() { return paths::cacheHome() / "quorvel" / "proxies"; }
 
-std::optional<fs::path> ProxyCache::pathFor(const fs::path& file) const {
+std::optional<std::string> ProxyCache::stem(const fs::path& file) const {
     std::error_code sizeError, timeError;
     auto size = fs::file_size(file, sizeError);
     auto modified = fs::last_write_time(file, timeError);
     if (sizeError || timeError) return std::nullopt;
-    std::string state = std::to_string(size) + " " + std::to_string(modified.time_since_epoch().count());
-    return folder_ / (pathKey(file) + "-" + hex(fnv1a(state)) + ".mp4");
+    std::string state = std::to_string(size) + " " + std::to_string(modified.time_since_epoch().count()) +
+                        " chunks " + std::to_string(static_cast<int>(chunkSeconds * 1000));
+    return pathKey(file) + "-" + hex(fnv1a(state));
 }
 
-std::optional<fs::path> ProxyCache::find(const fs::path& file) const {
-    auto proxy = pathFor(file);
+fs::path ProxyCache::chunkPath(const std::string& stem, int index) const {
+    return folder_ / (stem + "-" + std::to_string(index) + ".mp4");
+}
+
+std::optional<fs::path> ProxyCache::findChunk(const fs::path& file, int index) const {
+    auto s = stem(file);
+    if (!s) return std::nullopt;
+    fs::path chunk = chunkPath(*s, index);
     std::error_code ec;
-    if (!proxy || !fs::is_regular_file(*proxy, ec) || fs::file_size(*proxy, ec) == 0) return std::nullopt;
-    return proxy;
+    if (!fs::is_regular_file(chunk, ec) || fs::file_size(chunk, ec) == 0) return std::nullopt;
+    return chunk;
+}
+
+int ProxyCache::chunkCount(double duration) {
+    return std::max(1, static_cast<int>(std::ceil(duration / chunkSeconds - 1e-9)));
+}
+
+int ProxyCache::chunkAt(double fileTime) {
+    return std::max(0, static_cast<int>(std::floor((fileTime + 1e-6) / chunkSeconds)));
 }
 
 void ProxyCache::removeStale(const fs::path& file) const {
-    auto fresh = pathFor(file);
-    std::string prefix = pathKey(file) + "-";
+    auto fresh = stem(file);
+    const std::string prefix = pathKey(file) + "-";
     std::error_code ec;
     for (fs::directory_iterator it(folder_, ec), end; !ec && it != end; it.increment(ec)) {
         std::string name = it->path().filename().string();
-        if (name.rfind(prefix, 0) != 0 || (fresh && it->path() == *fresh)) continue;
+        if (name.rfind(prefix, 0) != 0 || (fresh && name.rfind(*fresh + "-", 0) == 0)) continue;
         std::error_code removeError;
         fs::remove(it->path(), removeError);
     }
 }
 
-std::vector<fs::path> ProxyMaker::candidates(const std::vector<MediaSource>& sources, int proxyWidth) {
-    std::vector<fs::path> files;
-    for (const auto& source : sources) {
-        if (source.kind != SourceKind::camera) continue;
-        for (const auto& item : source.items)
-            if (item.hasVideo && std::max(item.width, item.height) > proxyWidth) files.push_back(item.url);
+// ---------------------------------------------------------------- maker
+
+std::vector<ProxyFile> ProxyMaker::candidates(const std::vector<MediaSource>& sources, const SyncResult& result,
+                                              int proxyWidth) {
+    std::vector<ProxyFile> files;
+    for (size_t s = 0; s < sources.size(); ++s) {
+        if (sources[s].kind != SourceKind::camera) continue;
+        SourceTimeline line = SourceTimeline::of(result, static_cast<int>(s), 0, true);
+        for (const TimelinePiece& piece : line.pieces)
+            if (piece.video && std::max(piece.item.width, piece.item.height) > proxyWidth)
+                files.push_back({piece.item.url, piece.at, piece.duration});
     }
     return files;
 }
 
-ProxyMaker::ProxyMaker(ProxyCache cache, Encode encode, std::function<void()> wakeup)
-    : cache_(std::move(cache)), encode_(std::move(encode)), wakeup_(std::move(wakeup)) {}
-
-ProxyMaker::~ProxyMaker() { stopThread(); }
-
-void ProxyMaker::stopThread() {
-    cancel_ = true;
-    if (thread_.joinable()) thread_.join();
-    cancel_ = false;
+ProxyMaker::ProxyMaker(ProxyCache cache, OpenWriter open, Options options)
+    : cache_(std::move(cache)), open_(std::move(open)), options_(std::move(options)) {
+    options_.workers = std::max(1, options_.workers);
+    options_.playingWorkers = std::clamp(options_.playingWorkers, 0, options_.workers);
 }
 
-void ProxyMaker::start(std::vector<fs::path> files) {
-    stopThread();
+ProxyMaker::~ProxyMaker() { stopWorkers(); }
+
+void ProxyMaker::stopWorkers() {
     {
         std::lock_guard guard(lock_);
-        progress_ = Progress{0, static_cast<int>(files.size()), files.empty(), {}};
+        stopping_ = true;
+        for (auto& w : workers_) w->abort = true;
     }
-    if (files.empty()) return;
-    thread_ = std::thread([this, files = std::move(files)]() mutable { run(std::move(files)); });
+    wake_.notify_all();
+    for (auto& w : workers_) w->thread.join();
+    std::lock_guard guard(lock_);
+    workers_.clear();
+    stopping_ = false;
 }
 
-void ProxyMaker::run(std::vector<fs::path> files) {
-    // Proxies only make the preview lighter: they must never slow the rest.
-    setpriority(PRIO_PROCESS, static_cast<id_t>(syscall(SYS_gettid)), 19);
+void ProxyMaker::count(Chunk before, Chunk after) {
+    auto finished = [](Chunk c) { return c == Chunk::made || c == Chunk::givenUp; };
+    progress_.done += static_cast<int>(finished(after)) - static_cast<int>(finished(before));
+    progress_.finished = progress_.done == progress_.total;
+}
+
+void ProxyMaker::giveUp(FileState& f, const std::string& line) {
+    for (Chunk& c : f.chunks) {
+        if (c != Chunk::pending) continue;
+        count(c, Chunk::givenUp);
+        c = Chunk::givenUp;
+    }
+    if (f.failed) return;
+    f.failed = true;
+    progress_.failed.push_back(f.file.path);
+    if (options_.log && !line.empty()) options_.log(line);
+}
+
+void ProxyMaker::start(std::vector<ProxyFile> files) {
+    stopWorkers();
+    std::vector<FileState> states;
+    std::vector<std::string> lines;
     std::error_code ec;
-    fs::create_directories(cache_.folder(), ec);
-    for (const auto& file : files) {
-        if (cancel_) return;
-        bool ok = true;
-        if (!cache_.find(file)) {
-            cache_.removeStale(file);
-            auto target = cache_.pathFor(file);
-            ok = false;
-            if (target) {
-                fs::path part = *target;
-                part += ".part";
-                Status made = encode_(file, part, cancel_);
-                std::error_code renameError;
-                if (made && !cancel_) fs::rename(part, *target, renameError);
-                ok = made.ok() && !cancel_ && !renameError;
-                if (!ok) fs::remove(part, renameError);
+    const bool folderMade = fs::create_directories(cache_.folder(), ec) || fs::is_directory(cache_.folder(), ec);
+    for (ProxyFile& file : files) {
+        FileState f;
+        f.file = std::move(file);
+        f.chunks.assign(static_cast<size_t>(ProxyCache::chunkCount(f.file.duration)), Chunk::pending);
+        if (auto stem = cache_.stem(f.file.path)) {
+            f.stem = *stem;
+            cache_.removeStale(f.file.path);
+            for (size_t k = 0; k < f.chunks.size(); ++k) {
+                std::error_code statError;
+                fs::path chunk = cache_.chunkPath(f.stem, static_cast<int>(k));
+                if (fs::is_regular_file(chunk, statError) && fs::file_size(chunk, statError) > 0)
+                    f.chunks[k] = Chunk::made;
             }
         }
-        if (cancel_) return;
-        {
-            std::lock_guard guard(lock_);
-            ++progress_.done;
-            if (!ok) progress_.failed.push_back(file);
-            progress_.finished = progress_.done == progress_.total;
+        states.push_back(std::move(f));
+    }
+    std::unique_lock l(lock_);
+    files_ = std::move(states);
+    progress_ = Progress{};
+    for (const FileState& f : files_) {
+        progress_.total += static_cast<int>(f.chunks.size());
+        progress_.done += static_cast<int>(std::count(f.chunks.begin(), f.chunks.end(), Chunk::made));
+    }
+    progress_.finished = progress_.done == progress_.total;
+    for (FileState& f : files_) {
+        if (f.stem.empty())
+            giveUp(f, "Aperçu : " + f.file.path.filename().string() + " est introuvable ; sa copie n'est pas faite.");
+    }
+    if (!folderMade && !progress_.finished) {
+        progress_.folderFailed = true;
+        for (FileState& f : files_) giveUp(f, {});
+        if (options_.log)
+            options_.log("Aperçu : impossible de créer le dossier " + cache_.folder().string() +
+                         " ; les originaux sont lus.");
+    }
+    if (progress_.finished) return;
+    for (int w = 0; w < options_.workers; ++w) {
+        workers_.push_back(std::make_unique<Worker>());
+        Worker& worker = *workers_.back();
+        worker.thread = std::thread([this, &worker, w] { work(worker, w); });
+    }
+}
+
+void ProxyMaker::setPlayhead(double time, bool playing) {
+    {
+        std::lock_guard guard(lock_);
+        if (time == head_ && playing == playing_) return;
+        const bool jump = !playing || std::abs(time - head_) > ProxyCache::chunkSeconds;
+        head_ = time;
+        playing_ = playing;
+        // Play moving on is not a jump: while playing this runs at every picture.
+        bool missing = false;
+        for (size_t fi = 0; jump && fi < files_.size() && !missing; ++fi) {
+            const FileState& f = files_[fi];
+            if (time < f.file.at || time >= f.file.at + f.file.duration) continue;
+            const int k = std::min(ProxyCache::chunkAt(time - f.file.at), static_cast<int>(f.chunks.size()) - 1);
+            missing = f.chunks[static_cast<size_t>(k)] == Chunk::pending;
         }
-        if (wakeup_) wakeup_();
+        if (missing) {
+            for (auto& w : workers_)
+                if (w->job && step(files_[static_cast<size_t>(w->job->file)], w->job->index) != 0) w->abort = true;
+        }
+    }
+    wake_.notify_all();
+}
+
+int ProxyMaker::step(const FileState& f, int index, double* distance) const {
+    const double L = ProxyCache::chunkSeconds;
+    const double a = f.file.at + index * L;
+    const double b = std::min(a + L, f.file.at + f.file.duration);
+    double d = 0;
+    if (a > head_) d = a - head_;
+    else if (b <= head_) d = (head_ - b) * 2;
+    if (distance) *distance = d;
+    return a <= head_ && head_ < b ? 0 : 1 + static_cast<int>(d / L);
+}
+
+std::optional<ProxyMaker::Job> ProxyMaker::pick(int openFile, int next) const {
+    // (step outward, distance, file, chunk)
+    using Rank = std::tuple<int, double, int, int>;
+    std::optional<Rank> best;
+    for (size_t fi = 0; fi < files_.size(); ++fi) {
+        const FileState& f = files_[fi];
+        for (size_t k = 0; k < f.chunks.size(); ++k) {
+            if (f.chunks[k] != Chunk::pending) continue;
+            double distance = 0;
+            const int s = step(f, static_cast<int>(k), &distance);
+            Rank r{s, distance, static_cast<int>(fi), static_cast<int>(k)};
+            if (!best || r < *best) best = r;
+        }
+    }
+    if (!best) return std::nullopt;
+    if (std::get<0>(*best) > 0 && openFile >= 0) {
+        const FileState& f = files_[static_cast<size_t>(openFile)];
+        if (next < static_cast<int>(f.chunks.size()) && f.chunks[static_cast<size_t>(next)] == Chunk::pending &&
+            step(f, next) <= std::get<0>(*best) + 2)
+            return Job{openFile, next};
+    }
+    return Job{std::get<2>(*best), std::get<3>(*best)};
+}
+
+void ProxyMaker::work(Worker& self, int worker) {
+    // Proxies only make the preview lighter: they must never slow the rest.
+    setpriority(PRIO_PROCESS, static_cast<id_t>(syscall(SYS_gettid)), 19);
+    using Kind = media::ChunkOutcome::Kind;
+    int openFile = -1, next = -1;
+    ChunkWriter writer;
+    std::unique_lock l(lock_);
+    for (;;) {
+        std::optional<Job> job;
+        wake_.wait(l, [&] {
+            if (stopping_ || progress_.finished) return true;
+            if (worker >= (playing_ ? options_.playingWorkers : options_.workers)) return false;
+            job = pick(openFile, next);
+            return job.has_value();
+        });
+        if (stopping_ || !job) return;
+        self.job = job;
+        self.abort = false;
+        FileState* f = &files_[static_cast<size_t>(job->file)];
+        f->chunks[static_cast<size_t>(job->index)] = Chunk::working;
+        const ProxyFile file = f->file;
+        const std::string stem = f->stem;
+        l.unlock();
+
+        const std::string name = file.path.filename().string();
+        std::string failure;  // a line for the log when the file is given up
+        bool folderFailed = false;
+        media::ChunkOutcome outcome{Kind::inputFailed, {}};
+        if (openFile != job->file) {
+            writer = {};
+            openFile = -1;
+            auto opened = open_(file.path);
+            if (opened) {
+                writer = std::move(opened).value();
+                openFile = job->file;
+            } else {
+                outcome.message = opened.error().message;
+            }
+        }
+        const double from = job->index * ProxyCache::chunkSeconds;
+        const fs::path target = cache_.chunkPath(stem, job->index);
+        fs::path part = target;
+        part += ".part";
+        if (writer) outcome = writer(part, from, from + ProxyCache::chunkSeconds, self.abort);
+        std::error_code ec;
+        // The original must still be the one the chunk is named after.
+        if (outcome.made() && cache_.stem(file.path) != stem) {
+            outcome = {Kind::inputFailed, name + " a changé ou disparu pendant sa copie"};
+            fs::remove(part, ec);
+        }
+        if (outcome.made()) {
+            fs::rename(part, target, ec);
+            if (ec) {
+                outcome = {Kind::outputFailed, "Impossible d'écrire " + target.filename().string() + " : " + ec.message()};
+                fs::remove(part, ec);
+            }
+        }
+        switch (outcome.kind) {
+            case Kind::made: next = job->index + 1; break;
+            case Kind::cancelled: break;
+            case Kind::inputFailed:
+                failure = "Aperçu : copie de " + name + " abandonnée (" + outcome.message + ") ; l'original est lu.";
+                writer = {};
+                openFile = -1;
+                break;
+            case Kind::outputFailed:
+                folderFailed = true;
+                failure = "Aperçu : impossible d'écrire dans " + cache_.folder().string() + " (" + outcome.message +
+                          ") ; les originaux sont lus.";
+                break;
+        }
+
+        l.lock();
+        self.job.reset();
+        f = &files_[static_cast<size_t>(job->file)];
+        Chunk& c = f->chunks[static_cast<size_t>(job->index)];
+        if (outcome.kind == Kind::cancelled) {
+            // Stopped, or wanted no more where the head now is: made later.
+            c = Chunk::pending;
+            if (stopping_) return;
+            continue;
+        }
+        const Chunk after = outcome.made() ? Chunk::made : Chunk::givenUp;
+        count(Chunk::pending, after);
+        c = after;
+        if (folderFailed) {
+            // Said once, whichever worker meets the folder's refusal first.
+            if (!progress_.folderFailed && options_.log) options_.log(failure);
+            progress_.folderFailed = true;
+            for (FileState& other : files_) {
+                for (Chunk& o : other.chunks) {
+                    if (o != Chunk::pending) continue;
+                    count(o, Chunk::givenUp);
+                    o = Chunk::givenUp;
+                }
+            }
+        } else if (!failure.empty()) {
+            giveUp(*f, failure);
+        }
+        if (progress_.finished) wake_.notify_all();
+        if (options_.wakeup) {
+            l.unlock();
+            options_.wakeup();
+            l.lock();
+        }
     }
 }
 
@@ -133,8 +358,19 @@ ProxyMaker::Progress ProxyMaker::progress() const {
 
 std::string ProxyMaker::status() const {
     std::lock_guard guard(lock_);
-    if (progress_.finished) return {};
-    return "Préparation de l'aperçu : " + std::to_string(progress_.done) + "/" + std::to_string(progress_.total);
+    if (progress_.finished || progress_.total == 0) return {};
+    return "Préparation de l'aperçu : " + std::to_string(progress_.done * 100 / progress_.total) + " %";
+}
+
+bool ProxyMaker::readyAround(double time) const {
+    std::lock_guard guard(lock_);
+    for (const FileState& f : files_) {
+        if (time < f.file.at || time >= f.file.at + f.file.duration) continue;
+        const int k = std::min(ProxyCache::chunkAt(time - f.file.at), static_cast<int>(f.chunks.size()) - 1);
+        const Chunk c = f.chunks[static_cast<size_t>(k)];
+        if (c != Chunk::made && c != Chunk::givenUp) return false;
+    }
+    return true;
 }
 
 }  // namespace qv

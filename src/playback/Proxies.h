@@ -1,15 +1,18 @@
-// Proxies: small copies of the camera files (640 × 360 H.264 with a short
-// GOP) that the preview decodes instead of 1080p or 4K originals. They live
-// in $XDG_CACHE_HOME/quorvel/proxies under a key of the original's path,
-// size and date, so they are reused across runs, and a changed original
-// makes its old proxy stale and removed. Deleting the folder loses nothing:
-// the finished video and the XML always use the originals.
+// Proxies: small copies of the camera files (640 pixels wide, light H.264)
+// that the preview decodes instead of heavy originals. They are made in
+// chunks of a few seconds, starting where the user is and spreading out, so
+// the preview gets lighter where it is looked at first. Chunks live in
+// $XDG_CACHE_HOME/quorvel/proxies under a key of the original's path, size
+// and date, so they are reused across runs, and a changed original makes
+// its old chunks stale and removed. Deleting the folder loses nothing: the
+// finished video and the XML always use the originals.
 #pragma once
 
 #include <atomic>
 #include <condition_variable>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -17,71 +20,153 @@
 #include <vector>
 
 #include "base/Result.h"
+#include "platform/ProxyWriter.h"
 #include "sync/Media.h"
+#include "sync/SyncResult.h"
 
 namespace qv {
 
 class ProxyCache {
 public:
+    // Length of a chunk on the original's time line; part of the key, so a
+    // change of length never mixes chunks of two cuttings.
+    static constexpr double chunkSeconds = 4;
+
     explicit ProxyCache(std::filesystem::path folder = defaultFolder());
     static std::filesystem::path defaultFolder();
     const std::filesystem::path& folder() const { return folder_; }
 
-    // Where the proxy of `file` as it is now belongs; nothing when the file
-    // cannot be queried.
-    std::optional<std::filesystem::path> pathFor(const std::filesystem::path& file) const;
-    // The proxy of `file` when it has been made from the file as it is now.
-    std::optional<std::filesystem::path> find(const std::filesystem::path& file) const;
-    // Removes the proxies of `file` made from an earlier state of it.
+    // The name the chunks of `file` as it is now share; nothing when the
+    // file cannot be queried (gone, unreadable).
+    std::optional<std::string> stem(const std::filesystem::path& file) const;
+    std::filesystem::path chunkPath(const std::string& stem, int index) const;
+    // Chunk `index` of `file` when it has been made from the file as it is now.
+    std::optional<std::filesystem::path> findChunk(const std::filesystem::path& file, int index) const;
+    // Chunks covering a file of `duration` seconds (at least one).
+    static int chunkCount(double duration);
+    // The chunk holding `fileTime` (a time a microsecond short of an edge
+    // belongs to the later chunk, as the readers round).
+    static int chunkAt(double fileTime);
+    // Removes the chunks of `file` made from an earlier state of it.
     void removeStale(const std::filesystem::path& file) const;
 
 private:
     std::filesystem::path folder_;
 };
 
-// Makes the missing proxies of a list of files, one after the other, on a
-// thread of the lowest priority. `encode` writes a proxy of `in` to `out`
-// and may stop early when `cancel` turns true. A proxy is written under a
-// temporary name and renamed when whole, so a half-made one is never used.
-// The owner's thread calls everything; the thread only calls `wakeup`.
+// A camera file worth a proxy, where it stands on the set's time line.
+struct ProxyFile {
+    std::filesystem::path path;
+    double at = 0;
+    double duration = 0;
+};
+
+// Makes the missing chunks of a list of files on worker threads of the
+// lowest priority, always the chunk nearest the play head first: the chunks
+// under the head for every file, then outward in steps of a chunk's length,
+// the way ahead counting half the way behind (the user plays forward). Once
+// everything under the head is made, a worker goes on with the file it has
+// open while its next chunk is at most two steps further out than the
+// nearest one: that spares a seek and the decoding up to the chunk's start.
+// A jump of the head (a seek, not play moving on) abandons the chunks being
+// made elsewhere when some under the new head are missing. While nothing
+// plays every worker runs; while playing only one does, so the preview keeps
+// the processor. A chunk is written under a temporary name and renamed when
+// whole, so a half-made one is never read.
+//
+// Failures never stop the preview, they only leave originals playing: a file
+// that cannot be read (gone, changed, damaged) is given up with one line in
+// the log; a folder that cannot be written (full, forbidden) stops the
+// making for good, with one line in the log.
+//
+// The owner's thread calls everything; workers only call `wakeup` and `log`.
 class ProxyMaker {
 public:
-    // The camera files worth a proxy: those with a picture wider than one.
-    static std::vector<std::filesystem::path> candidates(const std::vector<MediaSource>& sources, int proxyWidth = 640);
+    // Writes chunks of one original in turn: the pictures of [from, to) of
+    // its time line to `out`. Made once per file a worker takes up.
+    using ChunkWriter = std::function<media::ChunkOutcome(const std::filesystem::path& out, double from, double to,
+                                                          const std::atomic<bool>& cancel)>;
+    using OpenWriter = std::function<Result<ChunkWriter>(const std::filesystem::path& original)>;
 
-    using Encode = std::function<Status(const std::filesystem::path& in, const std::filesystem::path& out,
-                                        const std::atomic<bool>& cancel)>;
-
-    struct Progress {
-        int done = 0;   // files handled, made or failed
-        int total = 0;
-        bool finished = true;
-        std::vector<std::filesystem::path> failed;  // these play from their originals
+    struct Options {
+        int workers = 2;         // while nothing plays
+        int playingWorkers = 1;  // while playing
+        std::function<void()> wakeup;                  // after each chunk, from a worker
+        std::function<void(const std::string&)> log;   // one French line per failure
     };
 
-    ProxyMaker(ProxyCache cache, Encode encode, std::function<void()> wakeup = {});
+    struct Progress {
+        int done = 0;   // chunks made or given up
+        int total = 0;
+        bool finished = true;
+        std::vector<std::filesystem::path> failed;  // files given up: these play from their originals
+        bool folderFailed = false;                  // nothing more can be written
+    };
+
+    // The camera files of `result` wider than `proxyWidth`, in the order of
+    // their sources, each at its place on the time line.
+    static std::vector<ProxyFile> candidates(const std::vector<MediaSource>& sources, const SyncResult& result,
+                                             int proxyWidth = media::ProxyOptions{}.width);
+
+    ProxyMaker(ProxyCache cache, OpenWriter open, Options options);
     ~ProxyMaker();
     ProxyMaker(const ProxyMaker&) = delete;
     ProxyMaker& operator=(const ProxyMaker&) = delete;
 
-    // Replaces any earlier list; files whose proxy is already there count as done.
-    void start(std::vector<std::filesystem::path> files);
+    // Replaces any earlier list. Chunks already in the cache count as done;
+    // stale ones of these files are removed.
+    void start(std::vector<ProxyFile> files);
+    // Where the user is on the set's time line, and whether it plays.
+    void setPlayhead(double time, bool playing);
+
     Progress progress() const;
-    // "Préparation de l'aperçu : {n}/{total}" while working, else empty.
+    // "Préparation de l'aperçu : {n} %" while working, else empty.
     std::string status() const;
+    // Whether every file with a picture at `time` has its chunk there made
+    // (or given up, so that its original plays).
+    bool readyAround(double time) const;
     const ProxyCache& cache() const { return cache_; }
 
 private:
-    void stopThread();
-    void run(std::vector<std::filesystem::path> files);
+    enum class Chunk : uint8_t { pending, working, made, givenUp };
+    struct FileState {
+        ProxyFile file;
+        std::string stem;
+        std::vector<Chunk> chunks;
+        bool failed = false;
+    };
+    struct Job {
+        int file = -1;
+        int index = -1;
+    };
+    struct Worker {
+        std::thread thread;
+        std::atomic<bool> abort{false};  // its chunk is no longer wanted
+        std::optional<Job> job;          // guarded by lock_
+    };
+
+    void stopWorkers();
+    void work(Worker& self, int worker);
+    // The step outward of chunk `index` of `f` from the head; lock held.
+    int step(const FileState& f, int index, double* distance = nullptr) const;
+    // The next chunk for a worker that has chunk `open` of file `openFile`
+    // just written; lock held.
+    std::optional<Job> pick(int openFile, int next) const;
+    void giveUp(FileState& f, const std::string& line);  // lock held
+    void count(Chunk before, Chunk after);               // lock held
 
     ProxyCache cache_;
-    Encode encode_;
-    std::function<void()> wakeup_;
-    std::atomic<bool> cancel_{false};
+    OpenWriter open_;
+    Options options_;
+    bool stopping_ = false;  // guarded by lock_
     mutable std::mutex lock_;
-    Progress progress_;  // guarded by lock_
-    std::thread thread_;
+    std::condition_variable wake_;
+    // Guarded by lock_:
+    std::vector<FileState> files_;
+    double head_ = 0;
+    bool playing_ = false;
+    Progress progress_;
+    std::vector<std::unique_ptr<Worker>> workers_;
 };
 
 }  // namespace qv

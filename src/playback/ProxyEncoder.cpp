@@ -1,12 +1,19 @@
 #include "playback/ProxyEncoder.h"
 
-#include "platform/ProxyWriter.h"
+#include <memory>
 
 namespace qv {
 
-ProxyMaker::Encode proxyEncoder() {
-    return [](const std::filesystem::path& in, const std::filesystem::path& out, const std::atomic<bool>& cancel) {
-        return media::writeProxy(in, out, media::ProxyOptions{}, cancel);
+ProxyMaker::OpenWriter proxyEncoder(media::ProxyOptions options) {
+    return [options](const std::filesystem::path& original) -> Result<ProxyMaker::ChunkWriter> {
+        auto opened = media::ProxyWriter::open(original, options);
+        if (!opened) return opened.error();
+        // Shared so that the function stays copyable; one worker uses it.
+        auto writer = std::make_shared<media::ProxyWriter>(std::move(opened).value());
+        return ProxyMaker::ChunkWriter([writer](const std::filesystem::path& out, double from, double to,
+                                                const std::atomic<bool>& cancel) {
+            return writer->write(out, from, to, cancel);
+        });
     };
 }
 

@@ -1,10 +1,11 @@
-// The proxy maker's encoder: 640 pixels wide H.264 with a 12-frame GOP.
+// The proxy maker's chunk writer: light H.264 chunks of the original,
+// 640 pixels wide, one encoder and decoder thread per worker.
 #pragma once
 
 #include "playback/Proxies.h"
 
 namespace qv {
 
-ProxyMaker::Encode proxyEncoder();
+ProxyMaker::OpenWriter proxyEncoder(media::ProxyOptions options = {});
 
 }  // namespace qv

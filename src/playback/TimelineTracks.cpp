@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "playback/ProxyPictures.h"
 #include "playback/SourceTimeline.h"
 
 namespace qv {
@@ -11,7 +12,7 @@ namespace {
 
 class TimelineVideo : public VideoTrackReader {
 public:
-    explicit TimelineVideo(SourceTimeline line) : reader_(std::move(line)) {}
+    TimelineVideo(SourceTimeline line, const ProxyCache* proxies) : reader_(std::move(line), proxies) {}
 
     void seek(double time) override { next_ = time; }
     void setOutputSize(int width, int height) override { reader_.setOutputSize(width, height); }
@@ -29,20 +30,17 @@ public:
                 next_ = later->at;
                 continue;
             }
-            auto picture = reader_.pictureAt(next_);
-            if (!picture || !*picture) {
+            // From the proxy chunk under next_ when one is made, else the original.
+            auto shown = reader_.pictureAt(next_);
+            if (!shown || !shown->picture) {
                 // The file went away or holds nothing readable: a hole in this angle.
                 next_ = piece->end();
                 continue;
             }
-            const media::VideoPicture& p = **picture;
-            // File time back to the line: a drifting file's shift holds
-            // over one stretch, and its picture ends with it.
-            const double offset = piece->at - piece->shiftAt(next_);
-            const TimeRange steady = piece->steadyAround(next_);
+            const media::VideoPicture& p = *shown->picture;
             PreviewFrame frame;
-            frame.start = std::max(offset + p.start, steady.start);
-            frame.end = std::min(offset + p.end, steady.end);
+            frame.start = shown->start;
+            frame.end = shown->end;
             if (frame.end <= next_) frame.end = std::min(next_ + 1e-3, piece->end());
             // Just past the end, so rounding never hands back the same picture.
             next_ = frame.end + 1e-6;
@@ -54,7 +52,7 @@ public:
     }
 
 private:
-    SourceReader reader_;
+    ProxyPictures reader_;
     double next_ = 0;
 };
 
@@ -84,12 +82,7 @@ TrackOpener timelineTracks(const ProxyCache* proxies) {
     opener.video = [proxies](const std::vector<PlacedItem>& files, double total) -> std::unique_ptr<VideoTrackReader> {
         SourceTimeline line = SourceTimeline::composition(files, total, true);
         if (!line.hasPicture()) return nullptr;
-        if (proxies) {
-            for (auto& piece : line.pieces) {
-                if (auto proxy = proxies->find(piece.item.url)) piece.item.url = *proxy;
-            }
-        }
-        return std::make_unique<TimelineVideo>(std::move(line));
+        return std::make_unique<TimelineVideo>(std::move(line), proxies);
     };
     opener.sound = [](const std::vector<PlacedItem>& files, double total, int rate,
                       int channels) -> std::unique_ptr<SoundTrackReader> {

@@ -1,0 +1,52 @@
+// The pictures of one source's line as the preview shows them: at each
+// time, from the proxy chunk that covers it when that chunk is made, else
+// from the original. A chunk that appears while the source plays is taken
+// from the next picture on; where none is made the original plays on.
+// Either way the frame shown at a time is the same.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "playback/Proxies.h"
+#include "playback/SourceTimeline.h"
+
+namespace qv {
+
+class ProxyPictures {
+public:
+    // `cache` may be null (originals only); when given it must outlive this.
+    ProxyPictures(SourceTimeline line, const ProxyCache* cache);
+
+    struct Shown {
+        std::shared_ptr<const media::VideoPicture> picture;  // null where the line has no picture
+        double start = 0;  // set time from which it is shown
+        double end = 0;    // set time at which the next picture takes over
+        bool fromProxy = false;
+    };
+
+    // The picture shown at set time t. Fails with a French message when the
+    // original under t cannot be read any more.
+    Result<Shown> pictureAt(double t);
+    // Pictures from now on at this display size of the original; 0 × 0 keeps
+    // each file's own. A proxy is never scaled up to it.
+    void setOutputSize(int width, int height);
+    const SourceTimeline& line() const { return original_.line(); }
+    // A drifting file read in step over each window, from its chunks too.
+    void keepInStep(const std::vector<TimeRange>& windows) { original_.keepInStep(windows); }
+
+private:
+    std::optional<Shown> fromChunk(const TimelinePiece& piece, double t);
+
+    SourceReader original_;
+    const ProxyCache* cache_;
+    std::map<const TimelinePiece*, std::optional<std::string>> stems_;
+    std::map<std::string, bool> unusable_;  // chunks that exist but would not read
+    std::optional<media::VideoReader> chunk_;
+    std::string chunkName_;
+    int outWidth_ = 0, outHeight_ = 0;
+};
+
+}  // namespace qv

@@ -808,8 +808,13 @@ bool AppModel::cropCanMove(int camera, bool vertical) const {
 }
 
 std::string AppModel::outputSizeLabel() const {
-    // A social format has its own size; landscape keeps the first camera's.
-    PixelSize size = fixedSize(format_).value_or(cameraSize(0));
+    // The size the finished video will have, by the render's own rule.
+    VideoJob job;
+    job.sources = sources_;
+    if (result_) job.result = *result_;
+    job.cameraSources = cameraSources();
+    job.format = format_;
+    const PixelSize size = VideoRender::outputSize(job);
     return std::to_string(std::llround(size.width)) + " × " + std::to_string(std::llround(size.height));
 }
 

@@ -301,7 +301,6 @@ private:
 
     bool tryPlace(int u, bool strict) {
         std::vector<int> anchors = anchorsOf(u);
-        tried_.insert(u);
         if (progress_)
             progress_(0.5 + static_cast<double>(placedCount_) / static_cast<double>(e_.size()) * 0.5,
                       "Calage de " + e_[u].item.fileName());
@@ -460,7 +459,6 @@ private:
     std::vector<std::optional<double>> measured_;
     std::set<int> ambiguous_;
     std::set<int> clear_;  // placed by clear sound: their dates teach the clock
-    std::set<int> tried_;
     int reference_ = 0;
     std::map<std::pair<int, int>, std::vector<Match>> matches_;
     int placedCount_ = 0;

@@ -71,9 +71,10 @@ public:
         setMinimumWidth(260);
         setCursor(Qt::PointingHandCursor);
         setToolTip(QStringLiteral("Clic : ouvrir le projet"));
-        missing_ = !folderExists(project_.folder);
         setAttribute(Qt::WA_Hover);
     }
+    // Asked at each drawing: a disk plugged in or pulled out shows at once.
+    bool missing() const { return !folderExists(project_.folder); }
 
 protected:
     void paintEvent(QPaintEvent*) override {
@@ -81,12 +82,13 @@ protected:
         p.setRenderHint(QPainter::Antialiasing);
         const QRectF r = QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5);
         const bool hover = underMouse();
+        const bool lost = missing();
         p.setPen(QPen(hover ? Theme::gray4() : Theme::line(), 1));
         p.setBrush(hover ? QColor(0x1a, 0x1a, 0x18) : Theme::paperSoft());
         p.drawRoundedRect(r, 8, 8);
         // A strip of the accent on the left edge marks the card.
         p.setPen(Qt::NoPen);
-        p.setBrush(missing_ ? Theme::warning() : hover ? Theme::accent() : Theme::lineStrong());
+        p.setBrush(lost ? Theme::warning() : hover ? Theme::accent() : Theme::lineStrong());
         p.drawRoundedRect(QRectF(r.left(), r.top() + 14, 3, 30), 1.5, 1.5);
 
         const double left = 20, width = r.width() - 40 - 24;
@@ -102,7 +104,7 @@ protected:
                    fmPath.elidedText(q(project_.folder), Qt::ElideMiddle, int(r.width() - 40)));
         Theme::drawSymbol(p, QRectF(r.right() - 34, 12, 24, 24), "ellipsis", 18, hover ? Theme::gray1() : Theme::gray4());
 
-        if (missing_) {
+        if (lost) {
             Theme::drawSymbol(p, QRectF(left - 2, 66, 18, 30), "exclamationmark.triangle.fill", 15, Theme::warning());
             p.setFont(Theme::text(11, Theme::Weight::medium));
             p.setPen(Theme::warning());
@@ -132,7 +134,6 @@ private:
     ProjectFile project_;
     std::function<void()> open_;
     std::function<void(QPoint)> menu_;
-    bool missing_ = false;
 };
 
 // A dashed zone that invites a folder.
@@ -211,7 +212,7 @@ public:
 
     void refresh() {
         const EditModel& e = model_.edit();
-        const bool whole = !e.inPoint() && !e.outPoint();
+        const bool whole = e.rangeIsWholeSet();
         const TimeRange r = e.exportRange();
         range_->setLabel(whole ? QStringLiteral("Plage exportée · set entier")
                                : QStringLiteral("Plage exportée · %1 → %2")
@@ -289,7 +290,24 @@ HomeView::HomeView(AppModel& model, ModelObject& object, QWidget* parent) : QWid
     connect(&object, &ModelObject::changed, this, [this] {
         if (isVisible()) refresh();
     });
+    // A disk comes and goes without telling: the cards look again now and then.
+    auto* look = new QTimer(this);
+    look->setInterval(2000);
+    connect(look, &QTimer::timeout, this, [this] {
+        if (!isVisible()) return;
+        for (QWidget* w : findChildren<QWidget*>())
+            if (dynamic_cast<ProjectCard*>(w)) w->update();
+    });
+    look->start();
     refresh();
+}
+
+int HomeView::missingDisks() const {
+    int n = 0;
+    // The cards are plain widgets, without a meta-object of their own.
+    for (const QWidget* w : findChildren<QWidget*>())
+        if (auto* card = dynamic_cast<const ProjectCard*>(w); card && card->missing()) ++n;
+    return n;
 }
 
 void HomeView::showEvent(QShowEvent* event) {
@@ -317,9 +335,7 @@ void HomeView::refresh() {
     clearLayout(grid_);
     columns_ = columns;
     int i = 0;
-    missing_ = 0;
     for (const ProjectFile& p : projects) {
-        if (!folderExists(p.folder)) ++missing_;
         auto* card = new ProjectCard(
             p, [this, p] { model_.openProject(p, false); }, [this, p](QPoint at) { cardMenu(p, at); }, this);
         grid_->addWidget(card, i / columns_, i % columns_);
@@ -459,6 +475,12 @@ StartView::StartView(AppModel& model, ModelObject& object, QWidget* parent) : QW
     refresh();
 }
 
+void StartView::showEvent(QShowEvent* event) {
+    QWidget::showEvent(event);
+    // Changes while hidden were not followed: the project now standing may be another.
+    refresh();
+}
+
 void StartView::refresh() {
     title_->setText(model_.projectName().empty() ? QString() : q(model_.projectName()));
     const bool done[] = {model_.folder().has_value(), false, false};
@@ -578,6 +600,15 @@ ContentView::ContentView(AppModel& model, ModelObject& object, QWidget* parent)
                                   .arg(Theme::accent().name()));
     dropFrame_->hide();
 
+    toast_ = new QLabel(this);
+    toast_->setFont(Theme::text(12, Theme::Weight::medium));
+    toast_->setStyleSheet(QStringLiteral("QLabel { color: %1; background: %2; border: 1px solid %3; border-radius: 6px;"
+                                         " padding: 8px 14px; }")
+                              .arg(Theme::ink().name(), QColor(0x1c, 0x1b, 0x19).name(), Theme::lineStrong().name()));
+    toast_->setWordWrap(true);
+    toast_->setAttribute(Qt::WA_TransparentForMouseEvents);
+    toast_->hide();
+
     connect(&object_, &ModelObject::changed, this, &ContentView::refresh);
     connect(&object_, &ModelObject::framesChanged, this, [this] {
         if (workspace_) workspace_->monitors()->update();
@@ -602,6 +633,8 @@ void ContentView::refresh() {
     if (!workspace_ && model_.player()) {
         workspace_ = new Workspace(*screenModel_, stack_);
         workspace_->setSidePanel(new SidePanel(model_, object_));
+        // The toast stands on the program monitor, wherever the timeline's height puts it.
+        workspace_->monitors()->installEventFilter(this);
         workspacePlayer_ = model_.player();
         stack_->addWidget(workspace_);
     }
@@ -614,6 +647,7 @@ void ContentView::refresh() {
         if (screen_ == Screen::workspace) workspace_->setFocus();
     }
 
+    showToast();
     exportStrip_->setVisible(screen_ == Screen::workspace);
     if (screen_ == Screen::workspace) static_cast<ExportStrip*>(exportStrip_)->refresh();
     progress_->setVisible(model_.isWorking());
@@ -642,6 +676,44 @@ void ContentView::refresh() {
             alertOpen_ = false;
         });
     }
+}
+
+void ContentView::showToast() {
+    const auto& text = model_.toast();
+    if (!text) {
+        toast_->hide();
+        return;
+    }
+    toast_->setText(q(*text));
+    placeToast();
+    toast_->show();
+    toast_->raise();
+}
+
+// Over the foot of the program monitor, where the eye already is, and never
+// over the tiles' captions; on the other screens low in the middle.
+void ContentView::placeToast() {
+    QRect zone;
+    if (screen_ == Screen::workspace && workspace_) {
+        const MonitorsView* monitors = workspace_->monitors();
+        const QRect program = monitors->programRect().toAlignedRect();
+        zone = QRect(monitors->mapTo(this, program.topLeft()), program.size());
+    } else {
+        zone = stack_->geometry();
+    }
+    // One line when it fits, wrapped inside the zone when it does not.
+    toast_->setWordWrap(false);
+    const int line = toast_->sizeHint().width();
+    toast_->setWordWrap(true);
+    const int w = std::min(line, std::max(200, zone.width() - 24));
+    toast_->resize(w, toast_->heightForWidth(w));
+    toast_->move(zone.center().x() - toast_->width() / 2, zone.bottom() - toast_->height() - 18);
+}
+
+bool ContentView::eventFilter(QObject* watched, QEvent* event) {
+    if (workspace_ && watched == workspace_->monitors() && event->type() == QEvent::Resize && toast_->isVisible())
+        placeToast();
+    return QWidget::eventFilter(watched, event);
 }
 
 void ContentView::toggleUnsynced() {
@@ -767,6 +839,7 @@ void ContentView::resizeEvent(QResizeEvent*) {
         unsyncedPanel_->setGeometry(width() - s.width() - 12, height() - footer_->height() - s.height() - 8, s.width(), s.height());
     }
     if (dropFrame_->isVisible()) dropFrame_->setGeometry(rect().adjusted(6, 6, -6, -6));
+    if (toast_->isVisible()) placeToast();
 }
 
 }  // namespace qv::ui

@@ -404,6 +404,7 @@ void AppModel::scanned(std::vector<MediaSource> sources, std::optional<ProjectFi
     if (stored) {
         install(std::move(*stored), sources_);
         if (project) apply(*project);
+        applyTutoScene();
     } else if (!project) {
         if (!sources_.empty() && thenSync) synchronize();
     } else if (!sources_.empty()) {
@@ -411,7 +412,6 @@ void AppModel::scanned(std::vector<MediaSource> sources, std::optional<ProjectFi
         setStatus("Les rushes ont changé depuis la dernière fois : nouvelle synchro…");
         synchronize();
     }
-    applyTutoScene();
 }
 
 void AppModel::resetSync() {
@@ -467,6 +467,8 @@ void AppModel::synchronize() {
                 pendingProject_.reset();
                 apply(project);
             }
+            // The guided first steps wait for the first player.
+            applyTutoScene();
             save();
         });
     });
@@ -930,6 +932,7 @@ void AppModel::applyDemoArguments() {
             break;
         }
     if (hasArgument("--demo-vertical")) format_ = OutputFormat::portrait;
+    tutoPending_ = hasArgument("--tuto");
     demoPending_ = hasArgument("--demo") || hasArgument("--demo-vertical") || hasArgument("--demo-auto") ||
                    hasArgument("--demo-looks");
 }
@@ -973,7 +976,8 @@ void AppModel::applyDemoScene() {
 }
 
 void AppModel::applyTutoScene() {
-    if (!hasArgument("--tuto") || !result_ || !player_) return;
+    if (!tutoPending_ || !result_ || !player_) return;
+    tutoPending_ = false;
     // The guided first steps: a short range to cut, the automatic panel open.
     const double end = std::min(60.0, duration());
     edit_.setRange(0, end);

@@ -59,12 +59,14 @@ Cut cutAt(double t, int camera) {
 
 // One model in a throw-away home, its Qt adapter and the real window.
 struct Rig {
+    explicit Rig(std::vector<std::string> arguments = {}) : arguments(std::move(arguments)) {}
+    std::vector<std::string> arguments;  // the command line, for --tuto and --demo
     TempHome home;
     VirtualMainThread main;
     NoDialogs dialogs;
     NoViewer viewer;
     AppSettings settings{home.root() / "config" / "settings.json"};
-    AppModel model{AppModel::Services{main, dialogs, viewer, settings, ClockPlayer::factory(), nullptr, {}}};
+    AppModel model{AppModel::Services{main, dialogs, viewer, settings, ClockPlayer::factory(), nullptr, arguments}};
     ModelObject object{model};
     MainWindow window{model, object};
 
@@ -309,6 +311,23 @@ private slots:
         MonitorsView* monitors = rig.workspace().monitors();
         const QRect program = monitors->programRect().toAlignedRect().translated(monitors->mapTo(&rig.content(), QPoint()));
         QVERIFY(program.contains(toast->geometry()));
+    }
+
+    // Toasts raised while the first player is installed, after a first
+    // synchronisation: the guided first steps and the automatic demo.
+    void toastsOfTheFirstPlayerShow() {
+        const std::pair<const char*, QString> cases[] = {{"--tuto", QStringLiteral("Tutoriel : ")},
+                                                         {"--demo-auto", QStringLiteral("Mode auto : ")}};
+        for (const auto& [flag, start] : cases) {
+            Rig rig({"quorvel", flag});
+            rig.window.resize(1300, 800);
+            rig.window.show();
+            QVERIFY(QTest::qWaitForWindowExposed(&rig.window));
+            QVERIFY2(rig.openSet("test", 3), flag);
+            QLabel* toast = rig.content().toast();
+            QTRY_VERIFY2(toast->isVisible() && toast->text().startsWith(start), qPrintable(toast->text()));
+            if (QString(flag) == "--tuto") QCOMPARE(rig.model.rightPanel(), RightPanel::automatic);
+        }
     }
 
     // The start screen shows the project that now stands, not the one before.

@@ -422,6 +422,7 @@ void AppModel::scanned(std::vector<MediaSource> sources, std::optional<ProjectFi
     if (stored) {
         install(std::move(*stored), sources_);
         if (project) apply(*project);
+        applyTutoScene();
     } else if (!project) {
         if (!sources_.empty() && thenSync) synchronize();
     } else if (!sources_.empty()) {
@@ -429,7 +430,6 @@ void AppModel::scanned(std::vector<MediaSource> sources, std::optional<ProjectFi
         setStatus("Les rushes ont changé depuis la dernière fois : nouvelle synchro…");
         synchronize();
     }
-    applyTutoScene();
 }
 
 void AppModel::resetSync() {
@@ -486,6 +486,8 @@ void AppModel::synchronize() {
                 pendingProject_.reset();
                 apply(project);
             }
+            // The guided first steps wait for the first player.
+            applyTutoScene();
             save();
         });
     });
@@ -866,8 +868,13 @@ bool AppModel::cropCanMove(int camera, bool vertical) const {
 }
 
 std::string AppModel::outputSizeLabel() const {
-    // A social format has its own size; landscape keeps the first camera's.
-    PixelSize size = fixedSize(format_).value_or(cameraSize(0));
+    // The size the finished video will have, by the render's own rule.
+    VideoJob job;
+    job.sources = sources_;
+    if (result_) job.result = *result_;
+    job.cameraSources = cameraSources();
+    job.format = format_;
+    const PixelSize size = VideoRender::outputSize(job);
     return std::to_string(std::llround(size.width)) + " × " + std::to_string(std::llround(size.height));
 }
 
@@ -983,6 +990,7 @@ void AppModel::applyDemoArguments() {
             break;
         }
     if (hasArgument("--demo-vertical")) format_ = OutputFormat::portrait;
+    tutoPending_ = hasArgument("--tuto");
     demoPending_ = hasArgument("--demo") || hasArgument("--demo-vertical") || hasArgument("--demo-auto") ||
                    hasArgument("--demo-looks");
 }
@@ -1026,7 +1034,8 @@ void AppModel::applyDemoScene() {
 }
 
 void AppModel::applyTutoScene() {
-    if (!hasArgument("--tuto") || !result_ || !player_) return;
+    if (!tutoPending_ || !result_ || !player_) return;
+    tutoPending_ = false;
     // The guided first steps: a short range to cut, the automatic panel open.
     const double end = std::min(60.0, duration());
     edit_.setRange(0, end);

@@ -309,6 +309,7 @@ private:
     Scheduler::TimerId autosaveTimer_ = 0;
     Scheduler::TimerId looksTimer_ = 0;
     bool demoPending_ = false;
+    bool tutoPending_ = false;  // --tuto, applied once the first player stands
 };
 
 }  // namespace qv

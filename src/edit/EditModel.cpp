@@ -435,6 +435,11 @@ TimeRange EditModel::exportRange() const {
     return {0, d};  // crossed marks, as a hand-edited project may hold
 }
 
+bool EditModel::rangeIsWholeSet() const {
+    const TimeRange r = exportRange();
+    return r.start <= 1e-3 && r.end >= duration() - 1e-3;
+}
+
 void EditModel::markIn() {
     if (!player_) return;
     inPoint_ = player_->currentTime();

@@ -126,6 +126,9 @@ public:
     void focusDrop(const Drop& drop);
     void setRange(double start, double end);
     TimeRange exportRange() const;
+    // Whether the export range runs from the set's start to its end, marks
+    // or not (crossed marks, or marks on the ends, give the whole set too).
+    bool rangeIsWholeSet() const;
     void markIn();
     void markOut();
     // Snaps a dragged mark to the nearest landmark within 10 points on screen.

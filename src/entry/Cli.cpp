@@ -77,24 +77,29 @@ void printListing(const std::vector<MediaSource>& sources, std::ostream& out) {
     }
 }
 
+// Standard output keeps the report's fixed lines, for the scripts that read
+// them; what comes beside (a clock's drift, why a file stayed aside) goes to
+// standard error, one line each.
 void printSyncReport(const std::vector<MediaSource>& sources, const SyncResult& result, double seconds,
-                     std::ostream& out) {
+                     std::ostream& out, std::ostream& err) {
     out << cformat("Synchro en %.1f s", seconds) << "\n";
     for (const auto& p : result.placed) {
+        const std::string source = terminalSafe(sources[static_cast<size_t>(p.sourceIndex)].name);
         std::string reliability = p.score ? cformat("%.1f", static_cast<double>(*p.score)) : "réf";
         if (p.ambiguous) reliability += " AMBIGU";
-        out << "  " << padRight(terminalSafe(sources[static_cast<size_t>(p.sourceIndex)].name), 8) << " "
-            << padRight(terminalSafe(p.item.fileName()), 22) << " " << cformat("début %9.3f s", p.start)
-            << "  fiabilité " << reliability << "  (calé sur " << terminalSafe(p.anchorName.value_or("-")) << ")";
+        out << "  " << padRight(source, 8) << " " << padRight(terminalSafe(p.item.fileName()), 22) << " "
+            << cformat("début %9.3f s", p.start) << "  fiabilité " << reliability << "  (calé sur "
+            << terminalSafe(p.anchorName.value_or("-")) << ")\n";
         // A clock that runs visibly off is worth telling; 20 ppm is 72 ms an hour.
-        if (p.drift && std::fabs(*p.drift) > 20) out << " · dérive " << cformat("%+ld", std::lround(*p.drift)) << " ppm";
-        out << "\n";
+        if (p.drift && std::fabs(*p.drift) > 20)
+            err << source << " / " << terminalSafe(p.item.fileName()) << " : dérive "
+                << cformat("%+ld", std::lround(*p.drift)) << " ppm\n";
     }
     for (const auto& u : result.unsynced) {
-        out << "  NON CALÉ : " << terminalSafe(sources[static_cast<size_t>(u.sourceIndex)].name) << " / "
-            << terminalSafe(u.item.fileName());
-        if (!u.reason.empty()) out << " (" << u.reason << ")";
-        out << "\n";
+        const std::string source = terminalSafe(sources[static_cast<size_t>(u.sourceIndex)].name);
+        out << "  NON CALÉ : " << source << " / " << terminalSafe(u.item.fileName()) << "\n";
+        if (!u.reason.empty())
+            err << source << " / " << terminalSafe(u.item.fileName()) << " non calé : " << u.reason << "\n";
     }
 }
 
@@ -478,7 +483,7 @@ int run(const std::vector<std::string>& arguments, std::ostream& out, std::ostre
     SyncResult result = FolderSync::run(sources, [&](double f, const std::string& text) { bar.show(f, text); });
     double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
     bar.finish();
-    printSyncReport(sources, result, elapsed, out);
+    printSyncReport(sources, result, elapsed, out, err);
 
     if (options.flags.count("--auto")) printAutoStatistics(sources, result, out);
     if (options.flags.count("--drops")) printDrops(sources, result, out);

@@ -564,8 +564,17 @@ Timeline synchroTimeline(const std::vector<MediaSource>& sources, const SyncResu
         for (const auto& lane : lanes(clipsOf(s, [](const MediaItem& i) { return i.audioChannels >= 1; }), rate))
             for (Track& t : soundTracks(lane)) audio.push_back(std::move(t));
 
-    double duration = 0;
-    for (const PlacedItem& p : result.placed) duration = std::max(duration, p.start + p.item.duration);
+    // The sequence ends where its last clip does: clips stop on their file's
+    // last whole frame, which may be a frame before the rounded end of the set.
+    const double fps = rate.fps();
+    int64_t last = 0;
+    for (const auto* tracks : {&video, &audio})
+        for (const Track& t : *tracks)
+            for (const ExportClip& c : t.clips) {
+                const ClipFrames f = clipFrames(c, fps);
+                if (f.end > f.start) last = std::max(last, f.end);  // a clip of no whole frame is left out
+            }
+    const double duration = static_cast<double>(last) / fps;
 
     return {rate, std::move(video), std::move(audio), duration, levels};
 }

@@ -321,7 +321,6 @@ private:
     }
 
     bool tryPlace(int u, bool strict) {
-        tried_.insert(u);
         reason_[u].clear();
         if (progress_)
             progress_(0.5 + static_cast<double>(placedCount_) / static_cast<double>(e_.size()) * 0.5,
@@ -649,7 +648,6 @@ private:
     double runnerUp_ = 0;
     std::optional<Proposal> proposal_;
     std::set<int> clear_;  // placed by clear sound: their dates teach the clock
-    std::set<int> tried_;
     int reference_ = 0;
     std::map<std::pair<int, int>, std::vector<Match>> matches_;
     int placedCount_ = 0;

@@ -42,6 +42,17 @@ std::optional<std::string> valueAfter(const std::vector<std::string>& args, cons
     return std::nullopt;
 }
 
+}  // namespace
+
+std::optional<std::filesystem::path> folderToOpen(const std::vector<std::string>& arguments) {
+    const auto value = valueAfter(arguments, "--open");
+    std::error_code ec;
+    if (!value || value->empty() || !std::filesystem::is_directory(*value, ec)) return std::nullopt;
+    return std::filesystem::path(*value);
+}
+
+namespace {
+
 double unixSeconds() {
     return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
 }
@@ -167,7 +178,12 @@ int run(int argc, char** argv, const std::vector<std::string>& arguments) {
 
     QTimer::singleShot(0, &window, [&] {
         model->checkPreviousCrash();
-        if (auto folder = valueAfter(arguments, "--open")) model->open(*folder, true);
+        if (auto value = valueAfter(arguments, "--open")) {
+            if (auto folder = folderToOpen(arguments))
+                model->open(*folder, true);
+            else
+                model->showToast("--open attend le dossier d'un set : « " + *value + " » n'en est pas un");
+        }
         if (std::find(arguments.begin(), arguments.end(), "--test-edits") != arguments.end())
             driver = std::make_unique<EditDriver>(*model, object);
     });

@@ -34,8 +34,8 @@ public:
     HomeView(AppModel& model, ModelObject& object, QWidget* parent = nullptr);
     void refresh();
     int cardCount() const { return cards_; }
-    // Cards whose set folder cannot be found.
-    int missingDisks() const { return missing_; }
+    // Cards that show their set folder as not found, at this moment.
+    int missingDisks() const;
 
 protected:
     void showEvent(QShowEvent* event) override;
@@ -52,7 +52,6 @@ private:
     QLabel* tip_ = nullptr;
     QStringList shownProjects_;
     int cards_ = 0;
-    int missing_ = 0;
     int columns_ = 0;
 };
 
@@ -63,6 +62,9 @@ class StartView : public QWidget {
 public:
     StartView(AppModel& model, ModelObject& object, QWidget* parent = nullptr);
     void refresh();
+
+protected:
+    void showEvent(QShowEvent* event) override;
 
 private:
     AppModel& model_;
@@ -96,6 +98,9 @@ public:
     Workspace* workspace() const { return workspace_; }
     HomeView* home() const { return home_; }
     ScreenModel& screenModel() const { return *screenModel_; }
+    // The model's toast, over whichever screen stands: over the foot of the
+    // program monitor in the workspace, low in the middle elsewhere.
+    QLabel* toast() const { return toast_; }
     // A drop of file URLs: the first one counts, and only a folder opens.
     bool dropUrls(const QList<QUrl>& urls);
 
@@ -104,9 +109,12 @@ protected:
     void dragLeaveEvent(QDragLeaveEvent* event) override;
     void dropEvent(QDropEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
     void refresh();
+    void showToast();
+    void placeToast();
     void showNewProjectSheet();
     void toggleUnsynced();
 
@@ -129,6 +137,7 @@ private:
     QVBoxLayout* unsyncedRows_ = nullptr;
     QuorvelLabel* unsyncedTitle_ = nullptr;
     QWidget* dropFrame_ = nullptr;
+    QLabel* toast_ = nullptr;
     bool sheetOpen_ = false;
     bool alertOpen_ = false;
 };

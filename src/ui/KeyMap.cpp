@@ -40,10 +40,19 @@ std::optional<int> camera(QChar c) {
 
 bool handle(const KeyPress& press, EditModel& edit, AppPlayer& player) {
     const bool shift = press.modifiers.testFlag(Qt::ShiftModifier);
+    // The arrows and D take shift or nothing: with Ctrl, Alt or Meta they
+    // are the system's or the menus' keys, not these.
+    const bool other = press.modifiers & (Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier);
     switch (press.key) {
         case Qt::Key_Space: togglePlay(edit, player); return true;
-        case Qt::Key_Left: seekBy(edit, player, shift ? -0.04 : -5); return true;
-        case Qt::Key_Right: seekBy(edit, player, shift ? 0.04 : 5); return true;
+        case Qt::Key_Left:
+            if (other) return false;
+            seekBy(edit, player, shift ? -0.04 : -5);
+            return true;
+        case Qt::Key_Right:
+            if (other) return false;
+            seekBy(edit, player, shift ? 0.04 : 5);
+            return true;
         case Qt::Key_Up: edit.jumpToCut(false); return true;
         case Qt::Key_Down: edit.jumpToCut(true); return true;
         case Qt::Key_Backspace:
@@ -54,7 +63,10 @@ bool handle(const KeyPress& press, EditModel& edit, AppPlayer& player) {
     if (press.characters.isEmpty()) return false;
     const QChar c = press.characters.at(0).toLower();
     switch (c.unicode()) {
-        case u'd': edit.jumpToDrop(!shift); return true;
+        case u'd':
+            if (other) return false;
+            edit.jumpToDrop(!shift);
+            return true;
         case u'z': edit.cycleZoom(); return true;
         case u'e': edit.setEffect(PlanEffect::shake); return true;
         case u'n': edit.setEffect(PlanEffect::none); return true;

@@ -206,8 +206,9 @@ QRectF MonitorsView::cropWindow(int camera) const {
 }
 
 bool MonitorsView::drawsCropWindow(int camera) const {
-    const AppPlayer* player = model_.player();
-    return player && model_.showsCropWindow(camera) && model_.edit().hasFeed(camera, player->currentTime());
+    // A tile without picture keeps its window too: the crop belongs to the
+    // camera, and the user sees where it will fall once the camera films.
+    return camera >= 0 && camera < model_.cameraCount() && model_.showsCropWindow(camera);
 }
 
 void MonitorsView::paintEvent(QPaintEvent*) {

@@ -65,8 +65,8 @@ public:
     QRectF tileRect(int camera) const;
     // The part of a tile's picture the output keeps.
     QRectF cropWindow(int camera) const;
-    // Whether the tile shows that window now: the format or the crop asks
-    // for it and the camera has a picture at the present time to crop.
+    // Whether the tile shows that window: the format or the crop asks for
+    // it, whether or not the camera has a picture at the present time.
     bool drawsCropWindow(int camera) const;
     TileLayout layout() const;
 

@@ -138,10 +138,9 @@ SoundPanel::SoundPanel(AppModel& model, QWidget* parent) : PanelPage(QStringLite
     }
     add(box);
 
-    const AudioSettings defaults;
     auto* levels = new PanelBox(QString(), this);
     levels->add(new ValueSlider(
-        QStringLiteral("Fondu quand une caméra se coupe"), 0, 3, 0.25, defaults.rushFade,
+        QStringLiteral("Fondu quand une caméra se coupe"), 0, 3, 0.25, 0,
         [](double v) { return v <= 0 ? QStringLiteral("aucun") : formatValue("%.2g s", v); },
         [this] { return model_.audio().rushFade; },
         [this](double v) {
@@ -154,7 +153,7 @@ SoundPanel::SoundPanel(AppModel& model, QWidget* parent) : PanelPage(QStringLite
                                              "s'arrête. Le son de table n'a pas de fondu."),
                               levels));
     levels->add(new ValueSlider(
-        QStringLiteral("Volume général"), -20, 6, 0.5, defaults.masterDb, formatter("%+.1f dB"),
+        QStringLiteral("Volume général"), -20, 6, 0.5, 0, formatter("%+.1f dB"),
         [this] { return model_.audio().masterDb; },
         [this](double v) {
             AudioSettings a = model_.audio();
@@ -515,14 +514,17 @@ DropsPanel::DropsPanel(AppModel& model, QWidget* parent)
 }
 
 std::optional<int> DropsPanel::focusedDrop() const {
-    if (!model_.inPoint() || !model_.outPoint()) return std::nullopt;
-    const double in = *model_.inPoint(), out = *model_.outPoint();
+    // Read on the range itself: a drop near an end of the set leaves that
+    // end without a mark, and is focused all the same.
+    if (model_.edit().rangeIsWholeSet()) return std::nullopt;
+    const TimeRange r = model_.edit().exportRange();
+    const double d = model_.duration();
     const auto& drops = model_.drops();
     for (size_t i = 0; i < drops.size(); ++i) {
         const double t = drops[i].time;
-        const double start = std::max(0.0, t - model_.dropPre());
-        const double end = model_.duration() > 0 ? std::min(model_.duration(), t + model_.dropPost()) : t + model_.dropPost();
-        if (std::abs(in - start) < 0.05 && std::abs(out - end) < 0.05) return int(i);
+        const double start = std::clamp(t - model_.dropPre(), 0.0, d);
+        const double end = std::clamp(t + model_.dropPost(), 0.0, d);
+        if (std::abs(r.start - start) < 0.05 && std::abs(r.end - end) < 0.05) return int(i);
     }
     return std::nullopt;
 }
@@ -802,7 +804,7 @@ void ExportPanel::refresh() {
     }
     videoPart_->setVisible(target == ExportTarget::video);
     xmlPart_->setVisible(target != ExportTarget::video);
-    const bool marked = model_.inPoint() || model_.outPoint();
+    const bool marked = !model_.edit().rangeIsWholeSet();
     range_->setText(marked ? QStringLiteral("Plage exportée · ") + rangeText(model_.edit().exportRange())
                            : QStringLiteral("Plage exportée · set entier"));
     const AppSettings& s = model_.settings();
@@ -897,10 +899,10 @@ SettingsPanel::SettingsPanel(AppModel& model, QWidget* parent) : PanelPage(QStri
     auto* folderButtons = new QVBoxLayout();
     auto* choose = new QuorvelButton(QStringLiteral("Choisir…"), QuorvelButton::Kind::outlined, exportBox);
     connect(choose, &QAbstractButton::clicked, this, [this] {
-        const QString dir = QFileDialog::getExistingDirectory(this, QStringLiteral("Dossier des exports"),
-                                                              q(model_.settings().exportFolder().string()));
-        if (dir.isEmpty()) return;
-        model_.settings().setExportFolderPath(dir.toStdString());
+        std::unique_ptr<QFileDialog> dialog(exportFolderDialog(this, q(model_.settings().exportFolder().string())));
+        // Only a confirmed choice is stored.
+        if (dialog->exec() != QDialog::Accepted || dialog->selectedFiles().isEmpty()) return;
+        model_.settings().setExportFolderPath(dialog->selectedFiles().first().toStdString());
         refresh();
     });
     auto* back = new QuorvelButton(QStringLiteral("Revenir à Téléchargements"), QuorvelButton::Kind::outlined, exportBox);
@@ -951,6 +953,14 @@ void SettingsPanel::refresh() {
 }
 
 // --- The right side
+
+QFileDialog* exportFolderDialog(QWidget* parent, const QString& start) {
+    auto* dialog = new QFileDialog(parent, QStringLiteral("Dossier où Quorvel enregistre les exports"), start);
+    dialog->setFileMode(QFileDialog::Directory);
+    dialog->setOption(QFileDialog::ShowDirsOnly, true);
+    dialog->setLabelText(QFileDialog::Accept, QStringLiteral("Choisir"));
+    return dialog;
+}
 
 PanelPage* makePanel(RightPanel panel, AppModel& model, QWidget* parent) {
     switch (panel) {

@@ -20,6 +20,8 @@
 
 class QStackedLayout;
 
+class QFileDialog;
+
 namespace qv::ui {
 
 class ModelObject;
@@ -172,5 +174,9 @@ private:
 
 // The page for one panel; nothing for `none`.
 PanelPage* makePanel(RightPanel panel, AppModel& model, QWidget* parent = nullptr);
+
+// The folder picker of the settings' export folder: folders only, new ones
+// allowed, opening on `start`. The caller owns it.
+QFileDialog* exportFolderDialog(QWidget* parent, const QString& start);
 
 }  // namespace qv::ui

@@ -4,6 +4,7 @@
 #include <QFontDatabase>
 #include <QPainter>
 #include <QPalette>
+#include <QStandardPaths>
 #include <QStyleOptionButton>
 #include <algorithm>
 #include <cmath>
@@ -257,17 +258,41 @@ void QuorvelButton::paintEvent(QPaintEvent*) {
     p.drawText(QRectF(left + lead, 0, width() - left - lead, height()), Qt::AlignVCenter | Qt::AlignLeft, shown);
 }
 
-QuorvelLogo::QuorvelLogo(bool small, QWidget* parent) : QWidget(parent), small_(small) {}
+namespace {
+
+// The logo's image: built into the program, or installed beside its data.
+QImage logoImage() {
+    QImage image(QStringLiteral(":/logo-quorvel.png"));
+    if (image.isNull()) {
+        const QString installed =
+            QStandardPaths::locate(QStandardPaths::GenericDataLocation, QStringLiteral("quorvel/logo-quorvel.png"));
+        if (!installed.isEmpty()) image.load(installed);
+    }
+    return image;
+}
+
+}  // namespace
+
+QuorvelLogo::QuorvelLogo(bool small, QWidget* parent) : QWidget(parent), small_(small), image_(logoImage()) {}
 
 QSize QuorvelLogo::sizeHint() const {
     QFontMetrics fm(Theme::numbers(small_ ? 13 : 22));
-    return {fm.horizontalAdvance(QStringLiteral("QUORVEL MULTICAM")) + 4, fm.height() + 4};
+    const int height = fm.height() + 4;
+    if (!image_.isNull())
+        return {std::max(1, int(std::lround(double(image_.width()) * height / std::max(1, image_.height())))), height};
+    return {fm.horizontalAdvance(QStringLiteral("QUORVEL MULTICAM")) + 4, height};
 }
 
 void QuorvelLogo::paintEvent(QPaintEvent*) {
     QPainter p(this);
     p.setRenderHint(QPainter::TextAntialiasing);
     p.setOpacity(small_ ? 0.45 : 1.0);
+    if (!image_.isNull()) {
+        p.setRenderHint(QPainter::SmoothPixmapTransform);
+        const QSizeF shown = QSizeF(image_.size()).scaled(QSizeF(size()), Qt::KeepAspectRatio);
+        p.drawImage(QRectF(QPointF(0, (height() - shown.height()) / 2), shown), image_);
+        return;
+    }
     QFont f = Theme::numbers(small_ ? 13 : 22);
     f.setLetterSpacing(QFont::AbsoluteSpacing, small_ ? 1.5 : 2.5);
     p.setFont(f);

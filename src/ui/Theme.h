@@ -7,6 +7,7 @@
 
 #include <QColor>
 #include <QFont>
+#include <QImage>
 #include <QLabel>
 #include <QPushButton>
 #include <QString>
@@ -81,19 +82,21 @@ private:
     const char* symbol_ = nullptr;
 };
 
-// The program's name in two words of the numbers' face, the second in the
-// accent; the small form is dimmed.
+// The logo image when it loads; otherwise the program's name in two words
+// of the numbers' face, the second in the accent. The small form is dimmed.
 class QuorvelLogo : public QWidget {
     Q_OBJECT
 public:
     explicit QuorvelLogo(bool small, QWidget* parent = nullptr);
     QSize sizeHint() const override;
+    bool drawsImage() const { return !image_.isNull(); }
 
 protected:
     void paintEvent(QPaintEvent* event) override;
 
 private:
     bool small_;
+    QImage image_;
 };
 
 }  // namespace qv::ui

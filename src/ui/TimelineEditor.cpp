@@ -356,8 +356,8 @@ void TimelineEditor::paintRuler(QPainter& p) {
         p.setPen(Theme::gray2());
         p.drawText(QRectF(x + 4, 12, 80, 12), Qt::AlignLeft | Qt::AlignVCenter, tc(t));
     }
-    // The export range.
-    if (e.inPoint() || e.outPoint()) {
+    // The export range; a range that covers the whole set draws no marks.
+    if (!e.rangeIsWholeSet()) {
         TimeRange r = e.exportRange();
         double a = xOf(r.start), b = xOf(r.end);
         p.fillRect(QRectF(a, rulerHeight - 5, b - a, 5), Theme::withAlpha(Theme::accent(), 0.4));
@@ -586,12 +586,13 @@ TimelineEditor::Hit TimelineEditor::hitTest(QPointF pos) const {
     }
     if (x < laneLeft()) return {};
     if (y < rulerHeight) {
-        if (e.inPoint() || e.outPoint()) {
+        if (!e.rangeIsWholeSet()) {
             TimeRange r = e.exportRange();
             if (y >= 9 && x >= xOf(r.start) - 2 && x <= xOf(r.start) + 9) return {Hit::rangeIn};
             if (y >= 9 && x >= xOf(r.end) - 9 && x <= xOf(r.end) + 2) return {Hit::rangeOut};
         }
-        if (y < 14)
+        // With drops not clickable, a drop's mark is ruler like the rest.
+        if (y < 14 && model_.app().settings().dropsClickable())
             for (size_t i = 0; i < e.drops().size(); ++i)
                 if (std::abs(x - xOf(e.drops()[i].time)) <= 7) return {Hit::drop, int(i)};
         return {Hit::seek};

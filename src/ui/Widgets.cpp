@@ -1,5 +1,6 @@
 #include "ui/Widgets.h"
 
+#include <QFrame>
 #include <QLayout>
 #include <QPainter>
 
@@ -25,6 +26,19 @@ void clearLayout(QLayout* layout) {
         delete item->widget();
         delete item;
     }
+}
+
+QLabel* symbolLabel(const char* symbol, double size, const QColor& color, QWidget* parent) {
+    QLabel* l = makeLabel(Theme::symbol(symbol), Theme::iconFont(size), color, parent);
+    l->setAlignment(Qt::AlignCenter);
+    return l;
+}
+
+QFrame* hairline(QWidget* parent) {
+    auto* f = new QFrame(parent);
+    f->setFixedHeight(1);
+    f->setStyleSheet(QStringLiteral("background: %1;").arg(Theme::line().name()));
+    return f;
 }
 
 void ElidedLabel::paintEvent(QPaintEvent*) {

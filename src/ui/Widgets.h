@@ -4,6 +4,7 @@
 #include <QAbstractButton>
 #include <QLabel>
 
+class QFrame;
 class QLayout;
 
 namespace qv::ui {
@@ -13,6 +14,10 @@ QLabel* makeLabel(const QString& text, const QFont& font, const QColor& color, Q
 void setTextColor(QLabel* label, const QColor& color);
 // Removes and deletes every item of a layout and its widget.
 void clearLayout(QLayout* layout);
+// One symbol of the theme's icon table as a centred label.
+QLabel* symbolLabel(const char* symbol, double size, const QColor& color, QWidget* parent = nullptr);
+// A one-point line in the theme's line colour, between groups.
+QFrame* hairline(QWidget* parent);
 
 // A one-line text that ends in "…" rather than being cut, and shows
 // nothing rather than the "…" alone.

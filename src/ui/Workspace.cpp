@@ -217,15 +217,6 @@ Workspace::Workspace(ScreenModel& model, QWidget* parent) : QWidget(parent), mod
     // A click on the rail leaves the cutting keys where they were, here.
     connect(rail_, &PanelRail::panelToggled, this, [this] { setFocus(Qt::OtherFocusReason); });
 
-    toast_ = new QLabel(this);
-    toast_->setFont(Theme::text(12, Theme::Weight::medium));
-    toast_->setStyleSheet(QStringLiteral("QLabel { color: %1; background: %2; border: 1px solid %3; border-radius: 6px;"
-                                         " padding: 8px 14px; }")
-                              .arg(Theme::ink().name(), QColor(0x1c, 0x1b, 0x19).name(), Theme::lineStrong().name()));
-    toast_->setWordWrap(true);
-    toast_->hide();
-    connect(&model_, &ScreenModel::changed, this, &Workspace::showToast);
-
     clock_.setInterval(1000 / 30);
     connect(&clock_, &QTimer::timeout, this, &Workspace::tick);
     clock_.start();
@@ -276,37 +267,10 @@ void Workspace::tick() {
     }
 }
 
-void Workspace::showToast() {
-    const auto& text = model_.edit().toast();
-    if (!text) {
-        toast_->hide();
-        return;
-    }
-    toast_->setText(QString::fromStdString(*text));
-    placeToast();
-    toast_->show();
-    toast_->raise();
-}
-
 void Workspace::resizeEvent(QResizeEvent*) {
     const int wanted = timeline_->sizeHint().height();
     const int most = std::max(timeline_->minimumSizeHint().height(), int(height() * 0.5));
     if (timeline_->height() != std::min(wanted, most)) timeline_->setFixedHeight(std::min(wanted, most));
-    placeToast();
-}
-
-// Over the foot of the program monitor, where the eye already is, and never
-// over the tiles' captions.
-void Workspace::placeToast() {
-    const QRect program = monitors_->programRect().toAlignedRect();
-    const QRect m(monitors_->mapTo(this, program.topLeft()), program.size());
-    // One line when it fits, wrapped inside the monitor when it does not.
-    toast_->setWordWrap(false);
-    const int line = toast_->sizeHint().width();
-    toast_->setWordWrap(true);
-    const int w = std::min(line, std::max(200, m.width() - 24));
-    toast_->resize(w, toast_->heightForWidth(w));
-    toast_->move(m.center().x() - toast_->width() / 2, m.bottom() - toast_->height() - 18);
 }
 
 }  // namespace qv::ui

@@ -35,6 +35,8 @@ public:
     QString stateText() const;
     QString formatText() const;
     QString qualityText() const;
+    // The state line as drawn.
+    const QLabel* stateLabel() const { return state_; }
 
 protected:
     void paintEvent(QPaintEvent* event) override;
@@ -77,15 +79,11 @@ protected:
     void resizeEvent(QResizeEvent* event) override;
 
 private:
-    void showToast();
-    void placeToast();
-
     ScreenModel& model_;
     MonitorsView* monitors_ = nullptr;
     TransportBar* transport_ = nullptr;
     TimelineEditor* timeline_ = nullptr;
     PanelRail* rail_ = nullptr;
-    QLabel* toast_ = nullptr;
     QHBoxLayout* row_ = nullptr;
     double shownTime_ = -1;
     QTimer clock_;

@@ -85,8 +85,13 @@ TEST_F(AppModelTest, EmptyFolderOpensWithNothingToShow) {
     EXPECT_TRUE(model->sources().empty());
     EXPECT_EQ(model->status(), "Aucun rush trouvé dans ce dossier.");
     EXPECT_FALSE(model->player());
-    EXPECT_TRUE(model->currentProjectId());
-    main.advance(5);  // nothing to save over: the set never synchronised
+    ASSERT_TRUE(model->currentProjectId());
+    // Nothing is written over the project while its set never synchronised.
+    const fs::path file = ProjectStore::directory() / (*model->currentProjectId() + ".json");
+    const std::string before = TempHome::readText(file);
+    ASSERT_FALSE(before.empty());
+    main.advance(5);
+    EXPECT_EQ(TempHome::readText(file), before);
 }
 
 TEST_F(AppModelTest, ReopenedSetComesFromItsCacheWithItsCuts) {

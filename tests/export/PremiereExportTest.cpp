@@ -127,6 +127,22 @@ TEST_F(SetFixture, SynchroDocumentHoldsTogether) {
               std::string::npos);
 }
 
+// A file a quarter frame into the set, whose length ends three quarters
+// into a frame: its clip stops on the file's last whole frame, and so does
+// the sequence, not one frame later where the rounded end of the set lies.
+TEST(PremiereExportSequence, EndsWithItsLastClip) {
+    std::vector<MediaSource> sources{source("Cam 1", SourceKind::camera)};
+    SyncResult result;
+    PlacedItem p;
+    p.item = media("/set/Cam 1/a.mov", 10.03, 2);
+    p.start = 0.01;
+    result.placed.push_back(p);
+    auto x = parse(makeXML("Set", sources, result, {}, {}));
+    EXPECT_EQ(x->at("//sequence/media/video/track/clipitem/end"), "250");
+    EXPECT_EQ(x->at("/xmeml/sequence/duration"), "250");
+    EXPECT_EQ(x->at("/xmeml/sequence/duration"), x->at("//sequence/media/audio/track/clipitem/end"));
+}
+
 TEST_F(SetFixture, FilesKeepTheirOwnShape) {
     auto x = parse(makeXML("Set", sources, result, {}, {}));
     // A camera file without sound: no audio block, no audio clip, no link.

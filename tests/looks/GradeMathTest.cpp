@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstdio>
 
 #include "base/SplitMix64.h"
@@ -58,14 +57,18 @@ TEST(GradeMath, CubeWalksBlueOuterAndMatchesApply) {
     }
 }
 
-TEST(GradeMath, ThirtyThreePointCubeBakesInAFewMilliseconds) {
-    const ColorGrade g = kStrong;
-    auto start = std::chrono::steady_clock::now();
-    std::vector<float> data = GradeMath::cubeData(g, GradeMath::kCubeSize);
-    double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
-    std::printf("[ bake    ] 33-point cube in %.2f ms\n", ms);
-    EXPECT_EQ(data.size(), size_t(33 * 33 * 33 * 4));
-    EXPECT_LT(ms, 50.0);  // generous for a loaded machine; typically well under 5
+// The size the exports bake, every point where the maths puts it; its speed
+// is bench/cube_bake_bench's.
+TEST(GradeMath, ThirtyThreePointCubeHoldsEveryPointOfTheGrade) {
+    ASSERT_EQ(GradeMath::kCubeSize, 33);
+    const std::vector<float> data = GradeMath::cubeData(kStrong, 33);
+    ASSERT_EQ(data.size(), size_t(33 * 33 * 33 * 4));
+    for (int i = 0; i < 33 * 33 * 33; ++i) {
+        const Rgb want = GradeMath::apply(i % 33 / 32.0, i / 33 % 33 / 32.0, i / (33 * 33) / 32.0, kStrong);
+        ASSERT_EQ(data[size_t(i) * 4], float(want.r)) << i;
+        ASSERT_EQ(data[size_t(i) * 4 + 1], float(want.g)) << i;
+        ASSERT_EQ(data[size_t(i) * 4 + 2], float(want.b)) << i;
+    }
 }
 
 TEST(GradeJson, ReadsTolerantlyAndRoundTrips) {

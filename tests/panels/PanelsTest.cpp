@@ -3,6 +3,8 @@
 #include <QApplication>
 #include <QLineEdit>
 #include <QTest>
+#include <map>
+#include <optional>
 
 #include "app/AppModel.h"
 #include "app/ClockPlayer.h"
@@ -49,6 +51,39 @@ struct HeldExporter : VideoExporter {
     bool isRunning() const override { return bool(done); }
     double progress() const override { return shown; }
 };
+
+// What a double click puts back, written from the panels' tables and, where
+// a table gives none, from the documented default of the bound setting. The
+// n-th slider of a title in a panel, for titles that come twice.
+std::optional<double> neutralOf(const QString& panel, const QString& title, int nth) {
+    static const std::map<QString, std::map<QString, std::vector<double>>> table = {
+        {"son", {{"Fondu quand une caméra se coupe", {0}}, {"Volume général", {0}}}},
+        {"effets",
+         {{"Part zoom avant / dézoom", {0.5}}, {"Force du zoom", {115}}, {"Part du chemin", {0.5}},
+          {"Intensité", {0.5, 0.6}}, {"Rapidité", {0.5}}, {"Ampleur des mouvements", {0.5}},
+          {"Force du flou", {0.4}}, {"Traînée", {0.6}}, {"Saccades", {2}}, {"Couleurs qui bavent", {0.5}},
+          {"Neige", {0.4}}, {"Lignes", {0.4}}, {"Bande de tracking", {0.5}}}},
+        {"auto", {{"Plan le plus court", {2}}, {"Plan le plus long", {6}}}},
+        {"drops", {{"Sensibilité", {0.5}}, {"Garder avant le drop", {15}}, {"Garder après le drop", {30}}}},
+        {"recadrage", {{"Zoom dans l'image", {100}}, {"Gauche ↔ droite", {0}}, {"Haut ↔ bas", {0}}}},
+        {"étalonnage",
+         {{"Température", {0}}, {"Teinte", {0}}, {"Exposition", {0}}, {"Contraste", {0}}, {"Tons clairs", {0}},
+          {"Tons foncés", {0}}, {"Blancs", {0}}, {"Noirs", {0}}, {"Saturation", {100, 100}},
+          {"Intensité du look", {100}}, {"Film délavé", {0}}, {"Netteté", {0}}, {"Vibrance", {0}},
+          {"Quantité", {0}}, {"Milieu", {50}}, {"Contour progressif", {50}}, {"Texture", {0}}, {"Grain", {0}},
+          {"Taille du grain", {25}}, {"Rugosité", {50}}, {"Luminosité", {0, 0, 0}}}},
+    };
+    auto p = table.find(panel);
+    if (p == table.end()) return std::nullopt;
+    auto t = p->second.find(title);
+    if (t != p->second.end()) {
+        if (size_t(nth) < t->second.size()) return t->second[size_t(nth)];
+        return std::nullopt;
+    }
+    // The automatic edit's share of each camera on screen: 100 % each.
+    if (panel == "auto" && title.startsWith(QStringLiteral("Cam"))) return 100;
+    return std::nullopt;
+}
 
 }  // namespace
 
@@ -134,20 +169,25 @@ private slots:
         const auto sliders = page->sliders();
         QVERIFY(!sliders.empty());
         int checked = 0;
+        std::map<QString, int> seen;
         for (ValueSlider* s : sliders) {
             prepare(name);
             page->refresh();
             QVERIFY2(s->isEnabled(), qPrintable(s->title()));
-            const double away = std::abs(s->maximum() - s->neutral()) > 1e-9 ? s->maximum() : s->minimum();
+            const auto wanted = neutralOf(name, s->title(), seen[s->title()]++);
+            QVERIFY2(wanted, qPrintable(QStringLiteral("no neutral written for %1 / %2").arg(name, s->title())));
+            const double away = std::abs(s->maximum() - *wanted) > 1e-9 ? s->maximum() : s->minimum();
             s->setValue(away);
             QCOMPARE(s->value(), away);
             // Half of them through the slider itself, half through the row.
             QTest::mouseDClick(checked % 2 ? static_cast<QWidget*>(s->slider()) : s, Qt::LeftButton);
-            QVERIFY2(std::abs(s->value() - s->neutral()) < 1e-9, qPrintable(name + " / " + s->title()));
-            QVERIFY(s->toolTip().contains(QStringLiteral("Double-clic : remettre à ")));
+            QVERIFY2(std::abs(s->value() - *wanted) < 1e-9, qPrintable(name + " / " + s->title()));
+            QVERIFY2(s->toolTip().endsWith(QStringLiteral("Double-clic : remettre à ") + s->valueText()),
+                     qPrintable(s->toolTip()));
             ++checked;
         }
-        QVERIFY(checked >= 2);
+        QCOMPARE(checked, int(sliders.size()));
+        if (name == "son") QCOMPARE(sliders[0]->valueText(), QStringLiteral("aucun"));
         model->setGrade(ColorGrade::neutral, 0);
         model->resetCrop(0);
     }
@@ -207,19 +247,35 @@ private slots:
     }
 
     void dropsListOrEmptyNote() {
+        // Drops of our own: in the middle of the set, and near each of its ends.
+        const std::vector<Drop> detected = model->drops();
+        const double d = model->duration();
+        QVERIFY(d > 20);
+        model->setDropMargins(2, 5);  // focused ranges that stay inside this short set
+        model->edit().setDrops({{0, 1, 0.9}, {1, d / 2, 0.8}, {2, d - 3, 0.7}});
         DropsPanel panel(*model);
-        QCOMPARE(panel.rowCount(), int(model->drops().size()));
-        QCOMPARE(panel.emptyNote()->isHidden(), !model->drops().empty());
-        if (!model->drops().empty()) {
-            model->edit().focusDrop(model->drops()[0]);
-            panel.refresh();
-            QCOMPARE(panel.focusedDrop(), std::optional<int>(0));
-            bool line = false;
+        QCOMPARE(panel.rowCount(), 3);
+        QVERIFY(panel.emptyNote()->isHidden());
+        const auto focusLine = [&] {
+            int lines = 0;
             for (QLabel* l : panel.widget()->findChildren<QLabel*>())
-                line |= l->text().startsWith(QStringLiteral("Exporter seulement ce drop : 15 s avant, 30 s"));
-            QVERIFY(line);
-            model->edit().setMarks(std::nullopt, std::nullopt);
+                lines += l->text() == QStringLiteral("Exporter seulement ce drop : 2 s avant, 5 s");
+            return lines;
+        };
+        QCOMPARE(focusLine(), 0);
+        for (int i = 0; i < 3; ++i) {
+            model->edit().focusDrop(model->drops()[size_t(i)]);
+            panel.refresh();
+            QCOMPARE(panel.focusedDrop(), std::optional<int>(i));
+            QCOMPARE(focusLine(), 1);
         }
+        model->edit().setMarks(std::nullopt, std::nullopt);
+        panel.refresh();
+        QVERIFY(!panel.focusedDrop());
+        QCOMPARE(focusLine(), 0);
+        model->edit().setDrops(detected);
+        model->setDropMargins(15, 30);
+
         // A model without a set has no drop: the note, not an empty list.
         AppSettings other(home.root() / "other.json");
         AppModel empty(AppModel::Services{main, dialogs, viewer, other, ClockPlayer::factory(), nullptr, {}});

@@ -1,9 +1,11 @@
 // Behaviour of the screens on the offscreen platform, over a real
 // application model on virtual time with a generated set synchronised once.
 #include <QApplication>
+#include <QFileDialog>
 #include <QLineEdit>
 #include <QMimeData>
 #include <QSlider>
+#include <QTimer>
 #include <QVBoxLayout>
 #include <QtTest>
 #include <cmath>
@@ -14,6 +16,7 @@
 #include "support/Fixtures.h"
 #include "support/TempHome.h"
 #include "ui/Capture.h"
+#include "ui/Application.h"
 #include "ui/ContentView.h"
 #include "ui/KeyMap.h"
 #include "ui/MainWindow.h"
@@ -21,6 +24,7 @@
 #include "ui/PanelRail.h"
 #include "ui/Panels.h"
 #include "ui/ScreenModel.h"
+#include "ui/Theme.h"
 #include "ui/TimelineEditor.h"
 #include "ui/Workspace.h"
 
@@ -55,12 +59,14 @@ Cut cutAt(double t, int camera) {
 
 // One model in a throw-away home, its Qt adapter and the real window.
 struct Rig {
+    explicit Rig(std::vector<std::string> arguments = {}) : arguments(std::move(arguments)) {}
+    std::vector<std::string> arguments;  // the command line, for --tuto and --demo
     TempHome home;
     VirtualMainThread main;
     NoDialogs dialogs;
     NoViewer viewer;
     AppSettings settings{home.root() / "config" / "settings.json"};
-    AppModel model{AppModel::Services{main, dialogs, viewer, settings, ClockPlayer::factory(), nullptr, {}}};
+    AppModel model{AppModel::Services{main, dialogs, viewer, settings, ClockPlayer::factory(), nullptr, arguments}};
     ModelObject object{model};
     MainWindow window{model, object};
 
@@ -267,6 +273,161 @@ private slots:
         QTest::keyClick(rig.window.windowHandle(), Qt::Key_Right);
         QVERIFY(rig.player().currentTime() > before);
     }
+
+    // A reopened project says so on screen, over the program monitor; the
+    // project list shows its toasts too.
+    void toastsShowOnEveryScreen() {
+        Rig rig;
+        rig.window.resize(1300, 800);
+        rig.window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&rig.window));
+        QVERIFY2(rig.openSet(), "the generated set opens");
+        rig.edit().setCuts({cutAt(0, 0), cutAt(4, 1)});
+        rig.main.advance(3);  // the autosave
+        rig.model.closeProject();
+        QCoreApplication::processEvents();
+        QLabel* toast = rig.content().toast();
+        QVERIFY(!toast->isVisible());
+
+        // Ctrl+Z on the list: nothing to undo, and it is said.
+        QAction* undo = nullptr;
+        for (QAction* a : rig.window.findChildren<QAction*>())
+            if (a->text() == QStringLiteral("Annuler la dernière modif du montage")) undo = a;
+        QVERIFY(undo && undo->isEnabled());
+        undo->trigger();
+        QCOMPARE(rig.content().screen(), ContentView::Screen::home);
+        QTRY_VERIFY(toast->isVisible());
+        QVERIFY(!toast->text().isEmpty());
+        QVERIFY(rig.content().rect().contains(toast->geometry()));
+        rig.main.advance(3);
+        QTRY_VERIFY(!toast->isVisible());
+
+        QVERIFY(rig.openSet());
+        QCOMPARE(rig.content().screen(), ContentView::Screen::workspace);
+        QTRY_VERIFY2(toast->isVisible(), qPrintable(toast->text()));
+        QVERIFY2(toast->text().startsWith(QStringLiteral("« ")) && toast->text().contains(QStringLiteral(" rouvert (")),
+                 qPrintable(toast->text()));
+        QVERIFY(toast->text().contains(QStringLiteral(": 2 coupes")));
+        MonitorsView* monitors = rig.workspace().monitors();
+        const QRect program = monitors->programRect().toAlignedRect().translated(monitors->mapTo(&rig.content(), QPoint()));
+        QVERIFY(program.contains(toast->geometry()));
+    }
+
+    // Toasts raised while the first player is installed, after a first
+    // synchronisation: the guided first steps and the automatic demo.
+    void toastsOfTheFirstPlayerShow() {
+        const std::pair<const char*, QString> cases[] = {{"--tuto", QStringLiteral("Tutoriel : ")},
+                                                         {"--demo-auto", QStringLiteral("Mode auto : ")}};
+        for (const auto& [flag, start] : cases) {
+            Rig rig({"quorvel", flag});
+            rig.window.resize(1300, 800);
+            rig.window.show();
+            QVERIFY(QTest::qWaitForWindowExposed(&rig.window));
+            QVERIFY2(rig.openSet("test", 3), flag);
+            QLabel* toast = rig.content().toast();
+            QTRY_VERIFY2(toast->isVisible() && toast->text().startsWith(start), qPrintable(toast->text()));
+            if (QString(flag) == "--tuto") QCOMPARE(rig.model.rightPanel(), RightPanel::automatic);
+        }
+    }
+
+    // The start screen shows the project that now stands, not the one before.
+    void theStartScreenShowsTheProjectThatStands() {
+        Rig rig;
+        rig.window.resize(1300, 800);
+        rig.window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&rig.window));
+        const auto shows = [&](const QString& name) {
+            for (QLabel* l : rig.content().findChildren<QLabel*>())
+                if (l->isVisible() && l->text() == name) return true;
+            return false;
+        };
+        for (const char* name : {"Premier set", "Second set"}) {
+            const auto folder = rig.home.root() / name;
+            std::filesystem::create_directories(folder / "Cam 1");
+            rig.model.open(folder, false);
+            QTRY_COMPARE(rig.content().screen(), ContentView::Screen::start);
+            QTRY_VERIFY2(shows(QString::fromUtf8(name)), name);
+            rig.main.waitUntil([&] { return !rig.model.isWorking(); });
+            rig.model.closeProject();
+            QCoreApplication::processEvents();
+        }
+    }
+
+    // A card's warning follows the disk, without the list being read again.
+    void aCardsMissingDiskFollowsTheDisk() {
+        Rig rig;
+        const auto folder = rig.home.root() / "Disque";
+        std::filesystem::create_directories(folder);
+        rig.model.newProject("Disque", folder, false);
+        rig.main.waitUntil([&] { return !rig.model.isWorking(); });
+        rig.model.closeProject();
+        QCoreApplication::processEvents();
+        HomeView* home = rig.content().home();
+        home->refresh();
+        QCOMPARE(home->cardCount(), 1);
+        QCOMPARE(home->missingDisks(), 0);
+        std::filesystem::rename(folder, rig.home.root() / "Ailleurs");
+        QCOMPARE(home->missingDisks(), 1);
+        std::filesystem::rename(rig.home.root() / "Ailleurs", folder);
+        QCOMPARE(home->missingDisks(), 0);
+    }
+
+    // "Set entier" when the range covers the set, marks or not.
+    void theWholeSetReadsAsTheWholeSet() {
+        Rig rig;
+        QVERIFY2(rig.openSet(), "the generated set opens");
+        const auto rangeLine = [&] {
+            for (QLabel* l : rig.content().findChildren<QLabel*>())
+                if (l->text().startsWith(QStringLiteral("PLAGE EXPORTÉE"), Qt::CaseInsensitive)) return l->text();
+            return QString();
+        };
+        QCOMPARE(rangeLine().toUpper(), QStringLiteral("PLAGE EXPORTÉE · SET ENTIER"));
+        rig.player().seek(0);
+        QVERIFY(rig.key(Qt::Key_I, QStringLiteral("i")));
+        QVERIFY(rig.edit().inPoint().has_value());  // a mark on the set's first frame
+        QCoreApplication::processEvents();
+        QCOMPARE(rangeLine().toUpper(), QStringLiteral("PLAGE EXPORTÉE · SET ENTIER"));
+        rig.player().seek(10);
+        QVERIFY(rig.key(Qt::Key_I, QStringLiteral("i")));
+        QCoreApplication::processEvents();
+        QVERIFY(!rangeLine().toUpper().endsWith(QStringLiteral("SET ENTIER")));
+    }
+
+    void onlyAFolderOpensFromTheCommandLine() {
+        TempHome home;
+        const auto file = home.root() / "set.mp4";
+        TempHome::writeText(file, "x");
+        QVERIFY(folderToOpen({"quorvel", "--open", home.root().string()}) == std::optional(home.root()));
+        QVERIFY(!folderToOpen({"quorvel", "--open", file.string()}));
+        QVERIFY(!folderToOpen({"quorvel", "--open", (home.root() / "absent").string()}));
+        QVERIFY(!folderToOpen({"quorvel", "--open"}));
+    }
+
+    void theExportFolderDialogAsksForAFolder() {
+        std::unique_ptr<QFileDialog> dialog(exportFolderDialog(nullptr, QDir::tempPath()));
+        QCOMPARE(dialog->labelText(QFileDialog::Accept), QStringLiteral("Choisir"));
+        QCOMPARE(dialog->windowTitle(), QStringLiteral("Dossier où Quorvel enregistre les exports"));
+        QCOMPARE(dialog->fileMode(), QFileDialog::Directory);
+        QVERIFY(dialog->testOption(QFileDialog::ShowDirsOnly));
+        QCOMPARE(dialog->directory().absolutePath(), QDir(QDir::tempPath()).absolutePath());
+    }
+
+    // The logo image where it loads, the two words where it does not.
+    void theLogoImageIsDrawnWhereItLoads() {
+        TempHome home;
+        QVERIFY(!QuorvelLogo(false).drawsImage());
+        const auto dir = home.root() / "data" / "quorvel";
+        std::filesystem::create_directories(dir);
+        QImage image(80, 20, QImage::Format_RGB32);
+        image.fill(QColor(10, 200, 30));
+        QVERIFY(image.save(QString::fromStdString((dir / "logo-quorvel.png").string())));
+        QuorvelLogo logo(false);
+        QVERIFY(logo.drawsImage());
+        logo.resize(logo.sizeHint());
+        const QImage shot = logo.grab().toImage();
+        const QColor middle = shot.pixelColor(shot.width() / 2, shot.height() / 2);
+        QVERIFY2(middle.green() > 180 && middle.red() < 40, qPrintable(middle.name()));
+    }
 };
 
 class KeysTest : public QObject {
@@ -378,6 +539,25 @@ private slots:
         // A key that means nothing, or a press without characters, goes on.
         QVERIFY(!rig.key(Qt::Key_Q, "q"));
         QVERIFY(!rig.key(Qt::Key_F5));
+    }
+
+    // Ctrl, Alt or Meta with the arrows or D belong to the system and the
+    // menus: the map leaves them alone. Shift keeps its meaning.
+    void modifiedArrowsAndDAreNotThePlainKeys() {
+        Rig rig;
+        QVERIFY2(rig.openSet(), "the generated set opens");
+        AppPlayer& p = rig.player();
+        rig.edit().setDrops({{0, 4, 1}, {1, 12, 0.8}});
+        for (Qt::KeyboardModifier mod : {Qt::ControlModifier, Qt::AltModifier, Qt::MetaModifier}) {
+            p.seek(7);
+            QVERIFY(!rig.key(Qt::Key_Right, {}, mod));
+            QVERIFY(!rig.key(Qt::Key_Left, {}, mod | Qt::ShiftModifier));
+            QVERIFY(!rig.key(Qt::Key_D, QStringLiteral("d"), mod));
+            QVERIFY(!rig.key(Qt::Key_D, QStringLiteral("D"), mod | Qt::ShiftModifier));
+            QCOMPARE(p.currentTime(), 7.0);
+        }
+        QVERIFY(rig.key(Qt::Key_D, QStringLiteral("D"), Qt::ShiftModifier));
+        QCOMPARE(p.currentTime(), 4.0);
     }
 
     void cameraKeysOfBothKeyboards() {
@@ -508,6 +688,49 @@ private slots:
         send(tl, QEvent::MouseMove, {tl->xOf(0) + 30, y}, Qt::LeftButton);
         send(tl, QEvent::MouseButtonRelease, {tl->xOf(0) + 30, y}, Qt::NoButton);
         QCOMPARE(e.cuts()[0].time, 0.0);
+    }
+
+    // With "Drops cliquables" off a drop's mark is plain ruler: a click
+    // seeks where it falls, a double click focuses nothing, no menu opens.
+    void dropsTakeClicksOnlyWhenTheSettingSaysSo() {
+        Rig rig;
+        QVERIFY2(rig.openSet(), "the generated set opens");
+        EditModel& e = rig.edit();
+        rig.window.resize(1300, 800);
+        rig.window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&rig.window));
+        const double drop = std::round(e.duration() / 2);
+        e.setDrops({{0, drop, 1}});
+        rig.model.setDropMargins(2, 5);  // a focused drop's range inside this short set
+        TimelineEditor* tl = rig.workspace().timeline();
+        QPointF at;
+        const auto menuOpens = [&] {
+            bool opened = false;
+            QTimer::singleShot(50, [&] {
+                if (QWidget* popup = QApplication::activePopupWidget()) {
+                    opened = true;
+                    popup->close();
+                }
+            });
+            const QPoint on(int(tl->xOf(drop)) + 5, 6);  // the double click has zoomed onto the drop
+            QContextMenuEvent menu(QContextMenuEvent::Mouse, on, tl->mapToGlobal(on));
+            QCoreApplication::sendEvent(tl, &menu);
+            QTest::qWait(100);
+            return opened;
+        };
+        for (bool clickable : {true, false}) {
+            rig.settings.setDropsClickable(clickable);
+            e.setMarks(std::nullopt, std::nullopt);
+            e.setZoom(1, 0, 0);
+            at = QPointF(tl->xOf(drop) + 5, 6);
+            send(tl, QEvent::MouseButtonPress, at, Qt::LeftButton);
+            send(tl, QEvent::MouseButtonRelease, at, Qt::NoButton);
+            const double landed = clickable ? drop : tl->timeAt(at.x());
+            QVERIFY2(std::abs(rig.player().currentTime() - landed) < 1e-6, clickable ? "clickable" : "not clickable");
+            QTest::mouseDClick(tl, Qt::LeftButton, {}, at.toPoint());
+            QCOMPARE(!e.rangeIsWholeSet(), clickable);
+            QVERIFY2(menuOpens() == clickable, clickable ? "clickable" : "not clickable");
+        }
     }
 
     void rangeMarkersSnapToLandmarks() {
@@ -650,7 +873,7 @@ private slots:
         screen.openCrop(1);
         QVERIFY(!screen.showsCropWindow(0));
         QVERIFY(screen.showsCropWindow(1));
-        // Vertical: every tile with a picture shows the part the output keeps, a narrow window.
+        // Vertical: every tile shows the part the output keeps, a narrow window.
         rig.model.setFormat(OutputFormat::portrait);
         QVERIFY(screen.showsCropWindow(0));
         const TimeRange filmed = rig.player().angles()[0].ranges.at(0);
@@ -667,15 +890,26 @@ private slots:
         send(monitors, QEvent::MouseButtonRelease, to, Qt::NoButton);
         QVERIFY(std::abs(screen.framing(0).x - 0.2) < 1e-9);
         QVERIFY(monitors->cropWindow(0).center().x() > window.center().x());
-        // Where the camera films nothing there is no picture to crop: no window, and the same drag moves nothing.
+        // Where the camera films nothing the tile keeps its window, drawn on
+        // the empty surface: black over what falls outside, the accent around.
         rig.player().seek(filmed.start > 1 ? filmed.start / 2 : filmed.end + 0.5);
         QVERIFY(!rig.edit().hasFeed(0, rig.player().currentTime()));
-        QVERIFY(screen.showsCropWindow(0));
-        QVERIFY(!monitors->drawsCropWindow(0));
-        const QPointF again = monitors->cropWindow(0).center();
-        send(monitors, QEvent::MouseButtonPress, again, Qt::LeftButton);
-        send(monitors, QEvent::MouseMove, again + QPointF(tile.width() * 0.2, 0), Qt::LeftButton);
-        send(monitors, QEvent::MouseButtonRelease, again + QPointF(tile.width() * 0.2, 0), Qt::NoButton);
+        QVERIFY(monitors->drawsCropWindow(0));
+        rig.model.setFraming(CameraFrame{}, 0);
+        const QImage shot = monitors->grab().toImage();
+        const QRectF empty = monitors->cropWindow(0), bare = monitors->tileRect(0);
+        const double k = shot.width() / double(monitors->width());
+        const auto pixel = [&](QPointF p) { return shot.pixelColor((p * k).toPoint()); };
+        const double y = bare.center().y() + bare.height() * 0.12;
+        const QColor inside = pixel({empty.center().x() + empty.width() * 0.3, y}), outside = pixel({bare.left() + 2, y});
+        QVERIFY2(outside.lightness() < inside.lightness(), qPrintable(inside.name() + " " + outside.name()));
+        const QColor edge = pixel({empty.left() + 0.75, y});
+        QVERIFY2(edge.red() > 100 && edge.blue() < 40, qPrintable(edge.name()));
+        // And it takes the drag as a filmed tile does.
+        send(monitors, QEvent::MouseButtonPress, empty.center(), Qt::LeftButton);
+        send(monitors, QEvent::MouseMove, empty.center() + QPointF(bare.width() * 0.1, 0), Qt::LeftButton);
+        send(monitors, QEvent::MouseMove, empty.center() + QPointF(bare.width() * 0.2, 0), Qt::LeftButton);
+        send(monitors, QEvent::MouseButtonRelease, empty.center() + QPointF(bare.width() * 0.2, 0), Qt::NoButton);
         QVERIFY(std::abs(screen.framing(0).x - 0.2) < 1e-9);
         // Back to landscape, the camera whose crop moved still shows its window.
         rig.model.setFormat(OutputFormat::landscape);
@@ -686,9 +920,15 @@ private slots:
         Rig rig;
         QVERIFY2(rig.openSet(), "the generated set opens");
         TransportBar* bar = rig.workspace().transport();
-        QCOMPARE(bar->stateText(), QStringLiteral("À L'ARRÊT · 1 à 8 = CHANGER LA CAMÉRA DU PLAN"));
+        const QLabel* line = bar->stateLabel();
+        QCOMPARE(line->text(), QStringLiteral("À L'ARRÊT · 1 à 8 = CHANGER LA CAMÉRA DU PLAN"));
+        QVERIFY(rig.key(Qt::Key_Space, QStringLiteral(" ")));
+        QCOMPARE(line->text(), QStringLiteral("EN LECTURE · 1 à 8 = COUPER"));
+        QVERIFY(rig.key(Qt::Key_Space, QStringLiteral(" ")));
+        QCOMPARE(line->text(), QStringLiteral("À L'ARRÊT · 1 à 8 = CHANGER LA CAMÉRA DU PLAN"));
+        // Played from elsewhere, the screen's next tick shows it.
         rig.player().play();
-        QCOMPARE(bar->stateText(), QStringLiteral("EN LECTURE · 1 à 8 = COUPER"));
+        QTRY_COMPARE_WITH_TIMEOUT(line->text(), QStringLiteral("EN LECTURE · 1 à 8 = COUPER"), 200);
         QCOMPARE(bar->formatText(), QStringLiteral("FORMAT 16:9"));
         rig.model.setPreviewDivision(2);
         QCOMPARE(bar->qualityText(), QStringLiteral("QUALITÉ 1/2"));

@@ -199,17 +199,27 @@ TEST_F(MediaIntake, BadFilesAreSkippedOrUnreadableNeverFatal) {
     }
 }
 
+// A source's kind comes from what its files hold; the names the interface
+// suggests (Cam 1, Son 1) decide nothing.
+TEST_F(MediaIntake, KindFollowsTheFilesNotTheFolderName) {
+    ASSERT_TRUE(makeClip(dir / "Son 2" / "plan.mp4", 1));
+    ASSERT_TRUE(makeWav(dir / "Cam 1" / "micro.wav", 1));
+    auto sources = MediaScanner::scan(dir.path());
+    ASSERT_EQ(names(sources), (std::vector<std::string>{"Cam 1", "Son 2"}));
+    EXPECT_EQ(sources[0].kind, SourceKind::audio);
+    EXPECT_EQ(sources[1].kind, SourceKind::camera);
+}
+
 TEST_F(MediaIntake, UnopenableWavAloneMakesAnAudioSourceWithNoItems) {
-    test::writeText(dir / "Son 1" / "x.wav", "");
-    fs::create_directories(dir / "Son 1");
-    test::writeText(dir / "Son 1" / "x.wav", "garbage");
+    fs::create_directories(dir / "Enregistreur");
+    test::writeText(dir / "Enregistreur" / "x.wav", "garbage");
     auto sources = MediaScanner::scan(dir.path());
     ASSERT_EQ(sources.size(), 1u);
     EXPECT_EQ(sources[0].kind, SourceKind::audio);
     EXPECT_TRUE(sources[0].items.empty());
     EXPECT_EQ(sources[0].unreadable.size(), 1u);
 
-    auto r = AudioLoader::loadWithFFmpeg(dir / "Son 1" / "x.wav");
+    auto r = AudioLoader::loadWithFFmpeg(dir / "Enregistreur" / "x.wav");
     ASSERT_FALSE(r);
     EXPECT_EQ(r.error().message, "Impossible de lire l'audio de x.wav.");
 }

@@ -30,6 +30,10 @@ struct FilePlan {
     int clipNumber = 0;
     int width = 320, height = 180;
     int fpsNum = 25, fpsDen = 1;
+    // A real camera's weight (Encode.h, Grain): noise strength and bit rate;
+    // 0 keeps the light synthetic picture.
+    int grain = 0;
+    int bitrateKbps = 0;
 
     // Sound: one stream per microphone, none for a file without sound.
     int sampleRate = 48000;

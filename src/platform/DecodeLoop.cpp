@@ -63,11 +63,11 @@ FramePtr StreamDecoder::next() {
     return f;
 }
 
-bool StreamDecoder::seek(int64_t timestamp) {
+bool StreamDecoder::seek(int64_t timestamp, bool forward) {
     ready_.clear();
     flushed_ = false;
     ended_ = false;
-    int r = av_seek_frame(format_, stream_, timestamp, AVSEEK_FLAG_BACKWARD);
+    int r = av_seek_frame(format_, stream_, timestamp, forward ? 0 : AVSEEK_FLAG_BACKWARD);
     loop_.reset();
     return r >= 0;
 }

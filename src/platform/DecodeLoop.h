@@ -50,8 +50,9 @@ public:
     // A frame the caller now owns, or null at the end of the stream.
     FramePtr next();
     // Seeks so that decoding starts at or before `timestamp` (stream time
-    // base); false when the demuxer could not seek.
-    bool seek(int64_t timestamp);
+    // base), or with `forward` at the first key frame at or after it; false
+    // when the demuxer could not seek.
+    bool seek(int64_t timestamp, bool forward = false);
     bool ended() const { return ended_; }
 
 private:

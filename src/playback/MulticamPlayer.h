@@ -36,6 +36,7 @@
 #include "edit/Scheduler.h"
 #include "playback/Angle.h"
 #include "playback/AudioOutput.h"
+#include "playback/DecodePace.h"
 #include "playback/TrackReader.h"
 #include "sync/Media.h"
 #include "sync/SyncResult.h"
@@ -68,6 +69,7 @@ public:
     struct Counters {
         int64_t shown = 0;    // frames that reached a monitor
         int64_t dropped = 0;  // frames whose time passed before they could be shown, or skipped to catch up
+        std::vector<int64_t> shownByAngle;  // `shown`, angle by angle
     };
 
     MulticamPlayer(const std::vector<MediaSource>& sources, const SyncResult& result, Options options);
@@ -105,6 +107,13 @@ public:
     const std::map<int, VideoState>& installed() const { return installed_; }
     // When paused, decodes every angle's frame again, so a changed look shows.
     void refreshStill();
+
+    // The angle on the program monitor, which decodes every picture; the
+    // others become tiles that decode at reduced cost, each at its own pace
+    // (DecodePace), and wait for it at every seek. Without one (the start)
+    // every angle decodes every picture.
+    void setProgramAngle(std::optional<int> angle);
+    std::optional<int> programAngle() const { return programAngle_; }
 
     // Pulls the workers' new frames, moves `currentTime` along the clock and
     // pauses at the end of the time line. Owner's thread.
@@ -165,8 +174,11 @@ private:
     double runningSince_ = 0;  // steady time of the common start
 
     std::vector<std::unique_ptr<VideoWorker>> video_;  // by angle; null without a picture
+    std::optional<int> programAngle_;
+    std::atomic<bool> programPending_{false};  // written by the program angle's worker under its lock
     std::vector<std::shared_ptr<const PreviewFrame>> shown_;
     int64_t shownCount_ = 0;
+    std::vector<int64_t> shownByAngle_;
     int64_t droppedCount_ = 0;
     std::vector<SoundSource> sound_;
     std::unique_ptr<Mixer> mixer_;

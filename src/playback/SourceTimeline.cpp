@@ -57,16 +57,44 @@ SourceReader::SourceReader(SourceTimeline line) : line_(std::move(line)) {}
 Result<std::shared_ptr<const media::VideoPicture>> SourceReader::pictureAt(double t) {
     const TimelinePiece* piece = line_.pictureAt(t);
     if (!piece) return std::shared_ptr<const media::VideoPicture>();
-    if (piece != videoPiece_) {
-        video_.reset();
-        videoPiece_ = nullptr;
-        auto opened = media::VideoReader::open(piece->item.url);
-        if (!opened) return opened.error();
-        video_.emplace(std::move(opened).value());
-        video_->setOutputSize(outWidth_, outHeight_);
-        videoPiece_ = piece;
-    }
+    if (Status opened = openVideo(piece); !opened) return opened.error();
     return video_->frameAt(t - piece->at);
+}
+
+Status SourceReader::openVideo(const TimelinePiece* piece) {
+    if (piece == videoPiece_) return Ok{};
+    video_.reset();
+    videoPiece_ = nullptr;
+    auto opened = media::VideoReader::open(piece->item.url);
+    if (!opened) return opened.error();
+    video_.emplace(std::move(opened).value());
+    video_->setOutputSize(outWidth_, outHeight_);
+    video_->setCost(cost_);
+    videoPiece_ = piece;
+    return Ok{};
+}
+
+void SourceReader::setCost(media::DecodeCost cost) {
+    cost_ = cost;
+    if (video_) video_->setCost(cost);
+}
+
+Result<std::optional<std::pair<double, std::shared_ptr<const media::VideoPicture>>>> SourceReader::keyFrameBefore(
+    double t) {
+    const TimelinePiece* piece = line_.pictureAt(t);
+    if (!piece) return std::optional<std::pair<double, std::shared_ptr<const media::VideoPicture>>>();
+    if (Status opened = openVideo(piece); !opened) return opened.error();
+    auto picture = video_->keyFrameBefore(t - piece->at);
+    if (!picture) return picture.error();
+    return std::optional(std::make_pair(piece->at + (*picture)->start, *picture));
+}
+
+std::optional<double> SourceReader::keyFrameAfter(double t) {
+    const TimelinePiece* piece = line_.pictureAt(t);
+    if (!piece || !openVideo(piece)) return std::nullopt;
+    auto key = video_->keyFrameAfter(t - piece->at);
+    if (!key || piece->at + *key >= piece->end()) return std::nullopt;
+    return piece->at + *key;
 }
 
 void SourceReader::setOutputSize(int width, int height) {

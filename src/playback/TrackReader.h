@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "edit/TimeRange.h"
+#include "platform/MediaReader.h"
 #include "sync/Media.h"
 #include "sync/SyncResult.h"
 
@@ -38,6 +39,22 @@ public:
     virtual std::optional<PreviewFrame> read(double notBefore) = 0;
     // Size of the frames to come; 0 × 0 keeps the file's own size.
     virtual void setOutputSize(int width, int height) = 0;
+
+    // Pictures decoded from now on at this cost; a reader that cannot skip
+    // work keeps decoding everything.
+    virtual void setCost(media::DecodeCost /*cost*/) {}
+    // The cheapest picture near `time`: the key frame at or before it, shown
+    // from `time` on until the frame-exact ones come. Reading goes on from
+    // `time` as after seek(time). Nothing where the camera has no picture or
+    // the reader cannot tell.
+    virtual std::optional<PreviewFrame> keyFrameBefore(double time) {
+        seek(time);
+        return std::nullopt;
+    }
+    // Moves to the first key frame at or after `time`, which the next read
+    // gives, so catching up decodes nothing in between. False when there is
+    // none in the file under `time`: reading goes on where it was.
+    virtual bool skipToKeyFrame(double /*time*/) { return false; }
 };
 
 class SoundTrackReader {

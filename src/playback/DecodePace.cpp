@@ -1,0 +1,41 @@
+#include "playback/DecodePace.h"
+
+#include <algorithm>
+
+namespace qv {
+
+DecodePace::DecodePace() : DecodePace(Rule{}) {}
+
+DecodePace::DecodePace(Rule rule) : rule_(rule), hold_(rule.recover) {}
+
+void DecodePace::reset(double clock) {
+    level_ = Level::light;
+    hold_ = rule_.recover;
+    changedAt_ = clock;
+    earlySince_ = -1;
+    recoveredAt_ = -1e300;
+}
+
+bool DecodePace::picture(double start, double end, double clock) {
+    if (clock >= end) {
+        // Late: its time had passed before it could be shown.
+        earlySince_ = -1;
+        if (level_ == Level::keyFrames) return true;
+        if (clock - changedAt_ < rule_.settle) return false;
+        // A step up that fails within its own hold was too early: wait longer next time.
+        if (clock - recoveredAt_ < hold_) hold_ = std::min(hold_ * 2, rule_.longestHold);
+        level_ = level_ == Level::light ? Level::anchors : Level::keyFrames;
+        changedAt_ = clock;
+        return level_ == Level::keyFrames;
+    }
+    if (start < clock) return false;  // just in time: neither late nor early
+    if (earlySince_ < 0) earlySince_ = clock;
+    if (level_ != Level::light && clock - earlySince_ >= hold_ && clock - changedAt_ >= hold_) {
+        level_ = level_ == Level::keyFrames ? Level::anchors : Level::light;
+        changedAt_ = recoveredAt_ = clock;
+        earlySince_ = clock;
+    }
+    return false;
+}
+
+}  // namespace qv

@@ -1,0 +1,55 @@
+// DecodePace: how much of its stream one monitor tile decodes, chosen from
+// how its own pictures come out against the clock. A tile starts light
+// (pictures nothing refers to skipped, no deblocking); when its pictures
+// come out after their time it steps down to key and P frames only, then to
+// jumps from key frame to key frame ahead of the clock; after a stretch of
+// pictures ready before their time it steps back up by itself. Each angle
+// has its own pace, so one heavy camera never slows the others.
+//
+// Times are seconds on the set's time line (the clock of play), so the rule
+// runs the same on a real clock and on virtual time. Plain value; one thread.
+#pragma once
+
+#include "platform/MediaReader.h"
+
+namespace qv {
+
+class DecodePace {
+public:
+    enum class Level { light, anchors, keyFrames };
+
+    struct Rule {
+        double settle = 0.5;      // play after a step down before the next one: the step needs time to tell
+        double recover = 2.0;     // play with every picture early before a step up
+        double longestHold = 16;  // the hold before a step up doubles when a step up fails soon, up to this
+    };
+
+    DecodePace();
+    explicit DecodePace(Rule rule);
+
+    // Starts again at the lightest level (a seek, a start of play); the
+    // clock stands at `clock`.
+    void reset(double clock);
+
+    // One picture decoded for [start, end) while the clock stood at
+    // `clock`. Returns true when the tile should jump to the next key frame
+    // ahead of the clock instead of decoding on.
+    bool picture(double start, double end, double clock);
+
+    Level level() const { return level_; }
+    // What the decoder is asked to do at this level; jumps decode their key
+    // frame and the P frames after it.
+    media::DecodeCost cost() const {
+        return level_ == Level::light ? media::DecodeCost::light : media::DecodeCost::anchors;
+    }
+
+private:
+    Rule rule_;
+    Level level_ = Level::light;
+    double hold_;
+    double changedAt_ = 0;    // clock of the last step
+    double earlySince_ = -1;  // clock since which every picture came early; < 0: not so
+    double recoveredAt_ = -1e300;
+};
+
+}  // namespace qv

@@ -4,6 +4,13 @@
 
 namespace qv {
 
+namespace {
+
+// Clock times are sums of doubles: a stretch within this of its length has lasted it.
+constexpr double kSlack = 1e-6;
+
+}  // namespace
+
 DecodePace::DecodePace() : DecodePace(Rule{}) {}
 
 DecodePace::DecodePace(Rule rule) : rule_(rule), hold_(rule.recover) {}
@@ -21,7 +28,7 @@ bool DecodePace::picture(double start, double end, double clock) {
         // Late: its time had passed before it could be shown.
         earlySince_ = -1;
         if (level_ == Level::keyFrames) return true;
-        if (clock - changedAt_ < rule_.settle) return false;
+        if (clock - changedAt_ < rule_.settle - kSlack) return false;
         // A step up that fails within its own hold was too early: wait longer next time.
         if (clock - recoveredAt_ < hold_) hold_ = std::min(hold_ * 2, rule_.longestHold);
         level_ = level_ == Level::light ? Level::anchors : Level::keyFrames;
@@ -30,7 +37,7 @@ bool DecodePace::picture(double start, double end, double clock) {
     }
     if (start < clock) return false;  // just in time: neither late nor early
     if (earlySince_ < 0) earlySince_ = clock;
-    if (level_ != Level::light && clock - earlySince_ >= hold_ && clock - changedAt_ >= hold_) {
+    if (level_ != Level::light && clock - earlySince_ >= hold_ - kSlack && clock - changedAt_ >= hold_ - kSlack) {
         level_ = level_ == Level::keyFrames ? Level::anchors : Level::light;
         changedAt_ = recoveredAt_ = clock;
         earlySince_ = clock;

@@ -143,7 +143,9 @@ struct MulticamPlayer::VideoWorker {
             if (fresh) {
                 pace.reset(at);
                 if (isTile) {
-                    reader->setCost(media::DecodeCost::anchors);
+                    // The packets the codec takes ahead go at this cost too:
+                    // a still needs every picture up to its frame.
+                    reader->setCost(isPlaying ? pace.cost() : media::DecodeCost::noLoopFilter);
                     frame = reader->keyFrameBefore(at);
                     preview = true;
                     waitProgram = true;
@@ -478,6 +480,9 @@ void MulticamPlayer::update() {
         currentTime_ = clamped;
     }
     t = currentTime_;
+    // Set times are sums of doubles: a frame starting within a microsecond
+    // of the clock is the one due, as the readers count it.
+    const double due = t + 1e-6;
     for (size_t i = 0; i < video_.size(); ++i) {
         auto& worker = video_[i];
         if (!worker) continue;
@@ -488,12 +493,12 @@ void MulticamPlayer::update() {
             bool popped = false;
             // Past its end, or a later picture is due (a key frame shown
             // ahead of the exact frames gives way to them).
-            while (!queue.empty() && (queue.front()->end <= t || (queue.size() > 1 && queue[1]->start <= t))) {
+            while (!queue.empty() && (queue.front()->end <= t || (queue.size() > 1 && queue[1]->start <= due))) {
                 if (queue.front() != shown_[i]) ++droppedCount_;
                 queue.pop_front();
                 popped = true;
             }
-            if (!queue.empty() && queue.front()->start <= t) {
+            if (!queue.empty() && queue.front()->start <= due) {
                 show = queue.front();
             } else if (playing_ && (worker->tile || worker->program) && !worker->ended && shown_[i] &&
                        angles_[i].hasImage(t)) {

@@ -23,8 +23,8 @@ void DecodePace::reset(double clock) {
     recoveredAt_ = -1e300;
 }
 
-bool DecodePace::picture(double start, double end, double clock) {
-    if (clock >= end) {
+bool DecodePace::picture(double start, double end, double clock, bool starved) {
+    if (clock >= end || starved) {
         // Late: its time had passed before it could be shown.
         earlySince_ = -1;
         if (level_ == Level::keyFrames) return true;

@@ -33,8 +33,10 @@ public:
 
     // One picture decoded for [start, end) while the clock stood at
     // `clock`. Returns true when the tile should jump to the next key frame
-    // ahead of the clock instead of decoding on.
-    bool picture(double start, double end, double clock);
+    // ahead of the clock instead of decoding on. `starved`: the program
+    // angle is behind; the tile steps down as if it were late itself, so
+    // the program gets the processor first.
+    bool picture(double start, double end, double clock, bool starved = false);
 
     Level level() const { return level_; }
     // What the decoder is asked to do at this level; jumps decode their key

@@ -11,6 +11,7 @@
 #include "looks/Image.h"
 #include "looks/LookRenderer.h"
 #include "playback/SoundMix.h"
+#include "platform/ThreadPriority.h"
 
 namespace qv {
 
@@ -37,6 +38,7 @@ struct MulticamPlayer::VideoWorker {
     std::function<void()> wakeup;
     std::unique_ptr<VideoTrackReader> reader;  // used by the thread only
     std::atomic<bool>* programPending = nullptr;  // the player's: the program angle has not its first frame yet
+    std::atomic<double>* programLateAt = nullptr;  // the player's: clock when the program angle last came late
 
     std::mutex lock;
     std::condition_variable work;     // a request or room in the queue
@@ -164,8 +166,11 @@ struct MulticamPlayer::VideoWorker {
             }
             if (frame) finish(*frame, st, looks);
             const double clock = playhead.load();
+            if (frame && isProgram && isPlaying && clock >= frame->end) *programLateAt = clock;
             if (frame && !preview && isTile && isPlaying && clock > -1e299) {
-                const bool jump = pace.picture(frame->start, frame->end, clock);
+                const double programLate = *programLateAt;
+                const bool starved = programLate <= clock && clock - programLate < 0.5;
+                const bool jump = pace.picture(frame->start, frame->end, clock, starved);
                 // The next key frame a little ahead of the clock, so it comes before its time.
                 if (jump) reader->skipToKeyFrame(clock + 0.3);
             }
@@ -328,6 +333,7 @@ MulticamPlayer::MulticamPlayer(const std::vector<MediaSource>& sources, const Sy
                     worker->fileHeight = angle.height;
                     worker->ahead = framesAhead_;
                     worker->programPending = &programPending_;
+                    worker->programLateAt = &programLateAt_;
                     worker->wakeup = wakeup_;
                     worker->reader = std::move(reader);
                 }
@@ -357,7 +363,12 @@ MulticamPlayer::MulticamPlayer(const std::vector<MediaSource>& sources, const Sy
         if (!worker) continue;
         std::lock_guard guard(worker->lock);
         worker->request(0, false);
-        worker->thread = std::thread([w = worker.get()] { w->run(); });
+        worker->thread = std::thread([w = worker.get()] {
+            // Pictures give way to the sound and the interface: a late tile
+            // degrades by itself, a late key press or a gap in the sound is lost.
+            platform::yieldToOthers(4);
+            w->run();
+        });
     }
     mixer_->thread = std::thread([m = mixer_.get()] { m->run(); });
 }
@@ -605,6 +616,7 @@ void MulticamPlayer::setProgramAngle(std::optional<int> angle) {
     programAngle_ = angle;
     // A wait for the program angle that went away would never end.
     programPending_ = false;
+    programLateAt_ = -1e300;
     for (size_t i = 0; i < video_.size(); ++i) {
         auto& worker = video_[i];
         if (!worker) continue;

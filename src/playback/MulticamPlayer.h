@@ -176,6 +176,7 @@ private:
     std::vector<std::unique_ptr<VideoWorker>> video_;  // by angle; null without a picture
     std::optional<int> programAngle_;
     std::atomic<bool> programPending_{false};  // written by the program angle's worker under its lock
+    std::atomic<double> programLateAt_{-1e300};  // written by the program angle's worker
     std::vector<std::shared_ptr<const PreviewFrame>> shown_;
     int64_t shownCount_ = 0;
     std::vector<int64_t> shownByAngle_;

@@ -126,6 +126,10 @@ struct VideoReader::State : OpenStream {
         return true;
     }
 
+    // Pictures two frames or more before `t` cannot be the one shown at
+    // `t` (at a constant rate): those nothing refers to are skipped.
+    void skipToward(double t) { decoder->skipUnreferencedBefore(streamStamp(stream, t - 2 * nominal + origin)); }
+
     // Seeks to the key frame before `t`, further back when the demuxer lands
     // after it, and to the very start at last.
     void seekBefore(double t) {
@@ -135,6 +139,7 @@ struct VideoReader::State : OpenStream {
         for (double b : backoffs) {
             if (t - b <= 0) break;
             if (!decoder->seek(streamStamp(stream, t - b + origin))) break;
+            skipToward(t);
             pull();
             if (pending && pendingStart <= t + 1e-6) {
                 currentIsFirst = false;
@@ -216,9 +221,9 @@ void VideoReader::setCost(DecodeCost cost) {
     // take the value with each packet), so a change never needs a flush.
     AVCodecContext* c = s_->codec.get();
     c->skip_loop_filter = cost == DecodeCost::full ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
-    c->skip_frame = cost == DecodeCost::light     ? AVDISCARD_NONREF
-                    : cost == DecodeCost::anchors ? AVDISCARD_BIDIR
-                                                  : AVDISCARD_DEFAULT;
+    s_->decoder->setSkipFrame(cost == DecodeCost::light     ? AVDISCARD_NONREF
+                              : cost == DecodeCost::anchors ? AVDISCARD_BIDIR
+                                                            : AVDISCARD_DEFAULT);
 }
 
 DecodeCost VideoReader::cost() const { return s_->cost; }

@@ -177,6 +177,9 @@ struct MulticamPlayer::VideoWorker {
 
             l.lock();
             if (generation != gen) continue;  // a newer request came meanwhile
+            // Put on program while this tile's frame was decoded: it would
+            // stand after the frames decoded again, out of order.
+            if (resync) continue;
             level = pace.level();
             if (preview && !frame) continue;  // no key frame to show: on to the frames themselves
             bool first = !ready;

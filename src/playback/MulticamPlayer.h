@@ -15,6 +15,17 @@
 // one common instant. A frame whose time has passed before it could be shown
 // is dropped, never shown late.
 //
+// Program and tiles. Eight cameras of real weight cost more to decode than
+// two cores have. Once the owner names the angle on the program monitor,
+// that angle decodes every picture and the others become tiles: each
+// decodes at reduced cost (pictures nothing refers to skipped, no
+// deblocking), steps down to key and P frames and then to jumps between key
+// frames when its own pictures come late or the program angle does, and
+// steps back up by itself (DecodePace). At a seek a tile first shows the key
+// frame before the target, then waits for the program angle's frame before
+// decoding its own exact one. A tile catching up keeps its last picture.
+// Decoder threads run at a lower priority than the sound and the interface.
+//
 // Threads. Every public call is for the owner's thread (the main thread).
 // Worker threads never call into the owner: they only call `wakeup`, after
 // which the owner calls `update()` to pull the new frames. `update()` also

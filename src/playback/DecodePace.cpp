@@ -24,7 +24,17 @@ void DecodePace::reset(double clock) {
 }
 
 bool DecodePace::picture(double start, double end, double clock, bool starved) {
-    if (clock >= end || starved) {
+    // The program angle behind: key and P frames leave it room enough, and
+    // the tile keeps several pictures a second (key frames alone would not).
+    if (starved && clock < end) {
+        earlySince_ = -1;
+        if (level_ == Level::light && clock - changedAt_ >= rule_.settle - kSlack) {
+            level_ = Level::anchors;
+            changedAt_ = clock;
+        }
+        return false;
+    }
+    if (clock >= end) {
         // Late: its time had passed before it could be shown.
         earlySince_ = -1;
         if (level_ == Level::keyFrames) return true;

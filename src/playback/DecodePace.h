@@ -2,7 +2,8 @@
 // how its own pictures come out against the clock. A tile starts light
 // (pictures nothing refers to skipped, no deblocking); when its pictures
 // come out after their time it steps down to key and P frames only, then to
-// jumps from key frame to key frame ahead of the clock; after a stretch of
+// jumps from key frame to key frame ahead of the clock (also to key and P
+// frames while the program angle is behind); after a stretch of
 // pictures ready before their time it steps back up by itself. Each angle
 // has its own pace, so one heavy camera never slows the others.
 //
@@ -34,8 +35,8 @@ public:
     // One picture decoded for [start, end) while the clock stood at
     // `clock`. Returns true when the tile should jump to the next key frame
     // ahead of the clock instead of decoding on. `starved`: the program
-    // angle is behind; the tile steps down as if it were late itself, so
-    // the program gets the processor first.
+    // angle is behind; the tile steps down to key and P frames even when on
+    // time, and does not step up, so the program gets the processor first.
     bool picture(double start, double end, double clock, bool starved = false);
 
     Level level() const { return level_; }

@@ -20,6 +20,7 @@ void DecodePace::reset(double clock) {
     hold_ = rule_.recover;
     changedAt_ = clock;
     earlySince_ = -1;
+    starvedSince_ = -1;
     recoveredAt_ = -1e300;
 }
 
@@ -28,12 +29,20 @@ bool DecodePace::picture(double start, double end, double clock, bool starved) {
     // the tile keeps several pictures a second (key frames alone would not).
     if (starved && clock < end) {
         earlySince_ = -1;
+        if (starvedSince_ < 0) starvedSince_ = clock;
         if (level_ == Level::light && clock - changedAt_ >= rule_.settle - kSlack) {
             level_ = Level::anchors;
             changedAt_ = clock;
         }
+        // Behind for long: only key frames, so the program can catch up.
+        if (clock - starvedSince_ >= rule_.starvedLong - kSlack) {
+            if (level_ != Level::keyFrames) changedAt_ = clock;
+            level_ = Level::keyFrames;
+            return true;
+        }
         return false;
     }
+    if (!starved) starvedSince_ = -1;
     if (clock >= end) {
         // Late: its time had passed before it could be shown.
         earlySince_ = -1;

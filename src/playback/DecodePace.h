@@ -2,8 +2,8 @@
 // how its own pictures come out against the clock. A tile starts light
 // (pictures nothing refers to skipped, no deblocking); when its pictures
 // come out after their time it steps down to key and P frames only, then to
-// jumps from key frame to key frame ahead of the clock (also to key and P
-// frames while the program angle is behind); after a stretch of
+// jumps from key frame to key frame ahead of the clock (the same steps when
+// the program angle is behind, more slowly); after a stretch of
 // pictures ready before their time it steps back up by itself. Each angle
 // has its own pace, so one heavy camera never slows the others.
 //
@@ -23,6 +23,7 @@ public:
         double settle = 0.5;      // play after a step down before the next one: the step needs time to tell
         double recover = 2.0;     // play with every picture early before a step up
         double longestHold = 16;  // the hold before a step up doubles when a step up fails soon, up to this
+        double starvedLong = 1.0;  // the program angle behind this long: key frames only
     };
 
     DecodePace();
@@ -36,7 +37,8 @@ public:
     // `clock`. Returns true when the tile should jump to the next key frame
     // ahead of the clock instead of decoding on. `starved`: the program
     // angle is behind; the tile steps down to key and P frames even when on
-    // time, and does not step up, so the program gets the processor first.
+    // time, and does not step up; behind for long, to key frames only, so
+    // the program gets the processor first.
     bool picture(double start, double end, double clock, bool starved = false);
 
     Level level() const { return level_; }
@@ -53,6 +55,7 @@ private:
     double changedAt_ = 0;    // clock of the last step
     double earlySince_ = -1;  // clock since which every picture came early; < 0: not so
     double recoveredAt_ = -1e300;
+    double starvedSince_ = -1;  // clock since which the program angle is behind; < 0: it is not
 };
 
 }  // namespace qv

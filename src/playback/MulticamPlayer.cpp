@@ -20,6 +20,7 @@ namespace {
 constexpr double kTickSeconds = 1.0 / 30;
 constexpr double kStartWait = 0.15;  // longest hold of the clock at a start
 constexpr size_t kMixBlock = 1024;   // frames mixed at a time
+constexpr double kProgramGiveUp = 0.5;  // the program angle this late jumps to a key frame
 
 }  // namespace
 
@@ -166,7 +167,12 @@ struct MulticamPlayer::VideoWorker {
             }
             if (frame) finish(*frame, st, looks);
             const double clock = playhead.load();
-            if (frame && isProgram && isPlaying && clock >= frame->end) *programLateAt = clock;
+            if (frame && isProgram && isPlaying && clock >= frame->end) {
+                *programLateAt = clock;
+                // Hopelessly behind (a machine far too busy): decoding every
+                // late picture would never catch up; the next key frame does.
+                if (clock - frame->end > kProgramGiveUp) reader->skipToKeyFrame(clock + 0.3);
+            }
             if (frame && !preview && isTile && isPlaying && clock > -1e299) {
                 const double programLate = *programLateAt;
                 const bool starved = programLate <= clock && clock - programLate < 0.5;

@@ -65,12 +65,14 @@ TEST(DecodePace, AStepUpThatFailsSoonWaitsTwiceAsLongAndAResetForgetsIt) {
     early(pace, 7.85, 7.85);
     EXPECT_EQ(pace.level(), Level::light);
 
-    // The program angle behind: an early tile steps down all the same, but
-    // no further than key and P frames, and not back up meanwhile.
+    // The program angle behind: an early tile steps down all the same, to
+    // key and P frames, and after a second of it to key frames only.
     EXPECT_FALSE(pace.picture(8.9, 9.0, 8.7, true));
     ASSERT_EQ(pace.level(), Level::anchors);
-    for (double clock : {9.3, 11.0, 13.0}) EXPECT_FALSE(pace.picture(clock + 0.2, clock + 0.3, clock, true));
+    EXPECT_FALSE(pace.picture(9.5, 9.6, 9.3, true));
     EXPECT_EQ(pace.level(), Level::anchors);
+    EXPECT_TRUE(pace.picture(9.9, 10.0, 9.7, true));
+    EXPECT_EQ(pace.level(), Level::keyFrames);
     pace.reset(20);
     EXPECT_EQ(pace.level(), Level::light);
     pace.picture(20.6, 20.7, 20.8);  // late after the settle: anchors, the hold is 2 s again

@@ -183,6 +183,9 @@ VideoReader& VideoReader::operator=(VideoReader&&) noexcept = default;
 
 Result<VideoReader> VideoReader::open(const std::filesystem::path& file) {
     auto s = std::make_unique<State>();
+    // Two frame threads: the program angle and a seek use both cores, while
+    // a tile whose queue is full leaves its second thread idle. One count for
+    // all, since any tile may go on program at a key press.
     if (Status st = s->open(file, ff::isPictureStream, Error{file.filename().string() + " ne contient pas d'image."}, 2); !st)
         return st.error();
     s->origin = ff::timeZero(s->format.get(), 0);

@@ -792,6 +792,7 @@ void AppModel::applyAudio() {
 void AppModel::refreshFollow() {
     if (!player_) return;
     int c = edit_.activeCamera(player_->currentTime());
+    player_->setProgramAngle(c);
     if (c == followCamera_) return;
     followCamera_ = c;
     if (audio_.mode == AudioSettings::Mode::camera) applyAudio();

@@ -51,6 +51,7 @@ public:
     std::optional<PixelSize> pictureSize(int camera) const override;
     std::shared_ptr<const PreviewFrame> shownFrame(int camera) const override { return player_->shownFrame(camera); }
     void setFrameObserver(std::function<void()> observer) override { frames_ = std::move(observer); }
+    void setProgramAngle(int camera) override { player_->setProgramAngle(camera); }
 
     MulticamPlayer& engine() { return *player_; }
 

@@ -97,6 +97,9 @@ public:
     // Called on the main thread when the shown pictures or the time may have
     // changed, for repaints only (a player without pictures never calls it).
     virtual void setFrameObserver(std::function<void()> /*observer*/) {}
+    // The camera on the program monitor, which must show every picture; the
+    // others may show fewer (a player without pictures ignores it).
+    virtual void setProgramAngle(int /*camera*/) {}
 };
 
 using PlayerFactory =

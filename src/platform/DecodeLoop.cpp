@@ -30,7 +30,7 @@ DecodeLoop::Status DecodeLoop::decode(const AVPacket* packet, const std::functio
 void DecodeLoop::reset() { avcodec_flush_buffers(codec_); }
 
 StreamDecoder::StreamDecoder(AVFormatContext* format, int streamIndex, AVCodecContext* codec)
-    : format_(format), stream_(streamIndex), loop_(codec), packet_(av_packet_alloc()) {}
+    : format_(format), stream_(streamIndex), codec_(codec), loop_(codec), packet_(av_packet_alloc()) {}
 
 FramePtr StreamDecoder::next() {
     auto keep = [this](AVFrame* f) {
@@ -52,6 +52,10 @@ FramePtr StreamDecoder::next() {
             continue;
         }
         if (packet_->stream_index == stream_) {
+            if (skipBefore_ != AV_NOPTS_VALUE && packet_->pts != AV_NOPTS_VALUE && packet_->pts >= skipBefore_) {
+                codec_->skip_frame = skipBase_;
+                skipBefore_ = AV_NOPTS_VALUE;
+            }
             DecodeLoop::Status s = loop_.decode(packet_.get(), keep);
             if (s == DecodeLoop::Status::endOfStream) ended_ = true;
         }
@@ -63,11 +67,28 @@ FramePtr StreamDecoder::next() {
     return f;
 }
 
-bool StreamDecoder::seek(int64_t timestamp) {
+void StreamDecoder::skipUnreferencedBefore(int64_t timestamp) {
+    if (skipBefore_ == AV_NOPTS_VALUE) skipBase_ = codec_->skip_frame;
+    skipBefore_ = timestamp;
+    codec_->skip_frame = std::max(skipBase_, AVDISCARD_NONREF);
+}
+
+void StreamDecoder::setSkipFrame(AVDiscard skip) {
+    if (skipBefore_ == AV_NOPTS_VALUE) {
+        codec_->skip_frame = skip;
+    } else {
+        skipBase_ = skip;
+        codec_->skip_frame = std::max(skip, AVDISCARD_NONREF);
+    }
+}
+
+bool StreamDecoder::seek(int64_t timestamp, bool forward) {
+    if (skipBefore_ != AV_NOPTS_VALUE) codec_->skip_frame = skipBase_;
+    skipBefore_ = AV_NOPTS_VALUE;
     ready_.clear();
     flushed_ = false;
     ended_ = false;
-    int r = av_seek_frame(format_, stream_, timestamp, AVSEEK_FLAG_BACKWARD);
+    int r = av_seek_frame(format_, stream_, timestamp, forward ? 0 : AVSEEK_FLAG_BACKWARD);
     loop_.reset();
     return r >= 0;
 }

@@ -50,14 +50,24 @@ public:
     // A frame the caller now owns, or null at the end of the stream.
     FramePtr next();
     // Seeks so that decoding starts at or before `timestamp` (stream time
-    // base); false when the demuxer could not seek.
-    bool seek(int64_t timestamp);
+    // base), or with `forward` at the first key frame at or after it; false
+    // when the demuxer could not seek.
+    bool seek(int64_t timestamp, bool forward = false);
     bool ended() const { return ended_; }
+    // Until a packet stamped at or after `timestamp` comes, pictures that
+    // nothing refers to are not decoded: on the way from a key frame to a
+    // picture they only cost time. Ends with the next seek.
+    void skipUnreferencedBefore(int64_t timestamp);
+    // The codec's own choice of pictures to skip, kept through the above.
+    void setSkipFrame(AVDiscard skip);
 
 private:
     AVFormatContext* format_;
     int stream_;
+    AVCodecContext* codec_;
     DecodeLoop loop_;
+    int64_t skipBefore_ = AV_NOPTS_VALUE;
+    AVDiscard skipBase_ = AVDISCARD_DEFAULT;  // the codec's own setting, put back after
     PacketPtr packet_;
     std::deque<FramePtr> ready_;
     bool flushed_ = false;

@@ -97,6 +97,7 @@ struct VideoReader::State : OpenStream {
     std::shared_ptr<VideoPicture> current;
     ff::FramePtr currentRaw;      // the current picture until it is asked for: skipped ones are never converted
     int outWidth = 0, outHeight = 0;  // display size asked for; 0 keeps the file's
+    DecodeCost cost = DecodeCost::full;
     bool currentIsFirst = false;  // nothing lies before it
     ff::FramePtr pending;         // the next picture, decoded but not converted
     double pendingStart = 0;
@@ -125,6 +126,10 @@ struct VideoReader::State : OpenStream {
         return true;
     }
 
+    // Pictures two frames or more before `t` cannot be the one shown at
+    // `t` (at a constant rate): those nothing refers to are skipped.
+    void skipToward(double t) { decoder->skipUnreferencedBefore(streamStamp(stream, t - 2 * nominal + origin)); }
+
     // Seeks to the key frame before `t`, further back when the demuxer lands
     // after it, and to the very start at last.
     void seekBefore(double t) {
@@ -134,6 +139,7 @@ struct VideoReader::State : OpenStream {
         for (double b : backoffs) {
             if (t - b <= 0) break;
             if (!decoder->seek(streamStamp(stream, t - b + origin))) break;
+            skipToward(t);
             pull();
             if (pending && pendingStart <= t + 1e-6) {
                 currentIsFirst = false;
@@ -156,6 +162,18 @@ struct VideoReader::State : OpenStream {
         currentIsFirst = true;
         promote();
     }
+
+    // The current picture in RGBA at the size asked for, turned upright.
+    bool convertCurrent() {
+        if (!currentRaw) return true;
+        // Scaled before turning: the coded picture's axes are swapped by odd turns.
+        bool swap = turns % 2 != 0;
+        auto rgba = converter.convert(currentRaw.get(), swap ? outHeight : outWidth, swap ? outWidth : outHeight);
+        if (!rgba) return false;
+        current->frame = rotate(std::move(rgba).value(), turns);
+        currentRaw.reset();
+        return true;
+    }
 };
 
 VideoReader::VideoReader(std::unique_ptr<State> s) : s_(std::move(s)) {}
@@ -165,6 +183,9 @@ VideoReader& VideoReader::operator=(VideoReader&&) noexcept = default;
 
 Result<VideoReader> VideoReader::open(const std::filesystem::path& file) {
     auto s = std::make_unique<State>();
+    // Two frame threads: the program angle and a seek use both cores, while
+    // a tile whose queue is full leaves its second thread idle. One count for
+    // all, since any tile may go on program at a key press.
     if (Status st = s->open(file, ff::isPictureStream, Error{file.filename().string() + " ne contient pas d'image."}, 2); !st)
         return st.error();
     s->origin = ff::timeZero(s->format.get(), 0);
@@ -192,16 +213,48 @@ Result<std::shared_ptr<const VideoPicture>> VideoReader::frameAt(double seconds)
         s.currentIsFirst = false;
         if (!s.promote()) break;
     }
-    if (s.currentRaw) {
-        // Scaled before turning: the coded picture's axes are swapped by odd turns.
-        bool swap = s.turns % 2 != 0;
-        auto rgba = s.converter.convert(s.currentRaw.get(), swap ? s.outHeight : s.outWidth,
-                                        swap ? s.outWidth : s.outHeight);
-        if (!rgba) return unreadable(s.file);
-        s.current->frame = rotate(std::move(rgba).value(), s.turns);
-        s.currentRaw.reset();
-    }
+    if (!s.convertCurrent()) return unreadable(s.file);
     return std::shared_ptr<const VideoPicture>(s.current);
+}
+
+void VideoReader::setCost(DecodeCost cost) {
+    if (cost == s_->cost) return;
+    s_->cost = cost;
+    // Read by the codec for every packet sent from now on (frame threads
+    // take the value with each packet), so a change never needs a flush.
+    AVCodecContext* c = s_->codec.get();
+    c->skip_loop_filter = cost == DecodeCost::full ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
+    s_->decoder->setSkipFrame(cost == DecodeCost::light     ? AVDISCARD_NONREF
+                              : cost == DecodeCost::anchors ? AVDISCARD_BIDIR
+                                                            : AVDISCARD_DEFAULT);
+}
+
+DecodeCost VideoReader::cost() const { return s_->cost; }
+
+Result<std::shared_ptr<const VideoPicture>> VideoReader::keyFrameBefore(double seconds) {
+    State& s = *s_;
+    s.seekBefore(seconds + 1e-6);
+    if (!s.current || !s.convertCurrent()) return unreadable(s.file);
+    return std::shared_ptr<const VideoPicture>(s.current);
+}
+
+std::optional<double> VideoReader::keyFrameAfter(double seconds) {
+    State& s = *s_;
+    if (!s.decoder->seek(streamStamp(s.stream, seconds + s.origin), true)) {
+        // Past the last key frame: the demuxer stays put, but the decoder
+        // was flushed, so the next frameAt starts afresh.
+        s.current.reset();
+        s.currentRaw.reset();
+        s.pending.reset();
+        return std::nullopt;
+    }
+    s.current.reset();
+    s.currentRaw.reset();
+    s.pull();
+    if (!s.pending) return std::nullopt;
+    s.currentIsFirst = false;
+    s.promote();
+    return s.current->start;
 }
 
 void VideoReader::setOutputSize(int width, int height) {

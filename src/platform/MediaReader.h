@@ -16,6 +16,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <optional>
 
 #include "base/Result.h"
 #include "platform/VideoFrame.h"
@@ -27,6 +28,16 @@ struct VideoPicture {
     double start = 0;  // seconds on the file's time line
     double end = 0;    // start of the next picture, or start + one nominal frame for the last
     RgbaFrame frame;   // display orientation (rotation metadata applied), 8-bit RGBA
+};
+
+// How much of a picture stream is decoded, from all of it to the frames
+// other pictures are predicted from. Lighter costs skip work where the codec
+// allows it; a codec that cannot skip decodes everything.
+enum class DecodeCost {
+    full,          // every picture, as the file holds it
+    noLoopFilter,  // every picture, the deblocking skipped: right frame, slightly blockier
+    light,         // also skips pictures nothing refers to (most B-frames)
+    anchors,       // only key and P frames: about one picture in four with B-frames
 };
 
 class VideoReader {
@@ -50,6 +61,19 @@ public:
     // Pictures from now on at this display size (0 × 0: the file's own),
     // scaled as they are converted; pictures passed over are never converted.
     void setOutputSize(int width, int height);
+
+    // Pictures decoded from now on at this cost. Skipped pictures leave the
+    // one before them shown longer: `frameAt` still answers every time.
+    void setCost(DecodeCost cost);
+    DecodeCost cost() const;
+
+    // The key frame at or before `seconds`, the cheapest picture near it;
+    // the reader stays there, so `frameAt(seconds)` decodes on from it.
+    Result<std::shared_ptr<const VideoPicture>> keyFrameBefore(double seconds);
+    // Moves to the first key frame at or after `seconds` and gives its start,
+    // so reading on from there needs nothing decoded before it. Nothing when
+    // no key frame follows; the reader is then left where it was.
+    std::optional<double> keyFrameAfter(double seconds);
 
     int width() const;   // display size
     int height() const;

@@ -12,6 +12,7 @@
 #include "looks/Image.h"
 #include "looks/LookRenderer.h"
 #include "playback/SoundMix.h"
+#include "platform/ThreadPriority.h"
 
 namespace qv {
 
@@ -20,18 +21,26 @@ namespace {
 constexpr double kTickSeconds = 1.0 / 30;
 constexpr double kStartWait = 0.15;  // longest hold of the clock at a start
 constexpr size_t kMixBlock = 1024;   // frames mixed at a time
+constexpr double kProgramGiveUp = 0.5;  // the program angle this late jumps to a key frame
 
 }  // namespace
 
 // One camera's decoder thread. It seeks its reader at every new request
 // (generation), then decodes in order: while playing until `ahead` frames
 // wait, while paused only the frame at the requested time.
+//
+// With a program angle set, the other angles are tiles: at a request a tile
+// first shows the key frame before the time (one cheap picture), waits for
+// the program angle's first frame (it goes first), then decodes at the cost
+// its own pace chooses while playing, or the exact frame while paused.
 struct MulticamPlayer::VideoWorker {
     int camera = 0;
     int fileWidth = 0, fileHeight = 0;
     int ahead = 8;
     std::function<void()> wakeup;
     std::unique_ptr<VideoTrackReader> reader;  // used by the thread only
+    std::atomic<bool>* programPending = nullptr;  // the player's: the program angle has not its first frame yet
+    std::atomic<double>* programLateAt = nullptr;  // the player's: clock when the program angle last came late
 
     std::mutex lock;
     std::condition_variable work;     // a request or room in the queue
@@ -45,9 +54,15 @@ struct MulticamPlayer::VideoWorker {
     std::shared_ptr<LookRenderer> renderer;  // set only while `state.looks`
     std::optional<std::vector<TimeRange>> windows;  // for the reader at the next request
     std::deque<std::shared_ptr<const PreviewFrame>> queue;
-    bool ready = false;  // the frame at `target` is queued, or there is none
+    bool ready = false;  // a picture for `target` is queued (a tile's key frame counts), or there is none
+    bool exact = false;  // the frame-exact picture for `target` is queued, or there is none
+    bool ended = false;  // nothing more to read in this generation
     uint64_t poke = 0, pokeSeen = 0;
     int64_t skipped = 0;  // frames passed over to catch up with the clock
+    bool program = false;  // on the program monitor: every picture, at full cost
+    bool tile = false;     // another angle is on program: decoded at reduced cost
+    std::optional<double> resync;  // became the program angle: decode every picture again from here
+    DecodePace::Level level = DecodePace::Level::light;  // the pace's, for the owner to read
     // The clock as the owner last saw it while playing: a decoder that
     // falls behind jumps to it instead of decoding late frames to the end.
     std::atomic<double> playhead{-1e300};
@@ -60,20 +75,41 @@ struct MulticamPlayer::VideoWorker {
         target = at;
         playing = play;
         queue.clear();
-        ready = false;
+        ready = exact = false;
+        ended = false;
+        resync.reset();
+        if (program && programPending) *programPending = true;
         work.notify_all();
+    }
+
+    // The picture handed over: through the look renderer when it has one.
+    void finish(PreviewFrame& frame, const VideoState& st, const std::shared_ptr<LookRenderer>& looks) {
+        if (st.looks && looks && !frame.rgba.empty()) {
+            Image image = Image::fromRgba8(frame.rgba.data(), frame.width, frame.height, frame.width * 4);
+            frame.rgba = looks->process(std::move(image), camera, frame.start).toRgba8();
+        }
+    }
+
+    void applySize(const VideoState& st) {
+        if (st.division < 2 && !st.looks) {
+            reader->setOutputSize(0, 0);
+        } else {
+            reader->setOutputSize(std::max(2, static_cast<int>(std::lround(double(fileWidth) / st.division))),
+                                  std::max(2, static_cast<int>(std::lround(double(fileHeight) / st.division))));
+        }
     }
 
     void run() {
         uint64_t seen = 0;
-        bool ended = false;
         std::optional<VideoState> applied;
         double lastStart = 0, lastEnd = 0;  // of the last frame handed over
+        DecodePace pace;
+        bool waitProgram = false;  // a tile that showed its key frame waits for the program angle
         std::unique_lock l(lock);
         for (;;) {
             auto hasWork = [&] {
-                return quit || generation != seen ||
-                       (!ended && (playing ? queue.size() < static_cast<size_t>(ahead) : !ready));
+                return quit || generation != seen || resync ||
+                       (!ended && (playing ? queue.size() < static_cast<size_t>(ahead) : !exact));
             };
             while (!hasWork()) {
                 pokeSeen = poke;
@@ -84,51 +120,98 @@ struct MulticamPlayer::VideoWorker {
             bool fresh = generation != seen;
             if (fresh) {
                 seen = generation;
-                ended = false;
                 lastStart = lastEnd = 0;
             }
+            if (!fresh && waitProgram && programPending && *programPending) {
+                // Polled: the program angle's thread does not know the tiles.
+                work.wait_for(l, std::chrono::milliseconds(4));
+                continue;
+            }
+            waitProgram = false;
             const double floor = playing && !fresh ? playhead.load() : -1e300;
             const uint64_t gen = seen;
             const double at = target;
             const VideoState st = state;
+            const bool isTile = tile, isProgram = program;
+            const bool isPlaying = playing;
+            const std::optional<double> from = resync;
+            resync.reset();
             auto looks = renderer;
             auto inStep = fresh ? std::exchange(windows, std::nullopt) : std::nullopt;
             l.unlock();
 
             if (inStep) reader->keepInStep(*inStep);
-            if (fresh) {
-                if (applied != st) {
-                    if (st.division < 2 && !st.looks) {
-                        reader->setOutputSize(0, 0);
-                    } else {
-                        reader->setOutputSize(std::max(2, static_cast<int>(std::lround(double(fileWidth) / st.division))),
-                                              std::max(2, static_cast<int>(std::lround(double(fileHeight) / st.division))));
-                    }
-                    applied = st;
-                }
-                reader->seek(at);
+            if (applied != st) {
+                applySize(st);
+                applied = st;
             }
-            auto frame = reader->read(floor);
-            if (frame && st.looks && looks && !frame->rgba.empty()) {
-                Image image = Image::fromRgba8(frame->rgba.data(), frame->width, frame->height, frame->width * 4);
-                frame->rgba = looks->process(std::move(image), camera, frame->start).toRgba8();
+            std::optional<PreviewFrame> frame;
+            bool preview = false;
+            if (fresh) {
+                pace.reset(at);
+                if (isTile) {
+                    // The packets the codec takes ahead go at this cost too:
+                    // a still needs every picture up to its frame.
+                    reader->setCost(isPlaying ? pace.cost() : media::DecodeCost::noLoopFilter);
+                    frame = reader->keyFrameBefore(at);
+                    preview = true;
+                    waitProgram = true;
+                } else {
+                    reader->seek(at);
+                }
+            } else if (from) {
+                reader->seek(*from);
+            }
+            if (!preview) {
+                // Tiles while paused show the exact frame, deblocking aside.
+                reader->setCost(!isTile ? media::DecodeCost::full
+                                : isPlaying ? pace.cost()
+                                            : media::DecodeCost::noLoopFilter);
+                frame = reader->read(floor);
+            }
+            if (frame) finish(*frame, st, looks);
+            const double clock = playhead.load();
+            if (frame && isProgram && isPlaying && clock >= frame->end) {
+                *programLateAt = clock;
+                // Hopelessly behind (a machine far too busy): decoding every
+                // late picture would never catch up; the next key frame does.
+                if (clock - frame->end > kProgramGiveUp) reader->skipToKeyFrame(clock + 0.3);
+            }
+            if (frame && !preview && isTile && isPlaying && clock > -1e299) {
+                const double programLate = *programLateAt;
+                const bool starved = programLate <= clock && clock - programLate < 0.5;
+                const bool jump = pace.picture(frame->start, frame->end, clock, starved);
+                // The next key frame a little ahead of the clock, so it comes before its time.
+                if (jump) reader->skipToKeyFrame(clock + 0.3);
             }
 
             l.lock();
             if (generation != gen) continue;  // a newer request came meanwhile
+            // Put on program while this tile's frame was decoded: it would
+            // stand after the frames decoded again, out of order.
+            if (resync) continue;
+            level = pace.level();
+            if (preview && !frame) continue;  // no key frame to show: on to the frames themselves
             bool first = !ready;
-            if (frame && floor > lastEnd + 1e-6 && lastEnd > lastStart) {
+            if (frame && !preview && floor > lastEnd + 1e-6 && lastEnd > lastStart) {
                 skipped += std::max<int64_t>(0, std::llround((frame->start - lastEnd) / (lastEnd - lastStart)));
             }
             if (frame) {
-                lastStart = frame->start;
-                lastEnd = frame->end;
+                if (!preview) {
+                    lastStart = frame->start;
+                    lastEnd = frame->end;
+                }
+                // Frames that follow the key frame of a still picture replace it.
+                if (!isPlaying && !preview) queue.clear();
                 queue.push_back(std::make_shared<const PreviewFrame>(std::move(*frame)));
             } else {
                 ended = true;
             }
             ready = true;
-            if (first && wakeup) {
+            exact = exact || !preview;
+            if (isProgram && programPending) *programPending = false;
+            // The exact still after a tile's key frame must be pulled too.
+            if ((first || (!isPlaying && !preview)) && wakeup) {
                 l.unlock();
                 wakeup();
                 l.lock();
@@ -272,6 +355,8 @@ MulticamPlayer::MulticamPlayer(const std::vector<MediaSource>& sources, const Sy
                     worker->fileWidth = angle.width;
                     worker->fileHeight = angle.height;
                     worker->ahead = framesAhead_;
+                    worker->programPending = &programPending_;
+                    worker->programLateAt = &programLateAt_;
                     worker->wakeup = wakeup_;
                     worker->reader = std::move(reader);
                 }
@@ -305,11 +390,17 @@ MulticamPlayer::MulticamPlayer(const std::vector<MediaSource>& sources, const Sy
     if (clockSource_) clockKind_ = sound_.empty() ? ClockKind::steady : ClockKind::sound;
 
     shown_.resize(angles_.size());
+    shownByAngle_.assign(angles_.size(), 0);
     for (auto& worker : video_) {
         if (!worker) continue;
         std::lock_guard guard(worker->lock);
         worker->request(0, false);
-        worker->thread = std::thread([w = worker.get()] { w->run(); });
+        worker->thread = std::thread([w = worker.get()] {
+            // Pictures give way to the sound and the interface: a late tile
+            // degrades by itself, a late key press or a gap in the sound is lost.
+            platform::yieldToOthers(4);
+            w->run();
+        });
     }
     mixer_->thread = std::thread([m = mixer_.get()] { m->run(); });
 }
@@ -432,6 +523,9 @@ void MulticamPlayer::update() {
         currentTime_ = clamped;
     }
     t = currentTime_;
+    // Set times are sums of doubles: a frame starting within a microsecond
+    // of the clock is the one due, as the readers count it.
+    const double due = t + 1e-6;
     for (size_t i = 0; i < video_.size(); ++i) {
         auto& worker = video_[i];
         if (!worker) continue;
@@ -440,17 +534,29 @@ void MulticamPlayer::update() {
             std::lock_guard guard(worker->lock);
             auto& queue = worker->queue;
             bool popped = false;
-            while (!queue.empty() && queue.front()->end <= t) {
+            // Past its end, or a later picture is due (a key frame shown
+            // ahead of the exact frames gives way to them).
+            while (!queue.empty() && (queue.front()->end <= t || (queue.size() > 1 && queue[1]->start <= due))) {
                 if (queue.front() != shown_[i]) ++droppedCount_;
                 queue.pop_front();
                 popped = true;
             }
-            if (!queue.empty() && queue.front()->start <= t) show = queue.front();
+            if (!queue.empty() && queue.front()->start <= due) {
+                show = queue.front();
+            } else if (playing_ && (worker->tile || worker->program) && !worker->ended && shown_[i] &&
+                       angles_[i].hasImage(t)) {
+                // A tile catching up, or an angle just put on program, keeps
+                // its last picture rather than going black.
+                show = shown_[i];
+            }
             if (playing_ && !prerolling_) worker->playhead = t;
             if (popped) worker->work.notify_all();
         }
         if (show != shown_[i]) {
-            if (show) ++shownCount_;
+            if (show) {
+                ++shownCount_;
+                ++shownByAngle_[i];
+            }
             shown_[i] = std::move(show);
             dirty = true;
         }
@@ -569,7 +675,34 @@ MulticamPlayer::Counters MulticamPlayer::counters() const {
         std::lock_guard guard(worker->lock);
         skipped += worker->skipped;
     }
-    return {shownCount_, droppedCount_ + skipped};
+    return {shownCount_, droppedCount_ + skipped, shownByAngle_};
+}
+
+void MulticamPlayer::setProgramAngle(std::optional<int> angle) {
+    if (angle && (*angle < 0 || static_cast<size_t>(*angle) >= video_.size())) angle.reset();
+    if (angle == programAngle_) return;
+    programAngle_ = angle;
+    // A wait for the program angle that went away would never end.
+    programPending_ = false;
+    programLateAt_ = -1e300;
+    for (size_t i = 0; i < video_.size(); ++i) {
+        auto& worker = video_[i];
+        if (!worker) continue;
+        std::lock_guard guard(worker->lock);
+        const bool program = angle && static_cast<int>(i) == *angle;
+        if (program && !worker->program && worker->playing && worker->ready) {
+            // Its frames so far are a tile's: keep the one on screen and
+            // decode every picture again from its end.
+            auto& queue = worker->queue;
+            while (queue.size() > 1) queue.pop_back();
+            if (!queue.empty()) worker->resync = queue.front()->end;
+            else worker->resync = currentTime_;
+            worker->ended = false;
+        }
+        worker->program = program;
+        worker->tile = angle && !program;
+        worker->work.notify_all();
+    }
 }
 
 void MulticamPlayer::settle() {

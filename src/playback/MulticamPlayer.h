@@ -15,6 +15,17 @@
 // one common instant. A frame whose time has passed before it could be shown
 // is dropped, never shown late.
 //
+// Program and tiles. Eight cameras of real weight cost more to decode than
+// two cores have. Once the owner names the angle on the program monitor,
+// that angle decodes every picture and the others become tiles: each
+// decodes at reduced cost (pictures nothing refers to skipped, no
+// deblocking), steps down to key and P frames and then to jumps between key
+// frames when its own pictures come late or the program angle does, and
+// steps back up by itself (DecodePace). At a seek a tile first shows the key
+// frame before the target, then waits for the program angle's frame before
+// decoding its own exact one. A tile catching up keeps its last picture.
+// Decoder threads run at a lower priority than the sound and the interface.
+//
 // Threads. Every public call is for the owner's thread (the main thread).
 // Worker threads never call into the owner: they only call `wakeup`, after
 // which the owner calls `update()` to pull the new frames. `update()` also
@@ -36,6 +47,7 @@
 #include "edit/Scheduler.h"
 #include "playback/Angle.h"
 #include "playback/AudioOutput.h"
+#include "playback/DecodePace.h"
 #include "playback/TrackReader.h"
 #include "sync/Media.h"
 #include "sync/SyncResult.h"
@@ -68,6 +80,7 @@ public:
     struct Counters {
         int64_t shown = 0;    // frames that reached a monitor
         int64_t dropped = 0;  // frames whose time passed before they could be shown, or skipped to catch up
+        std::vector<int64_t> shownByAngle;  // `shown`, angle by angle
     };
 
     MulticamPlayer(const std::vector<MediaSource>& sources, const SyncResult& result, Options options);
@@ -112,6 +125,13 @@ public:
     const std::map<int, VideoState>& installed() const { return installed_; }
     // When paused, decodes every angle's frame again, so a changed look shows.
     void refreshStill();
+
+    // The angle on the program monitor, which decodes every picture; the
+    // others become tiles that decode at reduced cost, each at its own pace
+    // (DecodePace), and wait for it at every seek. Without one (the start)
+    // every angle decodes every picture.
+    void setProgramAngle(std::optional<int> angle);
+    std::optional<int> programAngle() const { return programAngle_; }
 
     // Pulls the workers' new frames, moves `currentTime` along the clock and
     // pauses at the end of the time line. Owner's thread.
@@ -174,8 +194,12 @@ private:
     double runningSince_ = 0;  // steady time of the common start
 
     std::vector<std::unique_ptr<VideoWorker>> video_;  // by angle; null without a picture
+    std::optional<int> programAngle_;
+    std::atomic<bool> programPending_{false};  // written by the program angle's worker under its lock
+    std::atomic<double> programLateAt_{-1e300};  // written by the program angle's worker
     std::vector<std::shared_ptr<const PreviewFrame>> shown_;
     int64_t shownCount_ = 0;
+    std::vector<int64_t> shownByAngle_;
     int64_t droppedCount_ = 0;
     std::vector<SoundSource> sound_;
     std::unique_ptr<Mixer> mixer_;

@@ -17,6 +17,12 @@ void ProxyPictures::setOutputSize(int width, int height) {
     chunkName_.clear();
 }
 
+void ProxyPictures::setCost(media::DecodeCost cost) {
+    cost_ = cost;
+    original_.setCost(cost);
+    if (chunk_) chunk_->setCost(cost);
+}
+
 std::optional<ProxyPictures::Shown> ProxyPictures::fromChunk(const TimelinePiece& piece, double t) {
     auto [known, added] = stems_.try_emplace(&piece);
     if (added) known->second = cache_->stem(piece.item.url);
@@ -40,6 +46,7 @@ std::optional<ProxyPictures::Shown> ProxyPictures::fromChunk(const TimelinePiece
         chunkName_ = name;
         const bool smaller = outWidth_ > 0 && outWidth_ < chunk_->width();
         chunk_->setOutputSize(smaller ? outWidth_ : 0, smaller ? outHeight_ : 0);
+        chunk_->setCost(cost_);
     }
     const double from = index * ProxyCache::chunkSeconds;
     auto picture = chunk_->frameAt(fileTime - from);

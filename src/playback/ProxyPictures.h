@@ -36,6 +36,11 @@ public:
     const SourceTimeline& line() const { return original_.line(); }
     // A drifting file read in step over each window, from its chunks too.
     void keepInStep(const std::vector<TimeRange>& windows) { original_.keepInStep(windows); }
+    // Reduced-cost decoding, for the original and the chunks alike.
+    void setCost(media::DecodeCost cost);
+    // Key frames are the original's: a chunk under them is light to reach anyway.
+    auto keyFrameBefore(double t) { return original_.keyFrameBefore(t); }
+    std::optional<double> keyFrameAfter(double t) { return original_.keyFrameAfter(t); }
 
 private:
     std::optional<Shown> fromChunk(const TimelinePiece& piece, double t);
@@ -47,6 +52,7 @@ private:
     std::optional<media::VideoReader> chunk_;
     std::string chunkName_;
     int outWidth_ = 0, outHeight_ = 0;
+    media::DecodeCost cost_ = media::DecodeCost::full;
 };
 
 }  // namespace qv

@@ -98,19 +98,50 @@ SourceReader::SourceReader(SourceTimeline line) : line_(std::move(line)) {}
 Result<std::shared_ptr<const media::VideoPicture>> SourceReader::pictureAt(double t) {
     const TimelinePiece* piece = line_.pictureAt(t);
     if (!piece) return std::shared_ptr<const media::VideoPicture>();
-    if (piece != videoPiece_) {
-        video_.reset();
-        videoPiece_ = nullptr;
-        auto opened = media::VideoReader::open(piece->item.url);
-        if (!opened) return opened.error();
-        video_.emplace(std::move(opened).value());
-        video_->setOutputSize(outWidth_, outHeight_);
-        videoPiece_ = piece;
-    }
+    if (Status opened = openVideo(piece); !opened) return opened.error();
     return video_->frameAt(piece->fileTime(t));
 }
 
 void SourceReader::keepInStep(const std::vector<TimeRange>& windows) { line_.keepInStep(windows); }
+
+Status SourceReader::openVideo(const TimelinePiece* piece) {
+    if (piece == videoPiece_) return Ok{};
+    video_.reset();
+    videoPiece_ = nullptr;
+    auto opened = media::VideoReader::open(piece->item.url);
+    if (!opened) return opened.error();
+    video_.emplace(std::move(opened).value());
+    video_->setOutputSize(outWidth_, outHeight_);
+    video_->setCost(cost_);
+    videoPiece_ = piece;
+    return Ok{};
+}
+
+void SourceReader::setCost(media::DecodeCost cost) {
+    cost_ = cost;
+    if (video_) video_->setCost(cost);
+}
+
+Result<std::optional<std::pair<double, std::shared_ptr<const media::VideoPicture>>>> SourceReader::keyFrameBefore(
+    double t) {
+    const TimelinePiece* piece = line_.pictureAt(t);
+    if (!piece) return std::optional<std::pair<double, std::shared_ptr<const media::VideoPicture>>>();
+    if (Status opened = openVideo(piece); !opened) return opened.error();
+    auto picture = video_->keyFrameBefore(piece->fileTime(t));
+    if (!picture) return picture.error();
+    // File time back to the line, with a drifting file's shift at t.
+    const double offset = piece->at - piece->shiftAt(t);
+    return std::optional(std::make_pair(offset + (*picture)->start, *picture));
+}
+
+std::optional<double> SourceReader::keyFrameAfter(double t) {
+    const TimelinePiece* piece = line_.pictureAt(t);
+    if (!piece || !openVideo(piece)) return std::nullopt;
+    auto key = video_->keyFrameAfter(piece->fileTime(t));
+    const double offset = piece->at - piece->shiftAt(t);
+    if (!key || offset + *key >= piece->end()) return std::nullopt;
+    return offset + *key;
+}
 
 void SourceReader::setOutputSize(int width, int height) {
     outWidth_ = width;

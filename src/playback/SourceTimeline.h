@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "base/Result.h"
@@ -89,6 +90,15 @@ public:
     Result<std::shared_ptr<const media::VideoPicture>> pictureAt(double t);
     // Pictures from now on at this display size; 0 × 0 keeps each file's.
     void setOutputSize(int width, int height);
+    // Pictures decoded from now on at this cost, in every file of the line.
+    void setCost(media::DecodeCost cost);
+    // The key frame at or before t of the file under t, leaving the reader
+    // there (see VideoReader::keyFrameBefore), with the set time it starts
+    // at. Nothing where the line has no picture.
+    Result<std::optional<std::pair<double, std::shared_ptr<const media::VideoPicture>>>> keyFrameBefore(double t);
+    // The set time of the first key frame at or after t in the file under
+    // t, the reader moved there; nothing when that file has none left.
+    std::optional<double> keyFrameAfter(double t);
 
     // Frames [first, first + count) at `rate`, frame n lying at n / rate on
     // the set's time line, each file's sound at its place, silence between.
@@ -101,10 +111,14 @@ public:
     void keepInStep(const std::vector<TimeRange>& windows);
 
 private:
+    // The reader of the file of `piece`, opened when another one was open.
+    Status openVideo(const TimelinePiece* piece);
+
     SourceTimeline line_;
     const TimelinePiece* videoPiece_ = nullptr;
     std::optional<media::VideoReader> video_;
     int outWidth_ = 0, outHeight_ = 0;
+    media::DecodeCost cost_ = media::DecodeCost::full;
     struct SoundFile {
         const TimelinePiece* piece = nullptr;
         int rate = 0, channels = 0;

@@ -17,6 +17,30 @@ public:
     void seek(double time) override { next_ = time; }
     void setOutputSize(int width, int height) override { reader_.setOutputSize(width, height); }
     void keepInStep(const std::vector<TimeRange>& windows) override { reader_.keepInStep(windows); }
+    void setCost(media::DecodeCost cost) override { reader_.setCost(cost); }
+
+    std::optional<PreviewFrame> keyFrameBefore(double time) override {
+        next_ = time;
+        auto key = reader_.keyFrameBefore(time);
+        if (!key || !*key) return std::nullopt;
+        const auto& [start, picture] = **key;
+        PreviewFrame frame;
+        frame.start = std::min(start, time);
+        // Held a little past `time`: the exact frames that follow take over
+        // as soon as one of them is due.
+        frame.end = time + 0.5;
+        frame.width = picture->frame.width;
+        frame.height = picture->frame.height;
+        frame.rgba = picture->frame.pixels;
+        return frame;
+    }
+
+    bool skipToKeyFrame(double time) override {
+        auto key = reader_.keyFrameAfter(time);
+        if (!key) return false;
+        next_ = *key;
+        return true;
+    }
 
     std::optional<PreviewFrame> read(double notBefore) override {
         const SourceTimeline& line = reader_.line();

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "edit/TimeRange.h"
+#include "platform/MediaReader.h"
 #include "sync/Media.h"
 #include "sync/SyncResult.h"
 
@@ -41,6 +42,22 @@ public:
     // Reads drifting files in step at the middle of each window
     // (SourceTimeline::keepInStep); takes effect at the next seek.
     virtual void keepInStep(const std::vector<TimeRange>& windows) { (void)windows; }
+
+    // Pictures decoded from now on at this cost; a reader that cannot skip
+    // work keeps decoding everything.
+    virtual void setCost(media::DecodeCost /*cost*/) {}
+    // The cheapest picture near `time`: the key frame at or before it, shown
+    // from `time` on until the frame-exact ones come. Reading goes on from
+    // `time` as after seek(time). Nothing where the camera has no picture or
+    // the reader cannot tell.
+    virtual std::optional<PreviewFrame> keyFrameBefore(double time) {
+        seek(time);
+        return std::nullopt;
+    }
+    // Moves to the first key frame at or after `time`, which the next read
+    // gives, so catching up decodes nothing in between. False when there is
+    // none in the file under `time`: reading goes on where it was.
+    virtual bool skipToKeyFrame(double /*time*/) { return false; }
 };
 
 class SoundTrackReader {

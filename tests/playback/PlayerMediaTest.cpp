@@ -15,6 +15,7 @@
 #include "playback/MulticamPlayer.h"
 #include "playback/SoundMix.h"
 #include "playback/TimelineTracks.h"
+#include "platform/MediaReader.h"
 #include "setgen/FrameCode.h"
 #include "support/Fixtures.h"
 #include "sync/MediaScanner.h"
@@ -65,8 +66,8 @@ struct RenderSet {
     SyncResult result;
     std::map<std::pair<int, int>, const PlacedItem*> files;  // (code camera, clip) -> placed file
 
-    bool load() {
-        fs::path set = test::generatedSet("render", 1);
+    bool load(const std::string& preset = "render") {
+        fs::path set = test::generatedSet(preset, 1);
         auto truth = SetTruth::read(set);
         if (set.empty() || !truth) return false;
         sources = MediaScanner::scan(set);
@@ -227,6 +228,111 @@ TEST_F(PlayerMediaTest, PreviewsShrinkAndTakeTheirLookAndAnUnchangedStateInstall
     player->update();
     EXPECT_EQ(player->shownFrame(1)->width, full->width);
     EXPECT_NEAR(meanGreen(*player->shownFrame(1)), plainGreen, 1.0);
+}
+
+// Camera-weight files (grain, B-frames, a key frame every 2 s) with the
+// first camera on program: the others decode at reduced cost, yet every
+// seek lands on the exact frame, the program angle shows every picture,
+// and a tile's pictures are never ahead of the clock nor far behind it.
+class TilePlaybackTest : public PlayerMediaTest {
+protected:
+    void SetUp() override {
+        if (!set.load("realsmall")) GTEST_SKIP() << "generator missing";
+        player = std::make_unique<MulticamPlayer>(set.sources, set.result, clock.options(timelineTracks()));
+        player->setProgramAngle(0);
+    }
+    // Set time of the first frame of the picture's own frame code.
+    double codeTime(const PreviewFrame& frame) const {
+        auto code = setgen::framecode::read(frame.rgba.data(), frame.width, frame.height, frame.width * 4);
+        if (!code) return -1;
+        const PlacedItem& p = *set.files.at({code->camera, code->clip});
+        return p.start + code->frame / p.item.frameRate;
+    }
+};
+
+TEST_F(TilePlaybackTest, SeeksLandOnTheExactFrameOfEveryAngle) {
+    ASSERT_EQ(player->cameraAngles().size(), 3u);
+    // Between key frames, on one, across the second camera's two clips, back.
+    for (double t : {3.3, 4.0 + 0.5 + 0.02, 6.02, 9.93, 1.04, 5.7, 2.5}) {
+        player->seek(t);
+        player->settle();
+        player->update();
+        expectAligned();
+    }
+    // Pausing while playing shows the clock's instant everywhere too.
+    player->play();
+    clock.run(*player, 0.7);
+    player->pause();
+    player->settle();
+    player->update();
+    expectAligned();
+}
+
+TEST_F(TilePlaybackTest, TheProgramShowsEveryPictureAndTilesFollowTheClock) {
+    player->seek(2.1);
+    player->play();
+    std::vector<int64_t> before = player->counters().shownByAngle;
+    auto check = [&](int program) {
+        const double t = player->currentTime();
+        for (const auto& angle : player->cameraAngles()) {
+            auto frame = player->shownFrame(angle.id);
+            if (!frame || !angle.hasImage(t)) continue;
+            if (angle.id == program) {
+                EXPECT_TRUE(set.shows(*frame, t)) << angle.name;
+            } else {
+                const double at = codeTime(*frame);
+                EXPECT_LE(at, t + 1e-3) << angle.name;
+                EXPECT_LT(t - at, 0.25) << angle.name << " at " << t;
+            }
+        }
+    };
+    clock.run(*player, 2.0, [&] { check(0); });
+    auto counters = player->counters();
+    // 2 s at 25 fps on program; the tiles skip what nothing refers to but
+    // still show many pictures a second.
+    EXPECT_NEAR(counters.shownByAngle[0] - before[0], 50, 2);
+    EXPECT_GE(counters.shownByAngle[2] - before[2], 10);
+    EXPECT_LT(counters.shownByAngle[2] - before[2], 45);
+
+    // Cut to the third camera: it plays every picture from the next few frames on.
+    player->setProgramAngle(2);
+    clock.run(*player, 0.2);
+    before = player->counters().shownByAngle;
+    clock.run(*player, 2.0, [&] { check(2); });
+    EXPECT_NEAR(player->counters().shownByAngle[2] - before[2], 50, 2);
+}
+
+TEST_F(TilePlaybackTest, ReadersGiveTheKeyFrameBeforeAndJumpToTheOneAfter) {
+    const PlacedItem& clip = *set.files.at({1, 1});
+    auto reader = media::VideoReader::open(clip.item.url);
+    ASSERT_TRUE(reader.ok());
+    reader->setCost(media::DecodeCost::anchors);
+    auto frameOf = [](const media::VideoPicture& p) {
+        auto code = setgen::framecode::read(p.frame.pixels.data(), p.frame.width, p.frame.height, p.frame.width * 4);
+        return code ? code->frame : -1L;
+    };
+    auto key = reader->keyFrameBefore(3.3);
+    ASSERT_TRUE(key.ok());
+    EXPECT_EQ(frameOf(**key), 50);  // a key frame every 2 s at 25 fps
+    // Decoding on from it with B-frames skipped: the last anchor at or before.
+    auto on = reader->frameAt(3.3);
+    ASSERT_TRUE(on.ok());
+    EXPECT_LE(frameOf(**on), 82);
+    EXPECT_GE(frameOf(**on), 78);
+    // A cost holds for the packets sent after it: set before the jump.
+    reader->setCost(media::DecodeCost::full);
+    auto after = reader->keyFrameAfter(4.1);
+    ASSERT_TRUE(after.has_value());
+    EXPECT_NEAR(*after, 6.0, 1e-6);
+    for (long n : {150L, 151L, 152L, 160L}) {
+        auto p = reader->frameAt((n + 0.5) / 25);
+        ASSERT_TRUE(p.ok());
+        EXPECT_EQ(frameOf(**p), n);
+    }
+    EXPECT_FALSE(reader->keyFrameAfter(10.5).has_value());  // the clip's last key frame is at 10 s
+    auto last = reader->frameAt(11.0);
+    ASSERT_TRUE(last.ok());
+    EXPECT_EQ(frameOf(**last), 275);
 }
 
 // Three sources of constant sound: every captured sample tells the gains.

@@ -1,7 +1,9 @@
 // Encoding through the ffmpeg executable, and the float WAV it reads.
 #include "Encode.h"
 
+#include <algorithm>
 #include <bit>
+#include <cmath>
 #include <fstream>
 
 #include "FrameCode.h"
@@ -41,6 +43,38 @@ std::vector<std::string> metadataArgs(const std::string& creationTime) {
         args.push_back("creation_time=" + creationTime);
     }
     return args;
+}
+
+// A flat colour for light pictures; with grain, soft gradients of the
+// camera's colour drifting slowly, as lights sweep a room.
+std::string backgroundSource(const Picture& picture, double length) {
+    const unsigned colour = picture.colour;
+    if (!picture.grain.on())
+        return cformat("color=c=0x%06x:s=%dx%d:r=%d/%d:d=%.6f", colour, picture.width, picture.height,
+                       picture.fpsNum, picture.fpsDen, length);
+    const unsigned dark = (colour >> 2) & 0x3f3f3f, light = std::min<unsigned>(colour * 2, 0xffffff) | 0x202020;
+    return cformat("gradients=s=%dx%d:r=%d/%d:d=%.6f:n=3:c0=0x%06x:c1=0x%06x:c2=0x%06x:speed=0.015:seed=%u",
+                   picture.width, picture.height, picture.fpsNum, picture.fpsDen, length, colour, dark,
+                   light & 0xffffff, static_cast<unsigned>(picture.grain.seed % 2147483647u));
+}
+
+// Uniform noise drawn again for every frame, on luma and chroma.
+std::string grainFilter(const Grain& grain) {
+    return cformat("noise=alls=%d:allf=t+u:all_seed=%u", std::clamp(grain.strength, 1, 100),
+                   static_cast<unsigned>((grain.seed >> 3) % 2147483647u));
+}
+
+// H.264 High at the camera's bit rate, B-frames, a key frame every GOP and
+// no extra ones at scene changes: what a camera writes, one encoder thread
+// so the bytes repeat.
+std::vector<std::string> cameraCodecArgs(const Picture& picture) {
+    const Grain& g = picture.grain;
+    const int gop = std::max(1, static_cast<int>(std::lround(g.gopSeconds * picture.fpsNum / picture.fpsDen)));
+    const int kbps = std::max(100, g.bitrateKbps);
+    return {"-c:v", "libx264", "-preset", "superfast", "-profile:v", "high", "-pix_fmt", "yuv420p",
+            "-b:v", cformat("%dk", kbps), "-maxrate", cformat("%dk", kbps * 6 / 5), "-bufsize", cformat("%dk", kbps),
+            "-g", std::to_string(gop), "-keyint_min", std::to_string(gop), "-sc_threshold", "0",
+            "-bf", std::to_string(std::max(0, g.bFrames)), "-threads", "1"};
 }
 
 }  // namespace
@@ -95,19 +129,18 @@ Status encodeVideo(const Ffmpeg& ffmpeg, const fs::path& out, const std::string&
     const double length = (static_cast<double>(picture.frames) - 0.5) * picture.fpsDen / picture.fpsNum;
     // The frame code is drawn one pixel per cell and scaled up without
     // smoothing, over the top of the picture; the caption sits below it.
+    // Grain goes over the texts but under the frame code, which stays clean.
+    const std::string grain = picture.grain.on() ? "," + grainFilter(picture.grain) : std::string();
     std::string filter =
         "[0:v]" + drawText(picture.label, big, "(h-th)/2-h/12") + "," +
         drawText(picture.caption, small, cformat("%d+h/40", strip)) + "," +
-        drawText(cformat("%%{pts\\:hms\\:%.6f}", picture.clock), small, "h-th-h/15") + "[base];" +
+        drawText(cformat("%%{pts\\:hms\\:%.6f}", picture.clock), small, "h-th-h/15") + grain + "[base];" +
         cformat("color=c=black:s=%dx2:r=%d/%d:d=%.6f,format=gray,geq=lum='%s',scale=%d:%d:flags=neighbor[code];",
                 framecode::cells, picture.fpsNum, picture.fpsDen, length,
                 framecode::geqExpression(picture.camera, picture.clip).c_str(), picture.width, strip) +
         "[base][code]overlay=0:0:shortest=1," + recordingFilter(picture) + "[v]";
 
-    std::vector<std::string> args = {
-        "-f", "lavfi", "-i",
-        cformat("color=c=0x%06x:s=%dx%d:r=%d/%d:d=%.6f", static_cast<unsigned>(picture.colour), picture.width,
-                picture.height, picture.fpsNum, picture.fpsDen, length)};
+    std::vector<std::string> args = {"-f", "lavfi", "-i", backgroundSource(picture, length)};
     for (const auto& t : tracks) {
         args.push_back("-i");
         args.push_back(t.string());
@@ -116,6 +149,8 @@ Status encodeVideo(const Ffmpeg& ffmpeg, const fs::path& out, const std::string&
     for (size_t i = 0; i < tracks.size(); ++i) args.insert(args.end(), {"-map", cformat("%zu:a", i + 1)});
     if (picture.recording != Recording::sdr) {
         for (auto& a : tenBitCodecArgs(picture)) args.push_back(a);
+    } else if (picture.grain.on()) {
+        for (auto& a : cameraCodecArgs(picture)) args.push_back(a);
     } else {
         args.insert(args.end(), {"-c:v", "libx264", "-preset", "ultrafast", "-tune", "stillimage", "-pix_fmt",
                                  "yuv420p", "-threads", "1"});

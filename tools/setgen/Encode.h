@@ -31,6 +31,20 @@ private:
 Status writeFloatWav(const std::filesystem::path& file, const std::vector<float>& interleaved, int channels,
                      int rate);
 
+// What makes a generated picture as heavy as a real camera's: slow moving
+// detail under grain that is new every frame (so it costs bits in every
+// frame), encoded as H.264 High with B-frames, a fixed GOP and a camera's
+// bit rate. Drawn from `seed`, so a seed gives the same bytes.
+struct Grain {
+    int strength = 0;       // noise amplitude on 8-bit levels; 0 leaves the picture light
+    int bitrateKbps = 0;    // mean bit rate of the picture
+    double gopSeconds = 2;  // distance between key frames
+    int bFrames = 3;
+    uint64_t seed = 1;
+
+    bool on() const { return strength > 0; }
+};
+
 struct Picture {
     int width = 320, height = 180;
     int fpsNum = 25, fpsDen = 1;
@@ -43,6 +57,7 @@ struct Picture {
     Recording recording = Recording::sdr;
     int rotation = 0;  // degrees of display rotation in the file's metadata; width × height is then the
                        // upright picture, stored turned
+    Grain grain;               // off: the light synthetic picture
 };
 
 struct SoundFormat {

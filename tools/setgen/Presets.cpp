@@ -619,6 +619,41 @@ SetPlan hdr(Builder& b) {
     return b.take();
 }
 
+// Grain and bit rate of a camera that writes `mbps` Mbit/s in full HD,
+// scaled to the picture's area so small test pictures stay as dense.
+void realFootage(FilePlan& f, double mbps) {
+    f.grain = 14;
+    f.bitrateKbps = std::max(200, static_cast<int>(std::lround(mbps * 1000 * f.width * f.height / (1920.0 * 1080))));
+}
+
+// The player's benchmark on real weight: eight full-HD cameras at 25 fps
+// writing 20 to 30 Mbit/s of grainy pictures (H.264 High, B-frames, a key
+// frame every 2 s) over a minute, and two recorders.
+SetPlan realcam(Builder& b) {
+    b.addMusic(62, 1);
+    b.pictureSize(1920, 1080);
+    for (int c = 1; c <= 8; ++c) {
+        b.rate(c, 25, 1);
+        realFootage(b.camera(c, 1, 0.1 * c, 60), uniform(b.rng(), 20, 30));
+    }
+    b.recorder(1, "prise 1.wav", 0, 62);
+    b.recorder(2, "prise 1.wav", 0.3, 61.5);
+    return b.take();
+}
+
+// The same kind of files, small and short, for the tests: three cameras of
+// 320 × 180 over twelve seconds, one of them in two clips.
+SetPlan realsmall(Builder& b) {
+    b.addMusic(12, 0);
+    for (int c = 1; c <= 3; ++c) b.rate(c, 25, 1);
+    realFootage(b.camera(1, 1, 0.2, 11.5), 25);
+    realFootage(b.camera(2, 1, 0.5, 5.0), 25);
+    realFootage(b.camera(2, 2, 6.0, 5.8), 25);
+    realFootage(b.camera(3, 1, 1.0, 10.5), 25);
+    b.recorder(1, "prise 1.wav", 0, 12);
+    return b.take();
+}
+
 using Maker = SetPlan (*)(Builder&);
 
 const std::vector<std::pair<std::string, Maker>>& makers() {
@@ -627,7 +662,8 @@ const std::vector<std::pair<std::string, Maker>>& makers() {
         {"nocorr", nocorr}, {"silent", silence}, {"longshort", longshort}, {"drops", drops},
         {"covered", covered}, {"club", club},   {"render", render},   {"fullhd", fullhd},
         {"multicam", multicam}, {"eight", eight},
-        {"lateclip", lateclip}, {"loop", loop}, {"codecs", codecs}, {"hdr", hdr}};
+        {"lateclip", lateclip}, {"loop", loop}, {"codecs", codecs}, {"hdr", hdr},
+        {"realcam", realcam},   {"realsmall", realsmall}};
     return list;
 }
 

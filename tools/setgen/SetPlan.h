@@ -33,6 +33,10 @@ struct FilePlan {
     int fpsNum = 25, fpsDen = 1;
     Recording recording = Recording::sdr;  // 10-bit HEVC, HDR or tagged oddly, when not sdr
     int rotation = 0;                      // degrees of display rotation in its metadata
+    // A real camera's weight (Encode.h, Grain): noise strength and bit rate;
+    // 0 keeps the light synthetic picture.
+    int grain = 0;
+    int bitrateKbps = 0;
 
     // Sound: one stream per microphone, none for a file without sound.
     int sampleRate = 48000;

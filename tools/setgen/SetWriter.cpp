@@ -2,6 +2,9 @@
 #include "SetWriter.h"
 
 #include <algorithm>
+#include <atomic>
+#include <mutex>
+#include <thread>
 #include <chrono>
 #include <ctime>
 #include <fstream>
@@ -153,17 +156,20 @@ Status writeSet(const SetPlan& plan, const fs::path& folder, std::ostream& log) 
     for (const FilePlan& f : plan.files)
         if (!f.raw && !f.silent && !f.mics.empty()) musicFor(static_cast<size_t>(f.music));
 
-    for (size_t i = 0; i < plan.files.size(); ++i) {
+    std::mutex logLock;
+    auto writeFile = [&](size_t i) -> Status {
         const FilePlan& f = plan.files[i];
-        log << cformat("[%zu/%zu] %s\n", i + 1, plan.files.size(), f.path.c_str()) << std::flush;
+        {
+            std::lock_guard guard(logLock);
+            log << cformat("[%zu/%zu] %s\n", i + 1, plan.files.size(), f.path.c_str()) << std::flush;
+        }
         const fs::path target = folder / fs::path(f.path);
         std::error_code ec;
         fs::create_directories(target.parent_path(), ec);
         if (ec) return Error{"Impossible de créer " + target.parent_path().string() + " : " + ec.message()};
 
         if (f.raw) {
-            if (Status s = writeBytes(target, *f.raw); !s) return s;
-            continue;
+            return writeBytes(target, *f.raw);
         }
 
         // The sound of each stream: the mix from start to start + duration,
@@ -219,6 +225,11 @@ Status writeSet(const SetPlan& plan, const fs::path& folder, std::ostream& log) 
             picture.recording = f.recording;
             picture.rotation = f.rotation;
             if (f.rotation % 180 != 0) std::swap(picture.width, picture.height);  // drawn upright
+            if (f.grain > 0) {
+                picture.grain.strength = f.grain;
+                picture.grain.bitrateKbps = f.bitrateKbps;
+                picture.grain.seed = plan.seed * 1000003u + i;
+            }
             encoded = encodeVideo(*ffmpeg, target, f.path, picture, temps.paths(), sound, date);
         } else {
             if (temps.paths().empty()) return Error{"Fichier son sans micro : " + f.path};
@@ -231,7 +242,29 @@ Status writeSet(const SetPlan& plan, const fs::path& folder, std::ostream& log) 
             if (!ec) fs::resize_file(target, size / 2, ec);
             if (ec) return Error{"Impossible de tronquer " + f.path + " : " + ec.message()};
         }
-    }
+        return Ok{};
+    };
+
+    // Files are independent: one encoder per core, each ffmpeg on one thread.
+    // The first failure stops the others from taking new files.
+    std::atomic<size_t> next{0};
+    std::optional<Error> failed;
+    std::mutex failLock;
+    auto worker = [&] {
+        for (size_t i; (i = next++) < plan.files.size();) {
+            Status s = writeFile(i);
+            if (s) continue;
+            std::lock_guard guard(failLock);
+            if (!failed) failed = s.error();
+            next = plan.files.size();
+        }
+    };
+    const size_t count = std::clamp<size_t>(std::thread::hardware_concurrency(), 1, 8);
+    std::vector<std::thread> workers;
+    for (size_t k = 1; k < std::min(count, plan.files.size()); ++k) workers.emplace_back(worker);
+    worker();
+    for (auto& w : workers) w.join();
+    if (failed) return *failed;
 
     // The truth comes last: its presence says the set is complete.
     const std::string text =

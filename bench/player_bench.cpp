@@ -202,7 +202,6 @@ struct LoadedSet {
     std::vector<MediaSource> sources;
     SyncResult result;
     std::vector<fs::path> cameraFiles;
-    double cameraSeconds = 0;
 };
 
 std::optional<LoadedSet> loadSet(const fs::path& set) {
@@ -221,7 +220,6 @@ std::optional<LoadedSet> loadSet(const fs::path& set) {
             out.result.placed.push_back(p);
             if (out.sources[s].kind == SourceKind::camera) {
                 out.cameraFiles.push_back(item.url);
-                out.cameraSeconds += item.duration;
             }
         }
     }
@@ -255,7 +253,6 @@ int main(int argc, char** argv) {
         const auto& sources = loaded->sources;
         const auto& result = loaded->result;
         const auto& cameraFiles = loaded->cameraFiles;
-        const double cameraSeconds = loaded->cameraSeconds;
         int cameras = static_cast<int>(cameraFiles.size());
         std::printf("set %s : %d caméras, %zu fichiers ; charge du système %.2f sur %u cœurs\n",
                     set.filename().c_str(), cameras, result.placed.size(), load(), std::thread::hardware_concurrency());

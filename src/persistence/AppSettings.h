@@ -14,7 +14,7 @@
 
 namespace qv {
 
-enum class ExportTarget { premiere, davinci, video };  // "Premiere Pro", "DaVinci Resolve", "Vidéo finie"
+enum class ExportTarget { premiere, davinci, video, dropClips };  // "Premiere Pro", "DaVinci Resolve", "Vidéo finie", "Clips des drops (vidéo)"
 enum class VideoCodec { h264, hevc, prores };           // "H.264 (MP4)", "HEVC H.265 (MP4)", "ProRes 422 (MOV)"
 
 const char* rawValue(ExportTarget t);
@@ -23,7 +23,18 @@ std::optional<ExportTarget> exportTargetFromRaw(std::string_view raw);
 std::optional<VideoCodec> videoCodecFromRaw(std::string_view raw);
 const char* fileExtension(VideoCodec c);  // "mp4" or "mov"
 
-inline constexpr ExportTarget allExportTargets[] = {ExportTarget::premiere, ExportTarget::davinci, ExportTarget::video};
+inline constexpr ExportTarget allExportTargets[] = {ExportTarget::premiere, ExportTarget::davinci, ExportTarget::video,
+                                                    ExportTarget::dropClips};
+// Loudness of finished videos: "Tel quel", "−14 LUFS (réseaux sociaux)",
+// "−23 LUFS (diffusion)". XML exports never change.
+enum class OutputLoudness { asIs, social, broadcast };
+const char* rawValue(OutputLoudness l);
+std::optional<OutputLoudness> outputLoudnessFromRaw(std::string_view raw);
+// The target in LUFS; none for "Tel quel".
+std::optional<double> loudnessTarget(OutputLoudness l);
+inline constexpr OutputLoudness allOutputLoudness[] = {OutputLoudness::asIs, OutputLoudness::social,
+                                                      OutputLoudness::broadcast};
+
 inline constexpr VideoCodec allVideoCodecs[] = {VideoCodec::h264, VideoCodec::hevc, VideoCodec::prores};
 
 class AppSettings {
@@ -44,6 +55,7 @@ public:
     ExportTarget exportTarget() const { return exportTarget_; }
     VideoCodec videoCodec() const { return videoCodec_; }
     bool previewLooks() const { return previewLooks_; }
+    OutputLoudness outputLoudness() const { return outputLoudness_; }
 
     void setSnapEnabled(bool v);
     void setDropsClickable(bool v);
@@ -54,6 +66,7 @@ public:
     void setExportTarget(ExportTarget t);
     void setVideoCodec(VideoCodec c);
     void setPreviewLooks(bool v);
+    void setOutputLoudness(OutputLoudness l);
 
     // The stored folder while something exists there; otherwise `downloads`.
     // A disk that has gone away falls back in silence and the key stays.
@@ -77,6 +90,7 @@ private:
     ExportTarget exportTarget_ = ExportTarget::premiere;
     VideoCodec videoCodec_ = VideoCodec::h264;
     bool previewLooks_ = true;
+    OutputLoudness outputLoudness_ = OutputLoudness::asIs;
 };
 
 }  // namespace qv

@@ -19,11 +19,13 @@
 #include "ui/PanelControls.h"
 
 class QStackedLayout;
+class QCheckBox;
 
 namespace qv::ui {
 
 class ModelObject;
 class ChoiceRow;
+class DropClipsBox;
 
 class SoundPanel : public PanelPage {
     Q_OBJECT
@@ -82,9 +84,14 @@ public:
     QLabel* emptyNote() const { return empty_; }
     // The drop whose range is the export range, if any.
     std::optional<int> focusedDrop() const;
+    // The tick of each row: that drop is among the clips.
+    const std::vector<QCheckBox*>& clipTicks() const { return ticks_; }
+    DropClipsBox* clipsBox() const { return clips_; }
 
 private:
     AppModel& model_;
+    std::vector<QCheckBox*> ticks_;
+    DropClipsBox* clips_ = nullptr;
     QVBoxLayout* list_ = nullptr;
     QLabel* empty_ = nullptr;
     int rows_ = 0;
@@ -145,6 +152,7 @@ private:
     AppModel& model_;
     QAbstractButton* target_ = nullptr;
     QAbstractButton* codec_ = nullptr;
+    QAbstractButton* loudness_ = nullptr;
     QLabel* folder_ = nullptr;
 };
 

@@ -1,6 +1,8 @@
 // The side panels over one application model on a generated set, on virtual
 // time, with Qt Test on the offscreen platform.
 #include <QApplication>
+#include <QCheckBox>
+#include <QLabel>
 #include <QLineEdit>
 #include <QTest>
 
@@ -12,6 +14,7 @@
 #include "support/Fixtures.h"
 #include "support/TempHome.h"
 #include "ui/ColorPanel.h"
+#include "ui/DropClipsBox.h"
 #include "ui/MainWindow.h"
 #include "ui/Panels.h"
 #include "ui/Theme.h"
@@ -227,6 +230,63 @@ private slots:
         QCOMPARE(none.rowCount(), 0);
         QVERIFY(!none.emptyNote()->isHidden());
         QCOMPARE(none.emptyNote()->text(), QStringLiteral("Aucun drop repéré. Monte la sensibilité si le set en a."));
+    }
+
+    void dropClipsTicksButtonProgressAndCancel() {
+        if (model->drops().size() < 2) QSKIP("le set n'a pas deux drops");
+        exporter->cancelled = false;
+        DropsPanel panel(*model);
+        panel.resize(SidePanel::width, 900);
+        panel.show();
+        QCOMPARE(panel.clipTicks().size(), model->drops().size());
+        DropClipsBox* box = panel.clipsBox();
+        QVERIFY(box->exportButton()->isEnabled());
+        QVERIFY(box->summary()->text().startsWith(QString::number(model->drops().size()) +
+                                                  QStringLiteral(" clips de 45 s (un par drop), au format 9:16")));
+        // One tick: only that drop; a second tick: both of them.
+        panel.clipTicks()[1]->click();
+        QCOMPARE(model->clipDrops(), std::set<int>{1});
+        panel.refresh();
+        QVERIFY(box->summary()->text().startsWith(QStringLiteral("1 clip de 45 s (les drops cochés)")));
+        panel.clipTicks()[0]->click();
+        panel.refresh();
+
+        box->exportButton()->click();
+        QVERIFY(model->isExportingClips());
+        QVERIFY(exporter->isRunning());
+        exporter->shown = 0.5;
+        panel.refresh();
+        QVERIFY(box->exportButton()->isHidden());
+        QVERIFY(!box->progressLine()->isHidden());
+        QCOMPARE(box->progressLine()->text(), QStringLiteral("Clips des drops : 1 / 2 · 25 %"));
+        // The first clip ends: the second starts on the same exporter.
+        auto done = std::move(exporter->done);
+        exporter->done = nullptr;
+        exporter->shown = 0;
+        done({VideoOutcome::Kind::success, {}});
+        QVERIFY(exporter->isRunning());
+        exporter->shown = 0.36;
+        panel.refresh();
+        QCOMPARE(box->progressLine()->text(), QStringLiteral("Clips des drops : 2 / 2 · 68 %"));
+        QCOMPARE(QString::fromStdString(model->status()), QStringLiteral("Clips des drops : 2 / 2 · 50 %"));
+        box->cancelButton()->click();
+        QVERIFY(exporter->cancelled);
+        done = std::move(exporter->done);
+        exporter->done = nullptr;
+        done({VideoOutcome::Kind::cancelled, {}});
+        QVERIFY(!model->isExportingClips());
+        QCOMPARE(QString::fromStdString(model->status()), QStringLiteral("Clips des drops annulés : 1 sur 2 faits"));
+        panel.refresh();
+        QVERIFY(!box->exportButton()->isHidden());
+        panel.clipTicks()[0]->click();
+        panel.clipTicks()[1]->click();
+        QVERIFY(model->clipDrops().empty());
+
+        // Without drops there is nothing to export.
+        AppSettings other(home.root() / "other.json");
+        AppModel empty(AppModel::Services{main, dialogs, viewer, other, ClockPlayer::factory(), nullptr, {}});
+        DropsPanel none(empty);
+        QVERIFY(!none.clipsBox()->exportButton()->isEnabled());
     }
 
     void wheelCatchesCentreAndHoldsRim() {

@@ -92,6 +92,18 @@ TEST_F(CliClips, OneVerticalClipPerDropAtTheLoudnessAsked) {
     EXPECT_EQ(count, drops.size());
 }
 
+TEST_F(CliClips, AFinishedVideoReachesTheBroadcastLoudness) {
+    fs::path small = test::generatedSet("render", 1);
+    const fs::path video = dir_ / "montage.mp4";
+    Answer r = quorvel("'" + small.string() + "' '" + (dir_ / "s.xml").string() + "' --video '" + video.string() +
+                       "' --loudness -23");
+    ASSERT_EQ(r.status, 0) << r.out;
+    auto loudness = test::measureLoudness(video);
+    ASSERT_TRUE(loudness);
+    EXPECT_NEAR(loudness->integrated, -23.0, 0.5);
+    EXPECT_LE(loudness->truePeak, -1.0);
+}
+
 TEST_F(CliClips, ASetWithoutDropsMakesNoClip) {
     fs::path shortSet = test::generatedSet("render", 1);
     Answer r = quorvel("'" + shortSet.string() + "' '" + (dir_ / "s.xml").string() + "' --clips-drops '" +
@@ -101,22 +113,22 @@ TEST_F(CliClips, ASetWithoutDropsMakesNoClip) {
 }
 
 TEST_F(CliClips, AFolderThatFillsUpKeepsTheFinishedClipsAndRemovesTheBrokenOne) {
-    Answer found = quorvel(args("--drops"));
-    const std::vector<int> drops = dropSeconds(found.out);
-    ASSERT_GE(drops.size(), 2u) << found.out;
-    // The first clip is cut short by the set's start, so it is the smaller:
-    // a size limit between the two lets it through and stops the second.
-    const int pre = 2 * (drops[0] + 1) + 1;
-    if (drops[1] < pre) GTEST_SKIP() << "drops too close for this check";
+    // In this set nothing films at the first drop: its clip is black and
+    // small (about 90 kB), the next one shows a camera (about 220 kB);
+    // the limit, in 512-byte blocks, lies between.
     const fs::path clips = dir_ / "clips";
     fs::create_directory(clips);
-    const std::string more = "--format 1:1 --clips-drops '" + clips.string() + "' --marges-drop " + std::to_string(pre) + "-1";
-    const long first = drops[0] + 1, second = pre + 1;  // seconds of each clip
-    // ~ blocks of 512 bytes: three quarters of the way from the first clip's size to the second's.
-    Answer r = quorvel(args(more), "ulimit -f " + std::to_string((first + (second - first) * 3 / 4) * 30) + "; ");
-    (void)r;
-    // Whatever the limit, what stays is whole clips only.
-    for (const auto& e : fs::directory_iterator(clips)) EXPECT_NE(e.path().extension(), ".partiel") << e.path();
+    Answer r = quorvel(args("--drops --clips-drops '" + clips.string() + "' --marges-drop 1-1.5"), "ulimit -f 300; ");
+    const std::vector<int> drops = dropSeconds(r.out);
+    ASSERT_GE(drops.size(), 2u) << r.out;
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.out.find("Clip du drop 2 échoué : le fichier dépasse la taille permise."), std::string::npos) << r.out;
+    EXPECT_EQ(r.lastLine, "Les clips des drops ont échoué : 1 sur " + std::to_string(drops.size()) + " faits.");
+    std::vector<std::string> left;
+    for (const auto& e : fs::directory_iterator(clips)) left.push_back(e.path().filename().string());
+    ASSERT_EQ(left.size(), 1u);  // no partial file, no broken clip
+    EXPECT_EQ(left[0].rfind(set_.filename().string() + " - drop 1 (", 0), 0u) << left[0];
+    EXPECT_NE(probe(clips / left[0], "stream=width,height"), "");  // whole and readable
 }
 
 }  // namespace

@@ -233,60 +233,64 @@ private slots:
     }
 
     void dropClipsTicksButtonProgressAndCancel() {
-        if (model->drops().size() < 2) QSKIP("le set n'a pas deux drops");
-        exporter->cancelled = false;
-        DropsPanel panel(*model);
+        // A set with three drops, in a model of its own.
+        AppSettings own(home.root() / "clips.json");
+        auto held = std::make_shared<HeldExporter>();
+        AppModel clips(AppModel::Services{main, dialogs, viewer, own, ClockPlayer::factory(), held, {}});
+        const fs::path set = qv::test::generatedSet("drops", 1);
+        QVERIFY(!set.empty());
+        clips.open(set, true);
+        QVERIFY(main.waitUntil([&] { return !clips.isWorking() && clips.result(); }));
+        main.drain();
+        QVERIFY(clips.drops().size() >= 2);
+
+        DropsPanel panel(clips);
         panel.resize(SidePanel::width, 900);
         panel.show();
-        QCOMPARE(panel.clipTicks().size(), model->drops().size());
+        QCOMPARE(panel.clipTicks().size(), clips.drops().size());
         DropClipsBox* box = panel.clipsBox();
         QVERIFY(box->exportButton()->isEnabled());
-        QVERIFY(box->summary()->text().startsWith(QString::number(model->drops().size()) +
+        QVERIFY(box->summary()->text().startsWith(QString::number(clips.drops().size()) +
                                                   QStringLiteral(" clips de 45 s (un par drop), au format 9:16")));
         // One tick: only that drop; a second tick: both of them.
         panel.clipTicks()[1]->click();
-        QCOMPARE(model->clipDrops(), std::set<int>{1});
+        QCOMPARE(clips.clipDrops(), std::set<int>{1});
         panel.refresh();
         QVERIFY(box->summary()->text().startsWith(QStringLiteral("1 clip de 45 s (les drops cochés)")));
         panel.clipTicks()[0]->click();
         panel.refresh();
 
         box->exportButton()->click();
-        QVERIFY(model->isExportingClips());
-        QVERIFY(exporter->isRunning());
-        exporter->shown = 0.5;
+        QVERIFY(clips.isExportingClips());
+        QVERIFY(held->isRunning());
+        held->shown = 0.5;
         panel.refresh();
         QVERIFY(box->exportButton()->isHidden());
         QVERIFY(!box->progressLine()->isHidden());
         QCOMPARE(box->progressLine()->text(), QStringLiteral("Clips des drops : 1 / 2 · 25 %"));
         // The first clip ends: the second starts on the same exporter.
-        auto done = std::move(exporter->done);
-        exporter->done = nullptr;
-        exporter->shown = 0;
+        auto done = std::move(held->done);
+        held->done = nullptr;
+        held->shown = 0;
         done({VideoOutcome::Kind::success, {}});
-        QVERIFY(exporter->isRunning());
-        exporter->shown = 0.36;
+        QVERIFY(held->isRunning());
+        held->shown = 0.36;
         panel.refresh();
         QCOMPARE(box->progressLine()->text(), QStringLiteral("Clips des drops : 2 / 2 · 68 %"));
-        QCOMPARE(QString::fromStdString(model->status()), QStringLiteral("Clips des drops : 2 / 2 · 50 %"));
+        QCOMPARE(QString::fromStdString(clips.status()), QStringLiteral("Clips des drops : 2 / 2 · 50 %"));
         box->cancelButton()->click();
-        QVERIFY(exporter->cancelled);
-        done = std::move(exporter->done);
-        exporter->done = nullptr;
+        QVERIFY(held->cancelled);
+        done = std::move(held->done);
+        held->done = nullptr;
         done({VideoOutcome::Kind::cancelled, {}});
-        QVERIFY(!model->isExportingClips());
-        QCOMPARE(QString::fromStdString(model->status()), QStringLiteral("Clips des drops annulés : 1 sur 2 faits"));
+        QVERIFY(!clips.isExportingClips());
+        QCOMPARE(QString::fromStdString(clips.status()), QStringLiteral("Clips des drops annulés : 1 sur 2 faits"));
         panel.refresh();
         QVERIFY(!box->exportButton()->isHidden());
-        panel.clipTicks()[0]->click();
-        panel.clipTicks()[1]->click();
-        QVERIFY(model->clipDrops().empty());
 
         // Without drops there is nothing to export.
-        AppSettings other(home.root() / "other.json");
-        AppModel empty(AppModel::Services{main, dialogs, viewer, other, ClockPlayer::factory(), nullptr, {}});
-        DropsPanel none(empty);
-        QVERIFY(!none.clipsBox()->exportButton()->isEnabled());
+        DropsPanel none(*model);
+        if (model->drops().empty()) QVERIFY(!none.clipsBox()->exportButton()->isEnabled());
     }
 
     void wheelCatchesCentreAndHoldsRim() {

@@ -256,7 +256,15 @@ int main(int argc, char** argv) {
             if (score > best) best = score, t = at;
         }
         if (options->time) t = *options->time;
-        if (options->panel == RightPanel::drops && !model.drops().empty()) t = model.drops()[0].time + 1.5;
+        // On the drops panel, just after the first drop that a camera films.
+        if (options->panel == RightPanel::drops)
+            for (const Drop& d : model.drops()) {
+                bool filmed = false;
+                for (int c = 0; c < model.cameraCount(); ++c) filmed = filmed || model.edit().hasFeed(c, d.time + 1.5);
+                if (!filmed) continue;
+                t = d.time + 1.5;
+                break;
+            }
         player->seek(t);
         model.applyLooks();
         QObject::connect(&object, &ui::ModelObject::framesChanged, window.get(), [&] {

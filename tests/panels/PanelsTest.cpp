@@ -405,6 +405,7 @@ private slots:
         QVERIFY(!Theme::symbol(button->symbol()).isEmpty());
         const std::pair<ExportTarget, const char*> texts[] = {{ExportTarget::premiere, "EXPORTER LE XML PREMIERE"},
                                                               {ExportTarget::davinci, "EXPORTER LE XML DAVINCI"},
+                                                              {ExportTarget::dropClips, "EXPORTER LES CLIPS DES DROPS"},
                                                               {ExportTarget::video, "EXPORTER LA VIDÉO"}};
         for (auto [target, text] : texts) {
             settings->setExportTarget(target);

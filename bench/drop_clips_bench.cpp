@@ -130,9 +130,18 @@ int main(int argc, char** argv) {
     }
     const double clipsTime = since(t0);
 
-    // One render as long as all the clips, from the first drop's range on.
+    // One render as long as all the clips, from the first clip that a
+    // camera films: black frames cost nothing and would flatter it.
     VideoRender::Job one = clips.front().job;
-    const double lo = std::max(0.0, std::min(clips.front().range.start, job.result.duration() - total));
+    const auto ranges = AutoEditor::cameraRanges(job.result, job.cameraSources);
+    double from = clips.front().range.start;
+    for (auto it = clips.rbegin(); it != clips.rend(); ++it) {
+        const double middle = (it->range.start + it->range.end) / 2;
+        for (const auto& camera : ranges)
+            for (const TimeRange& r : camera)
+                if (r.start <= middle && middle < r.end) from = it->range.start;
+    }
+    const double lo = std::max(0.0, std::min(from, job.result.duration() - total));
     one.range = {lo, std::min(job.result.duration(), lo + total)};
     std::vector<Cut> drawn = AutoEditor::generate(one.range, AutoEditor::cameraRanges(job.result, job.cameraSources),
                                                   request.allowed, request.drops, {}, request.autoSettings, {});
@@ -147,7 +156,8 @@ int main(int argc, char** argv) {
     std::printf("clips des drops : %zu clips, %.1f s de vidéo 1080x1920%s\n", clips.size(), total,
                 loudness ? ", volume -14 LUFS" : "");
     std::printf("  tous les clips   : %7.2f s (%.2f s par seconde de vidéo)\n", clipsTime, clipsTime / total);
-    std::printf("  un seul rendu    : %7.2f s pour %.1f s\n", oneTime, one.range.end - one.range.start);
+    std::printf("  un seul rendu    : %7.2f s pour %.1f s (de %.1f à %.1f s)\n", oneTime, one.range.end - one.range.start,
+                one.range.start, one.range.end);
     std::printf("  rapport clips / rendu unique : %.2f\n", clipsTime / oneTime);
     return 0;
 }

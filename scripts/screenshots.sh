@@ -106,5 +106,9 @@ panel_shot panel-recadrage-9-16 --panneau recadrage --format 9:16 --camera 2 --c
 rm -f "$out/panel-export-video-en-cours.png"
 panel_shot - --panneau export --capture "$out/panel-export-video-en-cours.png" --capture-quand-export 0.4
 taken panel-export-video-en-cours
+# The clips of the drops, photographed part-way through the first clip, then cancelled.
+rm -f "$out/panel-drops-clips-en-cours.png"
+panel_shot - --panneau drops --capture "$out/panel-drops-clips-en-cours.png" --capture-quand-export 0.1
+taken panel-drops-clips-en-cours
 # A panel in the program's own window.
 run panel-effets-fenetre --open "$warehouse" --scene-auto --demo-effets

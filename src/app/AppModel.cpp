@@ -756,6 +756,7 @@ void AppModel::runAuto(bool newDraw) {
 
 void AppModel::computeDrops() {
     edit_.setDrops(result_ ? DropDetector::detect(*result_, sources_, dropSensitivity_) : std::vector<Drop>{});
+    clipDrops_.clear();  // ids are positions in the list: a new list has new ones
     notify(Field::drops);
 }
 

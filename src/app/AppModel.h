@@ -46,7 +46,8 @@ public:
         folder, sources, result, isWorking, progress, status, errorMessage, rightPanel, player, cuts,
         selectedSegment, audio, effects, grades, editedCamera, drops, dropSensitivity, format, framing,
         autoSettings, dropMargins, previewDivision, zoom, toast, viewStart, range, levels, muted,
-        currentProjectId, projectName, projects, showNewProject, savedAt, prefill
+        currentProjectId, projectName, projects, showNewProject, savedAt, prefill,
+        clipDrops, clipsJob
     };
 
     static constexpr double autosaveDelay = 1.5;  // seconds after the last change
@@ -230,6 +231,16 @@ public:
     void exportVideo();
     VideoExporter* videoExporter() const { return services_.exporter.get(); }
 
+    // --- Clips of the drops: one finished video per drop, or per ticked
+    // drop, in the export folder, one after the other on the exporter.
+    const std::set<int>& clipDrops() const { return clipDrops_; }  // ticked drop ids; none: all
+    void toggleClipDrop(int dropId);
+    void exportDropClips();
+    void cancelDropClips();
+    bool isExportingClips() const { return clipsRun_ != nullptr; }
+    double clipsProgress() const;            // of the whole job, 0 to 1
+    std::string clipsProgressLine() const;   // "Clips des drops : 2 / 5 · 34 %"
+
     // The demonstration scenes of the command line.
     bool hasArgument(const std::string& flag) const;
     void applyDemoArguments();
@@ -250,6 +261,9 @@ private:
     std::optional<double> writeFailure(const std::filesystem::path& file, const std::string& bytes,
                                        std::string& error) const;
     void exportFinished(const std::filesystem::path& url, VideoOutcome outcome);
+    VideoJob videoJob() const;
+    void startNextClip();
+    void clipFinished(VideoOutcome outcome);
     void applyDemoScene();
     std::set<Uuid> allCameras() const;
     void toggleIn(std::set<Uuid>& set, int camera);
@@ -310,6 +324,9 @@ private:
     Scheduler::TimerId looksTimer_ = 0;
     bool demoPending_ = false;
     bool tutoPending_ = false;  // --tuto, applied once the first player stands
+    std::set<int> clipDrops_;
+    struct ClipsRun;
+    std::shared_ptr<ClipsRun> clipsRun_;
 };
 
 }  // namespace qv

@@ -99,6 +99,7 @@ std::optional<std::string> AppModel::montageXML(const std::string& name) const {
 void AppModel::exportMontage() {
     ExportTarget target = services_.settings.exportTarget();
     if (target == ExportTarget::video) exportVideo();
+    else if (target == ExportTarget::dropClips) exportDropClips();
     else exportMontageXML(target);
 }
 
@@ -224,13 +225,7 @@ void AppModel::exportXML() {
     services_.viewer.showItems({*url});
 }
 
-void AppModel::exportVideo() {
-    if (!result_) return;
-    if (player_) player_->pause();
-    const VideoCodec codec = services_.settings.videoCodec();
-    auto url = destination(exportBaseName(), fileExtension(codec), "Vidéo finie du montage");
-    if (!url) return;
-
+VideoJob AppModel::videoJob() const {
     VideoJob job;
     job.sources = sources_;
     job.result = *result_;
@@ -246,6 +241,18 @@ void AppModel::exportVideo() {
     job.format = format_;
     job.framing = framing_;
     job.looks = lookSnapshot(true);
+    job.loudness = loudnessTarget(services_.settings.outputLoudness());
+    return job;
+}
+
+void AppModel::exportVideo() {
+    if (!result_) return;
+    if (player_) player_->pause();
+    const VideoCodec codec = services_.settings.videoCodec();
+    auto url = destination(exportBaseName(), fileExtension(codec), "Vidéo finie du montage");
+    if (!url) return;
+
+    VideoJob job = videoJob();
 
     setStatus(std::string("Export vidéo en cours… (") + rawValue(codec) + ")");
     if (!services_.exporter) {

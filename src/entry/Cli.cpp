@@ -221,7 +221,7 @@ struct Options {
 };
 
 const std::set<std::string> valueOptions = {"--montage", "--range", "--format", "--cadrage", "--video", "--codec",
-                                            "--mlt", "--otio"};
+                                            "--mlt", "--otio", "--loudness", "--clips-drops", "--marges-drop"};
 const std::set<std::string> flagOptions = {"--drops", "--auto", "--effets", "--son-tout", "--son-camera"};
 
 // Options may stand anywhere, before the folder too; what is not understood
@@ -246,11 +246,14 @@ Options readOptions(const std::vector<std::string>& args, std::ostream& err) {
         }
     }
     // The edit's options shape a montage XML or a finished video; alone they do nothing.
-    if (!o.values.count("--montage") && !o.values.count("--video"))
+    if (!o.values.count("--montage") && !o.values.count("--video") && !o.values.count("--clips-drops"))
         for (const char* only : {"--range", "--format", "--cadrage", "--effets", "--son-tout", "--son-camera"})
             if (o.values.count(only) || o.flags.count(only))
                 err << "Option ignorée sans --montage : " << only << "\n";
-    if (o.values.count("--codec") && !o.values.count("--video")) err << "Option ignorée sans --video : --codec\n";
+    if (o.values.count("--codec") && !o.values.count("--video") && !o.values.count("--clips-drops"))
+        err << "Option ignorée sans --video : --codec\n";
+    if (o.values.count("--loudness") && !o.values.count("--video") && !o.values.count("--clips-drops"))
+        err << "Option ignorée sans --video ni --clips-drops : --loudness\n";
     return o;
 }
 
@@ -306,6 +309,11 @@ VideoRequest editOf(const Options& args, const std::vector<MediaSource>& sources
         } else {
             err << "Valeur de --cadrage ignorée : " << terminalSafe(*raw) << " (un nombre est attendu)\n";
         }
+    }
+
+    if (auto raw = valueOf(args, "--loudness")) {
+        edit.loudness = loudnessOf(*raw);
+        if (!edit.loudness) err << "Valeur de --loudness ignorée : " << terminalSafe(*raw) << " (-14 ou -23 ; le son reste tel quel)\n";
     }
 
     const bool drawn = args.flags.count("--effets") > 0;
@@ -505,7 +513,40 @@ int run(const std::vector<std::string>& arguments, std::ostream& out, std::ostre
         edit.codec = valueOf(options, "--codec").value_or("");
         edit.sources = sources;
         edit.result = result;
-        status = exportVideo(std::move(edit), out, [&](double f, const std::string& text) { bar.show(f, text); });
+        status = exportVideo(edit, out, [&](double f, const std::string& text) { bar.show(f, text); });
+        bar.finish();
+        if (status != 0) return status;
+    }
+
+    // The clips of the drops, vertical unless a format is asked.
+    if (auto folderOfClips = valueOf(options, "--clips-drops")) {
+        ClipsRequest clips;
+        clips.edit = std::move(edit);
+        clips.edit.codec = valueOf(options, "--codec").value_or("");
+        clips.edit.sources = sources;
+        clips.edit.result = result;
+        if (!valueOf(options, "--format")) clips.edit.format = OutputFormat::portrait;
+        clips.folder = fs::absolute(*folderOfClips);
+        clips.setName = folderName(folder);
+        clips.drops = DropDetector::detect(result, sources, 0.5);
+        clips.onsets = DropDetector::onsets(result, sources);
+        if (auto raw = valueOf(options, "--marges-drop")) {
+            // "avant-après" in seconds, as the drops panel's margins.
+            auto parts = split(*raw, '-');
+            auto pre = parts.size() == 2 ? finiteNumber(parts[0]) : std::nullopt;
+            auto post = parts.size() == 2 ? finiteNumber(parts[1]) : std::nullopt;
+            if (pre && post && *pre >= 0 && *post > 0) {
+                clips.pre = *pre;
+                clips.post = *post;
+            } else {
+                err << "Valeur de --marges-drop ignorée : " << terminalSafe(*raw) << " (attendu : avant-après, en secondes ; 15-30 est pris)\n";
+            }
+        }
+        if (!clips.drops.empty() && !fs::is_directory(clips.folder, ec)) {
+            out << "Les clips des drops ont échoué : dossier introuvable « " << terminalSafe(*folderOfClips) << " ».\n";
+            return 1;
+        }
+        status = exportDropClips(std::move(clips), out, [&](double f, const std::string& text) { bar.show(f, text); });
         bar.finish();
     }
     return status;

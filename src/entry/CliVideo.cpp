@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "base/Format.h"
+#include "render/DropClips.h"
 #include "render/VideoExportSession.h"
 
 namespace qv::CLI {
@@ -51,17 +52,8 @@ std::optional<VideoCodec> codecOf(const std::string& name, const std::filesystem
     return std::nullopt;
 }
 
-}  // namespace
-
-int exportVideo(VideoRequest request, std::ostream& out,
-                const std::function<void(double, const std::string&)>& progress) {
-    auto fail = [&](const std::string& message) {
-        out << "L'export vidéo a échoué : " << message << "\n";
-        return 1;
-    };
-    const auto codec = codecOf(request.codec, request.file);
-    if (!codec) return fail("codec inconnu « " + request.codec + " » (h264, hevc ou prores).");
-
+// The render job of the run's edit: table sound mutes the cameras.
+VideoRender::Job jobOf(VideoRequest& request) {
     VideoRender::Job job;
     job.sources = std::move(request.sources);
     job.result = std::move(request.result);
@@ -78,28 +70,101 @@ int exportVideo(VideoRequest request, std::ostream& out,
     job.effects = request.effects;
     job.format = request.format;
     job.framing = request.framing;
+    job.loudness = request.loudness;
+    return job;
+}
 
+// One export through the session, waited for on this thread; `progress`
+// gets the fraction done about four times a second.
+Result<std::filesystem::path> render(VideoRender::Job job, VideoCodec codec, const std::filesystem::path& to,
+                                     const std::function<void(double)>& progress) {
     // A file-size limit (ulimit -f) must end in a message, not a signal.
     std::signal(SIGXFSZ, SIG_IGN);
-
     WaitingScheduler scheduler;
     VideoExportSession exporter(scheduler);
     std::optional<Result<std::filesystem::path>> outcome;
-    const auto started = Clock::now();
-    exporter.start(std::move(job), *codec, std::filesystem::absolute(request.file), true,
+    exporter.start(std::move(job), codec, std::filesystem::absolute(to), true,
                    [&](Result<std::filesystem::path> r) { outcome = std::move(r); });
-    // The progress shown with the exporter's own 0.25 s rhythm.
     std::function<void()> tick = [&] {
         if (outcome) return;
-        const double f = exporter.progress();
-        const double elapsed = std::chrono::duration<double>(Clock::now() - started).count();
-        if (progress && f > 0) progress(f, "Vidéo : reste " + Format::countdown(elapsed * (1 - f) / f));
+        if (progress) progress(exporter.progress());
         scheduler.schedule(0.25, tick);
     };
     scheduler.schedule(0.25, tick);
     scheduler.runUntil([&] { return outcome.has_value(); });
-    if (!*outcome) return fail(outcome->error().message);
-    out << "Vidéo : " << outcome->value().string() << "\n";
+    return std::move(*outcome);
+}
+
+}  // namespace
+
+std::optional<double> loudnessOf(const std::string& text) {
+    if (text == "-14" || text == "\u221214") return -14.0;
+    if (text == "-23" || text == "\u221223") return -23.0;
+    return std::nullopt;
+}
+
+int exportVideo(VideoRequest request, std::ostream& out,
+                const std::function<void(double, const std::string&)>& progress) {
+    auto fail = [&](const std::string& message) {
+        out << "L'export vidéo a échoué : " << message << "\n";
+        return 1;
+    };
+    const auto codec = codecOf(request.codec, request.file);
+    if (!codec) return fail("codec inconnu « " + request.codec + " » (h264, hevc ou prores).");
+    const std::filesystem::path file = request.file;
+    const auto started = Clock::now();
+    auto outcome = render(jobOf(request), *codec, file, [&](double f) {
+        // The progress shown with the exporter's own 0.25 s rhythm.
+        const double elapsed = std::chrono::duration<double>(Clock::now() - started).count();
+        if (progress && f > 0) progress(f, "Vidéo : reste " + Format::countdown(elapsed * (1 - f) / f));
+    });
+    if (!outcome) return fail(outcome.error().message);
+    out << "Vidéo : " << outcome.value().string() << "\n";
+    return 0;
+}
+
+int exportDropClips(ClipsRequest request, std::ostream& out,
+                    const std::function<void(double, const std::string&)>& progress) {
+    if (request.drops.empty()) {
+        out << "Aucun drop : aucun clip\n";
+        return 0;
+    }
+    const auto codec = codecOf(request.edit.codec, "clip.mp4");
+    if (!codec) {
+        out << "Les clips des drops ont échoué : codec inconnu « " << request.edit.codec << " » (h264, hevc ou prores).\n";
+        return 1;
+    }
+    DropClips::Request plan;
+    plan.cuts = request.edit.cuts;
+    plan.effectFor = request.edit.effectFor;
+    plan.base = jobOf(request.edit);
+    plan.drops = request.drops;
+    plan.onsets = request.onsets;
+    plan.pre = request.pre;
+    plan.post = request.post;
+    for (size_t c = 0; c < plan.base.cameraSources.size(); ++c) plan.allowed.insert(static_cast<int>(c));
+    plan.setName = request.setName;
+    plan.extension = fileExtension(*codec);
+    const std::vector<DropClips::Clip> clips = DropClips::plan(plan);
+
+    const int total = static_cast<int>(clips.size());
+    for (int k = 0; k < total; ++k) {
+        const DropClips::Clip& clip = clips[static_cast<size_t>(k)];
+        const std::filesystem::path file = request.folder / clip.fileName;
+        auto outcome = render(clip.job, *codec, file, [&](double f) {
+            const double all = (k + f) / total;
+            if (progress) progress(all, DropClips::progressLine(k + 1, total, all));
+        });
+        if (!outcome) {
+            // The clips already made stay; the session left nothing of this one.
+            out << "Clip du drop " << clip.number << " échoué : " << outcome.error().message << "\n";
+            out << "Les clips des drops ont échoué : " << k << " sur " << total << " faits.\n";
+            return 1;
+        }
+        out << "Clip : " << outcome.value().string() << "\n";
+    }
+    out << "Clips des drops : " << total << " fichier" << (total > 1 ? "s" : "") << " dans "
+        << request.folder.string() << "\n";
     return 0;
 }
 

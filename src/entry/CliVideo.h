@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -16,6 +17,7 @@
 #include "effects/EffectSettings.h"
 #include "effects/MotionFX.h"
 #include "effects/Reframe.h"
+#include "music/DropDetector.h"
 #include "sync/Media.h"
 #include "sync/SyncResult.h"
 
@@ -33,12 +35,34 @@ struct VideoRequest {
     std::function<ResolvedEffect(const Segment&)> effectFor;  // empty: no effect
     OutputFormat format = OutputFormat::landscape;
     std::map<Uuid, CameraFrame> framing;
+    std::optional<double> loudness;  // LUFS; none: the mix as it is
 };
+
+// The clips of the drops (`--clips-drops <folder>`): `edit` gives the
+// sound, effects, format, crops and the user's cuts; its file is unused.
+struct ClipsRequest {
+    VideoRequest edit;
+    std::filesystem::path folder;
+    std::string setName;
+    std::vector<Drop> drops;
+    std::vector<double> onsets;
+    double pre = 15, post = 30;
+};
+
+// "-14" or "-23" (a typographic minus too) as a loudness target.
+std::optional<double> loudnessOf(const std::string& text);
 
 // Prints "Vidéo : {path}" and returns 0, or "L'export vidéo a échoué :
 // {message}" and returns 1. `progress` gets the fraction done and the time
 // left as text, about four times a second.
 int exportVideo(VideoRequest request, std::ostream& out,
                 const std::function<void(double, const std::string&)>& progress);
+
+// One clip per drop in `folder`, each reported "Clip : {path}", then
+// "Clips des drops : {n} fichiers dans {folder}" and 0. No drop: "Aucun
+// drop : aucun clip" and 0. A clip that fails is named, the clips before
+// it stay, and the run returns 1.
+int exportDropClips(ClipsRequest request, std::ostream& out,
+                    const std::function<void(double, const std::string&)>& progress);
 
 }  // namespace qv::CLI

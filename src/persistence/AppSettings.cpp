@@ -14,6 +14,7 @@ const char* rawValue(ExportTarget t) {
         case ExportTarget::video: return "Vidéo finie";
         case ExportTarget::mlt: return "Kdenlive / Shotcut (MLT)";
         case ExportTarget::otio: return "OpenTimelineIO (.otio)";
+        case ExportTarget::dropClips: return "Clips des drops (vidéo)";
     }
     return "Premiere Pro";
 }
@@ -47,6 +48,30 @@ std::optional<VideoCodec> videoCodecFromRaw(std::string_view raw) {
     return std::nullopt;
 }
 
+const char* rawValue(OutputLoudness l) {
+    switch (l) {
+        case OutputLoudness::asIs: return "Tel quel";
+        case OutputLoudness::social: return "\u221214 LUFS (réseaux sociaux)";
+        case OutputLoudness::broadcast: return "\u221223 LUFS (diffusion)";
+    }
+    return "Tel quel";
+}
+
+std::optional<OutputLoudness> outputLoudnessFromRaw(std::string_view raw) {
+    for (OutputLoudness l : allOutputLoudness)
+        if (raw == rawValue(l)) return l;
+    return std::nullopt;
+}
+
+std::optional<double> loudnessTarget(OutputLoudness l) {
+    switch (l) {
+        case OutputLoudness::asIs: return std::nullopt;
+        case OutputLoudness::social: return -14.0;
+        case OutputLoudness::broadcast: return -23.0;
+    }
+    return std::nullopt;
+}
+
 const char* fileExtension(VideoCodec c) { return c == VideoCodec::prores ? "mov" : "mp4"; }
 
 AppSettings::AppSettings() : AppSettings(paths::settingsFile()) {}
@@ -64,6 +89,7 @@ AppSettings::AppSettings(fs::path file) : file_(std::move(file)) {
     exportTarget_ = exportTargetFromRaw(json::string(stored, "exportTarget", "")).value_or(ExportTarget::premiere);
     videoCodec_ = videoCodecFromRaw(json::string(stored, "videoCodec", "")).value_or(VideoCodec::h264);
     previewLooks_ = json::boolean(stored, "previewLooks", true);
+    outputLoudness_ = outputLoudnessFromRaw(json::string(stored, "outputLoudness", "")).value_or(OutputLoudness::asIs);
 }
 
 AppSettings& AppSettings::shared() {
@@ -82,6 +108,11 @@ void AppSettings::setAskWhereToSave(bool v) { writeBool("askWhereToSave", askWhe
 void AppSettings::setTrackPerCamera(bool v) { writeBool("trackPerCamera", trackPerCamera_, v); }
 void AppSettings::setExportLUTs(bool v) { writeBool("exportLUTs", exportLUTs_, v); }
 void AppSettings::setPreviewLooks(bool v) { writeBool("previewLooks", previewLooks_, v); }
+
+void AppSettings::setOutputLoudness(OutputLoudness l) {
+    outputLoudness_ = l;
+    paths::writeSetting(file_, "outputLoudness", json::Json(rawValue(l)));
+}
 
 void AppSettings::setExportFolderPath(std::optional<std::string> path) {
     exportFolderPath_ = std::move(path);

@@ -14,8 +14,9 @@
 
 namespace qv {
 
-// "Premiere Pro", "DaVinci Resolve", "Vidéo finie", "Kdenlive / Shotcut (MLT)", "OpenTimelineIO (.otio)"
-enum class ExportTarget { premiere, davinci, video, mlt, otio };
+// "Premiere Pro", "DaVinci Resolve", "Vidéo finie", "Kdenlive / Shotcut (MLT)", "OpenTimelineIO (.otio)",
+// "Clips des drops (vidéo)"
+enum class ExportTarget { premiere, davinci, video, mlt, otio, dropClips };
 enum class VideoCodec { h264, hevc, prores };           // "H.264 (MP4)", "HEVC H.265 (MP4)", "ProRes 422 (MOV)"
 
 const char* rawValue(ExportTarget t);
@@ -26,10 +27,20 @@ const char* fileExtension(VideoCodec c);  // "mp4" or "mov"
 
 // In the order the export panel offers them.
 inline constexpr ExportTarget allExportTargets[] = {ExportTarget::premiere, ExportTarget::davinci, ExportTarget::mlt,
-                                                    ExportTarget::otio, ExportTarget::video};
+                                                    ExportTarget::otio, ExportTarget::video, ExportTarget::dropClips};
 // The extension of the timeline file a target writes: "xml", "mlt" or
 // "otio"; the video's depends on its codec.
 const char* timelineExtension(ExportTarget t);
+// Loudness of finished videos: "Tel quel", "−14 LUFS (réseaux sociaux)",
+// "−23 LUFS (diffusion)". XML exports never change.
+enum class OutputLoudness { asIs, social, broadcast };
+const char* rawValue(OutputLoudness l);
+std::optional<OutputLoudness> outputLoudnessFromRaw(std::string_view raw);
+// The target in LUFS; none for "Tel quel".
+std::optional<double> loudnessTarget(OutputLoudness l);
+inline constexpr OutputLoudness allOutputLoudness[] = {OutputLoudness::asIs, OutputLoudness::social,
+                                                      OutputLoudness::broadcast};
+
 inline constexpr VideoCodec allVideoCodecs[] = {VideoCodec::h264, VideoCodec::hevc, VideoCodec::prores};
 
 class AppSettings {
@@ -50,6 +61,7 @@ public:
     ExportTarget exportTarget() const { return exportTarget_; }
     VideoCodec videoCodec() const { return videoCodec_; }
     bool previewLooks() const { return previewLooks_; }
+    OutputLoudness outputLoudness() const { return outputLoudness_; }
 
     void setSnapEnabled(bool v);
     void setDropsClickable(bool v);
@@ -60,6 +72,7 @@ public:
     void setExportTarget(ExportTarget t);
     void setVideoCodec(VideoCodec c);
     void setPreviewLooks(bool v);
+    void setOutputLoudness(OutputLoudness l);
 
     // The stored folder while something exists there; otherwise `downloads`.
     // A disk that has gone away falls back in silence and the key stays.
@@ -83,6 +96,7 @@ private:
     ExportTarget exportTarget_ = ExportTarget::premiere;
     VideoCodec videoCodec_ = VideoCodec::h264;
     bool previewLooks_ = true;
+    OutputLoudness outputLoudness_ = OutputLoudness::asIs;
 };
 
 }  // namespace qv

@@ -1,5 +1,6 @@
 #include "render/RenderPipeline.h"
 
+#include <cmath>
 #include <condition_variable>
 #include <deque>
 #include <map>
@@ -7,6 +8,9 @@
 #include <optional>
 #include <thread>
 #include <vector>
+
+#include "platform/LoudnessMeter.h"
+#include "render/Limiter.h"
 
 namespace qv::RenderPipeline {
 
@@ -105,9 +109,88 @@ private:
     std::vector<float> scratch_;
 };
 
+// The mix brought to a loudness: gained, then held under the true-peak
+// ceiling by the limiter, which runs ahead of the output by its latency.
+class Leveler {
+public:
+    Leveler(const Built& built, double gainDb)
+        : mixer_(built),
+          limiter_(soundRate, soundChannels, static_cast<float>(std::pow(10.0, limiterCeilingDb / 20))),
+          gain_(static_cast<float>(std::pow(10.0, gainDb / 20))) {}
+
+    // Output frames [a, b), asked in order without gaps.
+    Status mix(int64_t a, int64_t b, std::vector<float>& out) {
+        const int64_t latency = limiter_.latency();
+        const int64_t from = fed_, to = b + latency;
+        if (Status s = mixer_.mix(from, to, buffer_); !s) return s;
+        for (float& v : buffer_) v *= gain_;
+        limiter_.process(buffer_.data(), buffer_.data(), static_cast<size_t>(to - from));
+        fed_ = to;
+        // The limiter's output stands for frames [from - latency, b); the
+        // first call also gives the frames before 0, which are dropped.
+        const int64_t first = std::max<int64_t>(a, from - latency);
+        out.assign(buffer_.begin() + (first - (from - latency)) * soundChannels, buffer_.end());
+        return Ok{};
+    }
+
+private:
+    SoundMixer mixer_;
+    PeakLimiter limiter_;
+    float gain_;
+    int64_t fed_ = 0;
+    std::vector<float> buffer_;
+};
+
+// Feeds the whole range's sound through `next` (a mixer or a leveler) into
+// a meter, a second at a time. None: a silent mix.
+template <class Source>
+Result<std::optional<double>> measure(Source& source, int64_t end, Control& control, double* truePeak) {
+    auto meter = media::LoudnessMeter::create(soundRate, soundChannels);
+    if (!meter) return meter.error();
+    std::vector<float> sound;
+    for (int64_t a = 0; a < end; a += soundRate) {
+        if (control.cancel) return Error{cancelledMessage};
+        const int64_t b = std::min(end, a + soundRate);
+        if (Status s = source.mix(a, b, sound); !s) return s.error();
+        if (Status s = meter->add(sound.data(), static_cast<size_t>(b - a)); !s) return s.error();
+    }
+    if (truePeak) *truePeak = meter->truePeak();
+    return meter->integrated();
+}
+
 }  // namespace
 
+Result<double> loudnessGain(const VideoRender::Built& built, Control& control) {
+    if (!built.loudness) return 0.0;
+    const double target = *built.loudness;
+    const int64_t end = std::llround((built.hi - built.lo) * soundRate);
+    SoundMixer mixer(built);
+    double peak = 0;
+    auto measured = measure(mixer, end, control, &peak);
+    if (!measured) return measured.error();
+    // Silence stays silence: there is nothing to bring to a loudness.
+    if (!*measured) return 0.0;
+    double gain = std::min(target - **measured, maximumGainDb);
+    if (peak * std::pow(10.0, gain / 20) <= std::pow(10.0, limiterCeilingDb / 20)) return gain;
+    // The limiter takes some loudness off the peaks: measure what leaves
+    // it and make up the difference, twice at most.
+    for (int pass = 0; pass < 2; ++pass) {
+        Leveler leveler(built, gain);
+        auto after = measure(leveler, end, control, nullptr);
+        if (!after) return after.error();
+        if (!*after) break;
+        const double missing = target - **after;
+        if (std::abs(missing) < 0.1) break;
+        gain = std::min(gain + missing, maximumGainDb);
+    }
+    return gain;
+}
+
 Status run(const Built& built, media::MediaWriter& writer, Control& control) {
+    // The whole mix is measured before the first frame is written.
+    auto measuredGain = loudnessGain(built, control);
+    if (!measuredGain) return measuredGain.error();
+    const double gain = *measuredGain;
     const int64_t count = built.frameCount;
     const int W = built.width, H = built.height;
     Shared shared;
@@ -172,8 +255,12 @@ Status run(const Built& built, media::MediaWriter& writer, Control& control) {
     const unsigned workers = needsOrder(built) ? 1 : std::max(2u, std::thread::hardware_concurrency());
     for (unsigned k = 0; k < workers; ++k) filters.emplace_back(filter);
 
-    // Encoding, with the sound of each frame's stretch.
-    SoundMixer mixer(built);
+    // Encoding, with the sound of each frame's stretch, brought to the
+    // loudness asked when one is.
+    std::optional<SoundMixer> mixer;
+    std::optional<Leveler> leveler;
+    if (built.loudness) leveler.emplace(built, gain);
+    else mixer.emplace(built);
     std::vector<float> sound;
     const int64_t soundEnd = std::llround((built.hi - built.lo) * soundRate);
     for (int64_t n = 0; n < count; ++n) {
@@ -189,7 +276,7 @@ Status run(const Built& built, media::MediaWriter& writer, Control& control) {
         shared.recycle(std::move(frame));
         const int64_t a = std::llround(built.frameTime(n) * soundRate);
         const int64_t b = n + 1 == count ? soundEnd : std::llround(built.frameTime(n + 1) * soundRate);
-        if (s && b > a) s = mixer.mix(a, b, sound);
+        if (s && b > a) s = leveler ? leveler->mix(a, b, sound) : mixer->mix(a, b, sound);
         if (s && b > a) s = writer.writeSound(sound.data(), b - a);
         if (!s) {
             shared.fail(s.error());

@@ -120,6 +120,7 @@ Built build(const Job& job) {
     built.width += built.width % 2;
     built.height += built.height % 2;
     built.effects = job.effects;
+    built.loudness = job.loudness;
     built.cameraSources = job.cameraSources;
 
     for (size_t s = 0; s < job.sources.size(); ++s)

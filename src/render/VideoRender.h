@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <vector>
 
@@ -45,6 +46,9 @@ struct Job {
     OutputFormat format = OutputFormat::landscape;
     std::map<Uuid, CameraFrame> framing;      // crop per camera source
     LookRenderer::Snapshot looks;
+    // Loudness of the mix in LUFS, reached by a gain and a true-peak limiter;
+    // none: the mix as it is, sample for sample.
+    std::optional<double> loudness;
 };
 
 // A change of volume: a ramp over `duration` seconds from `from` to `to`,
@@ -115,6 +119,7 @@ struct Built {
     std::vector<CameraFrame> framing;   // per camera number
     EffectSettings effects;
     std::shared_ptr<LookRenderer> looks;  // given the job's snapshot, ready
+    std::optional<double> loudness;       // target in LUFS, as the job's
 
     int cameraLine(int camera) const { return cameraSources.at(static_cast<size_t>(camera)); }
     double frameTime(int64_t n) const { return static_cast<double>(n) * rateDen / rateNum; }

@@ -1,5 +1,6 @@
 #include "ui/Panels.h"
 
+#include <QCheckBox>
 #include <QDir>
 #include <QFileDialog>
 #include <QHBoxLayout>
@@ -11,6 +12,7 @@
 #include "base/Format.h"
 #include "diagnostics/Log.h"
 #include "ui/ColorPanel.h"
+#include "ui/DropClipsBox.h"
 #include "ui/MainWindow.h"
 #include "ui/QtPorts.h"
 #include "ui/Theme.h"
@@ -506,6 +508,8 @@ DropsPanel::DropsPanel(AppModel& model, QWidget* parent)
     add(rows);
     empty_ = textLabel(QStringLiteral("Aucun drop repéré. Monte la sensibilité si le set en a."), this, 11, Theme::gray2());
     add(empty_);
+    clips_ = new DropClipsBox(model_, this);
+    add(clips_);
     add(new PanelNote(QStringLiteral("« Monter ce drop » place le début et la fin de l'export autour du drop. Coupe "
                                      "ensuite au clavier, puis Exporter le montage."),
                       this));
@@ -538,8 +542,14 @@ void DropsPanel::refresh() {
                   QLatin1Char('|') + QString::number(model_.dropPost());
     for (const Drop& d : drops) key += QStringLiteral("|%1:%2").arg(d.time).arg(d.strength);
     empty_->setVisible(drops.empty());
+    clips_->refresh();
+    for (QCheckBox* tick : ticks_) {
+        const QSignalBlocker quiet(tick);
+        tick->setChecked(model_.clipDrops().count(tick->property("drop").toInt()) > 0);
+    }
     if (key == shown_) return;
     shown_ = key;
+    ticks_.clear();
     clearLayout(list_);
     rows_ = 0;
     for (size_t i = 0; i < drops.size(); ++i) {
@@ -562,6 +572,13 @@ void DropsPanel::refresh() {
         head->addWidget(textLabel(QStringLiteral("force %1").arg(percentOfFraction(drop.strength)), row, 10,
                                   Theme::gray3()),
                         1);
+        auto* tick = new QCheckBox(QStringLiteral("Clip"), row);
+        tick->setToolTip(QStringLiteral("Coché : ce drop est dans « Exporter les clips des drops ». Rien de coché : tous."));
+        tick->setProperty("drop", drop.id);
+        tick->setChecked(model_.clipDrops().count(drop.id) > 0);
+        connect(tick, &QCheckBox::toggled, this, [this, id = drop.id] { model_.toggleClipDrop(id); });
+        head->addWidget(tick);
+        ticks_.push_back(tick);
         row->content()->addLayout(head);
         auto* buttons = new QHBoxLayout();
         auto* go = new QuorvelButton(QStringLiteral("Aller au drop"), QuorvelButton::Kind::outlined, row);
@@ -700,7 +717,9 @@ ExportPanel::ExportPanel(AppModel& model, QWidget* parent)
         "Projet MLT à ouvrir dans Kdenlive ou Shotcut (Fichier › Ouvrir). Coupes, son, zooms, épaule, recadrages et "
         "étalonnage (LUT .cube) modifiables ; les drops deviennent des repères.",
         "Timeline OpenTimelineIO pour DaVinci Resolve 18.5 ou plus et Kdenlive. Coupes, pistes et son, drops en "
-        "marqueurs ; les zooms, recadrages et l'étalonnage n'y passent pas."};
+        "marqueurs ; les zooms, recadrages et l'étalonnage n'y passent pas.",
+        "Un clip vertical par drop (ou par drop coché dans DROPS), prêt pour les réseaux : de « Garder avant » à "
+        "« Garder après » le drop, avec tes coupes, sinon un montage auto de ce passage."};
     auto* box = new PanelBox(QString(), this);
     for (ExportTarget t : allExportTargets) {
         auto* row = choiceButton(QString::fromUtf8(rawValue(t)), false,
@@ -791,6 +810,7 @@ QString ExportPanel::mainButtonText() const {
         case ExportTarget::video: return QStringLiteral("EXPORTER LA VIDÉO");
         case ExportTarget::mlt: return QStringLiteral("EXPORTER LE PROJET MLT");
         case ExportTarget::otio: return QStringLiteral("EXPORTER LA TIMELINE OTIO");
+        case ExportTarget::dropClips: return QStringLiteral("EXPORTER LES CLIPS DES DROPS");
     }
     return {};
 }
@@ -802,8 +822,9 @@ void ExportPanel::refresh() {
         targets_[i]->setOn(allExportTargets[i] == target);
         targetNotes_[i]->setVisible(allExportTargets[i] == target);
     }
-    videoPart_->setVisible(target == ExportTarget::video);
-    xmlPart_->setVisible(target != ExportTarget::video);
+    const bool video = target == ExportTarget::video || target == ExportTarget::dropClips;
+    videoPart_->setVisible(video);
+    xmlPart_->setVisible(!video);
     const bool marked = !model_.edit().rangeIsWholeSet();
     range_->setText(marked ? QStringLiteral("Plage exportée · ") + rangeText(model_.edit().exportRange())
                            : QStringLiteral("Plage exportée · set entier"));
@@ -890,6 +911,18 @@ SettingsPanel::SettingsPanel(AppModel& model, QWidget* parent) : PanelPage(QStri
             refresh();
         });
     exportBox->add(captioned(QStringLiteral("Codec de la vidéo finie"), codec_, exportBox));
+    loudness_ = menuButton(exportBox);
+    QMenu* levels = static_cast<QPushButton*>(loudness_)->menu();
+    for (OutputLoudness l : allOutputLoudness)
+        levels->addAction(QString::fromUtf8(rawValue(l)), this, [this, l] {
+            model_.settings().setOutputLoudness(l);
+            refresh();
+        });
+    exportBox->add(captioned(QStringLiteral("Volume de sortie"), loudness_, exportBox));
+    exportBox->add(new PanelNote(QStringLiteral("Pour la vidéo finie et les clips des drops : le son est mesuré puis "
+                                                "amené au volume choisi, sans saturer (crêtes sous −1 dBTP). Les XML "
+                                                "ne changent pas."),
+                                 exportBox));
     auto* folderCaption = textLabel(QStringLiteral("Dossier des exports"), exportBox, 11);
     exportBox->add(folderCaption);
     folder_ = textLabel(QString(), exportBox, 11, Theme::ink());
@@ -949,6 +982,7 @@ void SettingsPanel::refresh() {
     const AppSettings& s = model_.settings();
     target_->setText(QString::fromUtf8(rawValue(s.exportTarget())));
     codec_->setText(QString::fromUtf8(rawValue(s.videoCodec())));
+    loudness_->setText(QString::fromUtf8(rawValue(s.outputLoudness())));
     folder_->setText(shortPath(q(s.exportFolder().string())));
 }
 

@@ -19,6 +19,7 @@
 #include "ui/PanelControls.h"
 
 class QStackedLayout;
+class QCheckBox;
 
 class QFileDialog;
 
@@ -26,6 +27,7 @@ namespace qv::ui {
 
 class ModelObject;
 class ChoiceRow;
+class DropClipsBox;
 
 class SoundPanel : public PanelPage {
     Q_OBJECT
@@ -84,9 +86,14 @@ public:
     QLabel* emptyNote() const { return empty_; }
     // The drop whose range is the export range, if any.
     std::optional<int> focusedDrop() const;
+    // The tick of each row: that drop is among the clips.
+    const std::vector<QCheckBox*>& clipTicks() const { return ticks_; }
+    DropClipsBox* clipsBox() const { return clips_; }
 
 private:
     AppModel& model_;
+    std::vector<QCheckBox*> ticks_;
+    DropClipsBox* clips_ = nullptr;
     QVBoxLayout* list_ = nullptr;
     QLabel* empty_ = nullptr;
     int rows_ = 0;
@@ -148,6 +155,7 @@ private:
     AppModel& model_;
     QAbstractButton* target_ = nullptr;
     QAbstractButton* codec_ = nullptr;
+    QAbstractButton* loudness_ = nullptr;
     QLabel* folder_ = nullptr;
 };
 

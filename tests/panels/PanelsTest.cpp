@@ -1,6 +1,8 @@
 // The side panels over one application model on a generated set, on virtual
 // time, with Qt Test on the offscreen platform.
 #include <QApplication>
+#include <QCheckBox>
+#include <QLabel>
 #include <QLineEdit>
 #include <QTest>
 #include <map>
@@ -14,6 +16,7 @@
 #include "support/Fixtures.h"
 #include "support/TempHome.h"
 #include "ui/ColorPanel.h"
+#include "ui/DropClipsBox.h"
 #include "ui/MainWindow.h"
 #include "ui/Panels.h"
 #include "ui/Theme.h"
@@ -285,6 +288,67 @@ private slots:
         QCOMPARE(none.emptyNote()->text(), QStringLiteral("Aucun drop repéré. Monte la sensibilité si le set en a."));
     }
 
+    void dropClipsTicksButtonProgressAndCancel() {
+        // A set with three drops, in a model of its own.
+        AppSettings own(home.root() / "clips.json");
+        auto held = std::make_shared<HeldExporter>();
+        AppModel clips(AppModel::Services{main, dialogs, viewer, own, ClockPlayer::factory(), held, {}});
+        const fs::path set = qv::test::generatedSet("drops", 1);
+        QVERIFY(!set.empty());
+        clips.open(set, true);
+        QVERIFY(main.waitUntil([&] { return !clips.isWorking() && clips.result(); }));
+        main.drain();
+        QVERIFY(clips.drops().size() >= 2);
+
+        DropsPanel panel(clips);
+        panel.resize(SidePanel::width, 900);
+        panel.show();
+        QCOMPARE(panel.clipTicks().size(), clips.drops().size());
+        DropClipsBox* box = panel.clipsBox();
+        QVERIFY(box->exportButton()->isEnabled());
+        QVERIFY(box->summary()->text().startsWith(QString::number(clips.drops().size()) +
+                                                  QStringLiteral(" clips de 45 s (un par drop), au format 9:16")));
+        // One tick: only that drop; a second tick: both of them.
+        panel.clipTicks()[1]->click();
+        QCOMPARE(clips.clipDrops(), std::set<int>{1});
+        panel.refresh();
+        QVERIFY(box->summary()->text().startsWith(QStringLiteral("1 clip de 45 s (les drops cochés)")));
+        panel.clipTicks()[0]->click();
+        panel.refresh();
+
+        box->exportButton()->click();
+        QVERIFY(clips.isExportingClips());
+        QVERIFY(held->isRunning());
+        held->shown = 0.5;
+        panel.refresh();
+        QVERIFY(box->exportButton()->isHidden());
+        QVERIFY(!box->progressLine()->isHidden());
+        QCOMPARE(box->progressLine()->text(), QStringLiteral("Clips des drops : 1 / 2 · 25 %"));
+        // The first clip ends: the second starts on the same exporter.
+        auto done = std::move(held->done);
+        held->done = nullptr;
+        held->shown = 0;
+        done({VideoOutcome::Kind::success, {}});
+        QVERIFY(held->isRunning());
+        held->shown = 0.36;
+        panel.refresh();
+        QCOMPARE(box->progressLine()->text(), QStringLiteral("Clips des drops : 2 / 2 · 68 %"));
+        QCOMPARE(QString::fromStdString(clips.status()), QStringLiteral("Clips des drops : 2 / 2 · 50 %"));
+        box->cancelButton()->click();
+        QVERIFY(held->cancelled);
+        done = std::move(held->done);
+        held->done = nullptr;
+        done({VideoOutcome::Kind::cancelled, {}});
+        QVERIFY(!clips.isExportingClips());
+        QCOMPARE(QString::fromStdString(clips.status()), QStringLiteral("Clips des drops annulés : 1 sur 2 faits"));
+        panel.refresh();
+        QVERIFY(!box->exportButton()->isHidden());
+
+        // Without drops there is nothing to export.
+        DropsPanel none(*model);
+        if (model->drops().empty()) QVERIFY(!none.clipsBox()->exportButton()->isEnabled());
+    }
+
     void wheelCatchesCentreAndHoldsRim() {
         ColorWheel w{0, 0, 30};
         QCOMPARE(WheelControl::pointed(w, 0.039 * 42, 0, 42).amount, 0.0);
@@ -399,6 +463,7 @@ private slots:
                                                               {ExportTarget::davinci, "EXPORTER LE XML DAVINCI"},
                                                               {ExportTarget::mlt, "EXPORTER LE PROJET MLT"},
                                                               {ExportTarget::otio, "EXPORTER LA TIMELINE OTIO"},
+                                                              {ExportTarget::dropClips, "EXPORTER LES CLIPS DES DROPS"},
                                                               {ExportTarget::video, "EXPORTER LA VIDÉO"}};
         for (auto [target, text] : texts) {
             settings->setExportTarget(target);

@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include <charconv>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <mutex>
@@ -51,6 +53,35 @@ bool ffmpeg(const std::vector<std::string>& args) {
     std::string cmd = "/usr/bin/ffmpeg -nostdin -v error -y";
     for (const auto& a : args) cmd += " " + quote(a);
     return std::system(cmd.c_str()) == 0;
+}
+
+std::optional<Loudness> measureLoudness(const fs::path& file) {
+    const std::string cmd = "/usr/bin/ffmpeg -nostdin -nostats -hide_banner -i " + quote(file.string()) +
+                            " -filter_complex ebur128=peak=true -f null - 2>&1";
+    FILE* pipe = popen(cmd.c_str(), "r");
+    if (!pipe) return std::nullopt;
+    std::string text;
+    char buf[4096];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, pipe)) > 0) text.append(buf, n);
+    if (pclose(pipe) != 0) return std::nullopt;
+    // The summary at the end: "I: -14.0 LUFS" and, under "True peak:", "Peak: -1.2 dBFS".
+    const size_t summary = text.rfind("Summary:");
+    if (summary == std::string::npos) return std::nullopt;
+    auto numberAfter = [&](const std::string& label) -> std::optional<double> {
+        const size_t at = text.find(label, summary);
+        if (at == std::string::npos) return std::nullopt;
+        // Not strtod: the tests run under a French locale.
+        const char* from = text.c_str() + at + label.size();
+        while (*from == ' ') ++from;
+        double v = 0;
+        if (std::from_chars(from, text.c_str() + text.size(), v).ec != std::errc{}) return std::nullopt;
+        return v;
+    };
+    auto integrated = numberAfter("I:");
+    auto peak = numberAfter("Peak:");
+    if (!integrated || !peak) return std::nullopt;
+    return Loudness{*integrated, *peak};
 }
 
 void writeText(const fs::path& file, const std::string& text) {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -27,6 +28,14 @@ bool haveFFmpeg();
 
 // Runs /usr/bin/ffmpeg with "-v error -y" and the given arguments; true on success.
 bool ffmpeg(const std::vector<std::string>& args);
+
+// What ffmpeg's own loudness meter (the ebur128 filter, true peak on)
+// reads of a file's sound: integrated LUFS and true peak in dBTP.
+struct Loudness {
+    double integrated = 0;
+    double truePeak = 0;
+};
+std::optional<Loudness> measureLoudness(const std::filesystem::path& file);
 
 void writeText(const std::filesystem::path& file, const std::string& text);
 

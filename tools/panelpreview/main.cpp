@@ -15,6 +15,7 @@
 // it shows its pictures. `--capture-quand-export` starts a real video export
 // of the whole set (into the downloads folder) and photographs the window as
 // the export passes that fraction, then cancels it, which leaves no file.
+// With `--panneau drops` the export is the clips of the drops instead.
 // Once the window shows its pictures (and any photograph is taken) it prints
 // "prêt" on standard output.
 #include <QApplication>
@@ -169,16 +170,24 @@ int main(int argc, char** argv) {
         ending.stop();
         sayReady();
     });
+    // With the drops panel open the job is the clips of the drops.
+    const bool clips = options && options->panel == RightPanel::drops;
     auto captureDuringExport = [&] {
-        model.exportVideo();
+        if (clips) model.exportDropClips();
+        else model.exportVideo();
         ui::UnderWayCapture::Job job{[&]() -> std::optional<double> {
+                                         if (clips) {
+                                             if (!model.isExportingClips()) return std::nullopt;
+                                             return model.clipsProgress();
+                                         }
                                          if (!exporter->isRunning()) return std::nullopt;
                                          return exporter->progress();
                                      },
                                      [&] { side->refresh(); }};
         capture = std::make_unique<ui::UnderWayCapture>(*window, options->capture, *options->captureWhenExporting,
                                                         std::move(job), [&](const Status& taken) {
-                                                            exporter->cancel();
+                                                            if (clips) model.cancelDropClips();
+                                                            else exporter->cancel();
                                                             if (!taken)
                                                                 return fail(taken.error().message + " " +
                                                                             model.errorMessage().value_or(""));
@@ -247,7 +256,15 @@ int main(int argc, char** argv) {
             if (score > best) best = score, t = at;
         }
         if (options->time) t = *options->time;
-        if (options->panel == RightPanel::drops && !model.drops().empty()) t = model.drops()[0].time + 1.5;
+        // On the drops panel, just after the first drop that a camera films.
+        if (options->panel == RightPanel::drops)
+            for (const Drop& d : model.drops()) {
+                bool filmed = false;
+                for (int c = 0; c < model.cameraCount(); ++c) filmed = filmed || model.edit().hasFeed(c, d.time + 1.5);
+                if (!filmed) continue;
+                t = d.time + 1.5;
+                break;
+            }
         player->seek(t);
         model.applyLooks();
         QObject::connect(&object, &ui::ModelObject::framesChanged, window.get(), [&] {

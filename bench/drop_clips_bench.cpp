@@ -15,7 +15,7 @@
 #include <thread>
 
 #include "base/Json.h"
-#include "edit/Scheduler.h"
+#include "edit/WaitingScheduler.h"
 #include "render/DropClips.h"
 #include "render/VideoExportSession.h"
 #include "sync/MediaScanner.h"
@@ -27,30 +27,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-class Loop : public Scheduler {
-public:
-    TimerId schedule(double seconds, std::function<void()> action) override {
-        pending_[++last_] = {Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds)),
-                             std::move(action)};
-        return last_;
-    }
-    void cancel(TimerId id) override { pending_.erase(id); }
-    void runUntil(const bool& done) {
-        while (!done && !pending_.empty()) {
-            auto next = pending_.begin();
-            for (auto it = pending_.begin(); it != pending_.end(); ++it)
-                if (it->second.first < next->second.first) next = it;
-            std::this_thread::sleep_until(next->second.first);
-            auto action = std::move(next->second.second);
-            pending_.erase(next);
-            action();
-        }
-    }
-
-private:
-    TimerId last_ = 0;
-    std::map<TimerId, std::pair<Clock::time_point, std::function<void()>>> pending_;
-};
+using Loop = WaitingScheduler;
 
 double since(Clock::time_point t) { return std::chrono::duration<double>(Clock::now() - t).count(); }
 
@@ -64,7 +41,7 @@ bool render(const VideoRender::Job& job, const fs::path& to) {
         ok = r.ok();
         if (!ok) std::fprintf(stderr, "échec : %s\n", r.error().message.c_str());
     });
-    loop.runUntil(done);
+    loop.runUntil([&] { return done; });
     return ok;
 }
 

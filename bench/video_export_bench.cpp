@@ -15,7 +15,7 @@
 #include <thread>
 
 #include "base/Json.h"
-#include "edit/Scheduler.h"
+#include "edit/WaitingScheduler.h"
 #include "looks/GradeMath.h"
 #include "platform/Process.h"
 #include "render/VideoExportSession.h"
@@ -28,36 +28,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Timers of the bench's own main thread: run when due.
-class Loop : public Scheduler {
-public:
-    TimerId schedule(double seconds, std::function<void()> action) override {
-        pending_.push_back({++last_, Clock::now() + std::chrono::duration_cast<Clock::duration>(
-                                                      std::chrono::duration<double>(seconds)),
-                            std::move(action)});
-        return last_;
-    }
-    void cancel(TimerId id) override { std::erase_if(pending_, [&](const Timer& t) { return t.id == id; }); }
-    void runUntil(const bool& done) {
-        while (!done && !pending_.empty()) {
-            auto next = std::min_element(pending_.begin(), pending_.end(),
-                                         [](const Timer& a, const Timer& b) { return a.due < b.due; });
-            std::this_thread::sleep_until(next->due);
-            auto action = std::move(next->action);
-            pending_.erase(next);
-            action();
-        }
-    }
-
-private:
-    struct Timer {
-        TimerId id;
-        Clock::time_point due;
-        std::function<void()> action;
-    };
-    TimerId last_ = 0;
-    std::vector<Timer> pending_;
-};
+using Loop = WaitingScheduler;
 
 double seconds(Clock::time_point since) { return std::chrono::duration<double>(Clock::now() - since).count(); }
 
@@ -151,7 +122,7 @@ int main(int argc, char** argv) {
         finished = true;
         if (!r) error = r.error().message;
     });
-    loop.runUntil(finished);
+    loop.runUntil([&] { return finished; });
     const double renderTime = seconds(t0);
     if (!error.empty()) {
         std::fprintf(stderr, "export échoué : %s\n", error.c_str());

@@ -432,7 +432,8 @@ void AppModel::scanned(std::vector<MediaSource> sources, std::optional<ProjectFi
     }
 }
 
-void AppModel::resetSync() {
+// The player stops and goes; nothing it observed hears from it again.
+void AppModel::dropPlayer() {
     if (player_) {
         player_->setTimeObserver({});
         player_->setFrameObserver({});
@@ -440,6 +441,10 @@ void AppModel::resetSync() {
     }
     player_.reset();
     edit_.setPlayer(nullptr);
+}
+
+void AppModel::resetSync() {
+    dropPlayer();
     appliedFade_ = -1;
     result_.reset();
     automatic_.reset();
@@ -536,13 +541,7 @@ void AppModel::applyHand() {
     // The player is made for one result: a new one takes over at the same time.
     const double at = player_ ? player_->currentTime() : 0;
     const bool playing = player_ && player_->isPlaying();
-    if (player_) {
-        player_->setTimeObserver({});
-        player_->setFrameObserver({});
-        player_->stop();
-    }
-    player_.reset();
-    edit_.setPlayer(nullptr);
+    dropPlayer();
     notify(Field::player);
     appliedFade_ = -1;
     result_ = HandPlacement::apply(*automatic_, edit_.hand(), *folder_);

@@ -161,6 +161,7 @@ public:
     std::optional<std::filesystem::path> askNewLocation(const ProjectFile& project);
     void loadFolder(const std::filesystem::path& folder, std::optional<ProjectFile> project, bool thenSync);
     void resetSync();
+    void dropPlayer();
     void synchronize();
     void install(SyncResult result, const std::vector<MediaSource>& sources);
     void closeProject();

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "base/Format.h"
+#include "edit/WaitingScheduler.h"
 #include "render/DropClips.h"
 #include "render/VideoExportSession.h"
 
@@ -15,34 +16,6 @@ namespace qv::CLI {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-// The main thread's timers for a run without interface: `runUntil` sleeps
-// to the next due action and runs it, until the condition holds.
-class WaitingScheduler : public Scheduler {
-public:
-    TimerId schedule(double seconds, std::function<void()> action) override {
-        auto due = Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
-        pending_[++lastId_] = {due, std::move(action)};
-        return lastId_;
-    }
-    void cancel(TimerId id) override { pending_.erase(id); }
-
-    void runUntil(const std::function<bool()>& done) {
-        while (!done() && !pending_.empty()) {
-            auto next = pending_.begin();
-            for (auto it = pending_.begin(); it != pending_.end(); ++it)
-                if (it->second.first < next->second.first) next = it;
-            std::this_thread::sleep_until(next->second.first);
-            auto action = std::move(next->second.second);
-            pending_.erase(next);
-            action();
-        }
-    }
-
-private:
-    TimerId lastId_ = 0;
-    std::map<TimerId, std::pair<Clock::time_point, std::function<void()>>> pending_;
-};
 
 std::optional<VideoCodec> codecOf(const std::string& name, const std::filesystem::path& file) {
     if (name.empty()) return file.extension() == ".mov" ? VideoCodec::prores : VideoCodec::h264;

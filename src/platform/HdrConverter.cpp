@@ -124,10 +124,11 @@ zimg_image_format linearRgb(int width, int height) {
     return z;
 }
 
-// The planes of `f` in zimg's order (R, G, B or Y, U, V).
-zimg_image_buffer_const planesOf(const AVFrame* f) {
+// The planes of `f` in zimg's order (R, G, B or Y, U, V), read-only or not.
+template <typename Buffer, typename Frame>
+Buffer planes(Frame* f) {
     const AVPixFmtDescriptor* d = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(f->format));
-    zimg_image_buffer_const b{};
+    Buffer b{};
     b.version = ZIMG_API_VERSION;
     for (int i = 0; i < 3; ++i) {
         b.plane[i].data = f->data[d->comp[i].plane];
@@ -136,18 +137,8 @@ zimg_image_buffer_const planesOf(const AVFrame* f) {
     }
     return b;
 }
-
-zimg_image_buffer writablePlanesOf(AVFrame* f) {
-    const AVPixFmtDescriptor* d = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(f->format));
-    zimg_image_buffer b{};
-    b.version = ZIMG_API_VERSION;
-    for (int i = 0; i < 3; ++i) {
-        b.plane[i].data = f->data[d->comp[i].plane];
-        b.plane[i].stride = f->linesize[d->comp[i].plane];
-        b.plane[i].mask = ZIMG_BUFFER_MAX;
-    }
-    return b;
-}
+zimg_image_buffer_const planesOf(const AVFrame* f) { return planes<zimg_image_buffer_const>(f); }
+zimg_image_buffer writablePlanesOf(AVFrame* f) { return planes<zimg_image_buffer>(f); }
 
 bool aligned(const AVFrame* f) {
     for (int p = 0; p < 4 && f->data[p]; ++p)

@@ -27,13 +27,11 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-using Loop = WaitingScheduler;
-
 double since(Clock::time_point t) { return std::chrono::duration<double>(Clock::now() - t).count(); }
 
 // One export to its end; false with the message on failure.
 bool render(const VideoRender::Job& job, const fs::path& to) {
-    Loop loop;
+    WaitingScheduler loop;
     VideoExportSession session(loop);
     bool done = false, ok = false;
     session.start(job, VideoCodec::h264, to, false, [&](Result<fs::path> r) {

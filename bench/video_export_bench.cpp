@@ -28,8 +28,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-using Loop = WaitingScheduler;
-
 double seconds(Clock::time_point since) { return std::chrono::duration<double>(Clock::now() - since).count(); }
 
 double cpuSeconds(const rusage& r) {
@@ -113,7 +111,7 @@ int main(int argc, char** argv) {
     rusage children{};
     getrusage(RUSAGE_CHILDREN, &children);
 
-    Loop loop;
+    WaitingScheduler loop;
     VideoExportSession exporter(loop);
     bool finished = false;
     std::string error;

@@ -67,6 +67,30 @@ FramePtr StreamDecoder::next() {
     return f;
 }
 
+FramePtr StreamDecoder::nextAlone() {
+    FramePtr out;
+    auto keep = [&out](AVFrame* f) {
+        if (!out) out.reset(av_frame_clone(f));
+    };
+    ready_.clear();
+    for (int failures = 0; !out && failures < 16 && packet_;) {
+        int r = av_read_frame(format_, packet_.get());
+        if (r == AVERROR(EAGAIN)) continue;
+        if (r < 0) break;
+        const bool ours = packet_->stream_index == stream_;
+        DecodeLoop::Status s = ours ? loop_.decode(packet_.get(), keep) : DecodeLoop::Status::okay;
+        av_packet_unref(packet_.get());
+        if (!ours) continue;
+        if (s == DecodeLoop::Status::okay) break;
+        ++failures;  // a damaged packet: try the next one
+    }
+    // Frame threads and reordering hold the picture back: a flush hands it over.
+    if (!out) loop_.decode(nullptr, keep);
+    loop_.reset();
+    ended_ = true;  // decoding on would start after the picture, without it
+    return out;
+}
+
 void StreamDecoder::skipUnreferencedBefore(int64_t timestamp) {
     if (skipBefore_ == AV_NOPTS_VALUE) skipBase_ = codec_->skip_frame;
     skipBefore_ = timestamp;

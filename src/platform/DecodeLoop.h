@@ -60,6 +60,11 @@ public:
     void skipUnreferencedBefore(int64_t timestamp);
     // The codec's own choice of pictures to skip, kept through the above.
     void setSkipFrame(AVDiscard skip);
+    // The next picture decoded by itself: its packet alone, the codec drained
+    // right after, so nothing that follows it in decoding order is decoded
+    // (a key frame for a glance). The codec is flushed then: seek before
+    // decoding on.
+    FramePtr nextAlone();
 
 private:
     AVFormatContext* format_;

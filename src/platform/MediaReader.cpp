@@ -99,6 +99,7 @@ struct VideoReader::State : OpenStream {
     int outWidth = 0, outHeight = 0;  // display size asked for; 0 keeps the file's
     DecodeCost cost = DecodeCost::full;
     bool currentIsFirst = false;  // nothing lies before it
+    bool glance = false;          // `current` was decoded alone: reading on must seek
     ff::FramePtr pending;         // the next picture, decoded but not converted
     double pendingStart = 0;
     double lastStart = -std::numeric_limits<double>::infinity();
@@ -131,14 +132,29 @@ struct VideoReader::State : OpenStream {
     void skipToward(double t) { decoder->skipUnreferencedBefore(streamStamp(stream, t - 2 * nominal + origin)); }
 
     // Seeks to the key frame before `t`, further back when the demuxer lands
-    // after it, and to the very start at last.
-    void seekBefore(double t) {
+    // after it, and to the very start at last. `alone`: only that picture is
+    // decoded, and the next read seeks again (`glance`).
+    void seekBefore(double t, bool alone = false) {
         static constexpr double backoffs[] = {0, 1, 4, 16};
         current.reset();
         currentRaw.reset();
+        pending.reset();
+        glance = false;
         for (double b : backoffs) {
             if (t - b <= 0) break;
             if (!decoder->seek(streamStamp(stream, t - b + origin))) break;
+            if (alone) {
+                ff::FramePtr key = decoder->nextAlone();
+                if (!key || startOf(key.get()) > t + 1e-6) continue;
+                auto picture = std::make_shared<VideoPicture>();
+                picture->start = lastStart = startOf(key.get());
+                picture->end = picture->start + nominal;
+                currentRaw = std::move(key);
+                current = std::move(picture);
+                currentIsFirst = false;
+                glance = true;
+                return;
+            }
             skipToward(t);
             pull();
             if (pending && pendingStart <= t + 1e-6) {
@@ -207,7 +223,7 @@ Result<std::shared_ptr<const VideoPicture>> VideoReader::frameAt(double seconds)
     // How far ahead decoding on beats a seek.
     constexpr double readAhead = 3.0;
     const bool before = s.current && seconds < s.current->start && !s.currentIsFirst;
-    if (!s.current || before || seconds > s.current->start + readAhead) s.seekBefore(seconds);
+    if (!s.current || s.glance || before || seconds > s.current->start + readAhead) s.seekBefore(seconds);
     if (!s.current) return unreadable(s.file);
     while (s.pending && s.pendingStart <= seconds) {
         s.currentIsFirst = false;
@@ -233,7 +249,9 @@ DecodeCost VideoReader::cost() const { return s_->cost; }
 
 Result<std::shared_ptr<const VideoPicture>> VideoReader::keyFrameBefore(double seconds) {
     State& s = *s_;
-    s.seekBefore(seconds + 1e-6);
+    // Only the key frame: the pictures after it in decoding order (that
+    // frame threads and B-frame reordering would pull in) cost as much again.
+    s.seekBefore(seconds + 1e-6, true);
     if (!s.current || !s.convertCurrent()) return unreadable(s.file);
     return std::shared_ptr<const VideoPicture>(s.current);
 }
@@ -250,6 +268,7 @@ std::optional<double> VideoReader::keyFrameAfter(double seconds) {
     }
     s.current.reset();
     s.currentRaw.reset();
+    s.glance = false;
     s.pull();
     if (!s.pending) return std::nullopt;
     s.currentIsFirst = false;

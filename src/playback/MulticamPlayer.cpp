@@ -41,6 +41,7 @@ struct MulticamPlayer::VideoWorker {
     std::unique_ptr<VideoTrackReader> reader;  // used by the thread only
     std::atomic<bool>* programPending = nullptr;  // the player's: the program angle has not its first frame yet
     std::atomic<double>* programLateAt = nullptr;  // the player's: clock when the program angle last came late
+    std::atomic<int>* glancesDue = nullptr;  // the player's: tiles still to show their key frame
 
     std::mutex lock;
     std::condition_variable work;     // a request or room in the queue
@@ -104,7 +105,7 @@ struct MulticamPlayer::VideoWorker {
         std::optional<VideoState> applied;
         double lastStart = 0, lastEnd = 0;  // of the last frame handed over
         DecodePace pace;
-        bool waitProgram = false;  // a tile that showed its key frame waits for the program angle
+        bool startDue = false;  // a request not yet begun: a tile begins once the program angle has its frame
         std::unique_lock l(lock);
         for (;;) {
             auto hasWork = [&] {
@@ -117,17 +118,19 @@ struct MulticamPlayer::VideoWorker {
                 work.wait(l);
             }
             if (quit) break;
-            bool fresh = generation != seen;
-            if (fresh) {
+            if (generation != seen) {
                 seen = generation;
                 lastStart = lastEnd = 0;
+                startDue = true;
             }
-            if (!fresh && waitProgram && programPending && *programPending) {
-                // Polled: the program angle's thread does not know the tiles.
+            // After a request the program angle goes first, with both cores,
+            // then every tile's key frame, then the tiles' own frames. Polled:
+            // the threads do not know one another.
+            if (tile && programPending && (startDue ? programPending->load() : glancesDue->load() > 0)) {
                 work.wait_for(l, std::chrono::milliseconds(4));
                 continue;
             }
-            waitProgram = false;
+            const bool fresh = std::exchange(startDue, false);
             const double floor = playing && !fresh ? playhead.load() : -1e300;
             const uint64_t gen = seen;
             const double at = target;
@@ -155,7 +158,7 @@ struct MulticamPlayer::VideoWorker {
                     reader->setCost(isPlaying ? pace.cost() : media::DecodeCost::noLoopFilter);
                     frame = reader->keyFrameBefore(at);
                     preview = true;
-                    waitProgram = true;
+                    --*glancesDue;
                 } else {
                     reader->seek(at);
                 }
@@ -357,6 +360,7 @@ MulticamPlayer::MulticamPlayer(const std::vector<MediaSource>& sources, const Sy
                     worker->ahead = framesAhead_;
                     worker->programPending = &programPending_;
                     worker->programLateAt = &programLateAt_;
+                    worker->glancesDue = &glancesDue_;
                     worker->wakeup = wakeup_;
                     worker->reader = std::move(reader);
                 }
@@ -435,6 +439,7 @@ double MulticamPlayer::clockTime() {
 }
 
 void MulticamPlayer::restartWorkers(double at, bool playing) {
+    holdTilesForProgram();
     for (auto& worker : video_) {
         if (!worker) continue;
         std::lock_guard guard(worker->lock);
@@ -654,8 +659,19 @@ void MulticamPlayer::configureVideo(int division, std::shared_ptr<LookRenderer> 
     if (changedAny || renderer_) refreshStill();
 }
 
+void MulticamPlayer::holdTilesForProgram() {
+    // Before any request goes out: a tile asked before the program angle
+    // must not begin ahead of it.
+    const bool program = programAngle_ && video_[static_cast<size_t>(*programAngle_)] != nullptr;
+    programPending_ = program;
+    glancesDue_ = program ? static_cast<int>(std::count_if(video_.begin(), video_.end(), [](const auto& w) {
+        return w != nullptr;
+    })) - 1 : 0;
+}
+
 void MulticamPlayer::refreshStill() {
     if (playing_) return;
+    holdTilesForProgram();
     for (auto& worker : video_) {
         if (!worker) continue;
         std::lock_guard guard(worker->lock);
@@ -684,6 +700,7 @@ void MulticamPlayer::setProgramAngle(std::optional<int> angle) {
     programAngle_ = angle;
     // A wait for the program angle that went away would never end.
     programPending_ = false;
+    glancesDue_ = 0;
     programLateAt_ = -1e300;
     for (size_t i = 0; i < video_.size(); ++i) {
         auto& worker = video_[i];

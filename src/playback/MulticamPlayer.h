@@ -163,6 +163,7 @@ private:
     void start(double at);
     double clockTime();
     void restartWorkers(double at, bool playing);
+    void holdTilesForProgram();
     void scheduleTick();
     void changed();
     // Hands each drifting reader its windows where they changed.
@@ -197,6 +198,7 @@ private:
     std::optional<int> programAngle_;
     std::atomic<bool> programPending_{false};  // written by the program angle's worker under its lock
     std::atomic<double> programLateAt_{-1e300};  // written by the program angle's worker
+    std::atomic<int> glancesDue_{0};  // tiles still to show their key frame after a request
     std::vector<std::shared_ptr<const PreviewFrame>> shown_;
     int64_t shownCount_ = 0;
     std::vector<int64_t> shownByAngle_;

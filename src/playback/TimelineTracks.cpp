@@ -29,6 +29,7 @@ public:
         // Held a little past `time`: the exact frames that follow take over
         // as soon as one of them is due.
         frame.end = time + 0.5;
+        frame.standIn = true;
         frame.width = picture->frame.width;
         frame.height = picture->frame.height;
         frame.rgba = picture->frame.pixels;

@@ -24,6 +24,7 @@ struct PreviewFrame {
     int width = 0;
     int height = 0;
     std::vector<uint8_t> rgba;
+    bool standIn = false;  // a key frame shown until the exact picture comes
 };
 
 class VideoTrackReader {

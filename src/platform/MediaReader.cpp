@@ -100,6 +100,7 @@ struct VideoReader::State : OpenStream {
     DecodeCost cost = DecodeCost::full;
     bool currentIsFirst = false;  // nothing lies before it
     bool glance = false;          // `current` was decoded alone: reading on must seek
+    std::function<bool()> interrupted;
     ff::FramePtr pending;         // the next picture, decoded but not converted
     double pendingStart = 0;
     double lastStart = -std::numeric_limits<double>::infinity();
@@ -228,6 +229,7 @@ Result<std::shared_ptr<const VideoPicture>> VideoReader::frameAt(double seconds)
     while (s.pending && s.pendingStart <= seconds) {
         s.currentIsFirst = false;
         if (!s.promote()) break;
+        if (s.interrupted && s.interrupted()) break;
     }
     if (!s.convertCurrent()) return unreadable(s.file);
     return std::shared_ptr<const VideoPicture>(s.current);
@@ -246,6 +248,8 @@ void VideoReader::setCost(DecodeCost cost) {
 }
 
 DecodeCost VideoReader::cost() const { return s_->cost; }
+
+void VideoReader::setInterrupt(std::function<bool()> interrupted) { s_->interrupted = std::move(interrupted); }
 
 Result<std::shared_ptr<const VideoPicture>> VideoReader::keyFrameBefore(double seconds) {
     State& s = *s_;

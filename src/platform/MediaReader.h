@@ -15,6 +15,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -66,6 +67,11 @@ public:
     // one before them shown longer: `frameAt` still answers every time.
     void setCost(DecodeCost cost);
     DecodeCost cost() const;
+    // Asked between pictures while `frameAt` decodes its way to a time: when
+    // it answers true, `frameAt` stops and gives the picture it has reached,
+    // not the one asked for (a caller whose request went stale). Any thread
+    // may flip what it reads; null never stops.
+    void setInterrupt(std::function<bool()> interrupted);
 
     // The key frame at or before `seconds`, the cheapest picture near it;
     // the reader stays there, so `frameAt(seconds)` decodes on from it.

@@ -67,12 +67,15 @@ struct MulticamPlayer::VideoWorker {
     // The clock as the owner last saw it while playing: a decoder that
     // falls behind jumps to it instead of decoding late frames to the end.
     std::atomic<double> playhead{-1e300};
+    // The request last made and the one being worked on: a decode on its
+    // way to a picture nobody wants any more stops (a seek during a seek).
+    std::atomic<uint64_t> requested{0}, working{0};
 
     std::thread thread;  // last, so it starts after everything above exists
 
     void request(double at, bool play) {  // lock held
         playhead = -1e300;
-        ++generation;
+        requested = ++generation;
         target = at;
         playing = play;
         queue.clear();
@@ -106,6 +109,7 @@ struct MulticamPlayer::VideoWorker {
         double lastStart = 0, lastEnd = 0;  // of the last frame handed over
         DecodePace pace;
         bool startDue = false;  // a request not yet begun: a tile begins once the program angle has its frame
+        reader->setInterrupt([this] { return requested.load() != working.load(); });
         std::unique_lock l(lock);
         for (;;) {
             auto hasWork = [&] {
@@ -133,6 +137,7 @@ struct MulticamPlayer::VideoWorker {
             const bool fresh = std::exchange(startDue, false);
             const double floor = playing && !fresh ? playhead.load() : -1e300;
             const uint64_t gen = seen;
+            working = gen;
             const double at = target;
             const VideoState st = state;
             const bool isTile = tile, isProgram = program;
@@ -416,6 +421,7 @@ MulticamPlayer::~MulticamPlayer() {
         {
             std::lock_guard guard(worker->lock);
             worker->quit = true;
+            worker->requested = worker->generation + 1;  // a decode under way stops
             worker->work.notify_all();
         }
         worker->thread.join();

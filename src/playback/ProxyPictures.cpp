@@ -23,6 +23,12 @@ void ProxyPictures::setCost(media::DecodeCost cost) {
     if (chunk_) chunk_->setCost(cost);
 }
 
+void ProxyPictures::setInterrupt(std::function<bool()> interrupted) {
+    interrupted_ = interrupted;
+    original_.setInterrupt(interrupted);
+    if (chunk_) chunk_->setInterrupt(std::move(interrupted));
+}
+
 std::optional<ProxyPictures::Shown> ProxyPictures::fromChunk(const TimelinePiece& piece, double t) {
     auto [known, added] = stems_.try_emplace(&piece);
     if (added) known->second = cache_->stem(piece.item.url);
@@ -47,6 +53,7 @@ std::optional<ProxyPictures::Shown> ProxyPictures::fromChunk(const TimelinePiece
         const bool smaller = outWidth_ > 0 && outWidth_ < chunk_->width();
         chunk_->setOutputSize(smaller ? outWidth_ : 0, smaller ? outHeight_ : 0);
         chunk_->setCost(cost_);
+        chunk_->setInterrupt(interrupted_);
     }
     const double from = index * ProxyCache::chunkSeconds;
     auto picture = chunk_->frameAt(fileTime - from);
@@ -69,6 +76,15 @@ std::optional<ProxyPictures::Shown> ProxyPictures::fromChunk(const TimelinePiece
     shown.picture = std::move(picture).value();
     shown.fromProxy = true;
     return shown;
+}
+
+Result<std::optional<std::pair<double, std::shared_ptr<const media::VideoPicture>>>> ProxyPictures::keyFrameBefore(
+    double t) {
+    const TimelinePiece* piece = original_.line().pictureAt(t);
+    if (piece && cache_) {
+        if (auto shown = fromChunk(*piece, t)) return std::optional(std::make_pair(shown->start, shown->picture));
+    }
+    return original_.keyFrameBefore(t);
 }
 
 Result<ProxyPictures::Shown> ProxyPictures::pictureAt(double t) {

@@ -38,8 +38,11 @@ public:
     void keepInStep(const std::vector<TimeRange>& windows) { original_.keepInStep(windows); }
     // Reduced-cost decoding, for the original and the chunks alike.
     void setCost(media::DecodeCost cost);
-    // Key frames are the original's: a chunk under them is light to reach anyway.
-    auto keyFrameBefore(double t) { return original_.keyFrameBefore(t); }
+    // See VideoReader::setInterrupt: for the original and the chunks alike.
+    void setInterrupt(std::function<bool()> interrupted);
+    // A glance at t: the chunk's own picture where a chunk is made (a light
+    // decode), else the original's key frame at or before t.
+    Result<std::optional<std::pair<double, std::shared_ptr<const media::VideoPicture>>>> keyFrameBefore(double t);
     std::optional<double> keyFrameAfter(double t) { return original_.keyFrameAfter(t); }
 
 private:
@@ -53,6 +56,7 @@ private:
     std::string chunkName_;
     int outWidth_ = 0, outHeight_ = 0;
     media::DecodeCost cost_ = media::DecodeCost::full;
+    std::function<bool()> interrupted_;
 };
 
 }  // namespace qv

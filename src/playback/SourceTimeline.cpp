@@ -113,8 +113,14 @@ Status SourceReader::openVideo(const TimelinePiece* piece) {
     video_.emplace(std::move(opened).value());
     video_->setOutputSize(outWidth_, outHeight_);
     video_->setCost(cost_);
+    video_->setInterrupt(interrupted_);
     videoPiece_ = piece;
     return Ok{};
+}
+
+void SourceReader::setInterrupt(std::function<bool()> interrupted) {
+    interrupted_ = interrupted;
+    if (video_) video_->setInterrupt(std::move(interrupted));
 }
 
 void SourceReader::setCost(media::DecodeCost cost) {

@@ -92,6 +92,8 @@ public:
     void setOutputSize(int width, int height);
     // Pictures decoded from now on at this cost, in every file of the line.
     void setCost(media::DecodeCost cost);
+    // See VideoReader::setInterrupt, for every file of the line.
+    void setInterrupt(std::function<bool()> interrupted);
     // The key frame at or before t of the file under t, leaving the reader
     // there (see VideoReader::keyFrameBefore), with the set time it starts
     // at. Nothing where the line has no picture.
@@ -119,6 +121,7 @@ private:
     std::optional<media::VideoReader> video_;
     int outWidth_ = 0, outHeight_ = 0;
     media::DecodeCost cost_ = media::DecodeCost::full;
+    std::function<bool()> interrupted_;
     struct SoundFile {
         const TimelinePiece* piece = nullptr;
         int rate = 0, channels = 0;

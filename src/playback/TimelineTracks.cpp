@@ -18,6 +18,7 @@ public:
     void setOutputSize(int width, int height) override { reader_.setOutputSize(width, height); }
     void keepInStep(const std::vector<TimeRange>& windows) override { reader_.keepInStep(windows); }
     void setCost(media::DecodeCost cost) override { reader_.setCost(cost); }
+    void setInterrupt(std::function<bool()> interrupted) override { reader_.setInterrupt(std::move(interrupted)); }
 
     std::optional<PreviewFrame> keyFrameBefore(double time) override {
         next_ = time;

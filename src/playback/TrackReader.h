@@ -47,6 +47,10 @@ public:
     // Pictures decoded from now on at this cost; a reader that cannot skip
     // work keeps decoding everything.
     virtual void setCost(media::DecodeCost /*cost*/) {}
+    // Asked while a read decodes its way to a far picture: true gives up
+    // (the read then answers with a picture short of it), for a request
+    // that went stale. Only the reader's own thread calls it.
+    virtual void setInterrupt(std::function<bool()> /*interrupted*/) {}
     // The cheapest picture near `time`: the key frame at or before it, shown
     // from `time` on until the frame-exact ones come. Reading goes on from
     // `time` as after seek(time). Nothing where the camera has no picture or

@@ -302,7 +302,7 @@ TEST_F(TilePlaybackTest, TheProgramShowsEveryPictureAndTilesFollowTheClock) {
     EXPECT_NEAR(player->counters().shownByAngle[2] - before[2], 50, 2);
 }
 
-TEST_F(TilePlaybackTest, ReadersGiveTheKeyFrameBeforeAndJumpToTheOneAfter) {
+TEST_F(TilePlaybackTest, ReadersGiveTheKeyFrameBeforeJumpToTheOneAfterAndStopWhenTold) {
     const PlacedItem& clip = *set.files.at({1, 1});
     auto reader = media::VideoReader::open(clip.item.url);
     ASSERT_TRUE(reader.ok());
@@ -333,6 +333,18 @@ TEST_F(TilePlaybackTest, ReadersGiveTheKeyFrameBeforeAndJumpToTheOneAfter) {
     auto last = reader->frameAt(11.0);
     ASSERT_TRUE(last.ok());
     EXPECT_EQ(frameOf(**last), 275);
+
+    // A decode told to stop gives the picture it reached; asked again, the
+    // reader goes on to the exact one.
+    int asked = 0;
+    reader->setInterrupt([&] { return ++asked > 3; });
+    auto cut = reader->frameAt(9.5);
+    ASSERT_TRUE(cut.ok());
+    EXPECT_LT(frameOf(**cut), 220);
+    reader->setInterrupt(nullptr);
+    auto whole = reader->frameAt(9.5);
+    ASSERT_TRUE(whole.ok());
+    EXPECT_EQ(frameOf(**whole), 237);
 }
 
 // Three sources of constant sound: every captured sample tells the gains.

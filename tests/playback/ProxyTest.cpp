@@ -103,6 +103,11 @@ TEST(ProxyTest, ChunksShowTheOriginalsFrameAtEveryTimeAndTakeOverOnceMade) {
         EXPECT_EQ(shown->picture->frame.width, shown->fromProxy ? 160 : 320);
         check(piece, piece.at + ft, *shown);
     }
+    // A glance over a made chunk is the chunk's own exact picture, not the original's key frame.
+    auto glance = pictures.keyFrameBefore(piece.at + 6.5);
+    ASSERT_TRUE(glance && *glance);
+    EXPECT_EQ((*glance)->second->frame.width, 160);
+    EXPECT_NEAR((*glance)->first, piece.at + 6.5, 1 / 23.976);
 
     // The whole set made by the maker, then played through the player:
     // every angle's frame is the original's, at chunk edges too.

@@ -71,6 +71,16 @@ std::optional<PixelSize> MulticamAppPlayer::pictureSize(int camera) const {
     return PixelSize{static_cast<double>(a.width), static_cast<double>(a.height)};
 }
 
+AppPlayer::PreviewWork MulticamAppPlayer::previewWork() const {
+    PreviewWork work;
+    if (!maker_) return work;
+    const ProxyMaker::Progress progress = maker_->progress();
+    work.line = maker_->status();
+    if (progress.total > 0) work.share = static_cast<double>(progress.done) / progress.total;
+    work.failedFiles = static_cast<int>(progress.failed.size());
+    return work;
+}
+
 void MulticamAppPlayer::changed() {
     // New pictures while paused must repaint without touching the model.
     if (frames_) frames_();

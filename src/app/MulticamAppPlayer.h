@@ -52,6 +52,7 @@ public:
     std::shared_ptr<const PreviewFrame> shownFrame(int camera) const override { return player_->shownFrame(camera); }
     void setFrameObserver(std::function<void()> observer) override { frames_ = std::move(observer); }
     void setProgramAngle(int camera) override { player_->setProgramAngle(camera); }
+    PreviewWork previewWork() const override;
 
     MulticamPlayer& engine() { return *player_; }
 

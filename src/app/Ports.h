@@ -100,6 +100,17 @@ public:
     // The camera on the program monitor, which must show every picture; the
     // others may show fewer (a player without pictures ignores it).
     virtual void setProgramAngle(int /*camera*/) {}
+
+    // The light preview copies of heavy cameras, made in the background from
+    // the play head outward: a French line while they are made (empty once
+    // done, or where none are needed), the share made (0 to 1), and the files
+    // that could not get one and play from their originals.
+    struct PreviewWork {
+        std::string line;
+        double share = 1;
+        int failedFiles = 0;
+    };
+    virtual PreviewWork previewWork() const { return {}; }
 };
 
 using PlayerFactory =

@@ -315,6 +315,20 @@ ContentView::ContentView(AppModel& model, ModelObject& object, QWidget* parent)
     f->addWidget(progress_);
     status_ = makeLabel(QString(), Theme::text(11), Theme::gray2(), footer_);
     f->addWidget(status_, 1);
+    previewLabel_ = makeLabel(QString(), Theme::text(11), Theme::gray2(), footer_);
+    previewLabel_->setObjectName("previewWork");
+    previewLabel_->setToolTip(QStringLiteral("Copies légères des caméras lourdes, faites autour de la tête de lecture "
+                                             "d'abord, pour que tous les angles jouent ensemble. Là où une copie "
+                                             "manque encore, l'original est lu."));
+    f->addWidget(previewLabel_);
+    previewBar_ = new QProgressBar(footer_);
+    previewBar_->setRange(0, 1000);
+    previewBar_->setTextVisible(false);
+    previewBar_->setFixedWidth(90);
+    f->addWidget(previewBar_);
+    previewPoll_ = new QTimer(this);
+    previewPoll_->setInterval(500);
+    connect(previewPoll_, &QTimer::timeout, this, &ContentView::refreshPreviewWork);
     unsyncedButton_ = new SymbolButton("exclamationmark.triangle.fill", 13, footer_);
     unsyncedButton_->setToolTip(QStringLiteral("Fichiers non synchronisés ou illisibles"));
     connect(unsyncedButton_, &QAbstractButton::clicked, this, &ContentView::toggleUnsynced);
@@ -368,6 +382,25 @@ ContentView::~ContentView() {
     workspace_ = nullptr;
 }
 
+void ContentView::refreshPreviewWork() {
+    const AppPlayer* player = screen_ == Screen::workspace ? model_.player() : nullptr;
+    const AppPlayer::PreviewWork work = player ? player->previewWork() : AppPlayer::PreviewWork{};
+    QString line = q(work.line);
+    if (work.failedFiles > 0) {
+        const QString originals = work.failedFiles == 1 ? QStringLiteral("1 fichier lu sur son original")
+                                                        : QStringLiteral("%1 fichiers lus sur leur original")
+                                                              .arg(work.failedFiles);
+        line = line.isEmpty() ? QStringLiteral("Aperçu : ") + originals : line + QStringLiteral(" · ") + originals;
+    }
+    if (previewLabel_->text() != line) previewLabel_->setText(line);
+    previewLabel_->setVisible(!line.isEmpty());
+    previewBar_->setVisible(!work.line.empty());
+    previewBar_->setValue(static_cast<int>(work.share * 1000));
+    // Polled only while copies are made.
+    if (work.line.empty()) previewPoll_->stop();
+    else if (!previewPoll_->isActive()) previewPoll_->start();
+}
+
 void ContentView::refresh() {
     // The workspace belongs to one player: a new set gets a new one.
     if (workspace_ && model_.player() != workspacePlayer_) {
@@ -411,6 +444,7 @@ void ContentView::refresh() {
     unsyncedButton_->setText(counts.join(QStringLiteral(" · ")));
     unsyncedButton_->setFixedWidth(unsyncedButton_->sizeHint().width());
     if (counts.isEmpty()) unsyncedPanel_->hide();
+    refreshPreviewWork();
 
     if (model_.showNewProject() && !sheetOpen_) QTimer::singleShot(0, this, &ContentView::showNewProjectSheet);
     if (model_.errorMessage() && !alertOpen_) {

@@ -15,6 +15,7 @@
 class QLabel;
 class QProgressBar;
 class QStackedWidget;
+class QTimer;
 class QVBoxLayout;
 class QGridLayout;
 
@@ -117,6 +118,7 @@ private:
     void placeToast();
     void showNewProjectSheet();
     void toggleUnsynced();
+    void refreshPreviewWork();
 
     AppModel& model_;
     ModelObject& object_;
@@ -132,6 +134,11 @@ private:
     QWidget* footer_ = nullptr;
     QProgressBar* progress_ = nullptr;
     QLabel* status_ = nullptr;
+    // The preview copies under way, at the footer's right; polled, since
+    // they are made on threads that never call the interface.
+    QProgressBar* previewBar_ = nullptr;
+    QLabel* previewLabel_ = nullptr;
+    QTimer* previewPoll_ = nullptr;
     SymbolButton* unsyncedButton_ = nullptr;
     QWidget* unsyncedPanel_ = nullptr;
     QVBoxLayout* unsyncedRows_ = nullptr;

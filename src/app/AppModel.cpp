@@ -36,13 +36,6 @@ std::string lastComponent(const fs::path& folder) {
 
 std::string newProjectId() { return "projet-" + Uuid::make().lowerText(); }
 
-// A seed from the system's generator, in 1 ... 2^63 - 1: never 0.
-uint64_t freshSeed() {
-    static std::random_device device;
-    std::uniform_int_distribution<uint64_t> pick(0, (uint64_t{1} << 63) - 2);
-    return pick(device) + 1;
-}
-
 // "23 nov. 2026 14:05" in the user's locale: abbreviated date, short time.
 std::string localDateTime(Date date) {
     std::time_t t = std::chrono::system_clock::to_time_t(date);
@@ -62,6 +55,12 @@ std::optional<ProjectFile> readProject(const std::string& id) {
 }
 
 }  // namespace
+
+uint64_t AppModel::freshSeed() {
+    static std::random_device device;
+    std::uniform_int_distribution<uint64_t> pick(0, (uint64_t{1} << 63) - 2);
+    return pick(device) + 1;
+}
 
 AppModel::AppModel(Services services) : services_(std::move(services)), edit_(services_.main) {
     edit_.setOnChange([this](EditModel::Change c) { onEditChange(c); });
@@ -822,227 +821,6 @@ void AppModel::checkPreviousCrash() {
         "envoie le rapport à Ondrel pour qu'il corrige.",
         {"OK", "Voir le rapport"});
     if (answer == 1) services_.viewer.showItems({*report});
-}
-
-// --- Panel operations
-
-void AppModel::setFormat(OutputFormat format) {
-    format_ = format;
-    notify(Field::format);
-    scheduleLooks();
-    if (format != OutputFormat::landscape)
-        showToast(std::string("Format ") + rawValue(format) + " : glisse sur une vignette pour recadrer la caméra");
-}
-
-void AppModel::setFraming(const CameraFrame& frame, int camera) {
-    auto id = cameraId(camera);
-    if (!id) return;
-    framing_[*id] = CameraFrame{std::clamp(frame.zoom, 1.0, 4.0), std::clamp(frame.x, -1.0, 1.0),
-                                std::clamp(frame.y, -1.0, 1.0)};
-    notify(Field::framing);
-    scheduleLooks();
-}
-
-void AppModel::resetCrop(int camera) {
-    if (auto id = cameraId(camera)) framing_.erase(*id);
-    notify(Field::framing);
-    scheduleLooks();
-    showToast(cameraName(camera) + " : recadrage remis à zéro");
-}
-
-PixelSize AppModel::cameraSize(int camera) const {
-    if (player_)
-        if (auto size = player_->pictureSize(camera)) return *size;
-    return PixelSize{1920, 1080};
-}
-
-bool AppModel::cropCanMove(int camera, bool vertical) const {
-    PixelSize source = cameraSize(camera);
-    PixelSize output = fixedSize(format_).value_or(source);
-    CameraFrame frame;
-    if (auto id = cameraId(camera)) {
-        auto it = framing_.find(*id);
-        if (it != framing_.end()) frame = it->second;
-    }
-    auto placement = Reframe::place(source, output, frame);
-    return vertical ? placement.windowHeight < 0.999 : placement.windowWidth < 0.999;
-}
-
-std::string AppModel::outputSizeLabel() const {
-    // The size the finished video will have, by the render's own rule.
-    VideoJob job;
-    job.sources = sources_;
-    if (result_) job.result = *result_;
-    job.cameraSources = cameraSources();
-    job.format = format_;
-    const PixelSize size = VideoRender::outputSize(job);
-    return std::to_string(std::llround(size.width)) + " × " + std::to_string(std::llround(size.height));
-}
-
-LookRenderer::Snapshot AppModel::lookSnapshot(bool enabled) const {
-    LookRenderer::Snapshot snapshot;
-    snapshot.enabled = enabled;
-    for (int c = 0; c < cameraCount(); ++c) {
-        ColorGrade g = grade(c);
-        if (g != ColorGrade::neutral) snapshot.grades[c] = g;
-    }
-    for (const Segment& plan : edit_.segments())
-        snapshot.plans.push_back({plan.start, plan.end, plan.camera, edit_.resolvedEffect(plan)});
-    snapshot.effects = effects_;
-    return snapshot;
-}
-
-void AppModel::toggleIn(std::set<Uuid>& set, int camera) {
-    auto id = cameraId(camera);
-    if (!id) return;
-    if (!set.erase(*id)) set.insert(*id);
-}
-
-void AppModel::toggleZoomCamera(int camera) {
-    EffectSettings e = effects_;
-    toggleIn(e.zoomCameras, camera);
-    setEffects(std::move(e));
-}
-
-void AppModel::toggleShakeCamera(int camera) {
-    EffectSettings e = effects_;
-    toggleIn(e.shakeCameras, camera);
-    setEffects(std::move(e));
-}
-
-void AppModel::toggleEffectCamera(LookKind kind, int camera) {
-    EffectSettings e = effects_;
-    toggleIn(kind == LookKind::lens ? e.lensCameras : kind == LookKind::shutter ? e.shutterCameras : e.vhsCameras,
-             camera);
-    setEffects(std::move(e));
-}
-
-void AppModel::toggleAutoCamera(int camera) {
-    AutoSettings a = auto_;
-    toggleIn(a.cameras, camera);
-    setAutoSettings(std::move(a));
-}
-
-void AppModel::reshuffleEffects() {
-    EffectSettings e = effects_;
-    e.seed = freshSeed();
-    setEffects(std::move(e));
-}
-
-ColorGrade AppModel::grade(int camera) const {
-    if (auto id = cameraId(camera)) {
-        auto it = grades_.find(*id);
-        if (it != grades_.end()) return it->second;
-    }
-    return ColorGrade::neutral;
-}
-
-void AppModel::setGrade(const ColorGrade& grade, int camera) {
-    auto id = cameraId(camera);
-    if (!id) return;
-    auto grades = grades_;
-    if (grade == ColorGrade::neutral) grades.erase(*id);
-    else grades[*id] = grade;
-    setGrades(std::move(grades));
-}
-
-void AppModel::copyGradeToAll(int fromCamera) {
-    ColorGrade g = grade(fromCamera);
-    for (int c = 0; c < cameraCount(); ++c) setGrade(g, c);
-    showToast("Étalonnage de " + cameraName(fromCamera) + " copié sur toutes les caméras");
-}
-
-void AppModel::importLUT(int camera) {
-    auto file = services_.dialogs.chooseFile("Choisis une LUT .cube", {"cube"});
-    if (!file) return;
-    auto name = LookLibrary::importLUT(*file);
-    if (!name) {
-        showToast(name.error().message);
-        return;
-    }
-    ColorGrade g = grade(camera);
-    g.lut = *name;
-    setGrade(g, camera);
-}
-
-void AppModel::importPresets() {
-    auto file = services_.dialogs.chooseFile("Choisis un préréglage (.quorvellook ou .cube)", {"quorvellook", "cube"});
-    if (!file) return;
-    auto preset = LookLibrary::importPreset(*file);
-    showToast(preset ? "Préréglage « " + preset->name + " » importé" : preset.error().message);
-}
-
-// --- Demonstration scenes
-
-bool AppModel::hasArgument(const std::string& flag) const {
-    const auto& args = services_.arguments;
-    return std::find(args.begin(), args.end(), flag) != args.end();
-}
-
-void AppModel::applyDemoArguments() {
-    static const std::pair<const char*, RightPanel> panels[] = {
-        {"--demo-son", RightPanel::sound},         {"--demo-effets", RightPanel::effects},
-        {"--demo-drops", RightPanel::drops},       {"--demo-auto", RightPanel::automatic},
-        {"--demo-etalo", RightPanel::color},       {"--demo-recadrage", RightPanel::crop},
-        {"--demo-export", RightPanel::exportPanel}, {"--demo-parametres", RightPanel::settings}};
-    for (const auto& [flag, panel] : panels)
-        if (hasArgument(flag)) {
-            edit_.setRightPanel(panel);
-            break;
-        }
-    if (hasArgument("--demo-vertical")) format_ = OutputFormat::portrait;
-    tutoPending_ = hasArgument("--tuto");
-    demoPending_ = hasArgument("--demo") || hasArgument("--demo-vertical") || hasArgument("--demo-auto") ||
-                   hasArgument("--demo-looks");
-}
-
-void AppModel::applyDemoScene() {
-    demoPending_ = false;
-    const int cameras = cameraCount();
-    if (cameras == 0) return;
-    player_->seek(120);
-    std::vector<Cut> cuts;
-    const double times[] = {95, 106, 120, 131, 150};
-    const PlanEffect effects[] = {PlanEffect::zoomIn, PlanEffect::automatic, PlanEffect::shake, PlanEffect::zoomOut,
-                                  PlanEffect::automatic};
-    for (int k = 0; k < 5; ++k) {
-        if (times[k] > duration()) break;
-        Cut c;
-        c.time = times[k];
-        c.camera = k % cameras;
-        c.effect = effects[k];
-        cuts.push_back(c);
-    }
-    edit_.setCuts(std::move(cuts));
-    edit_.setZoom(4, 120, 0.5);
-    EffectSettings e = effects_;
-    e.shakeEnabled = true;
-    if (auto id = cameraId(cameras > 1 ? 1 : 0)) e.shakeCameras.insert(*id);
-    setEffects(std::move(e));
-    setFraming(CameraFrame{1.3, 0.25, 0}, 0);
-    if (hasArgument("--demo-looks")) {
-        ColorGrade warm = ColorGrade::neutral;
-        warm.temperature = 25;
-        warm.contrast = 15;
-        warm.vignette = 30;
-        setGrade(warm, 0);
-        ColorGrade cold = ColorGrade::neutral;
-        cold.temperature = -20;
-        cold.saturation = 80;
-        if (cameras > 1) setGrade(cold, 1);
-    }
-    if (hasArgument("--demo-auto")) runAuto(false);
-}
-
-void AppModel::applyTutoScene() {
-    if (!tutoPending_ || !result_ || !player_) return;
-    tutoPending_ = false;
-    // The guided first steps: a short range to cut, the automatic panel open.
-    const double end = std::min(60.0, duration());
-    edit_.setRange(0, end);
-    edit_.setRightPanel(RightPanel::automatic);
-    showToast("Tutoriel : lance la lecture puis appuie sur 1 à " + std::to_string(std::min(8, cameraCount())) +
-              " pour couper");
 }
 
 }  // namespace qv

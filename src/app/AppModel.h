@@ -248,6 +248,8 @@ public:
     void applyTutoScene();
 
 private:
+    // A seed from the system's generator, in 1 ... 2^63 - 1: never 0.
+    static uint64_t freshSeed();
     void notify(Field field);
     void onEditChange(EditModel::Change change);
     void setStatus(std::string text);

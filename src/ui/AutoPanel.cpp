@@ -10,12 +10,6 @@
 
 namespace qv::ui {
 
-namespace {
-
-QString q(const std::string& s) { return QString::fromStdString(s); }
-
-}  // namespace
-
 AutoPanel::AutoPanel(AppModel& model, QWidget* parent)
     : PanelPage(QStringLiteral("Quorvel monte tout seul"), parent), model_(model) {
     auto* head = new PanelBox(QString(), this);
@@ -107,7 +101,7 @@ void AutoPanel::rebuildWeights() {
     clearLayout(weights_);
     for (int c = 0; c < count; ++c)
         weights_->addWidget(new ValueSlider(
-            q(model_.cameraName(c)), 0, 100, 1, 100, formatter("%.0f %%"),
+            QString::fromStdString(model_.cameraName(c)), 0, 100, 1, 100, formatter("%.0f %%"),
             [this, c] {
                 auto id = model_.cameraId(c);
                 if (!id) return 100.0;

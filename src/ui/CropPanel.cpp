@@ -24,35 +24,26 @@ void CropPanel::setFrame(CameraFrame f) { model_.setFraming(f, model_.editedCame
 CropPanel::CropPanel(AppModel& model, QWidget* parent)
     : PanelPage(QStringLiteral("Caméra à recadrer"), parent), model_(model) {
     add(new CameraTabs(model_, this));
-    auto percent = [](double v) { return formatValue("%.0f %%", v); };
+    // A slider on a field of the edited camera's frame, in percent.
+    auto percent = [this](const QString& title, double CameraFrame::*field, double min, double max, double step,
+                          double neutral, QWidget* parent) {
+        return new ValueSlider(
+            title, min, max, step, neutral, [](double v) { return formatValue("%.0f %%", v); },
+            [this, field] { return frame().*field * 100; },
+            [this, field](double v) {
+                CameraFrame f = frame();
+                f.*field = v / 100;
+                setFrame(f);
+            },
+            parent);
+    };
     auto* zoomBox = new PanelBox(QStringLiteral("Zoom"), this);
-    zoomBox->add(new ValueSlider(
-        QStringLiteral("Zoom dans l'image"), 100, 400, 5, 100, percent, [this] { return frame().zoom * 100; },
-        [this](double v) {
-            CameraFrame f = frame();
-            f.zoom = v / 100;
-            setFrame(f);
-        },
-        zoomBox));
+    zoomBox->add(percent(QStringLiteral("Zoom dans l'image"), &CameraFrame::zoom, 100, 400, 5, 100, zoomBox));
     add(zoomBox);
 
     auto* position = new PanelBox(QStringLiteral("Position"), this);
-    x_ = new ValueSlider(
-        QStringLiteral("Gauche ↔ droite"), -100, 100, 1, 0, percent, [this] { return frame().x * 100; },
-        [this](double v) {
-            CameraFrame f = frame();
-            f.x = v / 100;
-            setFrame(f);
-        },
-        position);
-    y_ = new ValueSlider(
-        QStringLiteral("Haut ↔ bas"), -100, 100, 1, 0, percent, [this] { return frame().y * 100; },
-        [this](double v) {
-            CameraFrame f = frame();
-            f.y = v / 100;
-            setFrame(f);
-        },
-        position);
+    x_ = percent(QStringLiteral("Gauche ↔ droite"), &CameraFrame::x, -100, 100, 1, 0, position);
+    y_ = percent(QStringLiteral("Haut ↔ bas"), &CameraFrame::y, -100, 100, 1, 0, position);
     position->add(x_);
     position->add(y_);
     auto buttons = [this, position](const QString& caption, const std::array<QString, 3>& names, bool vertical) {

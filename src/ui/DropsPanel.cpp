@@ -15,12 +15,6 @@
 
 namespace qv::ui {
 
-namespace {
-
-QString q(const std::string& s) { return QString::fromStdString(s); }
-
-}  // namespace
-
 DropsPanel::DropsPanel(AppModel& model, QWidget* parent)
     : PanelPage(QStringLiteral("Drops repérés"), parent), model_(model) {
     add(new PanelNote(QStringLiteral("Quorvel écoute les basses du set : un drop, c'est le moment où elles reviennent "
@@ -103,7 +97,7 @@ void DropsPanel::refresh() {
         bolt->setFont(Theme::iconFont(16));
         bolt->setStyleSheet(QStringLiteral("color: %1;").arg(Theme::accent().name()));
         head->addWidget(bolt);
-        auto* time = new QLabel(q(Format::timecode(drop.time)), row);
+        auto* time = new QLabel(QString::fromStdString(Format::timecode(drop.time)), row);
         time->setFont(Theme::numbers(13));
         time->setStyleSheet(QStringLiteral("color: %1;").arg(Theme::ink().name()));
         head->addWidget(time);

@@ -77,6 +77,17 @@ ValueSlider* EffectsPanel::slider(const QString& title, double EffectSettings::*
         this);
 }
 
+PanelToggle* EffectsPanel::toggle(const QString& title, bool EffectSettings::*field, QWidget* parent) {
+    return new PanelToggle(
+        title, [this, field] { return model_.effects().*field; },
+        [this, field](bool on) {
+            EffectSettings e = model_.effects();
+            e.*field = on;
+            model_.setEffects(std::move(e));
+        },
+        parent);
+}
+
 QWidget* EffectsPanel::section(int number, const QString& title, bool EffectSettings::*isOn, QVBoxLayout*& body) {
     auto* box = new PanelBox(QString(), this);
     auto* head = new QHBoxLayout();
@@ -85,15 +96,7 @@ QWidget* EffectsPanel::section(int number, const QString& title, bool EffectSett
     n->setStyleSheet(QStringLiteral("color: %1;").arg(Theme::accent().name()));
     head->addWidget(n);
     head->addWidget(textLabel(title, box, 12, Theme::ink(), Theme::Weight::semibold), 1);
-    auto* on = new PanelToggle(
-        QString(), [this, isOn] { return model_.effects().*isOn; },
-        [this, isOn](bool v) {
-            EffectSettings e = model_.effects();
-            e.*isOn = v;
-            model_.setEffects(std::move(e));
-        },
-        box);
-    head->addWidget(on);
+    head->addWidget(toggle(QString(), isOn, box));
     box->content()->addLayout(head);
     auto* inner = new QWidget(box);
     body = new QVBoxLayout(inner);
@@ -117,6 +120,17 @@ EffectsPanel::EffectsPanel(AppModel& model, QWidget* parent)
             },
             std::move(toggle), this);
     };
+    // A row of choices on one of the styles of the settings.
+    auto choices = [this]<class Style>(const QStringList& items, Style E::*field) {
+        return new Segmented(
+            items, [this, field] { return int(model_.effects().*field); },
+            [this, field](int i) {
+                E e = model_.effects();
+                e.*field = Style(i);
+                model_.setEffects(std::move(e));
+            },
+            nullptr);
+    };
     QVBoxLayout* body = nullptr;
 
     section(1, QStringLiteral("Zoom et dézoom automatiques"), &E::zoomEnabled, body);
@@ -127,23 +141,9 @@ EffectsPanel::EffectsPanel(AppModel& model, QWidget* parent)
         return QStringLiteral("%1 / %2 %").arg(in).arg(100 - in);
     }));
     body->addWidget(slider(QStringLiteral("Force du zoom"), &E::zoomMax, 102, 140, 1, formatter("%.0f %%")));
-    auto* speed = new Segmented(
-        {QStringLiteral("Lent"), QStringLiteral("Rapide")}, [this] { return int(model_.effects().zoomStyle); },
-        [this](int i) {
-            E e = model_.effects();
-            e.zoomStyle = E::ZoomStyle(i);
-            model_.setEffects(std::move(e));
-        },
-        nullptr);
-    body->addWidget(captioned(QStringLiteral("Vitesse"), speed, this));
-    body->addWidget(new PanelToggle(
-        QStringLiteral("Zoom partiel (jamais à fond, plus doux)"), [this] { return model_.effects().zoomPartial; },
-        [this](bool on) {
-            E e = model_.effects();
-            e.zoomPartial = on;
-            model_.setEffects(std::move(e));
-        },
-        this));
+    body->addWidget(captioned(QStringLiteral("Vitesse"),
+                              choices({QStringLiteral("Lent"), QStringLiteral("Rapide")}, &E::zoomStyle), this));
+    body->addWidget(toggle(QStringLiteral("Zoom partiel (jamais à fond, plus doux)"), &E::zoomPartial, this));
     partial_ = slider(QStringLiteral("Part du chemin"), &E::zoomPartialAmount, 0.2, 0.9, 0.05, nullptr);
     body->addWidget(partial_);
     auto* draw = new WrapButton("dice", QStringLiteral("Tire au sort d'autres zooms avant / arrière"), this);
@@ -162,27 +162,11 @@ EffectsPanel::EffectsPanel(AppModel& model, QWidget* parent)
                            [this](int c) { model_.toggleEffectCamera(LookKind::lens, c); }));
     body->addWidget(slider(QStringLiteral("Force du flou"), &E::lensAmount, 0, 1, 0.05, nullptr));
     body->addWidget(captioned(QStringLiteral("Rendu"),
-                              new Segmented(
-                                  {QStringLiteral("Bokeh"), QStringLiteral("Doux")},
-                                  [this] { return int(model_.effects().lensStyle); },
-                                  [this](int i) {
-                                      E e = model_.effects();
-                                      e.lensStyle = E::LensStyle(i);
-                                      model_.setEffects(std::move(e));
-                                  },
-                                  nullptr),
-                              this));
+                              choices({QStringLiteral("Bokeh"), QStringLiteral("Doux")}, &E::lensStyle), this));
     body->addWidget(captioned(QStringLiteral("Animation"),
-                              new Segmented(
-                                  {QStringLiteral("Fixe"), QStringLiteral("Mise au point"),
-                                   QStringLiteral("Perte de netteté")},
-                                  [this] { return int(model_.effects().lensAnimation); },
-                                  [this](int i) {
-                                      E e = model_.effects();
-                                      e.lensAnimation = E::LensAnimation(i);
-                                      model_.setEffects(std::move(e));
-                                  },
-                                  nullptr),
+                              choices({QStringLiteral("Fixe"), QStringLiteral("Mise au point"),
+                                       QStringLiteral("Perte de netteté")},
+                                      &E::lensAnimation),
                               this));
     body->addWidget(new PanelNote(QStringLiteral("Mise au point : le plan commence flou et devient net. Perte de "
                                                  "netteté : l'inverse, à la fin du plan."),
@@ -217,14 +201,7 @@ EffectsPanel::EffectsPanel(AppModel& model, QWidget* parent)
     body->addWidget(slider(QStringLiteral("Neige"), &E::vhsNoise, 0, 1, 0.05, nullptr));
     body->addWidget(slider(QStringLiteral("Lignes"), &E::vhsScanlines, 0, 1, 0.05, nullptr));
     body->addWidget(slider(QStringLiteral("Bande de tracking"), &E::vhsTracking, 0, 1, 0.05, nullptr));
-    body->addWidget(new PanelToggle(
-        QStringLiteral("« PLAY ▶ » et la date à l'écran"), [this] { return model_.effects().vhsStamp; },
-        [this](bool on) {
-            E e = model_.effects();
-            e.vhsStamp = on;
-            model_.setEffects(std::move(e));
-        },
-        this));
+    body->addWidget(toggle(QStringLiteral("« PLAY ▶ » et la date à l'écran"), &E::vhsStamp, this));
 
     auto* foot = new PanelBox(QStringLiteral("Sur un plan précis"), this);
     foot->add(textLabel(QStringLiteral("Sélectionne le plan (clic dans MONTAGE) ou mets-toi dessus, puis :"), foot));

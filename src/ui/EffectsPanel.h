@@ -23,6 +23,8 @@ public:
     ValueSlider* partialAmount() const { return partial_; }
 
 private:
+    // A switch on a field of the effect settings.
+    PanelToggle* toggle(const QString& title, bool EffectSettings::*field, QWidget* parent);
     QWidget* section(int number, const QString& title, bool EffectSettings::*isOn, QVBoxLayout*& body);
 
     AppModel& model_;

@@ -11,12 +11,6 @@
 
 namespace qv::ui {
 
-namespace {
-
-QString q(const std::string& s) { return QString::fromStdString(s); }
-
-}  // namespace
-
 ExportPanel::ExportPanel(AppModel& model, QWidget* parent)
     : PanelPage(QStringLiteral("Exporter vers"), parent), model_(model) {
     static const char* notes[] = {
@@ -144,7 +138,7 @@ void ExportPanel::refresh() {
         folder_->setText(QStringLiteral("Demandé à chaque export"));
     else
         folder_->setText(QStringLiteral("Enregistré dans %1")
-                             .arg(s.exportFolderPath() ? q(s.exportFolder().filename().string())
+                             .arg(s.exportFolderPath() ? QString::fromStdString(s.exportFolder().filename().string())
                                                        : QStringLiteral("Téléchargements")));
     main_->setText(mainButtonText());
     main_->setEnabled(model_.player() != nullptr);

@@ -5,6 +5,7 @@
 #include <QFileDialog>
 #include <QMenu>
 #include <QPushButton>
+#include <array>
 #include <memory>
 
 #include "app/AppModel.h"
@@ -18,12 +19,6 @@
 #endif
 
 namespace qv::ui {
-
-namespace {
-
-QString q(const std::string& s) { return QString::fromStdString(s); }
-
-}  // namespace
 
 QString SettingsPanel::shortPath(const QString& path) {
     const QString home = QDir::homePath();
@@ -56,36 +51,27 @@ SettingsPanel::SettingsPanel(AppModel& model, QWidget* parent) : PanelPage(QStri
     add(timeline);
 
     auto* exportBox = new PanelBox(QStringLiteral("Export"), this);
-    target_ = menuButton(exportBox);
-    QMenu* targets = static_cast<QPushButton*>(target_)->menu();
-    for (ExportTarget t : allExportTargets)
-        targets->addAction(QString::fromUtf8(rawValue(t)), this, [this, t] {
-            model_.settings().setExportTarget(t);
-            refresh();
-        });
-    exportBox->add(captioned(QStringLiteral("Export par défaut"), target_, exportBox));
+    // A menu of the values of one setting, under its caption.
+    auto choice = [this, exportBox](const QString& caption, const auto& values, auto set) {
+        QPushButton* button = menuButton(exportBox);
+        for (auto v : values)
+            button->menu()->addAction(QString::fromUtf8(rawValue(v)), this, [this, set, v] {
+                (model_.settings().*set)(v);
+                refresh();
+            });
+        exportBox->add(captioned(caption, button, exportBox));
+        return button;
+    };
+    target_ = choice(QStringLiteral("Export par défaut"), allExportTargets, &AppSettings::setExportTarget);
     exportBox->add(toggle(exportBox, QStringLiteral("Demander où enregistrer à chaque export"),
                           &AppSettings::askWhereToSave, &AppSettings::setAskWhereToSave));
     exportBox->add(toggle(exportBox, QStringLiteral("XML : une piste vidéo par caméra"), &AppSettings::trackPerCamera,
                           &AppSettings::setTrackPerCamera));
     exportBox->add(toggle(exportBox, QStringLiteral("XML : LUT .cube de chaque caméra étalonnée"),
                           &AppSettings::exportLUTs, &AppSettings::setExportLUTs));
-    codec_ = menuButton(exportBox);
-    QMenu* codecs = static_cast<QPushButton*>(codec_)->menu();
-    for (VideoCodec c : {VideoCodec::hevc, VideoCodec::prores, VideoCodec::h264})
-        codecs->addAction(QString::fromUtf8(rawValue(c)), this, [this, c] {
-            model_.settings().setVideoCodec(c);
-            refresh();
-        });
-    exportBox->add(captioned(QStringLiteral("Codec de la vidéo finie"), codec_, exportBox));
-    loudness_ = menuButton(exportBox);
-    QMenu* levels = static_cast<QPushButton*>(loudness_)->menu();
-    for (OutputLoudness l : allOutputLoudness)
-        levels->addAction(QString::fromUtf8(rawValue(l)), this, [this, l] {
-            model_.settings().setOutputLoudness(l);
-            refresh();
-        });
-    exportBox->add(captioned(QStringLiteral("Volume de sortie"), loudness_, exportBox));
+    codec_ = choice(QStringLiteral("Codec de la vidéo finie"),
+                    std::array{VideoCodec::hevc, VideoCodec::prores, VideoCodec::h264}, &AppSettings::setVideoCodec);
+    loudness_ = choice(QStringLiteral("Volume de sortie"), allOutputLoudness, &AppSettings::setOutputLoudness);
     exportBox->add(new PanelNote(QStringLiteral("Pour la vidéo finie et les clips des drops : le son est mesuré puis "
                                                 "amené au volume choisi, sans saturer (crêtes sous −1 dBTP). Les XML "
                                                 "ne changent pas."),
@@ -99,7 +85,8 @@ SettingsPanel::SettingsPanel(AppModel& model, QWidget* parent) : PanelPage(QStri
     auto* folderButtons = new QVBoxLayout();
     auto* choose = new QuorvelButton(QStringLiteral("Choisir…"), QuorvelButton::Kind::outlined, exportBox);
     connect(choose, &QAbstractButton::clicked, this, [this] {
-        std::unique_ptr<QFileDialog> dialog(exportFolderDialog(this, q(model_.settings().exportFolder().string())));
+        std::unique_ptr<QFileDialog> dialog(
+            exportFolderDialog(this, QString::fromStdString(model_.settings().exportFolder().string())));
         // Only a confirmed choice is stored.
         if (dialog->exec() != QDialog::Accepted || dialog->selectedFiles().isEmpty()) return;
         model_.settings().setExportFolderPath(dialog->selectedFiles().first().toStdString());
@@ -150,7 +137,7 @@ void SettingsPanel::refresh() {
     target_->setText(QString::fromUtf8(rawValue(s.exportTarget())));
     codec_->setText(QString::fromUtf8(rawValue(s.videoCodec())));
     loudness_->setText(QString::fromUtf8(rawValue(s.outputLoudness())));
-    folder_->setText(shortPath(q(s.exportFolder().string())));
+    folder_->setText(shortPath(QString::fromStdString(s.exportFolder().string())));
 }
 
 QFileDialog* exportFolderDialog(QWidget* parent, const QString& start) {

@@ -18,6 +18,14 @@ SoundPanel::SoundPanel(AppModel& model, QWidget* parent) : PanelPage(QStringLite
         {Mode::all, "Table + toutes les caméras",
          "Le son ne change pas avec les plans : le son de table et le son de toutes les caméras, en même temps."},
     };
+    // Writes one field of the audio settings through the model.
+    auto store = [this](auto AudioSettings::*field) {
+        return [this, field](auto v) {
+            AudioSettings a = model_.audio();
+            a.*field = v;
+            model_.setAudio(a);
+        };
+    };
     auto* box = new PanelBox(QString(), this);
     for (const auto& m : modes) {
         auto* row = choiceButton(QString::fromUtf8(m.title), false, [this, mode = m.mode] { model_.setAudioMode(mode); }, box);
@@ -28,12 +36,7 @@ SoundPanel::SoundPanel(AppModel& model, QWidget* parent) : PanelPage(QStringLite
         if (m.mode == Mode::camera) {
             cutFade_ = new PanelToggle(
                 QStringLiteral("Micro-fondu entre les plans (évite les clics)"), [this] { return model_.audio().cutFade; },
-                [this](bool on) {
-                    AudioSettings a = model_.audio();
-                    a.cutFade = on;
-                    model_.setAudio(a);
-                },
-                box);
+                store(&AudioSettings::cutFade), box);
             box->add(cutFade_);
         }
     }
@@ -43,25 +46,13 @@ SoundPanel::SoundPanel(AppModel& model, QWidget* parent) : PanelPage(QStringLite
     levels->add(new ValueSlider(
         QStringLiteral("Fondu quand une caméra se coupe"), 0, 3, 0.25, 0,
         [](double v) { return v <= 0 ? QStringLiteral("aucun") : formatValue("%.2g s", v); },
-        [this] { return model_.audio().rushFade; },
-        [this](double v) {
-            AudioSettings a = model_.audio();
-            a.rushFade = v;
-            model_.setAudio(a);
-        },
-        levels));
+        [this] { return model_.audio().rushFade; }, store(&AudioSettings::rushFade), levels));
     levels->add(new PanelNote(QStringLiteral("Le son d'une caméra monte quand elle se met à filmer et descend quand elle "
                                              "s'arrête. Le son de table n'a pas de fondu."),
                               levels));
     levels->add(new ValueSlider(
         QStringLiteral("Volume général"), -20, 6, 0.5, 0, formatter("%+.1f dB"),
-        [this] { return model_.audio().masterDb; },
-        [this](double v) {
-            AudioSettings a = model_.audio();
-            a.masterDb = v;
-            model_.setAudio(a);
-        },
-        levels));
+        [this] { return model_.audio().masterDb; }, store(&AudioSettings::masterDb), levels));
     levels->add(new PanelNote(QStringLiteral("Le volume de chaque piste se règle dans la timeline, devant la piste."), levels));
     add(levels);
     add(new PanelNote(QStringLiteral("Jamais de fondu au tout début ni à la toute fin de l'export."), this));

@@ -11,6 +11,7 @@
 #include <cmath>
 
 #include "app/AppModel.h"
+#include "base/Format.h"
 #include "base/Text.h"
 #include "ui/Theme.h"
 #include "ui/Widgets.h"
@@ -61,6 +62,11 @@ Formatter formatter(const char* format) {
 }
 
 QString percentOfFraction(double fraction) { return formatValue("%.0f %%", fraction * 100); }
+
+QString rangeText(const TimeRange& r) {
+    return QString::fromStdString(Format::timecode(r.start) + " → " + Format::timecode(r.end) + " · " +
+                                  Format::duration(r.end - r.start));
+}
 
 // --- ValueSlider
 
@@ -169,6 +175,23 @@ PanelNote::PanelNote(const QString& text, QWidget* parent) : QLabel(text, parent
     setFont(Theme::text(10));
     setTextColor(this, Theme::gray3());
     setTextInteractionFlags(Qt::NoTextInteraction);
+}
+
+QLabel* textLabel(const QString& text, QWidget* parent, double size, const QColor& color, Theme::Weight weight) {
+    QLabel* l = makeLabel(text, Theme::text(size, weight), color, parent);
+    l->setWordWrap(true);
+    return l;
+}
+
+QWidget* captioned(const QString& caption, QWidget* control, QWidget* parent) {
+    auto* w = new QWidget(parent);
+    auto* column = new QVBoxLayout(w);
+    column->setContentsMargins(0, 0, 0, 0);
+    column->setSpacing(4);
+    column->addWidget(textLabel(caption, w, 11));
+    control->setParent(w);
+    column->addWidget(control);
+    return w;
 }
 
 PanelToggle::PanelToggle(const QString& text, std::function<bool()> get, std::function<void(bool)> set,

@@ -14,6 +14,9 @@
 #include <functional>
 #include <vector>
 
+#include "edit/TimeRange.h"
+#include "ui/Theme.h"
+
 class QProgressBar;
 class QPushButton;
 
@@ -33,6 +36,8 @@ QString formatValue(const char* format, double value);
 Formatter formatter(const char* format);
 // A fraction of 0 to 1 written as a whole percentage, "35 %".
 QString percentOfFraction(double fraction);
+// "12:00 → 15:00 · 3 min": a range, then its length.
+QString rangeText(const TimeRange& range);
 
 class ValueSlider : public QWidget {
     Q_OBJECT
@@ -88,6 +93,13 @@ class PanelNote : public QLabel {
 public:
     explicit PanelNote(const QString& text, QWidget* parent = nullptr);
 };
+
+// A label that wraps, in the panels' text font.
+QLabel* textLabel(const QString& text, QWidget* parent, double size = 11, const QColor& color = Theme::gray1(),
+                  Theme::Weight weight = Theme::Weight::regular);
+
+// A caption over a control.
+QWidget* captioned(const QString& caption, QWidget* control, QWidget* parent);
 
 // A switch with its text beside it, wrapping on narrow panels; bound like a
 // slider. A click on the text flips the switch too.

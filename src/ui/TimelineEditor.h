@@ -41,6 +41,8 @@ double rulerStep(double pointsPerSecond);
 // The zoom slider's log scale: position ln(zoom) / ln(60), and back.
 double sliderPosition(double zoom);
 double zoomAt(double position);
+// The range of a lane's level knob, in decibels.
+constexpr double levelMin = -30, levelMax = 6;
 // Rounds a level to half decibels.
 double roundLevel(double db);
 
@@ -121,16 +123,19 @@ private:
     int maxLaneScroll() const;
     void setLaneScroll(int pixels);
     void invalidate();
+    void syncSlider();
+    QRectF levelRect(const Track& track) const;
+    QRectF muteRect(const Track& track) const;
+    QRectF overviewRect() const;
+    QRectF thumbRect() const;
+    // Drawing (TimelinePainting.cpp).
     void render(QPainter& p);
     void paintRuler(QPainter& p);
     void paintMontage(QPainter& p, const std::vector<Segment>& plans);
     void paintTrack(QPainter& p, const Track& track, int activeCamera);
     void paintHeader(QPainter& p, const Track& track, int activeCamera);
     void paintBottom(QPainter& p);
-    QRectF levelRect(const Track& track) const;
-    QRectF muteRect(const Track& track) const;
-    QRectF overviewRect() const;
-    QRectF thumbRect() const;
+    // The pointer (TimelineMouse.cpp).
     Hit hitTest(QPointF pos) const;
     QString toolTipAt(QPointF pos) const;
     void planMenu(int plan, QPoint globalPos);
@@ -143,7 +148,6 @@ private:
     bool pressHand(QPointF pos);
     void moveHand(QPointF pos);
     void releaseHand();
-    void syncSlider();
 
     ScreenModel& model_;
     std::vector<Track> tracks_;

@@ -1,0 +1,69 @@
+// The sound panel: the audio mode, fades and master volume, all stored in
+// the model's audio settings.
+#include "ui/SoundPanel.h"
+
+#include "app/AppModel.h"
+
+namespace qv::ui {
+
+SoundPanel::SoundPanel(AppModel& model, QWidget* parent) : PanelPage(QStringLiteral("Son du montage"), parent), model_(model) {
+    using Mode = AudioSettings::Mode;
+    const struct {
+        Mode mode;
+        const char* title;
+        const char* text;
+    } modes[] = {
+        {Mode::camera, "Suit la caméra", "Le son change avec le plan : on entend le micro de la caméra à l'image."},
+        {Mode::table, "Son de table", "Le son de table (Son 1 à 4) en continu, les micros caméra coupés."},
+        {Mode::all, "Table + toutes les caméras",
+         "Le son ne change pas avec les plans : le son de table et le son de toutes les caméras, en même temps."},
+    };
+    // Writes one field of the audio settings through the model.
+    auto store = [this](auto AudioSettings::*field) {
+        return [this, field](auto v) {
+            AudioSettings a = model_.audio();
+            a.*field = v;
+            model_.setAudio(a);
+        };
+    };
+    auto* box = new PanelBox(QString(), this);
+    for (const auto& m : modes) {
+        auto* row = choiceButton(QString::fromUtf8(m.title), false, [this, mode = m.mode] { model_.setAudioMode(mode); }, box);
+        row->setProperty("mode", int(m.mode));
+        modes_.push_back(row);
+        box->add(row);
+        box->add(new PanelNote(QString::fromUtf8(m.text), box));
+        if (m.mode == Mode::camera) {
+            cutFade_ = new PanelToggle(
+                QStringLiteral("Micro-fondu entre les plans (évite les clics)"), [this] { return model_.audio().cutFade; },
+                store(&AudioSettings::cutFade), box);
+            box->add(cutFade_);
+        }
+    }
+    add(box);
+
+    auto* levels = new PanelBox(QString(), this);
+    levels->add(new ValueSlider(
+        QStringLiteral("Fondu quand une caméra se coupe"), 0, 3, 0.25, 0,
+        [](double v) { return v <= 0 ? QStringLiteral("aucun") : formatValue("%.2g s", v); },
+        [this] { return model_.audio().rushFade; }, store(&AudioSettings::rushFade), levels));
+    levels->add(new PanelNote(QStringLiteral("Le son d'une caméra monte quand elle se met à filmer et descend quand elle "
+                                             "s'arrête. Le son de table n'a pas de fondu."),
+                              levels));
+    levels->add(new ValueSlider(
+        QStringLiteral("Volume général"), -20, 6, 0.5, 0, formatter("%+.1f dB"),
+        [this] { return model_.audio().masterDb; }, store(&AudioSettings::masterDb), levels));
+    levels->add(new PanelNote(QStringLiteral("Le volume de chaque piste se règle dans la timeline, devant la piste."), levels));
+    add(levels);
+    add(new PanelNote(QStringLiteral("Jamais de fondu au tout début ni à la toute fin de l'export."), this));
+    column_->addStretch(1);
+    refresh();
+}
+
+void SoundPanel::refresh() {
+    PanelPage::refresh();
+    for (ChoiceRow* row : modes_) row->setOn(row->property("mode").toInt() == int(model_.audio().mode));
+    cutFade_->setVisible(model_.audio().mode == AudioSettings::Mode::camera);
+}
+
+}  // namespace qv::ui

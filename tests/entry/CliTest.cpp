@@ -33,23 +33,7 @@ Outcome cli(const std::vector<std::string>& args) {
 }
 
 // Runs the real executable through the shell, for what only main decides.
-Outcome program(const std::string& args) {
-    Outcome r;
-    std::string cmd = std::string(QUORVEL_EXE) + " " + args + " 2>/dev/null";
-    FILE* pipe = popen(cmd.c_str(), "r");
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, pipe)) > 0) r.out.append(buf, n);
-    int status = pclose(pipe);
-    r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return r;
-}
-
-std::string lastLine(const std::string& text) {
-    std::string t = text;
-    while (!t.empty() && t.back() == '\n') t.pop_back();
-    return t.substr(t.rfind('\n') + 1);
-}
+test::ShellAnswer program(const std::string& args) { return test::runShell(std::string(QUORVEL_EXE) + " " + args); }
 
 // Strict reading of a written timeline: well formed, one definition per
 // file, every clip as long in the source as on the sequence, every link
@@ -74,16 +58,16 @@ void expectSoundTimeline(const fs::path& xmlFile, size_t mediaFiles) {
 
 TEST(Cli, ModesAndUsage) {
     for (const char* args : {"--cli", "--cli seul"}) {
-        Outcome r = program(args);
+        auto r = program(args);
         EXPECT_EQ(r.status, 1) << args;
         EXPECT_EQ(r.out, "Usage : Quorvel --cli <dossier du set> <sortie.xml>\n") << args;
     }
     // The self check wins, and takes "--cli" as its fixtures folder.
-    Outcome self = program("--selftest --cli x y");
+    auto self = program("--selftest --cli x y");
     EXPECT_NE(self.out.find("Aucun set de référence dans --cli"), std::string::npos) << self.out;
     EXPECT_EQ(self.status, 0) << self.out;
     // Its own checks ran, and all passed.
-    EXPECT_TRUE(std::regex_match(lastLine(self.out), std::regex("[1-9][0-9]* passed, 0 failed"))) << self.out;
+    EXPECT_TRUE(std::regex_match(test::lastLine(self.out), std::regex("[1-9][0-9]* passed, 0 failed"))) << self.out;
 }
 
 TEST(Cli, EmptyFolderAndWriteFailure) {
@@ -92,12 +76,12 @@ TEST(Cli, EmptyFolderAndWriteFailure) {
     Outcome r = cli({(dir / "set").string(), (dir / "out.xml").string()});
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.out.rfind("Synchro en ", 0), 0u) << r.out;  // no source line before it
-    EXPECT_EQ(lastLine(r.out), "XML : " + (dir / "out.xml").string());
+    EXPECT_EQ(test::lastLine(r.out), "XML : " + (dir / "out.xml").string());
     expectSoundTimeline(dir / "out.xml", 0);
 
     Outcome bad = cli({(dir / "set").string(), (dir / "manquant" / "out.xml").string()});
     EXPECT_EQ(bad.status, 1);
-    EXPECT_EQ(lastLine(bad.out).rfind("Erreur d'écriture : ", 0), 0u) << bad.out;
+    EXPECT_EQ(test::lastLine(bad.out).rfind("Erreur d'écriture : ", 0), 0u) << bad.out;
 }
 
 TEST(Cli, OneCameraIsTheReference) {

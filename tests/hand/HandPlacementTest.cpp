@@ -14,8 +14,7 @@
 #include "app/ClockPlayer.h"
 #include "app/VirtualMainThread.h"
 #include "persistence/ProjectStore.h"
-#include "support/Fixtures.h"
-#include "support/TempHome.h"
+#include "support/WindowRig.h"
 #include "ui/ContentView.h"
 #include "ui/MainWindow.h"
 #include "ui/ScreenModel.h"
@@ -27,54 +26,16 @@ using namespace qv::ui;
 
 namespace {
 
-struct NoDialogs : Dialogs {
-    int alert(const std::string&, const std::string&, const std::vector<std::string>&) override { return -1; }
-    std::optional<std::filesystem::path> chooseFolder(const std::string&) override { return std::nullopt; }
-    std::optional<std::filesystem::path> chooseFile(const std::string&, const std::vector<std::string>&) override {
-        return std::nullopt;
-    }
-    std::optional<std::filesystem::path> saveFile(const std::string&, const std::string&, const std::string&,
-                                                  const std::filesystem::path&) override {
-        return std::nullopt;
-    }
-};
+using test::send;
 
-struct NoViewer : FileViewer {
-    void showItems(const std::vector<std::filesystem::path>&) override {}
-    void open(const std::filesystem::path&) override {}
-};
-
-void send(QWidget* w, QEvent::Type type, QPointF at, Qt::MouseButtons buttons) {
-    QMouseEvent e(type, at, w->mapToGlobal(at), Qt::LeftButton, buttons, Qt::NoModifier);
-    QCoreApplication::sendEvent(w, &e);
-}
-
-struct Rig {
-    TempHome home;
-    VirtualMainThread main;
-    NoDialogs dialogs;
-    NoViewer viewer;
-    AppSettings settings{home.root() / "config" / "settings.json"};
-    AppModel model{AppModel::Services{main, dialogs, viewer, settings, ClockPlayer::factory(), nullptr, {}}};
-    ModelObject object{model};
-    MainWindow window{model, object};
+struct Rig : test::WindowRig {
     double doubtful = 0;  // where the sound put the file in doubt
-
-    bool settle() {
-        if (!main.waitUntil([this] { return !model.isWorking() && model.player(); })) return false;
-        main.drain();
-        QCoreApplication::processEvents();
-        return true;
-    }
 
     // Opens the "tiny" set (two cameras, one file each, and a recorder);
     // then Cam 1's file stands AMBIGU with three proposed starts, the best
     // where the sound placed it, and Cam 2's file waits unplaced.
     bool open() {
-        const auto set = test::generatedSet("tiny", 11);
-        if (set.empty()) return false;
-        model.open(set, true);
-        if (!settle()) return false;
+        if (!openSet("tiny", 11)) return false;
         SyncResult r = *model.result();
         SyncResult given;
         for (PlacedItem p : r.placed) {

@@ -13,8 +13,7 @@
 #include "app/AppModel.h"
 #include "app/ClockPlayer.h"
 #include "app/VirtualMainThread.h"
-#include "support/Fixtures.h"
-#include "support/TempHome.h"
+#include "support/WindowRig.h"
 #include "ui/Capture.h"
 #include "ui/Application.h"
 #include "ui/ContentView.h"
@@ -33,23 +32,6 @@ using namespace qv::ui;
 
 namespace {
 
-struct NoDialogs : Dialogs {
-    int alert(const std::string&, const std::string&, const std::vector<std::string>&) override { return -1; }
-    std::optional<std::filesystem::path> chooseFolder(const std::string&) override { return std::nullopt; }
-    std::optional<std::filesystem::path> chooseFile(const std::string&, const std::vector<std::string>&) override {
-        return std::nullopt;
-    }
-    std::optional<std::filesystem::path> saveFile(const std::string&, const std::string&, const std::string&,
-                                                  const std::filesystem::path&) override {
-        return std::nullopt;
-    }
-};
-
-struct NoViewer : FileViewer {
-    void showItems(const std::vector<std::filesystem::path>&) override {}
-    void open(const std::filesystem::path&) override {}
-};
-
 Cut cutAt(double t, int camera) {
     Cut c;
     c.time = t;
@@ -57,32 +39,9 @@ Cut cutAt(double t, int camera) {
     return c;
 }
 
-// One model in a throw-away home, its Qt adapter and the real window.
-struct Rig {
-    explicit Rig(std::vector<std::string> arguments = {}) : arguments(std::move(arguments)) {}
-    std::vector<std::string> arguments;  // the command line, for --tuto and --demo
-    TempHome home;
-    VirtualMainThread main;
-    NoDialogs dialogs;
-    NoViewer viewer;
-    AppSettings settings{home.root() / "config" / "settings.json"};
-    AppModel model{AppModel::Services{main, dialogs, viewer, settings, ClockPlayer::factory(), nullptr, arguments}};
-    ModelObject object{model};
-    MainWindow window{model, object};
-
-    ContentView& content() { return *window.content(); }
-
-    // Opens the generated set, synchronises it and lets the screens catch up.
-    bool openSet(const std::string& preset = "tiny", int seed = 11) {
-        const auto set = test::generatedSet(preset, seed);
-        if (set.empty()) return false;
-        model.open(set, true);
-        if (!main.waitUntil([this] { return !model.isWorking() && model.player(); })) return false;
-        main.drain();
-        QCoreApplication::processEvents();
-        return true;
-    }
-    Workspace& workspace() { return *content().workspace(); }
+// The real window over a model; the screens' handles on it.
+struct Rig : test::WindowRig {
+    using WindowRig::WindowRig;
     AppPlayer& player() { return *model.player(); }
     EditModel& edit() { return model.edit(); }
     bool key(int k, const QString& text = {}, Qt::KeyboardModifiers mods = Qt::NoModifier) {
@@ -90,11 +49,7 @@ struct Rig {
     }
 };
 
-// A mouse event as the platform delivers it: the left button, pressed or not.
-void send(QWidget* w, QEvent::Type type, QPointF at, Qt::MouseButtons buttons) {
-    QMouseEvent e(type, at, w->mapToGlobal(at), Qt::LeftButton, buttons, Qt::NoModifier);
-    QCoreApplication::sendEvent(w, &e);
-}
+using test::send;
 
 }  // namespace
 
@@ -401,15 +356,6 @@ private slots:
         QVERIFY(!folderToOpen({"quorvel", "--open", file.string()}));
         QVERIFY(!folderToOpen({"quorvel", "--open", (home.root() / "absent").string()}));
         QVERIFY(!folderToOpen({"quorvel", "--open"}));
-    }
-
-    void theExportFolderDialogAsksForAFolder() {
-        std::unique_ptr<QFileDialog> dialog(exportFolderDialog(nullptr, QDir::tempPath()));
-        QCOMPARE(dialog->labelText(QFileDialog::Accept), QStringLiteral("Choisir"));
-        QCOMPARE(dialog->windowTitle(), QStringLiteral("Dossier où Quorvel enregistre les exports"));
-        QCOMPARE(dialog->fileMode(), QFileDialog::Directory);
-        QVERIFY(dialog->testOption(QFileDialog::ShowDirsOnly));
-        QCOMPARE(dialog->directory().absolutePath(), QDir(QDir::tempPath()).absolutePath());
     }
 
     // The logo image where it loads, the two words where it does not.
@@ -816,16 +762,6 @@ class MonitorsTest : public QObject {
     Q_OBJECT
 
 private slots:
-    // The captions' wording is the player's rule, tested with the player.
-    void effectLabels() {
-        ResolvedEffect all;
-        all.zoom = -1;
-        all.shake = all.lens = all.shutter = all.vhs = true;
-        QCOMPARE(Monitors::effectLabel(all),
-                 QStringLiteral("ZOOM ARRIÈRE + ÉPAULE + FLOU OBJECTIF + FLOU MOUVEMENT + VHS"));
-        QCOMPARE(Monitors::effectLabel(ResolvedEffect{}), QString());
-    }
-
     void tileCaptionsStayWholeAndApart() {
         // Grid zones from the smallest window with a side panel open to a large screen.
         const QSizeF zones[] = {{335, 250}, {420, 290}, {660, 400}, {1000, 620}};

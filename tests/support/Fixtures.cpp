@@ -1,5 +1,6 @@
 #include "support/Fixtures.h"
 
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <charconv>
@@ -82,6 +83,33 @@ std::optional<Loudness> measureLoudness(const fs::path& file) {
     auto peak = numberAfter("Peak:");
     if (!integrated || !peak) return std::nullopt;
     return Loudness{*integrated, *peak};
+}
+
+std::string ffprobe(const fs::path& file, const std::string& entries, const std::string& stream) {
+    ShellAnswer r = runShell("/usr/bin/ffprobe -v error -select_streams " + quote(stream) + " -show_entries " +
+                             quote(entries) + " -of default=nw=1:nk=1 " + quote(file.string()));
+    if (r.status != 0) return {};
+    while (!r.out.empty() && (r.out.back() == '\n' || r.out.back() == '\r')) r.out.pop_back();
+    return r.out;
+}
+
+ShellAnswer runShell(const std::string& command) {
+    ShellAnswer r;
+    FILE* pipe = popen((command + " 2>/dev/null").c_str(), "r");
+    if (!pipe) return {-1, {}, {}};
+    char buf[4096];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, pipe)) > 0) r.out.append(buf, n);
+    const int status = pclose(pipe);
+    r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    r.lastLine = lastLine(r.out);
+    return r;
+}
+
+std::string lastLine(const std::string& text) {
+    std::string t = text;
+    while (!t.empty() && t.back() == '\n') t.pop_back();
+    return t.substr(t.rfind('\n') + 1);
 }
 
 void writeText(const fs::path& file, const std::string& text) {

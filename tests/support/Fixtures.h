@@ -37,6 +37,28 @@ struct Loudness {
 };
 std::optional<Loudness> measureLoudness(const std::filesystem::path& file);
 
+// What ffprobe reads of `entries` ("stream=width,height", "format=duration")
+// for the stream `stream` ("v:0", "a:0"): one value a line, the last line
+// end left out; empty when it cannot read the file.
+std::string ffprobe(const std::filesystem::path& file, const std::string& entries, const std::string& stream = "v:0");
+
+// One field of the first stream of `kind` ("v", "a").
+inline std::string probeField(const std::filesystem::path& file, const std::string& kind, const std::string& field) {
+    return ffprobe(file, "stream=" + field, kind + ":0");
+}
+
+// A command run through the shell, its error output dropped: the exit status
+// (-1 when it did not exit by itself), all it printed, and its last line.
+struct ShellAnswer {
+    int status = 0;
+    std::string out;
+    std::string lastLine;
+};
+ShellAnswer runShell(const std::string& command);
+
+// The last line of `text`, trailing line ends left out.
+std::string lastLine(const std::string& text);
+
 void writeText(const std::filesystem::path& file, const std::string& text);
 
 // A generated set (preset, seed) in the fixtures folder; generated on first

@@ -5,9 +5,7 @@
 #include <pugixml.hpp>
 
 #include <cstdio>
-#include <fstream>
 #include <regex>
-#include <set>
 #include <sstream>
 
 #include "entry/Cli.h"
@@ -35,25 +33,15 @@ Outcome cli(const std::vector<std::string>& args) {
 // Runs the real executable through the shell, for what only main decides.
 test::ShellAnswer program(const std::string& args) { return test::runShell(std::string(QUORVEL_EXE) + " " + args); }
 
-// Strict reading of a written timeline: well formed, one definition per
-// file, every clip as long in the source as on the sequence, every link
-// pointing at a clip item that exists.
+// A written timeline passes the shared xmeml checks and defines each of
+// its `mediaFiles` files once.
 void expectSoundTimeline(const fs::path& xmlFile, size_t mediaFiles) {
+    const std::string text = test::readText(xmlFile);
+    const auto problems = test::xmemlProblems(text);
+    EXPECT_TRUE(problems.empty()) << test::joined(problems);
     pugi::xml_document doc;
-    auto parsed = doc.load_file(xmlFile.c_str(), pugi::parse_default | pugi::parse_doctype);
-    ASSERT_TRUE(parsed) << parsed.description();
-    std::set<std::string> clipIds, defined;
-    for (auto clip : doc.select_nodes("//clipitem")) {
-        auto n = clip.node();
-        clipIds.insert(n.attribute("id").value());
-        EXPECT_EQ(n.child("out").text().as_llong() - n.child("in").text().as_llong(),
-                  n.child("end").text().as_llong() - n.child("start").text().as_llong());
-        auto file = n.child("file");
-        if (file.child("pathurl")) defined.insert(file.attribute("id").value());
-    }
-    EXPECT_EQ(defined.size(), mediaFiles);
-    for (auto link : doc.select_nodes("//link/linkclipref"))
-        EXPECT_TRUE(clipIds.count(link.node().text().get())) << link.node().text().get();
+    doc.load_string(text.c_str());
+    EXPECT_EQ(doc.select_nodes("//file[pathurl]").size(), mediaFiles);
 }
 
 TEST(Cli, ModesAndUsage) {
@@ -145,18 +133,13 @@ TEST(Cli, MontageAndAutoOnAShortSet) {
                      "--format", "9:16", "--cadrage", "0.5"});
     ASSERT_EQ(m.status, 0) << m.out;
     EXPECT_NE(m.out.find("Montage : 2 coupes, plage 0-"), std::string::npos) << m.out;
+    const auto problems = test::xmemlProblems(test::readText(out));
+    EXPECT_TRUE(problems.empty()) << test::joined(problems);
     pugi::xml_document doc;
     ASSERT_TRUE(doc.load_file(out.c_str(), pugi::parse_default | pugi::parse_doctype));
     EXPECT_EQ(std::string(doc.select_node("//sequence/name").node().text().get()), set.filename().string() + " - MONTAGE");
     EXPECT_EQ(doc.select_node("//sequence//samplecharacteristics/width").node().text().as_int(), 1080);
-    std::set<std::string> ids;
-    for (auto c : doc.select_nodes("//clipitem")) ids.insert(c.node().attribute("id").value());
-    size_t links = 0;
-    for (auto l : doc.select_nodes("//link/linkclipref")) {
-        ++links;
-        EXPECT_TRUE(ids.count(l.node().text().get()));
-    }
-    EXPECT_GT(links, 0u);
+    EXPECT_FALSE(doc.select_nodes("//link/linkclipref").empty());
 
     // Every camera's own sound and no linked cut sound, unless "camera" also stands.
     cli({set.string(), out, "--montage", "9:1,12:2,14:1", "--son-tout"});
@@ -181,8 +164,7 @@ TEST(Cli, TimelinesForTheOtherEditorsBesideOrInsteadOfTheXml) {
     EXPECT_TRUE(fs::exists(xml));
     EXPECT_NE(beside.out.find("MLT : " + mlt + "\n"), std::string::npos) << beside.out;
     EXPECT_NE(beside.out.find("OTIO : " + otio + "\n"), std::string::npos) << beside.out;
-    std::ifstream in(mlt);
-    const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    const std::string text = test::readText(mlt);
     EXPECT_TRUE(test::mltProblems(text).empty()) << test::joined(test::mltProblems(text));
     EXPECT_NE(text.find("title=\"" + set.filename().string() + " - MONTAGE\""), std::string::npos);
     EXPECT_NE(text.find("width=\"1080\""), std::string::npos);
@@ -191,11 +173,9 @@ TEST(Cli, TimelinesForTheOtherEditorsBesideOrInsteadOfTheXml) {
     Outcome instead = cli({set.string(), "--otio", otio});
     ASSERT_EQ(instead.status, 0) << instead.out;
     EXPECT_FALSE(fs::exists(xml));
-    std::ifstream j(otio);
-    const std::string json((std::istreambuf_iterator<char>(j)), std::istreambuf_iterator<char>());
-    std::vector<std::string> problems;
-    const auto read = test::readOtio(json, problems);
-    EXPECT_TRUE(problems.empty()) << test::joined(problems);
+    std::vector<std::string> otioProblems;
+    const auto read = test::readOtio(test::readText(otio), otioProblems);
+    EXPECT_TRUE(otioProblems.empty()) << test::joined(otioProblems);
     EXPECT_EQ(read.name, set.filename().string() + " - SYNCHRO");
 
     test::writeText(dir / "notes.txt", "à garder");

@@ -11,7 +11,6 @@
 
 #include <chrono>
 #include <fcntl.h>
-#include <fstream>
 #include <functional>
 #include <thread>
 
@@ -42,11 +41,6 @@ struct ChildRun {
     int status = -1;
     std::string out, err;
 };
-
-std::string slurp(const fs::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-}
 
 // The executable with its address space held to 4 GB (AddressSanitizer's
 // shadow memory needs more, so a sanitised build runs without the limit).
@@ -80,8 +74,8 @@ ChildRun runProgram(const std::vector<std::string>& args, const fs::path& scratc
         if (std::chrono::steady_clock::now() > deadline) {
             kill(pid, SIGKILL);
             waitpid(pid, &status, 0);
-            r.out = slurp(outFile);
-            r.err = slurp(errFile);
+            r.out = test::readText(outFile);
+            r.err = test::readText(errFile);
             return r;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
@@ -89,14 +83,14 @@ ChildRun runProgram(const std::vector<std::string>& args, const fs::path& scratc
     r.finished = true;
     r.signalled = WIFSIGNALED(status);
     r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    r.out = slurp(outFile);
-    r.err = slurp(errFile);
+    r.out = test::readText(outFile);
+    r.err = test::readText(errFile);
     return r;
 }
 
 // What every written timeline must hold whatever its input.
 void expectSoundDocument(const fs::path& file) {
-    const auto problems = test::xmemlProblems(slurp(file));
+    const auto problems = test::xmemlProblems(test::readText(file));
     EXPECT_TRUE(problems.empty()) << test::joined(problems);
 }
 
@@ -121,7 +115,7 @@ bool clip(const fs::path& f, double seconds = 3, const std::vector<std::string>&
 
 // Overwrites 32-bit fields of the named boxes of an MP4 (version 0 boxes).
 void patchBoxes(const fs::path& f, const std::string& box, size_t offset, uint32_t value) {
-    std::string bytes = slurp(f);
+    std::string bytes = test::readText(f);
     for (size_t at = bytes.find(box); at != std::string::npos; at = bytes.find(box, at + 4))
         for (int k = 0; k < 4; ++k) bytes[at + 4 + offset + k] = static_cast<char>(value >> (24 - 8 * k));
     test::writeText(f, bytes);
@@ -156,7 +150,7 @@ const std::vector<Case>& cases() {
          [](const Place& p) {
              fs::path f = p.set / "Son 2" / "un hertz.wav";
              wav(f, 17);
-             std::string b = slurp(f);
+             std::string b = test::readText(f);
              size_t fmt = b.find("fmt ");
              for (size_t at : {fmt + 12, fmt + 16})
                  for (int k = 0; k < 4; ++k) b[at + k] = k == 0 ? char(at == fmt + 12 ? 1 : 2) : '\0';
@@ -207,7 +201,7 @@ const std::vector<Case>& cases() {
         {"truncated, empty and text files in a camera folder",
          [](const Place& p) {
              clip(p.dir / "entier.mp4", 3);
-             std::string whole = slurp(p.dir / "entier.mp4");
+             std::string whole = test::readText(p.dir / "entier.mp4");
              fs::create_directories(p.set / "Cam 3");
              test::writeText(p.set / "Cam 3" / "clip 1.mp4", whole.substr(0, whole.size() / 2));
              test::writeText(p.set / "Cam 3" / "clip 2.mp4", "");
@@ -244,7 +238,7 @@ const std::vector<Case>& cases() {
          },
          plain, 0, {"[CAM] Cam <2> & \"x\" : 1 fichiers, 11 s\n", "a\\xff\\x01<&>\\nb.mp4"}, {}, true,
          [](const Place& p, const ChildRun&) {
-             std::string xml = slurp(p.out);
+             std::string xml = test::readText(p.out);
              EXPECT_NE(xml.find("a\xEF\xBF\xBD\xEF\xBF\xBD&lt;&amp;&gt;\xEF\xBF\xBD" "b.mp4"), std::string::npos);
              EXPECT_NE(xml.find("Cam%20%3C2%3E%20&amp;%20%22x%22/a%FF%01%3C&amp;%3E%0Ab.mp4"), std::string::npos);
          }},
@@ -261,7 +255,7 @@ const std::vector<Case>& cases() {
          [](const Place& p) { test::writeText(p.dir / "notes.txt", "mes notes"); },
          {"--cli", "{set}", "{dir}/notes.txt"}, 1, {},
          {"Erreur d'écriture : {dir}/notes.txt n'est pas un fichier XML, il n'est pas remplacé\n"}, false,
-         [](const Place& p, const ChildRun&) { EXPECT_EQ(slurp(p.dir / "notes.txt"), "mes notes"); }},
+         [](const Place& p, const ChildRun&) { EXPECT_EQ(test::readText(p.dir / "notes.txt"), "mes notes"); }},
         {"output is an older XML, replaced",
          [](const Place& p) { test::writeText(p.out, "<?xml version=\"1.0\"?><vieux/>"); }, plain, 0, {}, {}, true},
         {"output in a folder that does not exist",

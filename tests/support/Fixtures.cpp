@@ -117,6 +117,11 @@ void writeText(const fs::path& file, const std::string& text) {
     out << text;
 }
 
+std::string readText(const fs::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
 fs::path generatedSet(const std::string& preset, int seed) {
 #ifdef QUORVEL_SETGEN
     static std::mutex lock;

@@ -60,6 +60,7 @@ ShellAnswer runShell(const std::string& command);
 std::string lastLine(const std::string& text);
 
 void writeText(const std::filesystem::path& file, const std::string& text);
+std::string readText(const std::filesystem::path& file);
 
 // A generated set (preset, seed) in the fixtures folder; generated on first
 // use. Empty path when the generator is missing or fails.

@@ -75,10 +75,7 @@ TEST(Cli, EmptyFolderAndWriteFailure) {
 TEST(Cli, OneCameraIsTheReference) {
     if (!test::haveFFmpeg()) GTEST_SKIP() << "ffmpeg absent";
     test::TempDir dir;
-    fs::create_directories(dir / "set" / "Cam 1");
-    ASSERT_TRUE(test::ffmpeg({"-f", "lavfi", "-i", "color=s=64x36:d=3", "-f", "lavfi", "-i", "anoisesrc=d=3:r=8000",
-                              "-c:v", "libx264", "-preset", "ultrafast", "-pix_fmt", "yuv420p",
-                              (dir / "set" / "Cam 1" / "a.mp4").string()}));
+    ASSERT_TRUE(test::makeClip(dir / "set" / "Cam 1" / "a.mp4", 3));
     Outcome r = cli({(dir / "set").string(), (dir / "o.xml").string()});
     EXPECT_NE(r.out.find("[CAM] Cam 1 : 1 fichiers, 3 s\n"), std::string::npos) << r.out;
     EXPECT_NE(r.out.find("  Cam 1    a.mp4                  début     0.000 s  fiabilité réf  (calé sur -)\n"),

@@ -14,7 +14,6 @@
 #include <functional>
 #include <thread>
 
-#include "base/Text.h"
 #include "support/Fixtures.h"
 #include "support/XmemlCheck.h"
 
@@ -98,21 +97,6 @@ struct Place {
     fs::path dir, set, out;
 };
 
-// A sound file or a clip, small, made by ffmpeg at run time.
-bool wav(const fs::path& f, double seconds = 3) {
-    fs::create_directories(f.parent_path());
-    return test::ffmpeg({"-f", "lavfi", "-i", "sine=f=300:r=48000:d=" + shortest(seconds), f.string()});
-}
-bool clip(const fs::path& f, double seconds = 3, const std::vector<std::string>& extra = {}) {
-    fs::create_directories(f.parent_path());
-    std::string d = shortest(seconds);
-    std::vector<std::string> a = {"-f", "lavfi", "-i", "color=c=red:s=64x36:r=25:d=" + d,
-                                  "-f", "lavfi", "-i", "sine=f=300:r=48000:d=" + d};
-    a.insert(a.end(), extra.begin(), extra.end());
-    a.insert(a.end(), {"-c:v", "libx264", "-preset", "ultrafast", "-pix_fmt", "yuv420p", "-shortest", f.string()});
-    return test::ffmpeg(a);
-}
-
 // Overwrites 32-bit fields of the named boxes of an MP4 (version 0 boxes).
 void patchBoxes(const fs::path& f, const std::string& box, size_t offset, uint32_t value) {
     std::string bytes = test::readText(f);
@@ -143,13 +127,13 @@ const std::vector<Case>& cases() {
              fs::create_directories(p.set / "Son 2");
              test::ffmpeg({"-f", "lavfi", "-i", "sine=f=300:r=48000:d=5", "-output_ts_offset", "1000000", "-c:a",
                            "aac", (p.set / "Son 2" / "tard.m4a").string()});
-             clip(p.set / "Cam 2" / "tard.mkv", 5, {"-itsoffset", "1000000"});
+             test::makeClip(p.set / "Cam 2" / "tard.mkv", 5, true, {"-itsoffset", "1000000"});
          },
          plain, 0, {"[SON] Son 2 : 1 fichiers, 5 s\n"}, {}, true},
         {"WAV claiming 1 Hz",
          [](const Place& p) {
              fs::path f = p.set / "Son 2" / "un hertz.wav";
-             wav(f, 17);
+             test::makeWav(f, 17);
              std::string b = test::readText(f);
              size_t fmt = b.find("fmt ");
              for (size_t at : {fmt + 12, fmt + 16})
@@ -161,7 +145,7 @@ const std::vector<Case>& cases() {
         {"MP4 claiming 50 days",
          [](const Place& p) {
              fs::path f = p.set / "Cam 2" / "cinquante jours.mp4";
-             clip(f, 11);
+             test::makeClip(f, 11);
              patchBoxes(f, "mvhd", 16, 1000u * 50 * 86400);
              patchBoxes(f, "mdhd", 16, 0xFFFFFFF0u);
          },
@@ -200,7 +184,7 @@ const std::vector<Case>& cases() {
         // Every refused file is named, and a camera stays a camera.
         {"truncated, empty and text files in a camera folder",
          [](const Place& p) {
-             clip(p.dir / "entier.mp4", 3);
+             test::makeClip(p.dir / "entier.mp4", 3);
              std::string whole = test::readText(p.dir / "entier.mp4");
              fs::create_directories(p.set / "Cam 3");
              test::writeText(p.set / "Cam 3" / "clip 1.mp4", whole.substr(0, whole.size() / 2));
@@ -217,7 +201,7 @@ const std::vector<Case>& cases() {
              if (geteuid() == 0) {  // root reads any folder; a link to itself it cannot
                  fs::create_symlink("Cam 5", p.set / "Cam 5");
              } else {
-                 clip(p.set / "Cam 5" / "a.mp4");
+                 test::makeClip(p.set / "Cam 5" / "a.mp4", 3);
                  fs::permissions(p.set / "Cam 5", fs::perms::none);
              }
          },

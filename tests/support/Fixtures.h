@@ -29,6 +29,14 @@ bool haveFFmpeg();
 // Runs /usr/bin/ffmpeg with "-v error -y" and the given arguments; true on success.
 bool ffmpeg(const std::vector<std::string>& args);
 
+// A small clip made by ffmpeg: 64×36 pixels of one colour at 25 fps in
+// H.264, with a 48 kHz sine unless `sound` is false; `extra` are output
+// options. Parent folders are made.
+bool makeClip(const std::filesystem::path& file, double seconds, bool sound = true,
+              const std::vector<std::string>& extra = {});
+// A sine of `seconds` at 48 kHz, in the format the file name says.
+bool makeWav(const std::filesystem::path& file, double seconds);
+
 // What ffmpeg's own loudness meter (the ebur128 filter, true peak on)
 // reads of a file's sound: integrated LUFS and true peak in dBTP.
 struct Loudness {

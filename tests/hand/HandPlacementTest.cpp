@@ -26,6 +26,7 @@ using namespace qv::ui;
 
 namespace {
 
+using test::drag;
 using test::send;
 
 struct Rig : test::WindowRig {
@@ -134,16 +135,12 @@ private slots:
         // Taken in its middle, let go 6 points short of the start 1.5 s later: it lands on it.
         const QPointF from = file->rect.center();
         const QPointF to = from + QPointF(1.5 * pps - 6, 0);
-        send(tl, QEvent::MouseButtonPress, from, Qt::LeftButton);
-        for (int step = 1; step <= 4; ++step) send(tl, QEvent::MouseMove, from + (to - from) * step / 4.0, Qt::LeftButton);
-        send(tl, QEvent::MouseButtonRelease, to, Qt::NoButton);
+        drag(tl, from, to, 4);
         QCOMPARE(rig.placed("Cam 1")->start, rig.doubtful + 1.5);
         // Far from every proposed start it stays where it is let go.
         file = rig.handFile("Cam 1");
         const QPointF again = file->rect.center();
-        send(tl, QEvent::MouseButtonPress, again, Qt::LeftButton);
-        send(tl, QEvent::MouseMove, again + QPointF(-30, 0), Qt::LeftButton);
-        send(tl, QEvent::MouseButtonRelease, again + QPointF(-30, 0), Qt::NoButton);
+        drag(tl, again, again + QPointF(-30, 0), 1);
         QVERIFY(std::abs(rig.placed("Cam 1")->start - (rig.doubtful + 1.5 - 30 / pps)) < 1e-6);
         // A click without a move places nothing.
         const size_t history = rig.model.edit().history().size();
@@ -157,10 +154,7 @@ private slots:
         const double truth = waiting->candidates.front().start;
         const QPointF chip = waiting->rect.center();
         const QPointF drop(tl->xOf(truth) + 5, chip.y());
-        send(tl, QEvent::MouseButtonPress, chip, Qt::LeftButton);
-        send(tl, QEvent::MouseMove, (chip + drop) / 2, Qt::LeftButton);
-        send(tl, QEvent::MouseMove, drop, Qt::LeftButton);
-        send(tl, QEvent::MouseButtonRelease, drop, Qt::NoButton);
+        drag(tl, chip, drop, 2);
         QVERIFY(rig.placed("Cam 2") && rig.placed("Cam 2")->byHand);
         QCOMPARE(rig.placed("Cam 2")->start, truth);
         QVERIFY(rig.model.result()->unsynced.empty());

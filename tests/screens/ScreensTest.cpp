@@ -50,6 +50,7 @@ struct Rig : test::WindowRig {
     }
 };
 
+using test::drag;
 using test::send;
 
 }  // namespace
@@ -578,17 +579,13 @@ private slots:
         const size_t history = e.history().size();
         const double y = tl->montageRect().center().y();
         const double x = tl->xOf(6);
-        send(tl, QEvent::MouseButtonPress, {x, y}, Qt::LeftButton);
-        for (int step = 1; step <= 5; ++step) send(tl, QEvent::MouseMove, {x + step * 8.0, y}, Qt::LeftButton);
-        send(tl, QEvent::MouseButtonRelease, {x + 40, y}, Qt::NoButton);
+        drag(tl, {x, y}, {x + 40, y}, 5);
         QVERIFY(std::abs(e.cuts()[1].time - (6 + 40 / tl->pointsPerSecond())) < 1e-9);
         QCOMPARE(e.history().size(), history + 1);
         e.undo();
         QCOMPARE(e.cuts()[1].time, 6.0);
         // The first cut, at 0, has no handle: a drag there moves nothing.
-        send(tl, QEvent::MouseButtonPress, {tl->xOf(0) + 1, y}, Qt::LeftButton);
-        send(tl, QEvent::MouseMove, {tl->xOf(0) + 30, y}, Qt::LeftButton);
-        send(tl, QEvent::MouseButtonRelease, {tl->xOf(0) + 30, y}, Qt::NoButton);
+        drag(tl, {tl->xOf(0) + 1, y}, {tl->xOf(0) + 30, y}, 1);
         QCOMPARE(e.cuts()[0].time, 0.0);
     }
 
@@ -648,17 +645,12 @@ private slots:
         QVERIFY(pps * 4 > 20);  // the cut lies well beyond the snap distance at first
         // Drag the in marker to 6 points short of the cut at 8 s: it lands on the cut.
         const double y = 22, from = tl->xOf(3) + 3, to = tl->xOf(8) - 6 + 3;
-        send(tl, QEvent::MouseButtonPress, {from, y}, Qt::LeftButton);
-        send(tl, QEvent::MouseMove, {(from + to) / 2, y}, Qt::LeftButton);
-        send(tl, QEvent::MouseMove, {to, y}, Qt::LeftButton);
-        send(tl, QEvent::MouseButtonRelease, {to, y}, Qt::NoButton);
+        drag(tl, {from, y}, {to, y}, 2);
         QCOMPARE(e.exportRange().start, 8.0);
         QCOMPARE(e.exportRange().end, 15.0);
         // Far from any landmark it stays where it is dropped.
         const double free = tl->xOf(11) - tl->xOf(15);
-        send(tl, QEvent::MouseButtonPress, {tl->xOf(15) - 3, y}, Qt::LeftButton);
-        send(tl, QEvent::MouseMove, {tl->xOf(15) - 3 + free, y}, Qt::LeftButton);
-        send(tl, QEvent::MouseButtonRelease, {tl->xOf(15) - 3 + free, y}, Qt::NoButton);
+        drag(tl, {tl->xOf(15) - 3, y}, {tl->xOf(15) - 3 + free, y}, 1);
         QVERIFY(std::abs(e.exportRange().end - 11) < 1e-9);
     }
 
@@ -776,10 +768,7 @@ private slots:
         QVERIFY(std::abs(window.center().x() - tile.center().x()) < 1);
         // Dragging the window a fifth of the tile to the right moves the crop by 0.2.
         const QPointF from = window.center(), to = from + QPointF(tile.width() * 0.2, 0);
-        send(monitors, QEvent::MouseButtonPress, from, Qt::LeftButton);
-        send(monitors, QEvent::MouseMove, (from + to) / 2, Qt::LeftButton);
-        send(monitors, QEvent::MouseMove, to, Qt::LeftButton);
-        send(monitors, QEvent::MouseButtonRelease, to, Qt::NoButton);
+        drag(monitors, from, to, 2);
         QVERIFY(std::abs(screen.framing(0).x - 0.2) < 1e-9);
         QVERIFY(monitors->cropWindow(0).center().x() > window.center().x());
         // Where the camera films nothing the tile keeps its window, drawn on
@@ -798,10 +787,7 @@ private slots:
         const QColor edge = pixel({empty.left() + 0.75, y});
         QVERIFY2(edge.red() > 100 && edge.blue() < 40, qPrintable(edge.name()));
         // And it takes the drag as a filmed tile does.
-        send(monitors, QEvent::MouseButtonPress, empty.center(), Qt::LeftButton);
-        send(monitors, QEvent::MouseMove, empty.center() + QPointF(bare.width() * 0.1, 0), Qt::LeftButton);
-        send(monitors, QEvent::MouseMove, empty.center() + QPointF(bare.width() * 0.2, 0), Qt::LeftButton);
-        send(monitors, QEvent::MouseButtonRelease, empty.center() + QPointF(bare.width() * 0.2, 0), Qt::NoButton);
+        drag(monitors, empty.center(), empty.center() + QPointF(bare.width() * 0.2, 0), 2);
         QVERIFY(std::abs(screen.framing(0).x - 0.2) < 1e-9);
         // Back to landscape, the camera whose crop moved still shows its window.
         rig.model.setFormat(OutputFormat::landscape);

@@ -40,6 +40,14 @@ inline void send(QWidget* w, QEvent::Type type, QPointF at, Qt::MouseButtons but
     QCoreApplication::sendEvent(w, &e);
 }
 
+// A drag with the left button: pressed at `from`, moved in `steps` even steps
+// to `to` and let go there. No step is a click.
+inline void drag(QWidget* w, QPointF from, QPointF to, int steps) {
+    send(w, QEvent::MouseButtonPress, from, Qt::LeftButton);
+    for (int k = 1; k <= steps; ++k) send(w, QEvent::MouseMove, from + (to - from) * k / double(steps), Qt::LeftButton);
+    send(w, QEvent::MouseButtonRelease, to, Qt::NoButton);
+}
+
 struct WindowRig {
     explicit WindowRig(std::vector<std::string> arguments = {}) : arguments(std::move(arguments)) {}
     std::vector<std::string> arguments;  // the command line, for --tuto and --demo

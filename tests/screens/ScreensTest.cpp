@@ -14,6 +14,7 @@
 #include "app/AppModel.h"
 #include "app/ClockPlayer.h"
 #include "app/VirtualMainThread.h"
+#include "support/MontageSet.h"
 #include "support/WindowRig.h"
 #include "ui/Capture.h"
 #include "ui/Application.h"
@@ -33,12 +34,7 @@ using namespace qv::ui;
 
 namespace {
 
-Cut cutAt(double t, int camera) {
-    Cut c;
-    c.time = t;
-    c.camera = camera;
-    return c;
-}
+using test::cutAt;
 
 // The real window over a model; the screens' handles on it.
 struct Rig : test::WindowRig {

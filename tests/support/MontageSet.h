@@ -1,7 +1,8 @@
-// The small edit the timeline-file tests write out: two cameras and a stereo
-// table recorder over 60 s, camera A a stereo file to 45 s and one from 50 s,
-// camera B mono from 5 to 58 s; the usual plans A 0-15, B 15-25, A 25-45,
-// B 45-55, A 55-60. Names are given so a test can make them hard to write.
+// Cuts and plans for the tests, and the small edit the timeline-file tests
+// write out: two cameras and a stereo table recorder over 60 s, camera A a
+// stereo file to 45 s and one from 50 s, camera B mono from 5 to 58 s; the
+// usual plans A 0-15, B 15-25, A 25-45, B 45-55, A 55-60. Names are given so
+// a test can make them hard to write.
 #pragma once
 
 #include <string>
@@ -29,15 +30,19 @@ inline MediaItem mediaFile(const std::string& path, double duration, int channel
     return m;
 }
 
+// A cut to `camera` at `time`.
+inline Cut cutAt(double time, int camera, PlanEffect effect = PlanEffect::automatic) {
+    Cut c;
+    c.time = time;
+    c.camera = camera;
+    c.effect = effect;
+    return c;
+}
+
 // Cuts at (time, camera) over `duration`.
 inline std::vector<Segment> plans(const std::vector<std::pair<double, int>>& cuts, double duration) {
     std::vector<Cut> list;
-    for (auto [t, camera] : cuts) {
-        Cut cut;
-        cut.time = t;
-        cut.camera = camera;
-        list.push_back(cut);
-    }
+    for (auto [t, camera] : cuts) list.push_back(cutAt(t, camera));
     return Segment::build(list, duration);
 }
 

@@ -44,16 +44,6 @@ TEST_F(AppModelTest, BurstOfChangesIsOneSaveAfterTheLastAndUnchangedSavesWriteNo
     EXPECT_EQ(fs::last_write_time(ProjectStore::directory() / (*model->currentProjectId() + ".json")), stamp);
 }
 
-TEST_F(AppModelTest, ToastSetTwiceLivesItsWholeTimeFromTheSecond) {
-    model->showToast("un");
-    main.advance(2);
-    model->showToast("deux");
-    main.advance(2.4);
-    EXPECT_EQ(model->toast(), "deux");
-    main.advance(0.2);
-    EXPECT_FALSE(model->toast());
-}
-
 TEST_F(AppModelTest, LookRebuildsCoalesceWithinSixtyMilliseconds) {
     auto set = generatedSet("tiny", 21);
     openSynced(set);

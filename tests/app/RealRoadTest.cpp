@@ -15,15 +15,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string probe(const fs::path& file, const std::string& entries) {
-    auto out = process::run("/usr/bin/ffprobe", {"-v", "error", "-select_streams", "v:0", "-show_entries", entries,
-                                                 "-of", "default=nw=1:nk=1", file.string()});
-    if (!out) return {};
-    std::string s = out->out;
-    while (!s.empty() && (s.back() == '\n' || s.back() == '\r')) s.pop_back();
-    return s;
-}
-
 class RealRoadTest : public AppFixture {
 protected:
     void SetUp() override {
@@ -89,8 +80,8 @@ TEST_F(RealRoadTest, PlayerFollowsTheSyncAndTheExportWritesAVideo) {
     ASSERT_EQ(viewer.shown.size(), 1u);
     const fs::path video = viewer.shown.back().front();
     EXPECT_EQ(video.extension(), ".mp4");
-    EXPECT_EQ(probe(video, "stream=codec_name"), "h264");
-    EXPECT_NEAR(parseDouble(probe(video, "format=duration")).value_or(0), 4.5, 0.1);
+    EXPECT_EQ(ffprobe(video, "stream=codec_name"), "h264");
+    EXPECT_NEAR(parseDouble(ffprobe(video, "format=duration")).value_or(0), 4.5, 0.1);
 }
 
 }  // namespace

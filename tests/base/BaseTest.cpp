@@ -59,16 +59,12 @@ TEST(Text, NaturalOrder) {
 }
 
 TEST(SplitMix64, PublishedFirstOutputsAndUnitRange) {
-    SplitMix64 rng(0);
-    EXPECT_EQ(rng.next(), 0xE220A8397B1DCDAFull);
-    EXPECT_EQ(rng.next(), 0x6E789E6AA1B965F4ull);
-    EXPECT_EQ(rng.next(), 0x06C45D188009454Full);
-    SplitMix64 one(1);
-    EXPECT_EQ(one.next(), 0x910A2DEC89025CC1ull);
+    SplitMix64 rng(0), one(1);
+    for (uint64_t v : {0xE220A8397B1DCDAFull, 0x6E789E6AA1B965F4ull, 0x06C45D188009454Full}) EXPECT_EQ(rng.next(), v);
+    for (uint64_t v : {0x910A2DEC89025CC1ull, 0xBEEB8DA1658EEC67ull, 0xF893A2EEFB32555Eull}) EXPECT_EQ(one.next(), v);
     for (int i = 0; i < 1000; ++i) {
-        double u = rng.unit();
-        EXPECT_GE(u, 0.0);
-        EXPECT_LT(u, 1.0);
+        const double u = rng.unit();
+        EXPECT_TRUE(u >= 0.0 && u < 1.0) << u;
     }
 }
 

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "base/SplitMix64.h"
-
 namespace qv {
 namespace {
 
@@ -28,12 +26,6 @@ std::vector<std::pair<double, int>> shape(const std::vector<Cut>& cuts) {
     std::vector<std::pair<double, int>> out;
     for (const Cut& c : cuts) out.emplace_back(c.time, c.camera);
     return out;
-}
-
-TEST(SplitMix64, MatchesThePublishedSequence) {
-    SplitMix64 zero(0), one(1);
-    for (uint64_t v : {0xE220A8397B1DCDAFull, 0x6E789E6AA1B965F4ull, 0x06C45D188009454Full}) EXPECT_EQ(zero.next(), v);
-    for (uint64_t v : {0x910A2DEC89025CC1ull, 0xBEEB8DA1658EEC67ull, 0xF893A2EEFB32555Eull}) EXPECT_EQ(one.next(), v);
 }
 
 TEST(AutoEditor, RepeatsFromTheSeedAndTheRangeStart) {

@@ -3,17 +3,12 @@
 #include <gtest/gtest.h>
 
 #include "Fakes.h"
+#include "support/MontageSet.h"
 
 namespace qv {
 namespace {
 
-Cut cutAt(double time, int camera, PlanEffect effect = PlanEffect::automatic) {
-    Cut c;
-    c.time = time;
-    c.camera = camera;
-    c.effect = effect;
-    return c;
-}
+using test::cutAt;
 
 SyncResult setOf(double duration) {
     SyncResult result;

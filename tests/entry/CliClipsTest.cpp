@@ -14,28 +14,9 @@ namespace fs = std::filesystem;
 namespace qv {
 namespace {
 
-struct Answer {
-    int status = 0;
-    std::string out;
-    std::string lastLine;
-};
-
-Answer quorvel(const std::string& args, const std::string& prefix = "") {
-    std::string cmd = prefix + "'" + std::string(QUORVEL_EXE) + "' --cli " + args + " 2>/dev/null";
-    FILE* pipe = popen(cmd.c_str(), "r");
-    std::string out;
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, pipe)) > 0) out.append(buf, n);
-    int status = pclose(pipe);
-    while (!out.empty() && out.back() == '\n') out.pop_back();
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out, out.substr(out.rfind('\n') + 1)};
-}
-
-std::string probe(const fs::path& file, const std::string& entries) {
-    auto out = process::run("/usr/bin/ffprobe", {"-v", "error", "-select_streams", "v:0", "-show_entries", entries,
-                                                 "-of", "default=nw=1:nk=1", file.string()});
-    return out ? out->out : std::string();
+// `prefix` runs in the same shell first (a ulimit).
+test::ShellAnswer quorvel(const std::string& args, const std::string& prefix = "") {
+    return test::runShell(prefix + "'" + std::string(QUORVEL_EXE) + "' --cli " + args);
 }
 
 // The drops the run finds, in seconds (whole, as "m:ss" shows them).
@@ -66,7 +47,7 @@ protected:
 TEST_F(CliClips, OneVerticalClipPerDropAtTheLoudnessAsked) {
     const fs::path clips = dir_ / "clips";
     fs::create_directory(clips);
-    Answer r = quorvel(args("--drops --clips-drops '" + clips.string() + "' --marges-drop 1-1.5 --loudness -14"));
+    auto r = quorvel(args("--drops --clips-drops '" + clips.string() + "' --marges-drop 1-1.5 --loudness -14"));
     ASSERT_EQ(r.status, 0) << r.out;
     const std::vector<int> drops = dropSeconds(r.out);
     ASSERT_GE(drops.size(), 2u) << r.out;
@@ -76,11 +57,11 @@ TEST_F(CliClips, OneVerticalClipPerDropAtTheLoudnessAsked) {
         const fs::path clip = clips / (name + " - drop " + std::to_string(k + 1) + " (" + std::to_string(drops[k] / 60) +
                                        ":" + (drops[k] % 60 < 10 ? "0" : "") + std::to_string(drops[k] % 60) + ").mp4");
         ASSERT_TRUE(fs::exists(clip)) << clip;
-        EXPECT_EQ(probe(clip, "stream=width,height"), "1080\n1920\n");
+        EXPECT_EQ(test::ffprobe(clip, "stream=width,height"), "1080\n1920");
         // 2.5 s within one frame.
-        const std::string rate = probe(clip, "stream=r_frame_rate");
+        const std::string rate = test::ffprobe(clip, "stream=r_frame_rate");
         const double fps = std::stod(rate.substr(0, rate.find('/'))) / std::stod(rate.substr(rate.find('/') + 1));
-        const double frames = std::stod(probe(clip, "stream=nb_frames"));
+        const double frames = std::stod(test::ffprobe(clip, "stream=nb_frames"));
         EXPECT_NEAR(frames / fps, 2.5, 1.0 / fps + 1e-6) << clip;
         auto loudness = test::measureLoudness(clip);
         ASSERT_TRUE(loudness) << clip;
@@ -95,7 +76,7 @@ TEST_F(CliClips, OneVerticalClipPerDropAtTheLoudnessAsked) {
 TEST_F(CliClips, AFinishedVideoReachesTheBroadcastLoudness) {
     fs::path small = test::generatedSet("render", 1);
     const fs::path video = dir_ / "montage.mp4";
-    Answer r = quorvel("'" + small.string() + "' '" + (dir_ / "s.xml").string() + "' --video '" + video.string() +
+    auto r = quorvel("'" + small.string() + "' '" + (dir_ / "s.xml").string() + "' --video '" + video.string() +
                        "' --loudness -23");
     ASSERT_EQ(r.status, 0) << r.out;
     auto loudness = test::measureLoudness(video);
@@ -106,7 +87,7 @@ TEST_F(CliClips, AFinishedVideoReachesTheBroadcastLoudness) {
 
 TEST_F(CliClips, ASetWithoutDropsMakesNoClip) {
     fs::path shortSet = test::generatedSet("render", 1);
-    Answer r = quorvel("'" + shortSet.string() + "' '" + (dir_ / "s.xml").string() + "' --clips-drops '" +
+    auto r = quorvel("'" + shortSet.string() + "' '" + (dir_ / "s.xml").string() + "' --clips-drops '" +
                        dir_.path().string() + "'");
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.lastLine, "Aucun drop : aucun clip");
@@ -118,7 +99,7 @@ TEST_F(CliClips, AFolderThatFillsUpKeepsTheFinishedClipsAndRemovesTheBrokenOne) 
     // the limit, in 512-byte blocks, lies between.
     const fs::path clips = dir_ / "clips";
     fs::create_directory(clips);
-    Answer r = quorvel(args("--drops --clips-drops '" + clips.string() + "' --marges-drop 1-1.5"), "ulimit -f 300; ");
+    auto r = quorvel(args("--drops --clips-drops '" + clips.string() + "' --marges-drop 1-1.5"), "ulimit -f 300; ");
     const std::vector<int> drops = dropSeconds(r.out);
     ASSERT_GE(drops.size(), 2u) << r.out;
     EXPECT_EQ(r.status, 1);
@@ -128,7 +109,7 @@ TEST_F(CliClips, AFolderThatFillsUpKeepsTheFinishedClipsAndRemovesTheBrokenOne) 
     for (const auto& e : fs::directory_iterator(clips)) left.push_back(e.path().filename().string());
     ASSERT_EQ(left.size(), 1u);  // no partial file, no broken clip
     EXPECT_EQ(left[0].rfind(set_.filename().string() + " - drop 1 (", 0), 0u) << left[0];
-    EXPECT_NE(probe(clips / left[0], "stream=width,height"), "");  // whole and readable
+    EXPECT_NE(test::ffprobe(clips / left[0], "stream=width,height"), "");  // whole and readable
 }
 
 }  // namespace

@@ -11,22 +11,9 @@ namespace fs = std::filesystem;
 namespace qv {
 namespace {
 
-struct Answer {
-    int status = 0;
-    std::string lastLine;
-};
-
 // `prefix` runs in the same shell first (a ulimit).
-Answer quorvel(const std::string& args, const std::string& prefix = "") {
-    std::string cmd = prefix + "'" + std::string(QUORVEL_EXE) + "' --cli " + args + " 2>/dev/null";
-    FILE* pipe = popen(cmd.c_str(), "r");
-    std::string out;
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, pipe)) > 0) out.append(buf, n);
-    int status = pclose(pipe);
-    while (!out.empty() && out.back() == '\n') out.pop_back();
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out.substr(out.rfind('\n') + 1)};
+test::ShellAnswer quorvel(const std::string& args, const std::string& prefix = "") {
+    return test::runShell(prefix + "'" + std::string(QUORVEL_EXE) + "' --cli " + args);
 }
 
 class CliVideo : public ::testing::Test {
@@ -44,7 +31,7 @@ protected:
 
 TEST_F(CliVideo, TheRunsEditBecomesAVideoOfItsRange) {
     const fs::path video = dir_ / "montage.mov";
-    Answer r = quorvel(args(video.string(), "--montage '0:1,3:2' --range 2-4 --effets --son-camera"));
+    auto r = quorvel(args(video.string(), "--montage '0:1,3:2' --range 2-4 --effets --son-camera"));
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.lastLine, "Vidéo : " + video.string());
     ASSERT_TRUE(fs::exists(video));
@@ -54,7 +41,7 @@ TEST_F(CliVideo, TheRunsEditBecomesAVideoOfItsRange) {
 
 TEST_F(CliVideo, FailuresAreOneFrenchLineAndLeaveNoFile) {
     const fs::path video = dir_ / "montage.mp4";
-    Answer r = quorvel(args(video.string(), "--codec vp9"));
+    auto r = quorvel(args(video.string(), "--codec vp9"));
     EXPECT_EQ(r.status, 1);
     EXPECT_EQ(r.lastLine, "L'export vidéo a échoué : codec inconnu « vp9 » (h264, hevc ou prores).");
 

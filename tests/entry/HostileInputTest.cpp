@@ -11,11 +11,9 @@
 
 #include <chrono>
 #include <fcntl.h>
-#include <fstream>
 #include <functional>
 #include <thread>
 
-#include "base/Text.h"
 #include "support/Fixtures.h"
 #include "support/XmemlCheck.h"
 
@@ -42,11 +40,6 @@ struct ChildRun {
     int status = -1;
     std::string out, err;
 };
-
-std::string slurp(const fs::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-}
 
 // The executable with its address space held to 4 GB (AddressSanitizer's
 // shadow memory needs more, so a sanitised build runs without the limit).
@@ -80,8 +73,8 @@ ChildRun runProgram(const std::vector<std::string>& args, const fs::path& scratc
         if (std::chrono::steady_clock::now() > deadline) {
             kill(pid, SIGKILL);
             waitpid(pid, &status, 0);
-            r.out = slurp(outFile);
-            r.err = slurp(errFile);
+            r.out = test::readText(outFile);
+            r.err = test::readText(errFile);
             return r;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
@@ -89,14 +82,14 @@ ChildRun runProgram(const std::vector<std::string>& args, const fs::path& scratc
     r.finished = true;
     r.signalled = WIFSIGNALED(status);
     r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    r.out = slurp(outFile);
-    r.err = slurp(errFile);
+    r.out = test::readText(outFile);
+    r.err = test::readText(errFile);
     return r;
 }
 
 // What every written timeline must hold whatever its input.
 void expectSoundDocument(const fs::path& file) {
-    const auto problems = test::xmemlProblems(slurp(file));
+    const auto problems = test::xmemlProblems(test::readText(file));
     EXPECT_TRUE(problems.empty()) << test::joined(problems);
 }
 
@@ -104,24 +97,9 @@ struct Place {
     fs::path dir, set, out;
 };
 
-// A sound file or a clip, small, made by ffmpeg at run time.
-bool wav(const fs::path& f, double seconds = 3) {
-    fs::create_directories(f.parent_path());
-    return test::ffmpeg({"-f", "lavfi", "-i", "sine=f=300:r=48000:d=" + shortest(seconds), f.string()});
-}
-bool clip(const fs::path& f, double seconds = 3, const std::vector<std::string>& extra = {}) {
-    fs::create_directories(f.parent_path());
-    std::string d = shortest(seconds);
-    std::vector<std::string> a = {"-f", "lavfi", "-i", "color=c=red:s=64x36:r=25:d=" + d,
-                                  "-f", "lavfi", "-i", "sine=f=300:r=48000:d=" + d};
-    a.insert(a.end(), extra.begin(), extra.end());
-    a.insert(a.end(), {"-c:v", "libx264", "-preset", "ultrafast", "-pix_fmt", "yuv420p", "-shortest", f.string()});
-    return test::ffmpeg(a);
-}
-
 // Overwrites 32-bit fields of the named boxes of an MP4 (version 0 boxes).
 void patchBoxes(const fs::path& f, const std::string& box, size_t offset, uint32_t value) {
-    std::string bytes = slurp(f);
+    std::string bytes = test::readText(f);
     for (size_t at = bytes.find(box); at != std::string::npos; at = bytes.find(box, at + 4))
         for (int k = 0; k < 4; ++k) bytes[at + 4 + offset + k] = static_cast<char>(value >> (24 - 8 * k));
     test::writeText(f, bytes);
@@ -149,14 +127,14 @@ const std::vector<Case>& cases() {
              fs::create_directories(p.set / "Son 2");
              test::ffmpeg({"-f", "lavfi", "-i", "sine=f=300:r=48000:d=5", "-output_ts_offset", "1000000", "-c:a",
                            "aac", (p.set / "Son 2" / "tard.m4a").string()});
-             clip(p.set / "Cam 2" / "tard.mkv", 5, {"-itsoffset", "1000000"});
+             test::makeClip(p.set / "Cam 2" / "tard.mkv", 5, true, {"-itsoffset", "1000000"});
          },
          plain, 0, {"[SON] Son 2 : 1 fichiers, 5 s\n"}, {}, true},
         {"WAV claiming 1 Hz",
          [](const Place& p) {
              fs::path f = p.set / "Son 2" / "un hertz.wav";
-             wav(f, 17);
-             std::string b = slurp(f);
+             test::makeWav(f, 17);
+             std::string b = test::readText(f);
              size_t fmt = b.find("fmt ");
              for (size_t at : {fmt + 12, fmt + 16})
                  for (int k = 0; k < 4; ++k) b[at + k] = k == 0 ? char(at == fmt + 12 ? 1 : 2) : '\0';
@@ -167,7 +145,7 @@ const std::vector<Case>& cases() {
         {"MP4 claiming 50 days",
          [](const Place& p) {
              fs::path f = p.set / "Cam 2" / "cinquante jours.mp4";
-             clip(f, 11);
+             test::makeClip(f, 11);
              patchBoxes(f, "mvhd", 16, 1000u * 50 * 86400);
              patchBoxes(f, "mdhd", 16, 0xFFFFFFF0u);
          },
@@ -206,8 +184,8 @@ const std::vector<Case>& cases() {
         // Every refused file is named, and a camera stays a camera.
         {"truncated, empty and text files in a camera folder",
          [](const Place& p) {
-             clip(p.dir / "entier.mp4", 3);
-             std::string whole = slurp(p.dir / "entier.mp4");
+             test::makeClip(p.dir / "entier.mp4", 3);
+             std::string whole = test::readText(p.dir / "entier.mp4");
              fs::create_directories(p.set / "Cam 3");
              test::writeText(p.set / "Cam 3" / "clip 1.mp4", whole.substr(0, whole.size() / 2));
              test::writeText(p.set / "Cam 3" / "clip 2.mp4", "");
@@ -223,7 +201,7 @@ const std::vector<Case>& cases() {
              if (geteuid() == 0) {  // root reads any folder; a link to itself it cannot
                  fs::create_symlink("Cam 5", p.set / "Cam 5");
              } else {
-                 clip(p.set / "Cam 5" / "a.mp4");
+                 test::makeClip(p.set / "Cam 5" / "a.mp4", 3);
                  fs::permissions(p.set / "Cam 5", fs::perms::none);
              }
          },
@@ -244,7 +222,7 @@ const std::vector<Case>& cases() {
          },
          plain, 0, {"[CAM] Cam <2> & \"x\" : 1 fichiers, 11 s\n", "a\\xff\\x01<&>\\nb.mp4"}, {}, true,
          [](const Place& p, const ChildRun&) {
-             std::string xml = slurp(p.out);
+             std::string xml = test::readText(p.out);
              EXPECT_NE(xml.find("a\xEF\xBF\xBD\xEF\xBF\xBD&lt;&amp;&gt;\xEF\xBF\xBD" "b.mp4"), std::string::npos);
              EXPECT_NE(xml.find("Cam%20%3C2%3E%20&amp;%20%22x%22/a%FF%01%3C&amp;%3E%0Ab.mp4"), std::string::npos);
          }},
@@ -261,7 +239,7 @@ const std::vector<Case>& cases() {
          [](const Place& p) { test::writeText(p.dir / "notes.txt", "mes notes"); },
          {"--cli", "{set}", "{dir}/notes.txt"}, 1, {},
          {"Erreur d'écriture : {dir}/notes.txt n'est pas un fichier XML, il n'est pas remplacé\n"}, false,
-         [](const Place& p, const ChildRun&) { EXPECT_EQ(slurp(p.dir / "notes.txt"), "mes notes"); }},
+         [](const Place& p, const ChildRun&) { EXPECT_EQ(test::readText(p.dir / "notes.txt"), "mes notes"); }},
         {"output is an older XML, replaced",
          [](const Place& p) { test::writeText(p.out, "<?xml version=\"1.0\"?><vieux/>"); }, plain, 0, {}, {}, true},
         {"output in a folder that does not exist",

@@ -5,6 +5,7 @@
 
 #include "base/Text.h"
 #include "export/PremiereExport.h"
+#include "support/MontageSet.h"
 #include "support/XmemlCheck.h"
 
 namespace qv {
@@ -12,20 +13,6 @@ namespace {
 
 using namespace PremiereExport;
 using Mode = AudioSettings::Mode;
-
-MediaItem clipFile(const std::string& path, double duration, int channels) {
-    MediaItem m;
-    m.id = Uuid::make();
-    m.url = path;
-    m.duration = duration;
-    m.hasVideo = path.ends_with(".mov");
-    m.frameRate = m.hasVideo ? 25 : 0;
-    m.width = m.hasVideo ? 1920 : 0;
-    m.height = m.hasVideo ? 1080 : 0;
-    m.audioChannels = channels;
-    m.sampleRate = 48000;
-    return m;
-}
 
 pugi::xml_document parse(const std::string& text) {
     pugi::xml_document doc;
@@ -35,33 +22,13 @@ pugi::xml_document parse(const std::string& text) {
 
 std::string textAt(pugi::xml_node n, const char* xpath) { return n.select_node(xpath).node().text().get(); }
 
-// Two cameras and a table recorder over 60 s. Camera A has a stereo file
-// ending exactly at the cut of 45 s and a second file from 50 s; camera B is
-// mono from 5 to 58 s. Plans: A 0-15, B 15-25, A 25-45, B 45-55, A 55-60.
-struct Montage : ::testing::Test {
-    std::vector<MediaSource> sources{{Uuid::make(), "Cam A", SourceKind::camera, {}, {}},
-                                     {Uuid::make(), "Cam B", SourceKind::camera, {}, {}},
-                                     {Uuid::make(), "Table", SourceKind::audio, {}, {}}};
-    SyncResult result;
-    std::vector<Segment> plans;
+struct Montage : ::testing::Test, test::MontageSet {
+    Montage() : MontageSet("Cam B", "/set/Cam A/A1.mov", "/set/Cam B/B.mov", "/set/Table/mix.wav") {}
+    std::vector<Segment> plans = usualPlans();
     AudioSettings audio;
     ResolvedEffect effect;  // what every plan gets
     std::map<Uuid, CameraFrame> framing;
     OutputFormat format = OutputFormat::landscape;
-
-    void SetUp() override {
-        auto place = [&](int s, MediaItem m, double at) {
-            result.placed.push_back({s, m, at, {}, {}, false, {}, {}, {}});
-        };
-        place(2, clipFile("/set/Table/mix.wav", 60, 2), 0);
-        place(0, clipFile("/set/Cam A/A1.mov", 45, 2), 0);
-        place(1, clipFile("/set/Cam B/B.mov", 53, 1), 5);
-        place(0, clipFile("/set/Cam A/A2.mov", 10, 2), 50);
-        std::vector<Cut> cuts;
-        for (auto [t, cam] : {std::pair{0.0, 0}, {15.0, 1}, {25.0, 0}, {45.0, 1}, {55.0, 0}})
-            cuts.push_back({Uuid::make(), t, cam, {}, {}});
-        plans = Segment::build(cuts, 60);
-    }
 
     pugi::xml_document write(TimeRange range, std::set<Uuid> muted = {}, std::map<Uuid, double> levels = {}) {
         return parse(makeMontageXML("Set - MONTAGE", sources, result, plans, {0, 1}, range, levels, muted, audio, {},
@@ -171,7 +138,7 @@ TEST(MontageTracks, OneVideoTrackPerCameraKeepsEmptyOnes) {
     const std::vector<int> used{0, 1, 3, 4, 6, 7};  // cameras 2 and 5 never shown
     for (int c = 0; c < 8; ++c) {
         sources.push_back({Uuid::make(), "Cam " + std::to_string(c), SourceKind::camera, {}, {}});
-        MediaItem file = clipFile("/set/c" + std::to_string(c) + ".mov", 60, c == 3 ? 0 : 2);
+        MediaItem file = test::mediaFile("/set/c" + std::to_string(c) + ".mov", 60, c == 3 ? 0 : 2);
         result.placed.push_back({c, file, 0, {}, {}, false, {}, {}, {}});
     }
     for (size_t i = 0; i < used.size(); ++i) cuts.push_back({Uuid::make(), 10.0 * i, used[i], {}, {}});
@@ -218,12 +185,6 @@ TEST_F(Montage, FullCommandLineMontageIsWellFormed) {
         EXPECT_EQ(bool(c.node().select_node(".//parameter[parameterid='rotation']")), shaken);
     }
 }
-
-}  // namespace
-}  // namespace qv
-
-namespace qv {
-namespace {
 
 // A camera whose clock runs 1000 ppm fast: each plan takes its in-point
 // from where the camera is at the plan's middle, 40 ms further into the

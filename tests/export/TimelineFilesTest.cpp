@@ -11,6 +11,7 @@
 #include "base/Text.h"
 #include "export/MltExport.h"
 #include "export/OtioExport.h"
+#include "support/MontageSet.h"
 #include "support/TimelineCheck.h"
 
 namespace qv {
@@ -22,47 +23,15 @@ using Mode = AudioSettings::Mode;
 const std::string fileA1 = "/set/Cam A/l'été \"live\" & co.mov";
 const std::string fileB = "/set/Cam B/b\xff\xfe caméra.mov";  // not UTF-8
 
-MediaItem file(const std::string& path, double duration, int channels) {
-    MediaItem m;
-    m.id = Uuid::make();
-    m.url = path;
-    m.duration = duration;
-    m.hasVideo = path.ends_with(".mov");
-    m.frameRate = m.hasVideo ? 25 : 0;
-    m.width = m.hasVideo ? 1920 : 0;
-    m.height = m.hasVideo ? 1080 : 0;
-    m.audioChannels = channels;
-    m.sampleRate = 48000;
-    return m;
-}
-
-// Two cameras and a stereo table over 60 s: camera A a file to 45 s and one
-// from 50 s, camera B mono from 5 to 58 s. Plans A 0-15, B 15-25, A 25-45,
-// B 45-55, A 55-60.
-struct TimelineFiles : ::testing::Test {
-    std::vector<MediaSource> sources{{Uuid::make(), "Cam A", SourceKind::camera, {}, {}},
-                                     {Uuid::make(), "Cam \xff B", SourceKind::camera, {}, {}},
-                                     {Uuid::make(), "Table", SourceKind::audio, {}, {}}};
-    SyncResult result;
+// The montage set with a camera and files whose names are hard to write.
+struct TimelineFiles : ::testing::Test, test::MontageSet {
+    TimelineFiles() : MontageSet("Cam \xff B", fileA1, fileB, "/set/Table/mix 1.wav") {}
     AudioSettings audio;
     std::vector<TimelineMarker> drops{{12.5, "Drop 1"}, {37, "Drop 2 « fort »"}};  // on the timeline
 
-    void SetUp() override {
-        auto place = [&](int s, MediaItem m, double at) {
-            result.placed.push_back({s, m, at, {}, {}, false, {}, {}, {}});
-        };
-        place(2, file("/set/Table/mix 1.wav", 60, 2), 0);
-        place(0, file(fileA1, 45, 2), 0);
-        place(1, file(fileB, 53, 1), 5);
-        place(0, file("/set/Cam A/A2.mov", 10, 2), 50);
-    }
-    std::vector<Segment> plans(std::vector<std::pair<double, int>> cuts) {
-        std::vector<Cut> list;
-        for (auto [t, cam] : cuts) list.push_back({Uuid::make(), t, cam, {}, {}});
-        return Segment::build(list, 60);
-    }
+    static std::vector<Segment> plans(const std::vector<std::pair<double, int>>& cuts) { return test::plans(cuts, 60); }
     Timeline montage(TimeRange range, std::vector<Segment> edit = {}, std::map<Uuid, double> levels = {}) {
-        if (edit.empty()) edit = plans({{0, 0}, {15, 1}, {25, 0}, {45, 1}, {55, 0}});
+        if (edit.empty()) edit = usualPlans();
         return montageTimeline(sources, result, edit, {0, 1}, range, levels, audio, {},
                                [](const Segment&) { return ResolvedEffect{}; }, false);
     }

@@ -14,8 +14,7 @@
 #include "app/ClockPlayer.h"
 #include "app/VirtualMainThread.h"
 #include "persistence/ProjectStore.h"
-#include "support/Fixtures.h"
-#include "support/TempHome.h"
+#include "support/WindowRig.h"
 #include "ui/ContentView.h"
 #include "ui/MainWindow.h"
 #include "ui/ScreenModel.h"
@@ -27,54 +26,17 @@ using namespace qv::ui;
 
 namespace {
 
-struct NoDialogs : Dialogs {
-    int alert(const std::string&, const std::string&, const std::vector<std::string>&) override { return -1; }
-    std::optional<std::filesystem::path> chooseFolder(const std::string&) override { return std::nullopt; }
-    std::optional<std::filesystem::path> chooseFile(const std::string&, const std::vector<std::string>&) override {
-        return std::nullopt;
-    }
-    std::optional<std::filesystem::path> saveFile(const std::string&, const std::string&, const std::string&,
-                                                  const std::filesystem::path&) override {
-        return std::nullopt;
-    }
-};
+using test::drag;
+using test::send;
 
-struct NoViewer : FileViewer {
-    void showItems(const std::vector<std::filesystem::path>&) override {}
-    void open(const std::filesystem::path&) override {}
-};
-
-void send(QWidget* w, QEvent::Type type, QPointF at, Qt::MouseButtons buttons) {
-    QMouseEvent e(type, at, w->mapToGlobal(at), Qt::LeftButton, buttons, Qt::NoModifier);
-    QCoreApplication::sendEvent(w, &e);
-}
-
-struct Rig {
-    TempHome home;
-    VirtualMainThread main;
-    NoDialogs dialogs;
-    NoViewer viewer;
-    AppSettings settings{home.root() / "config" / "settings.json"};
-    AppModel model{AppModel::Services{main, dialogs, viewer, settings, ClockPlayer::factory(), nullptr, {}}};
-    ModelObject object{model};
-    MainWindow window{model, object};
+struct Rig : test::WindowRig {
     double doubtful = 0;  // where the sound put the file in doubt
-
-    bool settle() {
-        if (!main.waitUntil([this] { return !model.isWorking() && model.player(); })) return false;
-        main.drain();
-        QCoreApplication::processEvents();
-        return true;
-    }
 
     // Opens the "tiny" set (two cameras, one file each, and a recorder);
     // then Cam 1's file stands AMBIGU with three proposed starts, the best
     // where the sound placed it, and Cam 2's file waits unplaced.
     bool open() {
-        const auto set = test::generatedSet("tiny", 11);
-        if (set.empty()) return false;
-        model.open(set, true);
-        if (!settle()) return false;
+        if (!openSet("tiny", 11)) return false;
         SyncResult r = *model.result();
         SyncResult given;
         for (PlacedItem p : r.placed) {
@@ -173,16 +135,12 @@ private slots:
         // Taken in its middle, let go 6 points short of the start 1.5 s later: it lands on it.
         const QPointF from = file->rect.center();
         const QPointF to = from + QPointF(1.5 * pps - 6, 0);
-        send(tl, QEvent::MouseButtonPress, from, Qt::LeftButton);
-        for (int step = 1; step <= 4; ++step) send(tl, QEvent::MouseMove, from + (to - from) * step / 4.0, Qt::LeftButton);
-        send(tl, QEvent::MouseButtonRelease, to, Qt::NoButton);
+        drag(tl, from, to, 4);
         QCOMPARE(rig.placed("Cam 1")->start, rig.doubtful + 1.5);
         // Far from every proposed start it stays where it is let go.
         file = rig.handFile("Cam 1");
         const QPointF again = file->rect.center();
-        send(tl, QEvent::MouseButtonPress, again, Qt::LeftButton);
-        send(tl, QEvent::MouseMove, again + QPointF(-30, 0), Qt::LeftButton);
-        send(tl, QEvent::MouseButtonRelease, again + QPointF(-30, 0), Qt::NoButton);
+        drag(tl, again, again + QPointF(-30, 0), 1);
         QVERIFY(std::abs(rig.placed("Cam 1")->start - (rig.doubtful + 1.5 - 30 / pps)) < 1e-6);
         // A click without a move places nothing.
         const size_t history = rig.model.edit().history().size();
@@ -196,10 +154,7 @@ private slots:
         const double truth = waiting->candidates.front().start;
         const QPointF chip = waiting->rect.center();
         const QPointF drop(tl->xOf(truth) + 5, chip.y());
-        send(tl, QEvent::MouseButtonPress, chip, Qt::LeftButton);
-        send(tl, QEvent::MouseMove, (chip + drop) / 2, Qt::LeftButton);
-        send(tl, QEvent::MouseMove, drop, Qt::LeftButton);
-        send(tl, QEvent::MouseButtonRelease, drop, Qt::NoButton);
+        drag(tl, chip, drop, 2);
         QVERIFY(rig.placed("Cam 2") && rig.placed("Cam 2")->byHand);
         QCOMPARE(rig.placed("Cam 2")->start, truth);
         QVERIFY(rig.model.result()->unsynced.empty());

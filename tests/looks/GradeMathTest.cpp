@@ -43,31 +43,21 @@ TEST(GradeMath, SingleControlsMoveColoursTheRightWay) {
     EXPECT_GT(minus.r, minus.g);  // 330° is a magenta-red
 }
 
-TEST(GradeMath, CubeWalksBlueOuterAndMatchesApply) {
-    const ColorGrade g = kStrong;
-    std::vector<float> data = GradeMath::cubeData(g, 5);
-    CubeLUT lut = GradeMath::cubeLUT(g, 5);
-    ASSERT_EQ(data.size(), size_t(5 * 5 * 5 * 4));
-    for (int i = 0; i < 5 * 5 * 5; ++i) {
-        Rgb want = GradeMath::apply(i % 5 / 4.0, i / 5 % 5 / 4.0, i / 25 / 4.0, g);
-        ASSERT_EQ(data[size_t(i) * 4], float(want.r));
-        ASSERT_EQ(data[size_t(i) * 4 + 2], float(want.b));
-        ASSERT_EQ(data[size_t(i) * 4 + 3], 1.0f);
-        ASSERT_EQ(lut.values[size_t(i) * 3 + 1], float(want.g));
-    }
-}
-
-// The size the exports bake, every point where the maths puts it; its speed
-// is bench/cube_bake_bench's.
-TEST(GradeMath, ThirtyThreePointCubeHoldsEveryPointOfTheGrade) {
+// The size the exports bake, red fastest and blue outer, every point where
+// the maths puts it; its speed is bench/cube_bake_bench's.
+TEST(GradeMath, CubeHoldsEveryPointOfTheGradeBlueOuter) {
     ASSERT_EQ(GradeMath::kCubeSize, 33);
     const std::vector<float> data = GradeMath::cubeData(kStrong, 33);
+    const CubeLUT lut = GradeMath::cubeLUT(kStrong, 33);
     ASSERT_EQ(data.size(), size_t(33 * 33 * 33 * 4));
+    ASSERT_EQ(lut.values.size(), size_t(33 * 33 * 33 * 3));
     for (int i = 0; i < 33 * 33 * 33; ++i) {
         const Rgb want = GradeMath::apply(i % 33 / 32.0, i / 33 % 33 / 32.0, i / (33 * 33) / 32.0, kStrong);
         ASSERT_EQ(data[size_t(i) * 4], float(want.r)) << i;
         ASSERT_EQ(data[size_t(i) * 4 + 1], float(want.g)) << i;
         ASSERT_EQ(data[size_t(i) * 4 + 2], float(want.b)) << i;
+        ASSERT_EQ(data[size_t(i) * 4 + 3], 1.0f) << i;
+        ASSERT_EQ(lut.values[size_t(i) * 3 + 1], float(want.g)) << i;
     }
 }
 

@@ -13,8 +13,7 @@
 #include "app/VirtualMainThread.h"
 #include "base/Text.h"
 #include "persistence/ProjectStore.h"
-#include "support/Fixtures.h"
-#include "support/TempHome.h"
+#include "support/WindowRig.h"
 #include "ui/ColorPanel.h"
 #include "ui/DropClipsBox.h"
 #include "ui/MainWindow.h"
@@ -28,19 +27,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-struct NoDialogs : Dialogs {
-    int alert(const std::string&, const std::string&, const std::vector<std::string>&) override { return -1; }
-    std::optional<fs::path> chooseFolder(const std::string&) override { return std::nullopt; }
-    std::optional<fs::path> chooseFile(const std::string&, const std::vector<std::string>&) override { return std::nullopt; }
-    std::optional<fs::path> saveFile(const std::string&, const std::string&, const std::string&, const fs::path&) override {
-        return std::nullopt;
-    }
-};
-
-struct NoViewer : FileViewer {
-    void showItems(const std::vector<fs::path>&) override {}
-    void open(const fs::path&) override {}
-};
+using test::NoDialogs;
+using test::NoViewer;
 
 // A video export that runs until the test ends it.
 struct HeldExporter : VideoExporter {

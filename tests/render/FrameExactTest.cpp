@@ -7,8 +7,6 @@
 #include <cmath>
 
 #include "render/RenderFixtures.h"
-#include "setgen/FrameCode.h"
-#include "support/Fixtures.h"
 
 namespace qv {
 namespace {
@@ -33,48 +31,8 @@ TEST(FrameExact, EveryOutputFrameIsItsPlansCameraAtTheSetTime) {
     auto out = test::exportNow(exporter, scheduler, job, VideoCodec::h264, dir / "cuts.mp4");
     ASSERT_TRUE(out.ok()) << out.error().message;
 
-    // What each camera's files are: rate and place.
-    struct File {
-        int camera, clip;
-        double at, fps, duration;
-    };
-    std::vector<File> files;
-    for (const PlacedItem& p : job.result.placed) {
-        if (!p.item.hasVideo) continue;
-        int camera = static_cast<int>(std::find(job.cameraSources.begin(), job.cameraSources.end(), p.sourceIndex) -
-                                      job.cameraSources.begin());
-        int clip = p.item.fileName() == "clip 2.mp4" ? 2 : 1;
-        files.push_back({camera + 1, clip, p.start, p.item.frameRate, p.item.duration});
-    }
-
-    auto reader = media::VideoReader::open(*out);
-    ASSERT_TRUE(reader.ok());
     const long frames = std::lround((17.3 - 2.3) * 25);
-    int black = 0;
-    for (long n = 0; n < frames; ++n) {
-        const double t = n / 25.0, setTime = t + 2.3;
-        auto pic = reader->frameAt(t + 0.02);
-        ASSERT_TRUE(pic.ok());
-        const auto& f = (*pic)->frame;
-        auto code = setgen::framecode::read(f.pixels.data(), f.width, f.height, f.width * 4);
-        // The plan on screen and that camera's file under the set time.
-        const Segment* plan = nullptr;
-        for (const Segment& s : job.segments)
-            if (s.start <= setTime + 0.0005) plan = &s;
-        ASSERT_NE(plan, nullptr);
-        const File* file = nullptr;
-        for (const File& x : files)
-            if (x.camera == plan->camera + 1 && x.at <= setTime && setTime < x.at + x.duration) file = &x;
-        if (!file) {
-            EXPECT_FALSE(code.has_value()) << "frame " << n << " should be black";
-            ++black;
-            continue;
-        }
-        ASSERT_TRUE(code.has_value()) << "frame " << n;
-        EXPECT_EQ(code->camera, file->camera) << "frame " << n;
-        EXPECT_EQ(code->clip, file->clip) << "frame " << n;
-        EXPECT_EQ(code->frame, static_cast<long>(std::floor((setTime - file->at) * file->fps + 1e-4))) << "frame " << n;
-    }
+    const int black = test::checkFrameCodes(*out, job, 2.3, frames, 25);
     EXPECT_EQ(black, 13);  // set times 9.5 to 10.0 s on camera 1
 
     // What ffprobe reads: codec, size, rate, length within a frame, stereo.

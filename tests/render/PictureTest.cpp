@@ -7,44 +7,22 @@
 
 #include "looks/GradeMath.h"
 #include "render/RenderFixtures.h"
-#include "support/Fixtures.h"
 
 namespace qv {
 namespace {
 
 namespace fs = std::filesystem;
 
-class ExportPicture : public ::testing::Test {
+class ExportPicture : public test::OneCameraPicture {
 protected:
-    void SetUp() override {
-        if (!test::haveFFmpeg()) GTEST_SKIP() << "ffmpeg missing";
-        fs::create_directories(dir_ / "set" / "Cam 1");
-    }
-    // A 4 s camera file at 320×180 drawn by `boxes` (drawbox filters).
-    void camera(const std::string& background, const std::string& boxes) {
-        ASSERT_TRUE(test::ffmpeg({"-f", "lavfi", "-i", "color=" + background + ":s=320x180:r=25:d=4", "-f", "lavfi",
-                                  "-i", "anullsrc=r=48000:cl=stereo", "-vf", boxes, "-c:v", "libx264", "-crf", "0",
-                                  "-pix_fmt", "yuv444p", "-c:a", "aac", "-t", "4",
-                                  (dir_ / "set" / "Cam 1" / "a.mp4").string()}));
-    }
-    VideoRender::Job job() {
-        auto j = test::jobAt(dir_ / "set", {{"Cam 1/a.mp4", 0}});
-        j.segments = test::plans({{0, 0}}, 4);
-        j.planEffects.resize(j.segments.size());
-        return j;
-    }
     media::RgbaFrame frameOf(VideoRender::Job j, VideoCodec codec, double t) {
         test::ManualScheduler scheduler;
         VideoExportSession exporter(scheduler);
         fs::path target = dir_ / (codec == VideoCodec::prores ? "out.mov" : "out.mp4");
         auto out = test::exportNow(exporter, scheduler, std::move(j), codec, target);
         EXPECT_TRUE(out.ok()) << (out.ok() ? "" : out.error().message);
-        if (!out) return {};
-        auto reader = media::VideoReader::open(*out);
-        return reader->frameAt(t).value()->frame;
+        return out ? frameAt(*out, t) : media::RgbaFrame{};
     }
-    static int green(const media::RgbaFrame& f, int x, int y) { return f.pixels[(static_cast<size_t>(y) * f.width + x) * 4 + 1]; }
-    test::TempDir dir_;
 };
 
 TEST_F(ExportPicture, AZoomInARangeStandsWhereItsCurveIsAtTheSetTime) {
@@ -56,12 +34,10 @@ TEST_F(ExportPicture, AZoomInARangeStandsWhereItsCurveIsAtTheSetTime) {
     const double t = 0.6;  // output time; the set is at 1.6 s of the 4 s plan
     auto f = frameOf(j, VideoCodec::h264, t + 0.02);
     ASSERT_EQ(f.width, 320);
-    int width = 0;
-    for (int x = 0; x < f.width; ++x) width += green(f, x, 90) > 128;
     const double expected = MotionFX::sample(j.planEffects[0], 1.6, 4, j.effects).scale;
     const double early = MotionFX::sample(j.planEffects[0], 0.6, 4, j.effects).scale;
     ASSERT_GT(expected - early, 0.2);  // the two readings are far apart
-    EXPECT_NEAR(width / 40.0, expected, 0.05);
+    EXPECT_NEAR(litWidth(f, 90) / 40.0, expected, 0.05);
 }
 
 TEST_F(ExportPicture, AVerticalExportIsFullHdStandingWithTheCropWhereReframeSaysIt) {
@@ -74,26 +50,17 @@ TEST_F(ExportPicture, AVerticalExportIsFullHdStandingWithTheCropWhereReframeSays
     auto f = frameOf(j, VideoCodec::h264, 0.2);
     ASSERT_EQ(f.width, 1080);
     ASSERT_EQ(f.height, 1920);
-    int first = -1;
-    for (int x = 0; x < f.width && first < 0; ++x)
-        if (green(f, x, 960) > 128) first = x;
     const auto p = Reframe::place({320, 180}, {1080, 1920}, left);
     const double expected = 540 + p.x * 1080 + (40 - 160) * p.scale;
-    EXPECT_NEAR(first, expected, 3);
+    EXPECT_NEAR(firstLit(f, 960), expected, 3);
 }
 
 TEST_F(ExportPicture, AGradedCameraMatchesTheGradeMathWithinTwoLevels) {
-    camera("0x808080", "drawbox=x=0:y=0:w=80:h=180:color=0xc04020:t=fill,"
-                       "drawbox=x=80:y=0:w=80:h=180:color=0x20a060:t=fill,"
-                       "drawbox=x=160:y=0:w=80:h=180:color=0x3050c0:t=fill");
-    auto source = media::decodeVideoFrame(dir_ / "set" / "Cam 1" / "a.mp4", 1.0);
+    bars();
+    auto source = media::decodeVideoFrame(dir_ / "set" / kFile, 1.0);
     ASSERT_TRUE(source.ok());
     VideoRender::Job j = job();
-    ColorGrade grade;
-    grade.contrast = 25;
-    grade.saturation = 140;
-    grade.temperature = 20;
-    grade.exposure = 0.3;
+    const ColorGrade grade = someGrade();
     j.looks.enabled = true;
     j.looks.grades[0] = grade;
     auto f = frameOf(j, VideoCodec::prores, 1.0);

@@ -2,7 +2,11 @@
 // running an exporter to its end, and reading an output back.
 #pragma once
 
+#include <gtest/gtest.h>
+
+#include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -14,6 +18,9 @@
 #include "platform/MediaReader.h"
 #include "platform/Process.h"
 #include "render/VideoExportSession.h"
+#include "setgen/FrameCode.h"
+#include "support/Fixtures.h"
+#include "support/MontageSet.h"
 #include "sync/MediaScanner.h"
 
 namespace qv::test {
@@ -50,18 +57,6 @@ inline std::map<std::string, double> truthStarts(const std::filesystem::path& se
     return starts;
 }
 
-// Cuts at (time, camera) over `duration`.
-inline std::vector<Segment> plans(const std::vector<std::pair<double, int>>& cuts, double duration) {
-    std::vector<Cut> list;
-    for (auto [t, c] : cuts) {
-        Cut cut;
-        cut.time = t;
-        cut.camera = c;
-        list.push_back(cut);
-    }
-    return Segment::build(list, duration);
-}
-
 // Runs one export to its end on a virtual main thread; the outcome `done` gave.
 inline Result<std::filesystem::path> exportNow(VideoExportSession& exporter, ManualScheduler& scheduler,
                                                VideoRender::Job job, VideoCodec codec, const std::filesystem::path& to,
@@ -84,14 +79,124 @@ inline Result<std::filesystem::path> exportNow(VideoExportSession& exporter, Man
     return std::move(*outcome);
 }
 
-// ffprobe's answer for one field of the first stream of `kind` ("v", "a").
-inline std::string probeField(const std::filesystem::path& file, const std::string& kind, const std::string& field) {
-    auto out = process::run("/usr/bin/ffprobe", {"-v", "error", "-select_streams", kind + ":0", "-show_entries",
-                                                 "stream=" + field, "-of", "default=nw=1:nk=1", file.string()});
-    if (!out) return {};
-    std::string s = out->out;
-    while (!s.empty() && (s.back() == '\n' || s.back() == '\r')) s.pop_back();
-    return s;
+// Reads the frame code of each of the `frames` frames of `video`, made from
+// `job` at `rate` fps from set time `from`: each must show its plan's camera,
+// the right file, and that file's frame for the set time (within `slack`
+// frames; 0 asks for the exact frame), or be black where that camera films
+// nothing. Returns how many frames were black.
+inline int checkFrameCodes(const std::filesystem::path& video, const VideoRender::Job& job, double from, long frames,
+                           double rate, double slack = 0, const std::string& label = {}) {
+    struct File {
+        int camera, clip;
+        double at, fps, duration;
+    };
+    std::vector<File> files;
+    for (const PlacedItem& p : job.result.placed) {
+        if (!p.item.hasVideo) continue;
+        const auto camera = std::find(job.cameraSources.begin(), job.cameraSources.end(), p.sourceIndex) -
+                            job.cameraSources.begin();
+        const std::string name = p.item.fileName();  // "clip 2.mp4"
+        files.push_back({static_cast<int>(camera) + 1, std::stoi(name.substr(name.find(' ') + 1)), p.start,
+                         p.item.frameRate, p.item.duration});
+    }
+    auto reader = media::VideoReader::open(video);
+    if (!reader) {
+        ADD_FAILURE() << label << " unreadable";
+        return -1;
+    }
+    int black = 0;
+    for (long n = 0; n < frames; ++n) {
+        const double t = n / rate, setTime = t + from;
+        auto pic = reader->frameAt(t + 0.5 / rate);
+        if (!pic) {
+            ADD_FAILURE() << label << " frame " << n << " unreadable";
+            return -1;
+        }
+        const auto& f = (*pic)->frame;
+        auto code = setgen::framecode::read(f.pixels.data(), f.width, f.height, f.width * 4);
+        const Segment* plan = nullptr;
+        for (const Segment& s : job.segments)
+            if (s.start <= setTime + 0.0005) plan = &s;
+        if (!plan) {
+            ADD_FAILURE() << label << " frame " << n << " has no plan";
+            return -1;
+        }
+        const File* file = nullptr;
+        for (const File& x : files)
+            if (x.camera == plan->camera + 1 && x.at <= setTime && setTime < x.at + x.duration) file = &x;
+        if (!file) {
+            EXPECT_FALSE(code.has_value()) << label << " frame " << n << " should be black";
+            ++black;
+            continue;
+        }
+        if (!code) {
+            ADD_FAILURE() << label << " frame " << n << " has no frame code";
+            continue;
+        }
+        EXPECT_EQ(code->camera, file->camera) << label << " frame " << n;
+        EXPECT_EQ(code->clip, file->clip) << label << " frame " << n;
+        const double expected = (setTime - file->at) * file->fps;
+        if (slack == 0) EXPECT_EQ(code->frame, static_cast<long>(std::floor(expected + 1e-4))) << label << " frame " << n;
+        else EXPECT_NEAR(code->frame, expected, slack) << label << " frame " << n;
+    }
+    return black;
 }
+
+// One 4 s camera file at 320×180 drawn by ffmpeg's drawbox filters, in a
+// file whose name an XML writer must escape, and a one-plan job over it.
+class OneCameraPicture : public ::testing::Test {
+protected:
+    static constexpr const char* kFile = "Cam 1/a & \"é\".mp4";
+    void SetUp() override {
+        if (!haveFFmpeg()) GTEST_SKIP() << "ffmpeg missing";
+        std::filesystem::create_directories(dir_ / "set" / "Cam 1");
+    }
+    void camera(const std::string& background, const std::string& boxes) {
+        ASSERT_TRUE(ffmpeg({"-f", "lavfi", "-i", "color=" + background + ":s=320x180:r=25:d=4", "-f", "lavfi", "-i",
+                            "anullsrc=r=48000:cl=stereo", "-vf", boxes, "-c:v", "libx264", "-crf", "0", "-pix_fmt",
+                            "yuv444p", "-c:a", "aac", "-t", "4", (dir_.path() / "set" / kFile).string()}));
+    }
+    // Three upright bars of colour on grey, for the grade.
+    void bars() {
+        camera("0x808080", "drawbox=x=0:y=0:w=80:h=180:color=0xc04020:t=fill,"
+                           "drawbox=x=80:y=0:w=80:h=180:color=0x20a060:t=fill,"
+                           "drawbox=x=160:y=0:w=80:h=180:color=0x3050c0:t=fill");
+    }
+    static ColorGrade someGrade() {
+        ColorGrade grade;
+        grade.contrast = 25;
+        grade.saturation = 140;
+        grade.temperature = 20;
+        grade.exposure = 0.3;
+        return grade;
+    }
+    VideoRender::Job job() {
+        auto j = jobAt(dir_ / "set", {{kFile, 0}});
+        j.segments = plans({{0, 0}}, 4);
+        j.planEffects.resize(j.segments.size());
+        return j;
+    }
+    static media::RgbaFrame frameAt(const std::filesystem::path& video, double t) {
+        auto reader = media::VideoReader::open(video);
+        if (!reader) return {};
+        auto f = reader->frameAt(t);
+        return f ? (*f)->frame : media::RgbaFrame{};
+    }
+    static int green(const media::RgbaFrame& f, int x, int y) {
+        return f.pixels[(static_cast<size_t>(y) * f.width + x) * 4 + 1];
+    }
+    // Width in pixels of the lit part of row `y`, and the first lit column.
+    static int litWidth(const media::RgbaFrame& f, int y) {
+        int width = 0;
+        for (int x = 0; x < f.width; ++x) width += green(f, x, y) > 128;
+        return width;
+    }
+    static int firstLit(const media::RgbaFrame& f, int y) {
+        for (int x = 0; x < f.width; ++x)
+            if (green(f, x, y) > 128) return x;
+        return -1;
+    }
+    TempDir dir_;
+};
 
 }  // namespace qv::test

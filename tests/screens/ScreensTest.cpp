@@ -9,12 +9,13 @@
 #include <QVBoxLayout>
 #include <QtTest>
 #include <cmath>
+#include <tuple>
 
 #include "app/AppModel.h"
 #include "app/ClockPlayer.h"
 #include "app/VirtualMainThread.h"
-#include "support/Fixtures.h"
-#include "support/TempHome.h"
+#include "support/MontageSet.h"
+#include "support/WindowRig.h"
 #include "ui/Capture.h"
 #include "ui/Application.h"
 #include "ui/ContentView.h"
@@ -33,56 +34,11 @@ using namespace qv::ui;
 
 namespace {
 
-struct NoDialogs : Dialogs {
-    int alert(const std::string&, const std::string&, const std::vector<std::string>&) override { return -1; }
-    std::optional<std::filesystem::path> chooseFolder(const std::string&) override { return std::nullopt; }
-    std::optional<std::filesystem::path> chooseFile(const std::string&, const std::vector<std::string>&) override {
-        return std::nullopt;
-    }
-    std::optional<std::filesystem::path> saveFile(const std::string&, const std::string&, const std::string&,
-                                                  const std::filesystem::path&) override {
-        return std::nullopt;
-    }
-};
+using test::cutAt;
 
-struct NoViewer : FileViewer {
-    void showItems(const std::vector<std::filesystem::path>&) override {}
-    void open(const std::filesystem::path&) override {}
-};
-
-Cut cutAt(double t, int camera) {
-    Cut c;
-    c.time = t;
-    c.camera = camera;
-    return c;
-}
-
-// One model in a throw-away home, its Qt adapter and the real window.
-struct Rig {
-    explicit Rig(std::vector<std::string> arguments = {}) : arguments(std::move(arguments)) {}
-    std::vector<std::string> arguments;  // the command line, for --tuto and --demo
-    TempHome home;
-    VirtualMainThread main;
-    NoDialogs dialogs;
-    NoViewer viewer;
-    AppSettings settings{home.root() / "config" / "settings.json"};
-    AppModel model{AppModel::Services{main, dialogs, viewer, settings, ClockPlayer::factory(), nullptr, arguments}};
-    ModelObject object{model};
-    MainWindow window{model, object};
-
-    ContentView& content() { return *window.content(); }
-
-    // Opens the generated set, synchronises it and lets the screens catch up.
-    bool openSet(const std::string& preset = "tiny", int seed = 11) {
-        const auto set = test::generatedSet(preset, seed);
-        if (set.empty()) return false;
-        model.open(set, true);
-        if (!main.waitUntil([this] { return !model.isWorking() && model.player(); })) return false;
-        main.drain();
-        QCoreApplication::processEvents();
-        return true;
-    }
-    Workspace& workspace() { return *content().workspace(); }
+// The real window over a model; the screens' handles on it.
+struct Rig : test::WindowRig {
+    using WindowRig::WindowRig;
     AppPlayer& player() { return *model.player(); }
     EditModel& edit() { return model.edit(); }
     bool key(int k, const QString& text = {}, Qt::KeyboardModifiers mods = Qt::NoModifier) {
@@ -90,39 +46,14 @@ struct Rig {
     }
 };
 
-// A mouse event as the platform delivers it: the left button, pressed or not.
-void send(QWidget* w, QEvent::Type type, QPointF at, Qt::MouseButtons buttons) {
-    QMouseEvent e(type, at, w->mapToGlobal(at), Qt::LeftButton, buttons, Qt::NoModifier);
-    QCoreApplication::sendEvent(w, &e);
-}
+using test::drag;
+using test::send;
 
 }  // namespace
 
 class ScreensTest : public QObject {
     Q_OBJECT
 private slots:
-    void screenFollowsTheModel() {
-        Rig rig;
-        QCoreApplication::processEvents();
-        QCOMPARE(rig.content().screen(), ContentView::Screen::home);
-        QVERIFY(rig.openSet());
-        QCOMPARE(rig.content().screen(), ContentView::Screen::workspace);
-        QVERIFY(rig.content().workspace() != nullptr);
-        rig.model.closeProject();
-        QCoreApplication::processEvents();
-        QCOMPARE(rig.content().screen(), ContentView::Screen::home);
-    }
-
-    void aFolderWithoutSynchronisationStandsOnTheStartScreen() {
-        Rig rig;
-        const auto folder = rig.home.root() / "Set vide";
-        std::filesystem::create_directories(folder / "Cam 1");
-        rig.model.open(folder, false);
-        QVERIFY(rig.main.waitUntil([&] { return !rig.model.isWorking(); }));
-        QCoreApplication::processEvents();
-        QCOMPARE(rig.content().screen(), ContentView::Screen::start);
-    }
-
     void droppedFolderOpensDroppedFileIsRefused() {
         Rig rig;
         const auto file = rig.home.root() / "clip.mp4";
@@ -169,23 +100,6 @@ private slots:
         QVERIFY2(texts.contains(QStringLiteral("Illisibles")), qPrintable(texts.join('|')));
         QVERIFY(texts.contains(QStringLiteral("Cam 2/faux.mov")));
         QVERIFY(texts.contains(QStringLiteral("pas un fichier vidéo ou audio")));
-    }
-
-    void homeListsEveryProjectAndFlagsAMissingDisk() {
-        Rig rig;
-        for (const char* name : {"Un", "Deux"}) {
-            const auto folder = rig.home.root() / name;
-            std::filesystem::create_directories(folder);
-            rig.model.newProject(name, folder, false);
-            rig.main.waitUntil([&] { return !rig.model.isWorking(); });
-            rig.model.closeProject();
-        }
-        std::filesystem::remove_all(rig.home.root() / "Deux");
-        rig.model.refreshProjects();
-        QCoreApplication::processEvents();
-        rig.content().home()->refresh();
-        QCOMPARE(rig.content().home()->cardCount(), 2);
-        QCOMPARE(rig.content().home()->missingDisks(), 1);
     }
 
     void theRailAndTheMenuToggleEveryPanelAndLeaveTheKeys() {
@@ -281,11 +195,13 @@ private slots:
         rig.window.resize(1300, 800);
         rig.window.show();
         QVERIFY(QTest::qWaitForWindowExposed(&rig.window));
+        QCOMPARE(rig.content().screen(), ContentView::Screen::home);
         QVERIFY2(rig.openSet(), "the generated set opens");
         rig.edit().setCuts({cutAt(0, 0), cutAt(4, 1)});
         rig.main.advance(3);  // the autosave
         rig.model.closeProject();
         QCoreApplication::processEvents();
+        QCOMPARE(rig.content().screen(), ContentView::Screen::home);
         QLabel* toast = rig.content().toast();
         QVERIFY(!toast->isVisible());
 
@@ -353,22 +269,26 @@ private slots:
         }
     }
 
-    // A card's warning follows the disk, without the list being read again.
-    void aCardsMissingDiskFollowsTheDisk() {
+    // The list shows every project; a card's warning follows its disk,
+    // without the list being read again.
+    void homeListsEveryProjectAndFlagsAMissingDisk() {
         Rig rig;
-        const auto folder = rig.home.root() / "Disque";
-        std::filesystem::create_directories(folder);
-        rig.model.newProject("Disque", folder, false);
-        rig.main.waitUntil([&] { return !rig.model.isWorking(); });
-        rig.model.closeProject();
+        for (const char* name : {"Un", "Deux"}) {
+            const auto folder = rig.home.root() / name;
+            std::filesystem::create_directories(folder);
+            rig.model.newProject(name, folder, false);
+            rig.main.waitUntil([&] { return !rig.model.isWorking(); });
+            rig.model.closeProject();
+        }
+        rig.model.refreshProjects();
         QCoreApplication::processEvents();
         HomeView* home = rig.content().home();
         home->refresh();
-        QCOMPARE(home->cardCount(), 1);
+        QCOMPARE(home->cardCount(), 2);
         QCOMPARE(home->missingDisks(), 0);
-        std::filesystem::rename(folder, rig.home.root() / "Ailleurs");
+        std::filesystem::rename(rig.home.root() / "Deux", rig.home.root() / "Ailleurs");
         QCOMPARE(home->missingDisks(), 1);
-        std::filesystem::rename(rig.home.root() / "Ailleurs", folder);
+        std::filesystem::rename(rig.home.root() / "Ailleurs", rig.home.root() / "Deux");
         QCOMPARE(home->missingDisks(), 0);
     }
 
@@ -401,15 +321,6 @@ private slots:
         QVERIFY(!folderToOpen({"quorvel", "--open", file.string()}));
         QVERIFY(!folderToOpen({"quorvel", "--open", (home.root() / "absent").string()}));
         QVERIFY(!folderToOpen({"quorvel", "--open"}));
-    }
-
-    void theExportFolderDialogAsksForAFolder() {
-        std::unique_ptr<QFileDialog> dialog(exportFolderDialog(nullptr, QDir::tempPath()));
-        QCOMPARE(dialog->labelText(QFileDialog::Accept), QStringLiteral("Choisir"));
-        QCOMPARE(dialog->windowTitle(), QStringLiteral("Dossier où Quorvel enregistre les exports"));
-        QCOMPARE(dialog->fileMode(), QFileDialog::Directory);
-        QVERIFY(dialog->testOption(QFileDialog::ShowDirsOnly));
-        QCOMPARE(dialog->directory().absolutePath(), QDir(QDir::tempPath()).absolutePath());
     }
 
     // The logo image where it loads, the two words where it does not.
@@ -451,29 +362,23 @@ private slots:
         QVERIFY(rig.key(Qt::Key_Space, " "));
         QVERIFY(!p.isPlaying());
 
-        // Arrows: five seconds, or one frame with shift.
+        // Moves of the play head, one after the other: the arrows by five seconds,
+        // or one frame with shift; up and down between cuts; D to the next drop,
+        // a capital D with shift back.
+        struct Move {
+            int key;
+            const char* text;
+            Qt::KeyboardModifiers mods;
+            double to;
+        };
         p.seek(7);
-        QVERIFY(rig.key(Qt::Key_Right));
-        QCOMPARE(p.currentTime(), 12.0);
-        QVERIFY(rig.key(Qt::Key_Left, {}, Qt::ShiftModifier));
-        QVERIFY(std::abs(p.currentTime() - 11.96) < 1e-9);
-        QVERIFY(rig.key(Qt::Key_Left));
-        QVERIFY(std::abs(p.currentTime() - 6.96) < 1e-9);
-        QVERIFY(rig.key(Qt::Key_Right, {}, Qt::ShiftModifier));
-        QVERIFY(std::abs(p.currentTime() - 7.0) < 1e-9);
-
-        // Up and down jump between cuts.
-        QVERIFY(rig.key(Qt::Key_Down));
-        QCOMPARE(p.currentTime(), 10.0);
-        QVERIFY(rig.key(Qt::Key_Up));
-        QCOMPARE(p.currentTime(), 5.0);
-
-        // D goes to the next drop; a capital D with shift goes back.
-        p.seek(6);
-        QVERIFY(rig.key(Qt::Key_D, "d"));
-        QCOMPARE(p.currentTime(), 12.0);
-        QVERIFY(rig.key(Qt::Key_D, "D", Qt::ShiftModifier));
-        QCOMPARE(p.currentTime(), 4.0);
+        for (const Move& m : {Move{Qt::Key_Right, "", Qt::NoModifier, 12}, Move{Qt::Key_Left, "", Qt::ShiftModifier, 11.96},
+                              Move{Qt::Key_Left, "", Qt::NoModifier, 6.96}, Move{Qt::Key_Right, "", Qt::ShiftModifier, 7},
+                              Move{Qt::Key_Down, "", Qt::NoModifier, 10}, Move{Qt::Key_Up, "", Qt::NoModifier, 5},
+                              Move{Qt::Key_D, "d", Qt::NoModifier, 12}, Move{Qt::Key_D, "D", Qt::ShiftModifier, 4}}) {
+            QVERIFY(rig.key(m.key, QString::fromUtf8(m.text), m.mods));
+            QVERIFY2(std::abs(p.currentTime() - m.to) < 1e-9, qPrintable(QString::number(p.currentTime())));
+        }
 
         // Effects act on the plan under the play head when stopped.
         p.seek(6);
@@ -527,14 +432,11 @@ private slots:
         QVERIFY(!e.selectedSegment());
 
         // Zoom keys, both spellings.
-        QVERIFY(rig.key(Qt::Key_Plus, "+"));
-        QCOMPARE(e.zoom(), 1.5);
-        QVERIFY(rig.key(Qt::Key_Equal, "="));
-        QCOMPARE(e.zoom(), 2.25);
-        QVERIFY(rig.key(Qt::Key_Minus, "-"));
-        QCOMPARE(e.zoom(), 1.5);
-        QVERIFY(rig.key(Qt::Key_ParenRight, ")"));
-        QCOMPARE(e.zoom(), 1.0);
+        for (auto [key, text, zoom] : {std::tuple{Qt::Key_Plus, "+", 1.5}, std::tuple{Qt::Key_Equal, "=", 2.25},
+                                       std::tuple{Qt::Key_Minus, "-", 1.5}, std::tuple{Qt::Key_ParenRight, ")", 1.0}}) {
+            QVERIFY(rig.key(key, QString::fromUtf8(text)));
+            QCOMPARE(e.zoom(), zoom);
+        }
 
         // A key that means nothing, or a press without characters, goes on.
         QVERIFY(!rig.key(Qt::Key_Q, "q"));
@@ -619,9 +521,6 @@ private slots:
             QCOMPARE(l.rows, (n + l.columns - 1) / l.columns);
             QCOMPARE(l.tileHeight, l.tileWidth * 9 / 16);
         }
-        const TileLayout eight = Monitors::tileLayout(8, 1200, 300);
-        QCOMPARE(eight.columns, 4);
-        QCOMPARE(eight.rows, 2);
         // A tall zone stacks them; no camera counts as one.
         QCOMPARE(Monitors::tileLayout(8, 600, 800).columns, 2);
         QCOMPARE(Monitors::tileLayout(0, 400, 300).columns, 1);
@@ -676,17 +575,13 @@ private slots:
         const size_t history = e.history().size();
         const double y = tl->montageRect().center().y();
         const double x = tl->xOf(6);
-        send(tl, QEvent::MouseButtonPress, {x, y}, Qt::LeftButton);
-        for (int step = 1; step <= 5; ++step) send(tl, QEvent::MouseMove, {x + step * 8.0, y}, Qt::LeftButton);
-        send(tl, QEvent::MouseButtonRelease, {x + 40, y}, Qt::NoButton);
+        drag(tl, {x, y}, {x + 40, y}, 5);
         QVERIFY(std::abs(e.cuts()[1].time - (6 + 40 / tl->pointsPerSecond())) < 1e-9);
         QCOMPARE(e.history().size(), history + 1);
         e.undo();
         QCOMPARE(e.cuts()[1].time, 6.0);
         // The first cut, at 0, has no handle: a drag there moves nothing.
-        send(tl, QEvent::MouseButtonPress, {tl->xOf(0) + 1, y}, Qt::LeftButton);
-        send(tl, QEvent::MouseMove, {tl->xOf(0) + 30, y}, Qt::LeftButton);
-        send(tl, QEvent::MouseButtonRelease, {tl->xOf(0) + 30, y}, Qt::NoButton);
+        drag(tl, {tl->xOf(0) + 1, y}, {tl->xOf(0) + 30, y}, 1);
         QCOMPARE(e.cuts()[0].time, 0.0);
     }
 
@@ -746,17 +641,12 @@ private slots:
         QVERIFY(pps * 4 > 20);  // the cut lies well beyond the snap distance at first
         // Drag the in marker to 6 points short of the cut at 8 s: it lands on the cut.
         const double y = 22, from = tl->xOf(3) + 3, to = tl->xOf(8) - 6 + 3;
-        send(tl, QEvent::MouseButtonPress, {from, y}, Qt::LeftButton);
-        send(tl, QEvent::MouseMove, {(from + to) / 2, y}, Qt::LeftButton);
-        send(tl, QEvent::MouseMove, {to, y}, Qt::LeftButton);
-        send(tl, QEvent::MouseButtonRelease, {to, y}, Qt::NoButton);
+        drag(tl, {from, y}, {to, y}, 2);
         QCOMPARE(e.exportRange().start, 8.0);
         QCOMPARE(e.exportRange().end, 15.0);
         // Far from any landmark it stays where it is dropped.
         const double free = tl->xOf(11) - tl->xOf(15);
-        send(tl, QEvent::MouseButtonPress, {tl->xOf(15) - 3, y}, Qt::LeftButton);
-        send(tl, QEvent::MouseMove, {tl->xOf(15) - 3 + free, y}, Qt::LeftButton);
-        send(tl, QEvent::MouseButtonRelease, {tl->xOf(15) - 3 + free, y}, Qt::NoButton);
+        drag(tl, {tl->xOf(15) - 3, y}, {tl->xOf(15) - 3 + free, y}, 1);
         QVERIFY(std::abs(e.exportRange().end - 11) < 1e-9);
     }
 
@@ -816,16 +706,6 @@ class MonitorsTest : public QObject {
     Q_OBJECT
 
 private slots:
-    // The captions' wording is the player's rule, tested with the player.
-    void effectLabels() {
-        ResolvedEffect all;
-        all.zoom = -1;
-        all.shake = all.lens = all.shutter = all.vhs = true;
-        QCOMPARE(Monitors::effectLabel(all),
-                 QStringLiteral("ZOOM ARRIÈRE + ÉPAULE + FLOU OBJECTIF + FLOU MOUVEMENT + VHS"));
-        QCOMPARE(Monitors::effectLabel(ResolvedEffect{}), QString());
-    }
-
     void tileCaptionsStayWholeAndApart() {
         // Grid zones from the smallest window with a side panel open to a large screen.
         const QSizeF zones[] = {{335, 250}, {420, 290}, {660, 400}, {1000, 620}};
@@ -884,10 +764,7 @@ private slots:
         QVERIFY(std::abs(window.center().x() - tile.center().x()) < 1);
         // Dragging the window a fifth of the tile to the right moves the crop by 0.2.
         const QPointF from = window.center(), to = from + QPointF(tile.width() * 0.2, 0);
-        send(monitors, QEvent::MouseButtonPress, from, Qt::LeftButton);
-        send(monitors, QEvent::MouseMove, (from + to) / 2, Qt::LeftButton);
-        send(monitors, QEvent::MouseMove, to, Qt::LeftButton);
-        send(monitors, QEvent::MouseButtonRelease, to, Qt::NoButton);
+        drag(monitors, from, to, 2);
         QVERIFY(std::abs(screen.framing(0).x - 0.2) < 1e-9);
         QVERIFY(monitors->cropWindow(0).center().x() > window.center().x());
         // Where the camera films nothing the tile keeps its window, drawn on
@@ -906,10 +783,7 @@ private slots:
         const QColor edge = pixel({empty.left() + 0.75, y});
         QVERIFY2(edge.red() > 100 && edge.blue() < 40, qPrintable(edge.name()));
         // And it takes the drag as a filmed tile does.
-        send(monitors, QEvent::MouseButtonPress, empty.center(), Qt::LeftButton);
-        send(monitors, QEvent::MouseMove, empty.center() + QPointF(bare.width() * 0.1, 0), Qt::LeftButton);
-        send(monitors, QEvent::MouseMove, empty.center() + QPointF(bare.width() * 0.2, 0), Qt::LeftButton);
-        send(monitors, QEvent::MouseButtonRelease, empty.center() + QPointF(bare.width() * 0.2, 0), Qt::NoButton);
+        drag(monitors, empty.center(), empty.center() + QPointF(bare.width() * 0.2, 0), 2);
         QVERIFY(std::abs(screen.framing(0).x - 0.2) < 1e-9);
         // Back to landscape, the camera whose crop moved still shows its window.
         rig.model.setFormat(OutputFormat::landscape);

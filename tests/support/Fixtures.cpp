@@ -1,5 +1,6 @@
 #include "support/Fixtures.h"
 
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <charconv>
@@ -55,6 +56,30 @@ bool ffmpeg(const std::vector<std::string>& args) {
     return std::system(cmd.c_str()) == 0;
 }
 
+namespace {
+std::string seconds(double s) {
+    char text[32];
+    const auto end = std::to_chars(text, text + sizeof text, s).ptr;  // a dot under any locale
+    return std::string(text, end);
+}
+}  // namespace
+
+bool makeClip(const fs::path& file, double length, bool sound, const std::vector<std::string>& extra) {
+    fs::create_directories(file.parent_path());
+    const std::string d = seconds(length);
+    std::vector<std::string> args = {"-f", "lavfi", "-i", "color=c=blue:s=64x36:r=25:d=" + d};
+    if (sound) args.insert(args.end(), {"-f", "lavfi", "-i", "sine=f=440:r=48000:d=" + d});
+    args.insert(args.end(), {"-c:v", "libx264", "-preset", "ultrafast", "-pix_fmt", "yuv420p"});
+    args.insert(args.end(), extra.begin(), extra.end());
+    args.push_back(file.string());
+    return ffmpeg(args);
+}
+
+bool makeWav(const fs::path& file, double length) {
+    fs::create_directories(file.parent_path());
+    return ffmpeg({"-f", "lavfi", "-i", "sine=f=300:r=48000:d=" + seconds(length), file.string()});
+}
+
 std::optional<Loudness> measureLoudness(const fs::path& file) {
     const std::string cmd = "/usr/bin/ffmpeg -nostdin -nostats -hide_banner -i " + quote(file.string()) +
                             " -filter_complex ebur128=peak=true -f null - 2>&1";
@@ -84,9 +109,41 @@ std::optional<Loudness> measureLoudness(const fs::path& file) {
     return Loudness{*integrated, *peak};
 }
 
+std::string ffprobe(const fs::path& file, const std::string& entries, const std::string& stream) {
+    ShellAnswer r = runShell("/usr/bin/ffprobe -v error -select_streams " + quote(stream) + " -show_entries " +
+                             quote(entries) + " -of default=nw=1:nk=1 " + quote(file.string()));
+    if (r.status != 0) return {};
+    while (!r.out.empty() && (r.out.back() == '\n' || r.out.back() == '\r')) r.out.pop_back();
+    return r.out;
+}
+
+ShellAnswer runShell(const std::string& command) {
+    ShellAnswer r;
+    FILE* pipe = popen((command + " 2>/dev/null").c_str(), "r");
+    if (!pipe) return {-1, {}, {}};
+    char buf[4096];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, pipe)) > 0) r.out.append(buf, n);
+    const int status = pclose(pipe);
+    r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    r.lastLine = lastLine(r.out);
+    return r;
+}
+
+std::string lastLine(const std::string& text) {
+    std::string t = text;
+    while (!t.empty() && t.back() == '\n') t.pop_back();
+    return t.substr(t.rfind('\n') + 1);
+}
+
 void writeText(const fs::path& file, const std::string& text) {
     std::ofstream out(file, std::ios::binary);
     out << text;
+}
+
+std::string readText(const fs::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 fs::path generatedSet(const std::string& preset, int seed) {

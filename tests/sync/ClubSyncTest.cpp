@@ -232,13 +232,7 @@ TEST(ClubSync, OneThreadAndTwoAgreeWithDriftAndClocks) {
         e.item.recordedAt = Date{} + std::chrono::seconds(20 + 130 * i + 60);
         entries.push_back(std::move(e));
     }
-    auto one = place(entries, 1), two = place(entries, 2);
-    ASSERT_EQ(one.placed.size(), two.placed.size());
-    for (size_t i = 0; i < one.placed.size(); ++i) {
-        EXPECT_EQ(one.placed[i].item.fileName(), two.placed[i].item.fileName());
-        EXPECT_EQ(one.placed[i].start, two.placed[i].start);
-        EXPECT_EQ(one.placed[i].drift, two.placed[i].drift);
-    }
+    test::expectSameWithTwoThreads(entries);
 }
 
 }  // namespace

@@ -172,13 +172,7 @@ TEST(FolderSync, ThreadsNeverChangeTheResult) {
     for (int i = 0; i < 8; ++i)
         entries.push_back(entry(1 + i % 4, SourceKind::camera, "c" + std::to_string(i) + ".mp4",
                                 withNoise(slice(set, 5 + 23 * i, 20), 100 + i, 0.5f)));
-    auto one = place(entries, 1), two = place(entries, 2);
-    ASSERT_EQ(one.placed.size(), two.placed.size());
-    for (size_t i = 0; i < one.placed.size(); ++i) {
-        EXPECT_EQ(one.placed[i].item.fileName(), two.placed[i].item.fileName());
-        EXPECT_EQ(one.placed[i].start, two.placed[i].start);
-        EXPECT_EQ(one.placed[i].score, two.placed[i].score);
-    }
+    test::expectSameWithTwoThreads(entries);
 }
 
 // A run no longer wanted decodes no further file and gives no placement,

@@ -9,7 +9,6 @@
 #include <fstream>
 #include <functional>
 
-#include "base/Text.h"
 #include "support/Fixtures.h"
 #include "sync/AudioLoader.h"
 #include "sync/MediaScanner.h"
@@ -20,23 +19,9 @@ namespace qv {
 namespace {
 
 using test::ffmpeg;
+using test::makeClip;
+using test::makeWav;
 using test::TempDir;
-
-bool makeClip(const fs::path& file, double seconds, bool sound = true, const std::vector<std::string>& extra = {}) {
-    fs::create_directories(file.parent_path());
-    std::string t = shortest(seconds);
-    std::vector<std::string> args = {"-f", "lavfi", "-i", "color=c=blue:s=64x36:r=25:d=" + t};
-    if (sound) args.insert(args.end(), {"-f", "lavfi", "-i", "sine=f=440:r=48000:d=" + t});
-    args.insert(args.end(), {"-c:v", "libx264", "-preset", "ultrafast", "-pix_fmt", "yuv420p"});
-    args.insert(args.end(), extra.begin(), extra.end());
-    args.push_back(file.string());
-    return ffmpeg(args);
-}
-
-bool makeWav(const fs::path& file, double seconds, const std::string& source = "sine=f=300") {
-    fs::create_directories(file.parent_path());
-    return ffmpeg({"-f", "lavfi", "-i", source + ":r=8000:d=" + shortest(seconds), file.string()});
-}
 
 // Writes a quarter-turn into the first track header's matrix, as a phone
 // filming upright does (this ffmpeg no longer writes "rotate" metadata).

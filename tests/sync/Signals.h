@@ -2,6 +2,8 @@
 // so true starts are known exactly, and entries ready for FolderSync::place.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cmath>
 #include <string>
 #include <vector>
@@ -42,6 +44,18 @@ inline SyncResult place(std::vector<FolderSync::Entry> entries, int threads = 1)
     options.trace = false;
     options.threads = threads;
     return FolderSync::place(std::move(entries), {}, nullptr, options);
+}
+
+// One thread and two must give the same answer, to the bit.
+inline void expectSameWithTwoThreads(const std::vector<FolderSync::Entry>& entries) {
+    auto one = place(entries, 1), two = place(entries, 2);
+    ASSERT_EQ(one.placed.size(), two.placed.size());
+    for (size_t i = 0; i < one.placed.size(); ++i) {
+        EXPECT_EQ(one.placed[i].item.fileName(), two.placed[i].item.fileName());
+        EXPECT_EQ(one.placed[i].start, two.placed[i].start);
+        EXPECT_EQ(one.placed[i].score, two.placed[i].score);
+        EXPECT_EQ(one.placed[i].drift, two.placed[i].drift);
+    }
 }
 
 inline const PlacedItem* find(const SyncResult& r, const std::string& name) {

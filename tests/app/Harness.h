@@ -16,6 +16,7 @@
 #include "app/VirtualMainThread.h"
 #include "persistence/ProjectStore.h"
 #include "support/Fixtures.h"
+#include "support/MontageSet.h"
 
 namespace qv::test {
 
@@ -120,12 +121,7 @@ protected:
         return std::nullopt;
     }
 
-    static Cut cut(double t, int camera) {
-        Cut c;
-        c.time = t;
-        c.camera = camera;
-        return c;
-    }
+    static Cut cut(double t, int camera) { return cutAt(t, camera); }
 
     TempHome home;
     VirtualMainThread main;

@@ -4,20 +4,11 @@
 // at its truth and one camera is given a fast clock: 2 % over 17 s is 0.34 s,
 // the drift of an hour at about 100 ppm, so a reading that ignored the drift
 // would be eight frames out at one end.
-#include <gtest/gtest.h>
-
-#include <atomic>
 #include <cmath>
 
-#include "../edit/Fakes.h"
-#include "entry/SetTruth.h"
-#include "platform/MediaReader.h"
-#include "playback/MulticamPlayer.h"
+#include "PlaybackRig.h"
 #include "playback/TimelineTracks.h"
 #include "render/VideoRender.h"
-#include "setgen/FrameCode.h"
-#include "support/Fixtures.h"
-#include "sync/MediaScanner.h"
 
 namespace qv {
 namespace {
@@ -26,30 +17,20 @@ namespace fs = std::filesystem;
 
 constexpr double fastClock = 20000;  // ppm
 
-long codeOf(const uint8_t* rgba, int width, int height) {
-    auto code = setgen::framecode::read(rgba, width, height, width * 4);
+long frameOf(const auto& picture) {
+    auto code = test::codeOf(picture);
     return code ? code->frame : -1;
 }
 
 class DriftTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        fs::path set = test::generatedSet("render", 1);
-        auto truth = SetTruth::read(set);
-        if (set.empty() || !truth) GTEST_SKIP() << "generator missing";
-        sources = MediaScanner::scan(set);
-        for (size_t s = 0; s < sources.size(); ++s)
-            for (const auto& item : sources[s].items) {
-                PlacedItem p;
-                p.sourceIndex = static_cast<int>(s);
-                p.item = item;
-                p.start = truth->files.at(fs::relative(item.url, set).string()).start;
-                if (sources[s].name == "Cam 2") {
-                    p.drift = fastClock;
-                    drifting = static_cast<int>(result.placed.size());
-                }
-                result.placed.push_back(p);
-            }
+        const bool placed = test::placeAtTruth(test::generatedSet("render", 1), sources, result, [&](PlacedItem& p) {
+            if (sources[static_cast<size_t>(p.sourceIndex)].name != "Cam 2") return;
+            p.drift = fastClock;
+            drifting = static_cast<int>(result.placed.size());
+        });
+        if (!placed) GTEST_SKIP() << "generator missing";
         ASSERT_GE(drifting, 0);
         for (size_t s = 0; s < sources.size(); ++s)
             if (sources[s].kind == SourceKind::camera) cameraSources.push_back(static_cast<int>(s));
@@ -60,6 +41,19 @@ protected:
     // The file frame the montage XML puts at set time t inside plan [a, b].
     long xmlFrame(double a, double b, double t) const {
         return static_cast<long>(std::floor((file().sourceIn(a, b) + (t - a)) * file().item.frameRate + 1e-6));
+    }
+
+    // A tenth of a second of the drifting file's own sound from `fileTime`.
+    std::vector<float> fileSound(double fileTime) const {
+        std::vector<float> out(4800);
+        auto raw = media::AudioReader::open(file().item.url, 48000, 1);
+        if (raw.ok()) raw->read(std::llround(fileTime * 48000), 4800, out.data());
+        return out;
+    }
+    static double maxDiff(const std::vector<float>& a, const std::vector<float>& b) {
+        double err = 0;
+        for (size_t i = 0; i < a.size(); ++i) err = std::max(err, std::fabs(double(a[i] - b[i])));
+        return err;
     }
 
     std::vector<MediaSource> sources;
@@ -88,14 +82,8 @@ TEST_F(DriftTest, PlayerRenderAndXmlShowTheSameFrameAtBothEndsOfAPlan) {
     const VideoRender::Built built = VideoRender::build(job);
     SourceReader render(built.lines.at(static_cast<size_t>(built.cameraLine(1))));
 
-    std::atomic<double> now{0};
-    test::ManualScheduler scheduler;
-    MulticamPlayer::Options options;
-    options.opener = timelineTracks();
-    options.now = [&] { return now.load(); };
-    options.output = std::make_unique<SilentAudioOutput>(options.now);
-    options.scheduler = &scheduler;
-    MulticamPlayer player(sources, result, std::move(options));
+    test::Clocked clock;
+    MulticamPlayer player(sources, result, clock.options(timelineTracks()));
     std::vector<TimeRange> plans;
     for (const Segment& s : segments) plans.push_back({s.start, s.end});
     player.keepInStep(plans, range);
@@ -103,17 +91,14 @@ TEST_F(DriftTest, PlayerRenderAndXmlShowTheSameFrameAtBothEndsOfAPlan) {
     const double fps = file().item.frameRate;
     // The file's first and last moments, and both sides of each cut.
     for (double t : {file().start + 0.02, 4.97, 5.02, 13.97, 14.02, file().end() - 0.05}) {
-        player.seek(t);
-        player.settle();
-        player.update();
+        test::seekSettled(player, t);
         auto shown = player.shownFrame(1);
         ASSERT_TRUE(shown) << t;
-        const long played = codeOf(shown->rgba.data(), shown->width, shown->height);
+        const long played = frameOf(*shown);
 
         auto picture = render.pictureAt(t);
         ASSERT_TRUE(picture.ok() && *picture) << t;
-        const auto& f = (*picture)->frame;
-        const long rendered = codeOf(f.pixels.data(), f.width, f.height);
+        const long rendered = frameOf((*picture)->frame);
 
         const Segment& plan = segments[t < 5 ? 0 : t < 14 ? 1 : 2];
         const double a = std::max(plan.start, file().start), b = std::min(plan.end, file().end());
@@ -129,14 +114,9 @@ TEST_F(DriftTest, PlayerRenderAndXmlShowTheSameFrameAtBothEndsOfAPlan) {
 
     // The video's sound that follows the cut hears the file time its picture shows.
     SourceReader renderSound(built.lines.at(static_cast<size_t>(built.cameraLine(1))));
-    auto raw = media::AudioReader::open(file().item.url, 48000, 1);
-    ASSERT_TRUE(raw.ok());
-    std::vector<float> heard(4800), truth(4800);
+    std::vector<float> heard(4800);
     ASSERT_TRUE(renderSound.sound(std::llround(13.0 * 48000), 4800, 48000, 1, heard.data()).ok());
-    raw->read(std::llround((file().sourceIn(5, 14) + 8) * 48000), 4800, truth.data());
-    float err = 0;
-    for (size_t i = 0; i < heard.size(); ++i) err = std::max(err, std::fabs(heard[i] - truth[i]));
-    EXPECT_LT(err, 1e-4f);
+    EXPECT_LT(maxDiff(heard, fileSound(file().sourceIn(5, 14) + 8)), 1e-4);
 }
 
 TEST_F(DriftTest, ACamerasOwnSoundMovesWithItsPicture) {
@@ -146,24 +126,15 @@ TEST_F(DriftTest, ACamerasOwnSoundMovesWithItsPicture) {
     auto sound = timelineTracks().sound(files, total, 48000, 1);
     ASSERT_TRUE(sound);
     sound->keepInStep(plans);
-    auto raw = media::AudioReader::open(file().item.url, 48000, 1);
-    ASSERT_TRUE(raw.ok());
 
     const double a = file().start, b = file().end();
     for (double t : {a + 0.5, b - 0.6}) {
-        const auto first = static_cast<int64_t>(std::llround(t * 48000));
-        std::vector<float> heard(4800), truth(4800);
-        sound->read(first, heard.data(), heard.size());
-        // The file time the picture shows at t, in the sound's samples.
-        const double fileTime = file().sourceIn(a, b) + (t - a);
-        raw->read(std::llround(fileTime * 48000), static_cast<int64_t>(truth.size()), truth.data());
-        double err = 0, level = 0;
-        for (size_t i = 0; i < heard.size(); ++i) {
-            err = std::max(err, std::fabs(double(heard[i] - truth[i])));
-            level = std::max(level, std::fabs(double(truth[i])));
-        }
-        ASSERT_GT(level, 0.01) << "silence at " << t;
-        EXPECT_LT(err, 1e-4) << "at " << t;
+        std::vector<float> heard(4800);
+        sound->read(std::llround(t * 48000), heard.data(), heard.size());
+        // The file time the picture shows at t.
+        const std::vector<float> truth = fileSound(file().sourceIn(a, b) + (t - a));
+        ASSERT_GT(maxDiff(truth, std::vector<float>(truth.size())), 0.01) << "silence at " << t;
+        EXPECT_LT(maxDiff(heard, truth), 1e-4) << "at " << t;
     }
 }
 

@@ -5,9 +5,7 @@
 
 #include <cmath>
 
-#include "platform/MediaReader.h"
-#include "setgen/FrameCode.h"
-#include "support/Fixtures.h"
+#include "PlaybackRig.h"
 
 namespace qv {
 namespace {
@@ -30,8 +28,7 @@ TEST(FrameCode, EveryFrameOfEveryRateReadsBackAtItsOwnTime) {
         for (long n : {0L, 1L, 2L, 50L, 99L, 100L, 7L, 230L, 3L}) {
             auto pic = reader->frameAt((n + 0.5) / f.fps);
             ASSERT_TRUE(pic.ok());
-            const auto& frame = (*pic)->frame;
-            auto code = setgen::framecode::read(frame.pixels.data(), frame.width, frame.height, frame.width * 4);
+            auto code = test::codeOf((*pic)->frame);
             ASSERT_TRUE(code.has_value()) << f.path << " frame " << n;
             EXPECT_EQ(code->camera, f.camera);
             EXPECT_EQ(code->frame, n) << f.path;

@@ -2,62 +2,22 @@
 // the same set time after seeks and pauses and within one frame of the clock
 // while playing (read back from the generator's frame code), and the mixed
 // sound captured from the silent output has every source at its level.
-#include <gtest/gtest.h>
-
-#include <atomic>
 #include <cmath>
 #include <map>
 
-#include "../edit/Fakes.h"
+#include "PlaybackRig.h"
 #include "base/Text.h"
-#include "entry/SetTruth.h"
 #include "looks/LookRenderer.h"
-#include "playback/MulticamPlayer.h"
 #include "playback/SoundMix.h"
 #include "playback/TimelineTracks.h"
-#include "platform/MediaReader.h"
-#include "setgen/FrameCode.h"
-#include "support/Fixtures.h"
-#include "sync/MediaScanner.h"
 
 namespace qv {
 namespace {
 
 namespace fs = std::filesystem;
-
-// Virtual time for the output and the player's tick; workers catch up
-// (settle) before each tick, as they would on a fast enough machine.
-struct Clocked {
-    std::atomic<double> now{0};
-    test::ManualScheduler scheduler;
-    SilentAudioOutput* output = nullptr;
-    std::atomic<int> wakeups{0};
-
-    MulticamPlayer::Options options(TrackOpener opener) {
-        MulticamPlayer::Options o;
-        o.opener = std::move(opener);
-        o.now = [this] { return now.load(); };
-        auto out = std::make_unique<SilentAudioOutput>(o.now);
-        output = out.get();
-        o.output = std::move(out);
-        o.scheduler = &scheduler;
-        o.wakeup = [this] { ++wakeups; };
-        return o;
-    }
-    template <class Check>
-    void run(MulticamPlayer& player, double seconds, Check check) {
-        for (double left = seconds; left > 1e-9; left -= 1.0 / 30) {
-            double step = std::min(left, 1.0 / 30);
-            now = now + step;
-            player.settle();
-            scheduler.advance(step);
-            check();
-        }
-    }
-    void run(MulticamPlayer& player, double seconds) {
-        run(player, seconds, [] {});
-    }
-};
+using test::Clocked;
+using test::codeOf;
+using test::seekSettled;
 
 // The generated "render" set: cameras at 25, 23.976 and 29.97 fps (the first
 // with two files) over one recorder, placed where the generator put them.
@@ -67,20 +27,7 @@ struct RenderSet {
     std::map<std::pair<int, int>, const PlacedItem*> files;  // (code camera, clip) -> placed file
 
     bool load(const std::string& preset = "render") {
-        fs::path set = test::generatedSet(preset, 1);
-        auto truth = SetTruth::read(set);
-        if (set.empty() || !truth) return false;
-        sources = MediaScanner::scan(set);
-        for (size_t s = 0; s < sources.size(); ++s) {
-            for (const auto& item : sources[s].items) {
-                auto rel = fs::relative(item.url, set).string();
-                PlacedItem p;
-                p.sourceIndex = static_cast<int>(s);
-                p.item = item;
-                p.start = truth->files.at(rel).start;
-                result.placed.push_back(p);
-            }
-        }
+        if (!test::placeAtTruth(test::generatedSet(preset, 1), sources, result)) return false;
         for (const auto& p : result.placed) {
             const auto& source = sources[p.sourceIndex];
             if (source.kind != SourceKind::camera) continue;
@@ -93,7 +40,7 @@ struct RenderSet {
 
     // Whether `frame` is the picture its camera shows at set time `t`.
     ::testing::AssertionResult shows(const PreviewFrame& frame, double t) const {
-        auto code = setgen::framecode::read(frame.rgba.data(), frame.width, frame.height, frame.width * 4);
+        auto code = codeOf(frame);
         if (!code) return ::testing::AssertionFailure() << "no frame code at " << t;
         auto file = files.find({code->camera, code->clip});
         if (file == files.end()) return ::testing::AssertionFailure() << "unknown clip " << code->clip;
@@ -110,6 +57,10 @@ protected:
     void SetUp() override {
         if (!set.load()) GTEST_SKIP() << "generator missing";
         player = std::make_unique<MulticamPlayer>(set.sources, set.result, clock.options(timelineTracks()));
+    }
+    void refresh() {
+        player->settle();
+        player->update();
     }
     // Every angle with a picture at the current time shows that time's frame.
     void expectAligned() {
@@ -147,8 +98,7 @@ TEST_F(PlayerMediaTest, SeeksAndPausesShowTheSameInstantOnEveryAngle) {
     player->pause();
     EXPECT_FALSE(player->isPlaying());
     EXPECT_NEAR(player->currentTime(), 0.71 + 1.3 - 1.0 / 30, 0.1);
-    player->settle();
-    player->update();
+    refresh();
     expectAligned();
 }
 
@@ -186,16 +136,13 @@ double meanGreen(const PreviewFrame& frame) {
 }
 
 TEST_F(PlayerMediaTest, PreviewsShrinkAndTakeTheirLookAndAnUnchangedStateInstallsNothing) {
-    player->seek(5.0);
-    player->settle();
-    player->update();
+    seekSettled(*player, 5.0);
     auto full = player->shownFrame(1);
     ASSERT_TRUE(full);
     const double plainGreen = meanGreen(*full);
 
     player->configureVideo(2, nullptr);
-    player->settle();
-    player->update();
+    refresh();
     auto half = player->shownFrame(1);
     ASSERT_TRUE(half);
     EXPECT_EQ(half->width, (full->width + 1) / 2);
@@ -203,8 +150,7 @@ TEST_F(PlayerMediaTest, PreviewsShrinkAndTakeTheirLookAndAnUnchangedStateInstall
     expectAligned();
     EXPECT_EQ(player->installed().at(1), (MulticamPlayer::VideoState{2, false}));
     player->configureVideo(2, nullptr);  // the same again: the frames stay
-    player->settle();
-    player->update();
+    refresh();
     EXPECT_EQ(player->shownFrame(1), half);
 
     // A grade on the second camera only: it alone goes through the renderer.
@@ -216,16 +162,14 @@ TEST_F(PlayerMediaTest, PreviewsShrinkAndTakeTheirLookAndAnUnchangedStateInstall
     player->configureVideo(2, renderer);
     EXPECT_EQ(player->installed().at(1), (MulticamPlayer::VideoState{2, true}));
     EXPECT_EQ(player->installed().at(0), (MulticamPlayer::VideoState{2, false}));
-    player->settle();
-    player->update();
+    refresh();
     expectAligned();
     EXPECT_GT(meanGreen(*player->shownFrame(1)), plainGreen + 10);
     EXPECT_EQ(player->shownFrame(1)->width, half->width);
 
     // Back to full size without looks.
     player->configureVideo(1, nullptr);
-    player->settle();
-    player->update();
+    refresh();
     EXPECT_EQ(player->shownFrame(1)->width, full->width);
     EXPECT_NEAR(meanGreen(*player->shownFrame(1)), plainGreen, 1.0);
 }
@@ -243,7 +187,7 @@ protected:
     }
     // Set time of the first frame of the picture's own frame code.
     double codeTime(const PreviewFrame& frame) const {
-        auto code = setgen::framecode::read(frame.rgba.data(), frame.width, frame.height, frame.width * 4);
+        auto code = codeOf(frame);
         if (!code) return -1;
         const PlacedItem& p = *set.files.at({code->camera, code->clip});
         return p.start + code->frame / p.item.frameRate;
@@ -254,17 +198,14 @@ TEST_F(TilePlaybackTest, SeeksLandOnTheExactFrameOfEveryAngle) {
     ASSERT_EQ(player->cameraAngles().size(), 3u);
     // Between key frames, on one, across the second camera's two clips, back.
     for (double t : {3.3, 4.0 + 0.5 + 0.02, 6.02, 9.93, 1.04, 5.7, 2.5}) {
-        player->seek(t);
-        player->settle();
-        player->update();
+        seekSettled(*player, t);
         expectAligned();
     }
     // Pausing while playing shows the clock's instant everywhere too.
     player->play();
     clock.run(*player, 0.7);
     player->pause();
-    player->settle();
-    player->update();
+    refresh();
     expectAligned();
 }
 
@@ -308,7 +249,7 @@ TEST_F(TilePlaybackTest, ReadersGiveTheKeyFrameBeforeJumpToTheOneAfterAndStopWhe
     ASSERT_TRUE(reader.ok());
     reader->setCost(media::DecodeCost::anchors);
     auto frameOf = [](const media::VideoPicture& p) {
-        auto code = setgen::framecode::read(p.frame.pixels.data(), p.frame.width, p.frame.height, p.frame.width * 4);
+        auto code = codeOf(p.frame);
         return code ? code->frame : -1L;
     };
     auto key = reader->keyFrameBefore(3.3);
@@ -367,19 +308,7 @@ protected:
         player = std::make_unique<MulticamPlayer>(sources, result, clock.options(timelineTracks()));
     }
     void add(const std::string& name, SourceKind kind, const fs::path& file, double start) {
-        MediaSource source;
-        source.id = Uuid::make();
-        source.name = name;
-        source.kind = kind;
-        auto item = MediaScanner::probe(file);
-        ASSERT_TRUE(item);
-        source.items = {*item};
-        PlacedItem p;
-        p.sourceIndex = static_cast<int>(sources.size());
-        p.item = *item;
-        p.start = start;
-        result.placed.push_back(p);
-        sources.push_back(source);
+        ASSERT_TRUE(test::place(sources, result, name, kind, file, start));
     }
     // Plays [from, from + seconds) and returns the left channel heard.
     std::vector<float> hear(double from, double seconds) {
@@ -477,20 +406,7 @@ TEST(PlayerBadInputTest, DamagedCamerasLeaveHolesAndThePlayerGoesOn) {
         for (const char* a : {"-c:v", "libx264", "-preset", "ultrafast", "-c:a", "aac"}) args.push_back(a);
         args.push_back(file.string());
         ASSERT_TRUE(test::ffmpeg(args));
-        auto item = MediaScanner::probe(file);
-        ASSERT_TRUE(item) << name;
-        if (newSource) {
-            sources.emplace_back();
-            sources.back().id = Uuid::make();
-            sources.back().name = name;
-            sources.back().kind = SourceKind::camera;
-        }
-        sources.back().items.push_back(*item);
-        PlacedItem p;
-        p.sourceIndex = static_cast<int>(sources.size()) - 1;
-        p.item = *item;
-        p.start = start;
-        result.placed.push_back(p);
+        ASSERT_TRUE(test::place(sources, result, name, SourceKind::camera, file, start, newSource));
     };
     add("sain.mp4", true, 0, true);
     add("sans image.mp4", false, 0, true);

@@ -7,16 +7,12 @@
 #include <condition_variable>
 #include <fstream>
 
-#include "entry/SetTruth.h"
+#include "PlaybackRig.h"
 #include "platform/ProxyWriter.h"
-#include "playback/MulticamPlayer.h"
 #include "playback/Proxies.h"
 #include "playback/ProxyEncoder.h"
 #include "playback/ProxyPictures.h"
 #include "playback/TimelineTracks.h"
-#include "setgen/FrameCode.h"
-#include "support/Fixtures.h"
-#include "sync/MediaScanner.h"
 
 namespace qv {
 namespace {
@@ -51,20 +47,10 @@ fs::path testClip(const test::TempDir& dir, const std::string& name, int seconds
 }
 
 TEST(ProxyTest, ChunksShowTheOriginalsFrameAtEveryTimeAndTakeOverOnceMade) {
-    fs::path set = test::generatedSet("render", 1);
-    auto truth = SetTruth::read(set);
-    if (set.empty() || !truth) GTEST_SKIP() << "generator missing";
-    test::TempDir dir;
-    auto sources = MediaScanner::scan(set);
+    std::vector<MediaSource> sources;
     SyncResult result;
-    for (size_t s = 0; s < sources.size(); ++s) {
-        for (const auto& item : sources[s].items) {
-            result.placed.push_back({});
-            result.placed.back().sourceIndex = static_cast<int>(s);
-            result.placed.back().item = item;
-            result.placed.back().start = truth->files.at(fs::relative(item.url, set).string()).start;
-        }
-    }
+    if (!test::placeAtTruth(test::generatedSet("render", 1), sources, result)) GTEST_SKIP() << "generator missing";
+    test::TempDir dir;
     auto files = ProxyMaker::candidates(sources, result, 160);
     ASSERT_EQ(files.size(), 4u);
     ProxyCache cache(dir / "proxies");
@@ -72,8 +58,7 @@ TEST(ProxyTest, ChunksShowTheOriginalsFrameAtEveryTimeAndTakeOverOnceMade) {
     // against where its file stands; whether it came from a proxy.
     auto check = [&](const TimelinePiece& piece, double t, const ProxyPictures::Shown& shown) {
         ASSERT_TRUE(shown.picture) << t;
-        const auto& f = shown.picture->frame;
-        auto code = setgen::framecode::read(f.pixels.data(), f.width, f.height, f.width * 4);
+        auto code = test::codeOf(shown.picture->frame);
         ASSERT_TRUE(code) << t;
         double from = piece.at + code->frame / piece.item.frameRate;
         EXPECT_TRUE(from - 1e-3 <= t && t < from + 1 / piece.item.frameRate + 1e-3) << piece.item.fileName() << " " << t;
@@ -134,9 +119,7 @@ TEST(ProxyTest, ChunksShowTheOriginalsFrameAtEveryTimeAndTakeOverOnceMade) {
     options.opener = timelineTracks(&cache);
     MulticamPlayer player(sources, result, std::move(options));
     for (double t : {1.2, 4.5, 8.7, 10.0, 12.7, 17.5}) {
-        player.seek(t);
-        player.settle();
-        player.update();
+        test::seekSettled(player, t);
         for (size_t a = 0; a < player.cameraAngles().size(); ++a) {
             const Angle& angle = player.cameraAngles()[a];
             if (!angle.hasImage(t)) continue;
@@ -146,7 +129,7 @@ TEST(ProxyTest, ChunksShowTheOriginalsFrameAtEveryTimeAndTakeOverOnceMade) {
             SourceTimeline l = SourceTimeline::of(result, static_cast<int>(a), 0, true);
             const TimelinePiece* p = l.pictureAt(t);
             ASSERT_TRUE(p);
-            auto code = setgen::framecode::read(frame->rgba.data(), frame->width, frame->height, frame->width * 4);
+            auto code = test::codeOf(*frame);
             ASSERT_TRUE(code) << angle.name << " " << t;
             EXPECT_EQ("clip " + std::to_string(code->clip) + ".mp4", p->item.fileName());
             double from = p->at + code->frame / p->item.frameRate;

@@ -68,6 +68,12 @@ protected:
         EXPECT_TRUE(test::ffmpeg(args));
         return out;
     }
+    // A WAV of 3 s whose sample at time t is t / 4: any position can be checked.
+    fs::path ramp() {
+        fs::path wav = dir_ / "ramp.wav";
+        if (!test::ffmpeg({"-f", "lavfi", "-i", "aevalsrc='t/4':s=48000:d=3", "-c:a", "pcm_f32le", wav.string()})) return {};
+        return wav;
+    }
     test::TempDir dir_;
 };
 
@@ -95,9 +101,8 @@ TEST_F(SourceReaderFiles, EveryTimeShowsTheFrameWhoseIntervalHoldsItAfterAnyJump
 }
 
 TEST_F(SourceReaderFiles, SoundComesAtItsPlaceAtAnyRateAndReadsTheSameAfterASeek) {
-    // A WAV whose sample n is n / 48000 (a ramp): any position can be checked.
-    fs::path wav = dir_ / "ramp.wav";
-    ASSERT_TRUE(test::ffmpeg({"-f", "lavfi", "-i", "aevalsrc='t/4':s=48000:d=3", "-c:a", "pcm_f32le", wav.string()}));
+    const fs::path wav = ramp();
+    ASSERT_FALSE(wav.empty());
     PlacedItem p = placed(2.0, 3.0, false, 1, wav);
     SourceReader reader(SourceTimeline::composition({p}, 10, false));
     std::vector<float> out(2 * 4800);
@@ -145,8 +150,8 @@ TEST_F(SourceReaderFiles, RotationMetadataTurnsThePictureAsFfmpegDoes) {
 }
 
 TEST_F(SourceReaderFiles, SoundIsReadFromTheFilesTimeZeroWhereverItsStreamStarts) {
-    fs::path wav = dir_ / "ramp.wav";
-    ASSERT_TRUE(test::ffmpeg({"-f", "lavfi", "-i", "aevalsrc='t/4':s=48000:d=3", "-c:a", "pcm_f32le", wav.string()}));
+    const fs::path wav = ramp();
+    ASSERT_FALSE(wav.empty());
     // The sound stream starts 0.25 s after the picture, then 0.25 s before it
     // (cut by an edit list), then in AAC with its priming.
     struct Case {

@@ -14,9 +14,7 @@ class AppModelTest : public AppFixture {};
 // --- Timers on virtual time
 
 TEST_F(AppModelTest, BurstOfChangesIsOneSaveAfterTheLastAndUnchangedSavesWriteNothing) {
-    auto set = generatedSet("tiny", 21);
-    ASSERT_FALSE(set.empty());
-    openSynced(set);
+    openSynced(generatedSet("tiny", 21));
     ASSERT_TRUE(stored());
     savedAtChanges = 0;
 
@@ -45,8 +43,7 @@ TEST_F(AppModelTest, BurstOfChangesIsOneSaveAfterTheLastAndUnchangedSavesWriteNo
 }
 
 TEST_F(AppModelTest, LookRebuildsCoalesceWithinSixtyMilliseconds) {
-    auto set = generatedSet("tiny", 21);
-    openSynced(set);
+    openSynced(generatedSet("tiny", 21));
     auto* player = dynamic_cast<ClockPlayer*>(model->player());
     ASSERT_TRUE(player);
     const int before = player->videoConfigurations();
@@ -184,8 +181,7 @@ TEST_F(AppModelTest, VanishedFolderAsksWhereItWent) {
 }
 
 TEST_F(AppModelTest, ProjectsAreRenamedDuplicatedAndDeletedWithoutBeingWrittenBack) {
-    auto set = generatedSet("tiny", 21);
-    openSynced(set);
+    openSynced(generatedSet("tiny", 21));
     const auto id = *model->currentProjectId();
     model->renameProject(id, "  Soirée  ");
     EXPECT_EQ(model->projectName(), "Soirée");
@@ -218,9 +214,7 @@ std::vector<std::pair<double, int>> shape(const std::vector<Cut>& cuts) {
 }
 
 TEST_F(AppModelTest, AutomaticEditOnAMiddleRangeKeepsTheRestAndRepeats) {
-    auto set = generatedSet("covered", 31);
-    ASSERT_FALSE(set.empty());
-    openSynced(set);
+    openSynced(generatedSet("covered", 31));
     model->setCuts({cut(10, 1), cut(50, 2), cut(100, 0)});
     model->edit().setRange(40, 70);
     model->runAuto(false);
@@ -254,8 +248,7 @@ TEST_F(AppModelTest, AutomaticEditOnAMiddleRangeKeepsTheRestAndRepeats) {
 }
 
 TEST_F(AppModelTest, SoundModesMuteByKindAndFollowTheCut) {
-    auto set = generatedSet("tiny", 21);
-    openSynced(set);
+    openSynced(generatedSet("tiny", 21));
     auto* player = dynamic_cast<ClockPlayer*>(model->player());
     ASSERT_TRUE(player);
     EXPECT_EQ(model->audio().mode, AudioSettings::Mode::table);

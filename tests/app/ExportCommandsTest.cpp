@@ -13,12 +13,9 @@ class ExportCommandsTest : public AppFixture {
 protected:
     void SetUp() override {
         AppFixture::SetUp();
-        set = generatedSet("tiny", 21);
-        ASSERT_FALSE(set.empty());
-        openSynced(set);
+        openSynced(generatedSet("tiny", 21));
         model->setCuts({cut(3, 1), cut(8, 0)});
     }
-    fs::path set;
 };
 
 TEST_F(ExportCommandsTest, SecondExportLandsBesideTheFirstAndNamesCarryRangeAndFormat) {

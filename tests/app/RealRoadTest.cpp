@@ -28,9 +28,7 @@ protected:
 };
 
 TEST_F(RealRoadTest, PlayerFollowsTheSyncAndTheExportWritesAVideo) {
-    auto set = generatedSet("tiny", 21);
-    ASSERT_FALSE(set.empty());
-    openSynced(set);
+    openSynced(generatedSet("tiny", 21));
     auto* player = dynamic_cast<MulticamAppPlayer*>(model->player());
     ASSERT_TRUE(player);
 

@@ -2,7 +2,7 @@
 # Opens the program under a virtual X server on a set folder, waits for its
 # synchronisation, saves a picture of the screen as PNG, then closes the
 # window the way a window manager does (TERM) and checks a clean exit.
-#   bash scripts/screenshot.sh <set folder> <out.png> [more arguments for quorvel]
+#   [SHOT_WAIT=s] bash scripts/screenshot.sh <set folder> <out.png> [more arguments for quorvel]
 set -euo pipefail
 cd "$(dirname "$0")/.."
 set_dir=$(realpath "$1"); png=$(realpath -m "$2"); shift 2
@@ -18,7 +18,7 @@ for _ in $(seq 1 600); do
   grep -q "Synchro :" "$state/Quorvel/journal.log" 2>/dev/null && break
   sleep 0.2
 done
-sleep 1.5
+sleep ${SHOT_WAIT:-1.5}
 import -window root "$png"
 kill -TERM "$pid"
 wait "$pid"

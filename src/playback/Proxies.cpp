@@ -1,9 +1,5 @@
 #include "playback/Proxies.h"
 
-#include <sys/resource.h>
-#include <sys/syscall.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <charconv>
 #include <cmath>
@@ -11,6 +7,7 @@
 
 #include "base/Text.h"
 #include "platform/Paths.h"
+#include "platform/ThreadPriority.h"
 #include "playback/SourceTimeline.h"
 
 namespace fs = std::filesystem;
@@ -245,7 +242,7 @@ std::optional<ProxyMaker::Job> ProxyMaker::pick(int openFile, int next) const {
 
 void ProxyMaker::work(Worker& self, int worker) {
     // Proxies only make the preview lighter: they must never slow the rest.
-    setpriority(PRIO_PROCESS, static_cast<id_t>(syscall(SYS_gettid)), 19);
+    platform::yieldToOthers(19);
     using Kind = media::ChunkOutcome::Kind;
     int openFile = -1, next = -1;
     ChunkWriter writer;

@@ -11,14 +11,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <thread>
 
-#include "base/Json.h"
 #include "edit/WaitingScheduler.h"
 #include "render/DropClips.h"
 #include "render/VideoExportSession.h"
-#include "sync/MediaScanner.h"
+#include "entry/SetTruth.h"
 
 namespace fs = std::filesystem;
 using namespace qv;
@@ -57,35 +55,19 @@ int main(int argc, char** argv) {
         if (std::strcmp(argv[i], "--loudness") == 0) loudness = true;
         else numbers.push_back(std::atof(argv[i]));
     }
-    std::ifstream truthFile(set / "truth.json");
-    auto truth = json::Json::parse(truthFile, nullptr, false);
-    if (truth.is_discarded()) {
+    auto truth = SetTruth::read(set);
+    if (!truth) {
         std::fprintf(stderr, "truth.json illisible dans %s\n", set.c_str());
         return 1;
     }
-    std::map<std::string, double> starts;
-    for (const auto& f : truth["files"]) starts[f["path"].get<std::string>()] = f["start"].get<double>();
-
     DropClips::Request request;
     VideoRender::Job& job = request.base;
-    job.sources = MediaScanner::scan(set);
-    for (size_t s = 0; s < job.sources.size(); ++s) {
-        if (job.sources[s].kind == SourceKind::camera) job.cameraSources.push_back(static_cast<int>(s));
-        for (const MediaItem& item : job.sources[s].items) {
-            auto it = starts.find(job.sources[s].name + "/" + item.fileName());
-            if (it == starts.end()) continue;
-            PlacedItem placed;
-            placed.sourceIndex = static_cast<int>(s);
-            placed.item = item;
-            placed.start = it->second;
-            job.result.placed.push_back(std::move(placed));
-        }
-    }
+    job = truth->placedJob(set);
     for (size_t s = 0; s < job.sources.size(); ++s)
         if (job.sources[s].kind == SourceKind::camera) job.muted.insert(job.sources[s].id);  // table sound
     job.format = OutputFormat::portrait;
     if (loudness) job.loudness = -14.0;
-    for (const auto& t : truth["drops"]) request.drops.push_back({static_cast<int>(request.drops.size()), t.get<double>(), 1});
+    for (double t : truth->drops) request.drops.push_back({static_cast<int>(request.drops.size()), t, 1});
     request.pre = numbers.size() > 0 ? numbers[0] : 15;
     request.post = numbers.size() > 1 ? numbers[1] : 30;
     for (size_t c = 0; c < job.cameraSources.size(); ++c) request.allowed.insert(static_cast<int>(c));

@@ -30,7 +30,6 @@
 #include "ProxyFigures.h"
 #include "playback/Proxies.h"
 #include "playback/TimelineTracks.h"
-#include "sync/MediaScanner.h"
 
 using namespace qv;
 namespace fs = std::filesystem;
@@ -210,23 +209,12 @@ struct LoadedSet {
 
 std::optional<LoadedSet> loadSet(const fs::path& set) {
     auto truth = SetTruth::read(set);
-    LoadedSet out;
-    out.sources = MediaScanner::scan(set);
-    if (!truth || out.sources.empty()) return std::nullopt;
-    for (size_t s = 0; s < out.sources.size(); ++s) {
-        for (const auto& item : out.sources[s].items) {
-            PlacedItem p;
-            p.sourceIndex = static_cast<int>(s);
-            p.item = item;
-            auto found = truth->files.find(fs::relative(item.url, set).string());
-            if (found == truth->files.end()) continue;
-            p.start = found->second.start;
-            out.result.placed.push_back(p);
-            if (out.sources[s].kind == SourceKind::camera) {
-                out.cameraFiles.push_back(item.url);
-            }
-        }
-    }
+    if (!truth) return std::nullopt;
+    auto job = truth->placedJob(set);
+    LoadedSet out{std::move(job.sources), std::move(job.result), {}};
+    for (const PlacedItem& p : out.result.placed)
+        if (out.sources[static_cast<size_t>(p.sourceIndex)].kind == SourceKind::camera)
+            out.cameraFiles.push_back(p.item.url);
     if (out.cameraFiles.empty()) return std::nullopt;
     return out;
 }

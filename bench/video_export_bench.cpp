@@ -14,12 +14,11 @@
 #include <fstream>
 #include <thread>
 
-#include "base/Json.h"
 #include "edit/WaitingScheduler.h"
 #include "looks/GradeMath.h"
 #include "platform/Process.h"
 #include "render/VideoExportSession.h"
-#include "sync/MediaScanner.h"
+#include "entry/SetTruth.h"
 
 namespace fs = std::filesystem;
 using namespace qv;
@@ -42,31 +41,16 @@ int main(int argc, char** argv) {
         return 1;
     }
     const fs::path set = argv[1];
-    std::ifstream truthFile(set / "truth.json");
-    auto truth = json::Json::parse(truthFile, nullptr, false);
-    if (truth.is_discarded()) {
+    auto truth = SetTruth::read(set);
+    if (!truth) {
         std::fprintf(stderr, "truth.json illisible dans %s\n", set.c_str());
         return 1;
     }
-    std::map<std::string, double> starts;
-    for (const auto& f : truth["files"]) starts[f["path"].get<std::string>()] = f["start"].get<double>();
-
-    VideoRender::Job job;
-    job.sources = MediaScanner::scan(set);
+    VideoRender::Job job = truth->placedJob(set);
+    // The reference reads the first camera's first file.
     fs::path firstCamera;
-    for (size_t s = 0; s < job.sources.size(); ++s) {
-        if (job.sources[s].kind == SourceKind::camera) job.cameraSources.push_back(static_cast<int>(s));
-        for (const MediaItem& item : job.sources[s].items) {
-            auto it = starts.find(job.sources[s].name + "/" + item.fileName());
-            if (it == starts.end()) continue;
-            PlacedItem placed;
-            placed.sourceIndex = static_cast<int>(s);
-            placed.item = item;
-            placed.start = it->second;
-            job.result.placed.push_back(std::move(placed));
-            if (job.sources[s].kind == SourceKind::camera && firstCamera.empty()) firstCamera = item.url;
-        }
-    }
+    if (!job.cameraSources.empty() && !job.sources[static_cast<size_t>(job.cameraSources[0])].items.empty())
+        firstCamera = job.sources[static_cast<size_t>(job.cameraSources[0])].items.front().url;
     if (job.cameraSources.empty()) {
         std::fprintf(stderr, "aucune caméra dans %s\n", set.c_str());
         return 1;

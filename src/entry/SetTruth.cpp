@@ -1,8 +1,10 @@
 #include "entry/SetTruth.h"
 
+#include <algorithm>
 #include <fstream>
 
 #include "base/Json.h"
+#include "sync/MediaScanner.h"
 
 namespace qv {
 
@@ -22,6 +24,27 @@ std::optional<SetTruth> SetTruth::read(const std::filesystem::path& set) {
         for (const auto& d : *drops)
             if (d.is_number()) truth.drops.push_back(d.get<double>());
     return truth;
+}
+
+VideoRender::Job SetTruth::placedJob(const std::filesystem::path& set) const {
+    VideoRender::Job job;
+    job.sources = MediaScanner::scan(set);
+    for (size_t s = 0; s < job.sources.size(); ++s) {
+        if (job.sources[s].kind == SourceKind::camera) job.cameraSources.push_back(static_cast<int>(s));
+        for (const MediaItem& item : job.sources[s].items) {
+            auto known = files.find(std::filesystem::relative(item.url, set).generic_string());
+            if (known == files.end()) continue;
+            PlacedItem p;
+            p.sourceIndex = static_cast<int>(s);
+            p.item = item;
+            p.start = known->second.start;
+            job.result.placed.push_back(std::move(p));
+        }
+    }
+    std::stable_sort(job.result.placed.begin(), job.result.placed.end(),
+                     [](const PlacedItem& a, const PlacedItem& b) { return a.start < b.start; });
+    job.range = {0, job.result.duration()};
+    return job;
 }
 
 }  // namespace qv

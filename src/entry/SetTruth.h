@@ -1,7 +1,7 @@
 // What the set generator knows of a set it wrote (truth.json): each file's
 // true start on the music's time line, whether its microphone filters the
-// sound, where it must end up, and the drop times. Read by the self check
-// and the accuracy benchmarks.
+// sound, where it must end up, and the drop times. Read by the self check,
+// the benchmarks and the tests that must not hang on the sync.
 #pragma once
 
 #include <filesystem>
@@ -9,6 +9,8 @@
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "render/VideoRender.h"
 
 namespace qv {
 
@@ -25,6 +27,11 @@ struct SetTruth {
 
     // Nothing when the file is missing or not a JSON object.
     static std::optional<SetTruth> read(const std::filesystem::path& set);
+
+    // `set` scanned, its camera numbers given, and every file this truth
+    // knows placed at its true start (ascending), over the whole set: the
+    // synchronisation the generator meant, ready for the player or a render.
+    VideoRender::Job placedJob(const std::filesystem::path& set) const;
 };
 
 }  // namespace qv

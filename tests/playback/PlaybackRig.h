@@ -74,16 +74,12 @@ template <class Each>
 bool placeAtTruth(const std::filesystem::path& set, std::vector<MediaSource>& sources, SyncResult& result, Each each) {
     auto truth = SetTruth::read(set);
     if (set.empty() || !truth) return false;
-    sources = MediaScanner::scan(set);
-    for (size_t s = 0; s < sources.size(); ++s)
-        for (const auto& item : sources[s].items) {
-            PlacedItem p;
-            p.sourceIndex = static_cast<int>(s);
-            p.item = item;
-            p.start = truth->files.at(std::filesystem::relative(item.url, set).string()).start;
-            each(p);
-            result.placed.push_back(p);
-        }
+    auto job = truth->placedJob(set);
+    sources = std::move(job.sources);
+    for (PlacedItem& p : job.result.placed) {
+        each(p);
+        result.placed.push_back(std::move(p));
+    }
     return true;
 }
 inline bool placeAtTruth(const std::filesystem::path& set, std::vector<MediaSource>& sources, SyncResult& result) {

@@ -13,8 +13,8 @@
 #include <string>
 #include <thread>
 
-#include "base/Json.h"
 #include "edit/Fakes.h"
+#include "entry/SetTruth.h"
 #include "platform/MediaReader.h"
 #include "platform/Process.h"
 #include "render/VideoExportSession.h"
@@ -50,10 +50,9 @@ inline VideoRender::Job jobAt(const std::filesystem::path& folder, const std::ma
 
 // The starts a generated set's truth gives.
 inline std::map<std::string, double> truthStarts(const std::filesystem::path& set) {
-    std::ifstream in(set / "truth.json");
-    auto truth = json::Json::parse(in, nullptr, false);
     std::map<std::string, double> starts;
-    for (const auto& f : truth["files"]) starts[f["path"].get<std::string>()] = f["start"].get<double>();
+    if (auto truth = SetTruth::read(set))
+        for (const auto& [path, file] : truth->files) starts[path] = file.start;
     return starts;
 }
 

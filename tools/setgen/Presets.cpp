@@ -592,29 +592,29 @@ SetPlan hdr(Builder& b) {
     b.addMusic(20, 1);
     b.rate(1, 25, 1);
     b.camera(1, 1, 0.5, 18.5);
-    b.rate(2, 50, 1);
-    b.camera(2, 1, uniform(b.rng(), 0.5, 2), 16).note = "action-50fps";
-    b.rate(3, 30000, 1001);
-    FilePlan& phone = b.camera(3, 1, uniform(b.rng(), 0.5, 2), 16);
-    phone.recording = Recording::hlg;
-    phone.rotation = 90;
-    phone.note = "phone-hlg";
-    b.rate(4, 25, 1);
-    FilePlan& pq = b.camera(4, 1, uniform(b.rng(), 1, 3), 14);
-    pq.recording = Recording::pq;
-    pq.note = "hdr10-pq";
-    b.rate(5, 25, 1);
-    FilePlan& untagged = b.camera(5, 1, uniform(b.rng(), 1, 4), 12);
-    untagged.recording = Recording::untagged10;
-    untagged.note = "untagged-10bit";
-    b.rate(6, 25, 1);
-    FilePlan& odd = b.camera(6, 1, uniform(b.rng(), 1, 4), 12);
-    odd.recording = Recording::unknownTransfer;
-    odd.note = "unknown-transfer";
-    b.rate(7, 25, 1);
-    FilePlan& wide = b.camera(7, 1, uniform(b.rng(), 1, 4), 12);
-    wide.recording = Recording::wideSdr;
-    wide.note = "bt2020-sdr";
+    // Camera, rate, start drawn in [from, to), length, recording, rotation, truth's name.
+    struct Case {
+        int camera, num, den;
+        double from, to, length;
+        Recording recording;
+        int rotation;
+        const char* note;
+    };
+    const Case cases[] = {
+        {2, 50, 1, 0.5, 2, 16, Recording::sdr, 0, "action-50fps"},
+        {3, 30000, 1001, 0.5, 2, 16, Recording::hlg, 90, "phone-hlg"},
+        {4, 25, 1, 1, 3, 14, Recording::pq, 0, "hdr10-pq"},
+        {5, 25, 1, 1, 4, 12, Recording::untagged10, 0, "untagged-10bit"},
+        {6, 25, 1, 1, 4, 12, Recording::unknownTransfer, 0, "unknown-transfer"},
+        {7, 25, 1, 1, 4, 12, Recording::wideSdr, 0, "bt2020-sdr"},
+    };
+    for (const Case& c : cases) {
+        b.rate(c.camera, c.num, c.den);
+        FilePlan& file = b.camera(c.camera, 1, uniform(b.rng(), c.from, c.to), c.length);
+        file.recording = c.recording;
+        file.rotation = c.rotation;
+        file.note = c.note;
+    }
     b.mainRecorder(1, "prise 1.wav");
     return b.take();
 }

@@ -20,6 +20,7 @@
 #include "platform/ProxyWriter.h"
 #include "playback/Proxies.h"
 #include "playback/ProxyEncoder.h"
+#include "sync/AudioLoader.h"
 
 namespace proxybench {
 
@@ -90,7 +91,7 @@ inline void printProxyFigures(const std::vector<qv::MediaSource>& sources, const
     auto w0 = Clock::now();
     bool made = writer->write(cache / "ours.mp4", 0, stretch, cancel).made();
     const double ours = secondsSince(w0);
-    fs::path ffmpeg = qv::process::findExecutable({"/usr/bin/ffmpeg", "/usr/local/bin/ffmpeg"});
+    fs::path ffmpeg = qv::process::findExecutable(qv::AudioLoader::ffmpegCandidates);
     if (ffmpeg.empty()) return;
     w0 = Clock::now();
     (void)qv::process::run(ffmpeg, {"-nostdin", "-v", "error", "-y", "-threads", "1", "-skip_loop_filter", "all",

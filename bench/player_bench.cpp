@@ -9,8 +9,6 @@
 // of any tile, and the median seek.
 // Usage: player_bench [--secondes N] [--sans-copies] <set folder>... (e.g.
 // the sets of quorvel-setgen --preset realcam and --preset multicam).
-#include <sys/resource.h>
-
 #include <algorithm>
 #include <atomic>
 #include <cmath>
@@ -30,6 +28,7 @@
 #include "ProxyFigures.h"
 #include "playback/Proxies.h"
 #include "playback/TimelineTracks.h"
+#include "sync/AudioLoader.h"
 
 using namespace qv;
 namespace fs = std::filesystem;
@@ -37,19 +36,9 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
-double since(Clock::time_point t0) { return std::chrono::duration<double>(Clock::now() - t0).count(); }
-
-double cpuSeconds() {
-    rusage u{};
-    getrusage(RUSAGE_SELF, &u);
-    return u.ru_utime.tv_sec + u.ru_stime.tv_sec + (u.ru_utime.tv_usec + u.ru_stime.tv_usec) / 1e6;
-}
-
-double load() {
-    double l[1] = {0};
-    getloadavg(l, 1);
-    return l[0];
-}
+using proxybench::loadNow;
+using proxybench::processorSeconds;
+using proxybench::secondsSince;
 
 double percentile(std::vector<double> v, double p) {
     if (v.empty()) return 0;
@@ -74,12 +63,12 @@ double decodeOnly(const std::vector<fs::path>& files, double seconds, int divisi
         });
     }
     for (auto& t : threads) t.join();
-    return seconds / since(t0);
+    return seconds / secondsSince(t0);
 }
 
 // The same with the ffmpeg executable, one process per file.
 double ffmpegDecode(const std::vector<fs::path>& files, double seconds) {
-    fs::path ffmpeg = process::findExecutable({"/usr/bin/ffmpeg", "/usr/local/bin/ffmpeg"});
+    fs::path ffmpeg = process::findExecutable(AudioLoader::ffmpegCandidates);
     if (ffmpeg.empty()) return 0;
     auto t0 = Clock::now();
     std::vector<std::thread> threads;
@@ -90,7 +79,7 @@ double ffmpegDecode(const std::vector<fs::path>& files, double seconds) {
         });
     }
     for (auto& t : threads) t.join();
-    return seconds / since(t0);
+    return seconds / secondsSince(t0);
 }
 
 struct PlayFigures {
@@ -117,18 +106,18 @@ PlayFigures playFor(const std::vector<MediaSource>& sources, const SyncResult& r
     player.setProgramAngle(program);
     player.settle();
     PlayFigures figures;
-    double cpu0 = cpuSeconds();
+    double cpu0 = processorSeconds();
     auto t0 = Clock::now();
     player.play();
     // The interface's refresh: 60 times a second.
     auto next = Clock::now();
-    while (player.isPlaying() && since(t0) < seconds) {
+    while (player.isPlaying() && secondsSince(t0) < seconds) {
         next += std::chrono::microseconds(16667);
         std::this_thread::sleep_until(next);
         player.update();
     }
     const double played = player.currentTime();
-    figures.cpu = (cpuSeconds() - cpu0) / since(t0);
+    figures.cpu = (processorSeconds() - cpu0) / secondsSince(t0);
     player.pause();
     const auto counters = player.counters();
     figures.shown = counters.shown;
@@ -166,14 +155,14 @@ PlayFigures playFor(const std::vector<MediaSource>& sources, const SyncResult& r
                 all = all && exact;
                 bool close = frame && frame->start <= t + 1e-9 && t - frame->start < 2.0 + 1e-6;
                 near = near && (program && angle.id != *program ? close : exact);
-                if (program && angle.id == *program && exact && !programLanded) programLanded = since(s0);
+                if (program && angle.id == *program && exact && !programLanded) programLanded = secondsSince(s0);
             }
-            if (near && !landed) landed = since(s0);
-            if (all || since(s0) > 5) break;
+            if (near && !landed) landed = secondsSince(s0);
+            if (all || secondsSince(s0) > 5) break;
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
-        figures.seeks.push_back(landed ? *landed : since(s0));
-        figures.exactSeeks.push_back(since(s0));
+        figures.seeks.push_back(landed ? *landed : secondsSince(s0));
+        figures.exactSeeks.push_back(secondsSince(s0));
         if (programLanded) figures.programSeeks.push_back(*programLanded);
     }
     return figures;
@@ -247,7 +236,7 @@ int main(int argc, char** argv) {
         const auto& cameraFiles = loaded->cameraFiles;
         int cameras = static_cast<int>(cameraFiles.size());
         std::printf("set %s : %d caméras, %zu fichiers ; charge du système %.2f sur %u cœurs\n",
-                    set.filename().c_str(), cameras, result.placed.size(), load(), std::thread::hardware_concurrency());
+                    set.filename().c_str(), cameras, result.placed.size(), loadNow(), std::thread::hardware_concurrency());
 
         const double decodeSeconds = std::min(seconds, 10.0);
         std::printf("décodage seul des %d caméras (%.0f s chacune, au 1/4) : %.2f × temps réel ;"
@@ -256,7 +245,7 @@ int main(int argc, char** argv) {
                     ffmpegDecode(cameraFiles, decodeSeconds));
 
         originals(sources, result, seconds, cameras);
-        std::printf("charge du système %.2f\n", load());
+        std::printf("charge du système %.2f\n", loadNow());
         if (!copies) continue;
         // Proxies made by the program's own maker (bench/ProxyFigures.h), then played.
         fs::path cache = fs::temp_directory_path() / "quorvel-player-bench-proxies";
@@ -264,7 +253,7 @@ int main(int argc, char** argv) {
         ProxyCache proxies(cache);
         auto proxied = playFor(sources, result, &proxies, seconds, 1);
         print("copies d'aperçu 640 × 360", proxied, seconds, cameras);
-        std::printf("charge du système %.2f\n", load());
+        std::printf("charge du système %.2f\n", loadNow());
         fs::remove_all(cache);
     }
     return 0;

@@ -702,6 +702,16 @@ void AppModel::apply(const ProjectFile& project) {
 
 // --- Editing helpers
 
+void AppModel::autoCameras(const AutoSettings& settings, std::set<int>& allowed, std::map<int, double>& weights) const {
+    const auto cameras = cameraSources();
+    for (size_t c = 0; c < cameras.size(); ++c) {
+        const Uuid& id = sources_[static_cast<size_t>(cameras[c])].id;
+        if (settings.cameras.count(id)) allowed.insert(static_cast<int>(c));
+        auto w = settings.weights.find(id);
+        weights[static_cast<int>(c)] = w == settings.weights.end() ? 100.0 : w->second;
+    }
+}
+
 void AppModel::runAuto(bool newDraw) {
     if (!player_ || !result_) return;
     AutoSettings settings = auto_;
@@ -711,13 +721,7 @@ void AppModel::runAuto(bool newDraw) {
     }
     std::set<int> allowed;
     std::map<int, double> weights;
-    const auto cameras = cameraSources();
-    for (size_t c = 0; c < cameras.size(); ++c) {
-        const Uuid& id = sources_[static_cast<size_t>(cameras[c])].id;
-        if (settings.cameras.count(id)) allowed.insert(static_cast<int>(c));
-        auto w = settings.weights.find(id);
-        weights[static_cast<int>(c)] = w == settings.weights.end() ? 100.0 : w->second;
-    }
+    autoCameras(settings, allowed, weights);
     if (allowed.empty()) {
         showToast("Choisis au moins une caméra pour le mode auto");
         return;

@@ -250,6 +250,9 @@ public:
 private:
     // A seed from the system's generator, in 1 ... 2^63 - 1: never 0.
     static uint64_t freshSeed();
+    // The automatic editor's cameras by number: those it may use, and the
+    // weight of each (100 where none is set).
+    void autoCameras(const AutoSettings& settings, std::set<int>& allowed, std::map<int, double>& weights) const;
     void notify(Field field);
     void onEditChange(EditModel::Change change);
     void setStatus(std::string text);

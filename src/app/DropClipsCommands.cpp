@@ -63,13 +63,7 @@ void AppModel::exportDropClips() {
     request.post = dropPost_;
     request.onsets = onsets_;
     request.autoSettings = auto_;
-    const auto cameras = cameraSources();
-    for (size_t c = 0; c < cameras.size(); ++c) {
-        const Uuid& id = sources_[static_cast<size_t>(cameras[c])].id;
-        if (auto_.cameras.count(id)) request.allowed.insert(static_cast<int>(c));
-        auto w = auto_.weights.find(id);
-        request.weights[static_cast<int>(c)] = w == auto_.weights.end() ? 100.0 : w->second;
-    }
+    autoCameras(auto_, request.allowed, request.weights);
     request.effectFor = [this](const Segment& plan) { return edit_.resolvedEffect(plan); };
     request.setName = folderName();
     const VideoCodec codec = services_.settings.videoCodec();

@@ -79,6 +79,12 @@ public:
 private:
     int64_t frame(double seconds) const { return frames(seconds, fps_); }
     const MediaSource& sourceOf(const ExportClip& c) const { return sources_.at(static_cast<size_t>(c.sourceIndex)); }
+    // A sound track whose every clip comes from a muted source: muted whole.
+    bool mutedWhole(const Track& track) const {
+        return track.kind == Kind::audio && !track.clips.empty() &&
+               std::all_of(track.clips.begin(), track.clips.end(),
+                           [&](const ExportClip& c) { return muted_.count(sourceOf(c).id) > 0; });
+    }
     std::string producerFor(pugi::xml_node root, const MediaItem& item, pugi::xml_node before);
     void playlist(pugi::xml_node root, const Track& track, const std::string& id, const std::string& title,
                   pugi::xml_node before);
@@ -125,9 +131,7 @@ void Writer::playlist(pugi::xml_node root, const Track& track, const std::string
     property(list, "kdenlive:track_name", title);
     if (audio) property(list, "kdenlive:audio_track", "1");
 
-    bool trackMuted = audio && !track.clips.empty() &&
-                      std::all_of(track.clips.begin(), track.clips.end(),
-                                  [&](const ExportClip& c) { return muted_.count(sourceOf(c).id) > 0; });
+    const bool trackMuted = mutedWhole(track);
     int64_t cursor = 0;
     for (const ExportClip& clip : track.clips) {
         const ClipFrames f = clipFrames(clip, fps_);
@@ -312,9 +316,7 @@ std::string Writer::run(const std::string& title, const std::vector<TimelineMark
     child(multitrack, "track", {{"producer", "background"}});
     for (const Line& line : lines) {
         const bool audio = line.track->kind == Kind::audio;
-        bool silent = audio && !line.track->clips.empty() &&
-                      std::all_of(line.track->clips.begin(), line.track->clips.end(),
-                                  [&](const ExportClip& c) { return muted_.count(sourceOf(c).id) > 0; });
+        const bool silent = mutedWhole(*line.track);
         // Picture tracks lend no sound (the sound tracks hold it); a sound
         // track shows no picture; a track of muted sources is muted whole.
         child(multitrack, "track", {{"producer", line.id}, {"hide", silent ? "both" : audio ? "video" : "audio"}});

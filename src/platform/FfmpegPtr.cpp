@@ -2,6 +2,8 @@
 
 #include <sys/stat.h>
 
+#include <cmath>
+
 extern "C" {
 #include <libavutil/avstring.h>
 }
@@ -44,6 +46,10 @@ CodecPtr openDecoder(const AVStream* stream, int threads) {
     ctx->pkt_timebase = stream->time_base;
     if (avcodec_open2(ctx.get(), codec, nullptr) < 0) return nullptr;
     return ctx;
+}
+
+int64_t streamStamp(const AVStream* s, double seconds) {
+    return av_rescale_q(std::llround(seconds * AV_TIME_BASE), AV_TIME_BASE_Q, s->time_base);
 }
 
 bool isPictureStream(const AVStream* s) {

@@ -56,6 +56,9 @@ std::string errorText(int code);
 // A real picture stream: cover art attached to a sound file does not count.
 bool isPictureStream(const AVStream* s);
 
+// `seconds` on the container's clock as a time stamp of stream `s`.
+int64_t streamStamp(const AVStream* s, double seconds);
+
 // Media time zero of an open file, in seconds of its container's clock: the
 // presentation time of the first frame of its first picture stream or, with
 // no picture, `firstSound`, the time of the first decoded sound sample

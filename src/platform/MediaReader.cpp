@@ -19,9 +19,7 @@ Error unreadable(const std::filesystem::path& file) {
     return Error{"Impossible de lire " + file.filename().string() + "."};
 }
 
-int64_t streamStamp(const AVStream* s, double seconds) {
-    return av_rescale_q(std::llround(seconds * AV_TIME_BASE), AV_TIME_BASE_Q, s->time_base);
-}
+using ff::streamStamp;
 
 // Quarter turns clockwise that bring the coded picture upright.
 int quarterTurns(const AVStream* s) {

@@ -92,9 +92,7 @@ struct ProxyWriter::State {
         ahead.reset();
         lastRaw = AV_NOPTS_VALUE;
         int64_t begin = source->start_time != AV_NOPTS_VALUE ? source->start_time : 0;
-        int64_t target = from > 0 ? av_rescale_q(std::llround((from + origin) * AV_TIME_BASE), AV_TIME_BASE_Q,
-                                                 source->time_base)
-                                  : begin;
+        int64_t target = from > 0 ? ff::streamStamp(source, from + origin) : begin;
         return frames->seek(std::max(target, begin));
     }
 
@@ -222,8 +220,7 @@ ChunkOutcome ProxyWriter::State::writeChunk(const std::filesystem::path& out, do
 
     // Stamps of the chunk count from `from`: its first picture, the one the
     // original shows at `from`, stands at 0 even when it began earlier.
-    const int64_t zero = av_rescale_q(std::llround((from + s.origin) * AV_TIME_BASE), AV_TIME_BASE_Q,
-                                      s.source->time_base);
+    const int64_t zero = ff::streamStamp(s.source, from + s.origin);
     int64_t lastOut = -1;
     auto emit = [&](const AVFrame* frame, int64_t stamp) -> int {
         if (stamp <= lastOut) return 0;  // a repeated stamp: the encoder needs order

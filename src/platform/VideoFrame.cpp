@@ -29,8 +29,7 @@ Result<RgbaFrame> decodeVideoFrame(const std::filesystem::path& file, double sec
     if (!dec) return cannotRead(file);
 
     int64_t start = stream->start_time != AV_NOPTS_VALUE ? stream->start_time : 0;
-    int64_t target = start + av_rescale_q(std::llround(std::max(seconds, 0.0) * AV_TIME_BASE), AV_TIME_BASE_Q,
-                                          stream->time_base);
+    int64_t target = start + ff::streamStamp(stream, std::max(seconds, 0.0));
     // A failed seek just means decoding from the start.
     ff::StreamDecoder decoder(ctx.get(), si, dec.get());
     if (target > start) decoder.seek(target);

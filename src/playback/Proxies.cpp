@@ -50,13 +50,16 @@ fs::path ProxyCache::chunkPath(const std::string& stem, int index) const {
     return folder_ / (stem + "-" + std::to_string(index) + ".mp4");
 }
 
+bool ProxyCache::hasChunk(const std::string& stem, int index) const {
+    const fs::path chunk = chunkPath(stem, index);
+    std::error_code ec;
+    return fs::is_regular_file(chunk, ec) && fs::file_size(chunk, ec) > 0;
+}
+
 std::optional<fs::path> ProxyCache::findChunk(const fs::path& file, int index) const {
     auto s = stem(file);
-    if (!s) return std::nullopt;
-    fs::path chunk = chunkPath(*s, index);
-    std::error_code ec;
-    if (!fs::is_regular_file(chunk, ec) || fs::file_size(chunk, ec) == 0) return std::nullopt;
-    return chunk;
+    if (!s || !hasChunk(*s, index)) return std::nullopt;
+    return chunkPath(*s, index);
 }
 
 int ProxyCache::chunkCount(double duration) {
@@ -121,12 +124,22 @@ void ProxyMaker::count(Chunk before, Chunk after) {
     progress_.finished = progress_.done == progress_.total;
 }
 
-void ProxyMaker::giveUp(FileState& f, const std::string& line) {
+void ProxyMaker::givePendingUp(FileState& f) {
     for (Chunk& c : f.chunks) {
         if (c != Chunk::pending) continue;
         count(c, Chunk::givenUp);
         c = Chunk::givenUp;
     }
+}
+
+const ProxyMaker::Chunk* ProxyMaker::chunkUnder(const FileState& f, double t) {
+    if (t < f.file.at || t >= f.file.at + f.file.duration || f.chunks.empty()) return nullptr;
+    const int k = std::min(ProxyCache::chunkAt(t - f.file.at), static_cast<int>(f.chunks.size()) - 1);
+    return &f.chunks[static_cast<size_t>(k)];
+}
+
+void ProxyMaker::giveUp(FileState& f, const std::string& line) {
+    givePendingUp(f);
     if (f.failed) return;
     f.failed = true;
     progress_.failed.push_back(f.file.path);
@@ -146,12 +159,8 @@ void ProxyMaker::start(std::vector<ProxyFile> files) {
         if (auto stem = cache_.stem(f.file.path)) {
             f.stem = *stem;
             cache_.removeStale(f.file.path);
-            for (size_t k = 0; k < f.chunks.size(); ++k) {
-                std::error_code statError;
-                fs::path chunk = cache_.chunkPath(f.stem, static_cast<int>(k));
-                if (fs::is_regular_file(chunk, statError) && fs::file_size(chunk, statError) > 0)
-                    f.chunks[k] = Chunk::made;
-            }
+            for (size_t k = 0; k < f.chunks.size(); ++k)
+                if (cache_.hasChunk(f.stem, static_cast<int>(k))) f.chunks[k] = Chunk::made;
         }
         states.push_back(std::move(f));
     }
@@ -192,10 +201,8 @@ void ProxyMaker::setPlayhead(double time, bool playing) {
         // Play moving on is not a jump: while playing this runs at every picture.
         bool missing = false;
         for (size_t fi = 0; jump && fi < files_.size() && !missing; ++fi) {
-            const FileState& f = files_[fi];
-            if (time < f.file.at || time >= f.file.at + f.file.duration) continue;
-            const int k = std::min(ProxyCache::chunkAt(time - f.file.at), static_cast<int>(f.chunks.size()) - 1);
-            missing = f.chunks[static_cast<size_t>(k)] == Chunk::pending;
+            const Chunk* c = chunkUnder(files_[fi], time);
+            missing = c && *c == Chunk::pending;
         }
         if (missing) {
             for (auto& w : workers_)
@@ -329,13 +336,7 @@ void ProxyMaker::work(Worker& self, int worker) {
             // Said once, whichever worker meets the folder's refusal first.
             if (!progress_.folderFailed && options_.log) options_.log(failure);
             progress_.folderFailed = true;
-            for (FileState& other : files_) {
-                for (Chunk& o : other.chunks) {
-                    if (o != Chunk::pending) continue;
-                    count(o, Chunk::givenUp);
-                    o = Chunk::givenUp;
-                }
-            }
+            for (FileState& other : files_) givePendingUp(other);
         } else if (!failure.empty()) {
             giveUp(*f, failure);
         }
@@ -362,10 +363,8 @@ std::string ProxyMaker::status() const {
 bool ProxyMaker::readyAround(double time) const {
     std::lock_guard guard(lock_);
     for (const FileState& f : files_) {
-        if (time < f.file.at || time >= f.file.at + f.file.duration) continue;
-        const int k = std::min(ProxyCache::chunkAt(time - f.file.at), static_cast<int>(f.chunks.size()) - 1);
-        const Chunk c = f.chunks[static_cast<size_t>(k)];
-        if (c != Chunk::made && c != Chunk::givenUp) return false;
+        const Chunk* c = chunkUnder(f, time);
+        if (c && *c != Chunk::made && *c != Chunk::givenUp) return false;
     }
     return true;
 }

@@ -42,6 +42,8 @@ public:
     std::filesystem::path chunkPath(const std::string& stem, int index) const;
     // Chunk `index` of `file` when it has been made from the file as it is now.
     std::optional<std::filesystem::path> findChunk(const std::filesystem::path& file, int index) const;
+    // Whether chunk `index` of the file of `stem` is there, not empty.
+    bool hasChunk(const std::string& stem, int index) const;
     // Chunks covering a file of `duration` seconds (at least one).
     static int chunkCount(double duration);
     // The chunk holding `fileTime` (a time a microsecond short of an edge
@@ -153,6 +155,9 @@ private:
     // just written; lock held.
     std::optional<Job> pick(int openFile, int next) const;
     void giveUp(FileState& f, const std::string& line);  // lock held
+    void givePendingUp(FileState& f);                    // lock held; the file is not counted failed
+    // The chunk of `f` under set time t; null where the file has no picture.
+    static const Chunk* chunkUnder(const FileState& f, double t);
     void count(Chunk before, Chunk after);               // lock held
 
     ProxyCache cache_;

@@ -1,194 +1,15 @@
-// The presets: each one lays out its cameras and recorders on the set's time
-// line with draws from one SplitMix64, so a seed fixes the whole plan.
+// The presets of the generator: the table of every preset by name, and the
+// plain families (unit-test sets, hard cases, sync puzzles).
 #include "Presets.h"
 
 #include <algorithm>
 #include <cmath>
-#include <map>
 
-#include "Dsp.h"
+#include "PresetBuilder.h"
 
 namespace qv::setgen {
 
 namespace {
-
-constexpr int64_t baseDate = 1718488800;  // 2024-06-15 22:00:00 UTC, doors open
-
-// How one camera records, the same for all its clips.
-struct CameraStyle {
-    int fpsNum = 25, fpsDen = 1;
-    int sampleRate = 48000;
-    int channels = 2;
-    std::string extension = ".mp4";
-    bool dated = false;
-    bool datesAtEnd = false;  // stamped when the file closes, as many action cameras and phones do
-    int64_t clock = 0;        // seconds its clock is ahead of the others
-};
-
-// `count` clips between `from` and `to`, each `minLen` to `maxLen` long
-// (shrunk when they cannot fit) and at least `minGap` apart, never overlapping.
-std::vector<std::pair<double, double>> layout(SplitMix64& rng, double from, double to, int count, double minLen,
-                                              double maxLen, double minGap) {
-    std::vector<double> lengths(static_cast<size_t>(count));
-    double sum = 0;
-    for (double& d : lengths) sum += d = uniform(rng, minLen, maxLen);
-    const double span = to - from, gaps = (count - 1) * minGap;
-    if (sum + gaps > span) {
-        double k = (span - gaps) * 0.98 / sum;
-        for (double& d : lengths) d *= k;
-        sum *= k;
-    }
-    std::vector<double> weights(static_cast<size_t>(count + 1));
-    double wsum = 0;
-    for (double& w : weights) wsum += w = uniform(rng, 0.05, 1.0);
-    const double slack = span - sum - gaps;
-    std::vector<std::pair<double, double>> clips;
-    double t = from + slack * weights[0] / wsum;
-    for (size_t i = 0; i < lengths.size(); ++i) {
-        clips.emplace_back(t, lengths[i]);
-        t += lengths[i] + minGap + slack * weights[i + 1] / wsum;
-    }
-    return clips;
-}
-
-class Builder {
-public:
-    Builder(std::string preset, uint64_t seed) : rng_(seed ^ presetHash(preset)) {
-        plan_.preset = std::move(preset);
-        plan_.seed = seed;
-    }
-
-    SplitMix64& rng() { return rng_; }
-    SetPlan take() { return std::move(plan_); }
-
-    int addMusic(double duration, int drops, int rate = 48000, bool phrases = false, double room = 1.0) {
-        plan_.musics.push_back(MusicRecipe{duration, drops, rate, rng_.next(), phrases, room});
-        return static_cast<int>(plan_.musics.size()) - 1;
-    }
-
-    double setDuration() const { return plan_.musics.front().duration; }
-
-    void pictureSize(int width, int height) {
-        width_ = width;
-        height_ = height;
-    }
-
-    CameraStyle& style(int camera) {
-        auto it = styles_.find(camera);
-        if (it != styles_.end()) return it->second;
-        CameraStyle s;
-        if (chance(rng_, 0.5)) {
-            s.fpsNum = 30000;
-            s.fpsDen = 1001;
-        }
-        s.sampleRate = chance(rng_, 0.6) ? 48000 : 44100;
-        s.channels = chance(rng_, 0.7) ? 2 : 1;
-        s.extension = chance(rng_, 0.7) ? ".mp4" : ".mov";
-        s.dated = chance(rng_, 0.5);
-        return styles_[camera] = s;
-    }
-
-    // Fixes a camera's rate (and MP4 files) before its first clip.
-    void rate(int camera, int fpsNum, int fpsDen) {
-        CameraStyle& s = style(camera);
-        s.fpsNum = fpsNum;
-        s.fpsDen = fpsDen;
-        s.extension = ".mp4";
-    }
-
-    // A camera clip; `name` without extension takes the camera's own.
-    FilePlan& camera(int number, int clip, double start, double duration, std::string name = {}, int music = 0) {
-        const CameraStyle& s = style(number);
-        FilePlan f;
-        f.source = "Cam " + std::to_string(number);
-        f.path = f.source + "/" + (name.empty() ? "clip " + std::to_string(clip) + s.extension : name);
-        f.kind = FileKind::camera;
-        f.music = music;
-        f.cameraNumber = number;
-        f.clipNumber = clip;
-        f.width = width_;
-        f.height = height_;
-        f.fpsNum = s.fpsNum;
-        f.fpsDen = s.fpsDen;
-        f.sampleRate = s.sampleRate;
-        f.channels = s.channels;
-        f.start = snap(start, music);
-        // Whole frames, ending inside the music.
-        double room = std::min(duration, plan_.musics[static_cast<size_t>(music)].duration - f.start);
-        auto frames = static_cast<long>(std::floor(room * f.fpsNum / f.fpsDen));
-        f.duration = static_cast<double>(frames) * f.fpsDen / f.fpsNum;
-        f.mics.push_back(Microphone::camera(rng_));
-        if (s.dated) f.recordedAt = baseDate + s.clock + std::llround(s.datesAtEnd ? f.start + f.duration : f.start);
-        plan_.files.push_back(std::move(f));
-        return plan_.files.back();
-    }
-
-    // A sound file of recorder `number`.
-    FilePlan& recorder(int number, const std::string& name, double start, double duration, int music = 0) {
-        FilePlan f;
-        f.source = "Son " + std::to_string(number);
-        f.path = f.source + "/" + name;
-        f.kind = FileKind::audio;
-        f.music = music;
-        f.sampleRate = chance(rng_, 0.7) ? 48000 : 44100;
-        f.channels = chance(rng_, 0.6) ? 2 : 1;
-        f.pcmBits = chance(rng_, 0.5) ? 24 : 16;
-        const MusicRecipe& m = plan_.musics[static_cast<size_t>(music)];
-        f.start = snap(start, music);
-        f.duration = std::floor(std::min(duration, m.duration - f.start) * m.rate) / m.rate;
-        f.mics.push_back(Microphone::recorder(rng_));
-        // Of the sound containers only MPEG-4 carries a creation date.
-        if (name.ends_with(".m4a") && chance(rng_, 0.5)) f.recordedAt = baseDate + std::llround(f.start);
-        plan_.files.push_back(std::move(f));
-        return plan_.files.back();
-    }
-
-    // A recorder running from near the start to near the end of the set.
-    FilePlan& mainRecorder(int number, const std::string& name) {
-        double d = setDuration();
-        double start = uniform(rng_, 0, 0.04 * d);
-        double end = uniform(rng_, 0.96 * d, d);
-        return recorder(number, name, start, end - start);
-    }
-
-    void cameras(int count, int minClips, int maxClips, double minLen, double maxLen, double minGap) {
-        for (int c = 1; c <= count; ++c) {
-            int clips = uniformInt(rng_, minClips, maxClips);
-            auto spans = layout(rng_, 0, setDuration(), clips, minLen, maxLen, minGap);
-            for (size_t k = 0; k < spans.size(); ++k)
-                camera(c, static_cast<int>(k) + 1, spans[k].first, spans[k].second);
-        }
-    }
-
-    void raw(const std::string& path, const std::string& source, std::string bytes, std::string note) {
-        FilePlan f;
-        f.path = path;
-        f.source = source;
-        f.kind = FileKind::audio;
-        f.raw = std::move(bytes);
-        f.sound = false;
-        f.expect = "ignored";
-        f.note = std::move(note);
-        plan_.files.push_back(std::move(f));
-    }
-
-private:
-    static uint64_t presetHash(const std::string& name) {
-        uint64_t h = 1469598103934665603ull;  // FNV-1a
-        for (unsigned char c : name) h = (h ^ c) * 1099511628211ull;
-        return h;
-    }
-
-    double snap(double t, int music) const {
-        double rate = plan_.musics[static_cast<size_t>(music)].rate;
-        return std::max(0.0, std::round(t * rate) / rate);
-    }
-
-    SetPlan plan_;
-    SplitMix64 rng_;
-    std::map<int, CameraStyle> styles_;
-    int width_ = 320, height_ = 180;
-};
 
 SetPlan tiny(Builder& b) {
     b.addMusic(20, 0);
@@ -582,89 +403,22 @@ SetPlan codecs(Builder& b) {
     return b.take();
 }
 
-// Phones and action cameras beside ordinary ones, small pictures for tests:
-// an SDR camera at 25 fps, an action camera at 50 fps, a phone filming
-// 10-bit HEVC in HLG over BT.2020 at 29.97 fps held upright (a 90° rotation
-// in its metadata), a PQ (HDR10) clip, an SDR clip over BT.2020 primaries,
-// and two hard cases: 10 bits without any colour tag, and a transfer no
-// camera uses.
-SetPlan hdr(Builder& b) {
-    b.addMusic(20, 1);
-    b.rate(1, 25, 1);
-    b.camera(1, 1, 0.5, 18.5);
-    // Camera, rate, start drawn in [from, to), length, recording, rotation, truth's name.
-    struct Case {
-        int camera, num, den;
-        double from, to, length;
-        Recording recording;
-        int rotation;
-        const char* note;
-    };
-    const Case cases[] = {
-        {2, 50, 1, 0.5, 2, 16, Recording::sdr, 0, "action-50fps"},
-        {3, 30000, 1001, 0.5, 2, 16, Recording::hlg, 90, "phone-hlg"},
-        {4, 25, 1, 1, 3, 14, Recording::pq, 0, "hdr10-pq"},
-        {5, 25, 1, 1, 4, 12, Recording::untagged10, 0, "untagged-10bit"},
-        {6, 25, 1, 1, 4, 12, Recording::unknownTransfer, 0, "unknown-transfer"},
-        {7, 25, 1, 1, 4, 12, Recording::wideSdr, 0, "bt2020-sdr"},
-    };
-    for (const Case& c : cases) {
-        b.rate(c.camera, c.num, c.den);
-        FilePlan& file = b.camera(c.camera, 1, uniform(b.rng(), c.from, c.to), c.length);
-        file.recording = c.recording;
-        file.rotation = c.rotation;
-        file.note = c.note;
-    }
-    b.mainRecorder(1, "prise 1.wav");
-    return b.take();
-}
-
-// Grain and bit rate of a camera that writes `mbps` Mbit/s in full HD,
-// scaled to the picture's area so small test pictures stay as dense.
-void realFootage(FilePlan& f, double mbps) {
-    f.grain = 14;
-    f.bitrateKbps = std::max(200, static_cast<int>(std::lround(mbps * 1000 * f.width * f.height / (1920.0 * 1080))));
-}
-
-// The player's benchmark on real weight: eight full-HD cameras at 25 fps
-// writing 20 to 30 Mbit/s of grainy pictures (H.264 High, B-frames, a key
-// frame every 2 s) over a minute, and two recorders.
-SetPlan realcam(Builder& b) {
-    b.addMusic(62, 1);
-    b.pictureSize(1920, 1080);
-    for (int c = 1; c <= 8; ++c) {
-        b.rate(c, 25, 1);
-        realFootage(b.camera(c, 1, 0.1 * c, 60), uniform(b.rng(), 20, 30));
-    }
-    b.recorder(1, "prise 1.wav", 0, 62);
-    b.recorder(2, "prise 1.wav", 0.3, 61.5);
-    return b.take();
-}
-
-// The same kind of files, small and short, for the tests: three cameras of
-// 320 × 180 over twelve seconds, one of them in two clips.
-SetPlan realsmall(Builder& b) {
-    b.addMusic(12, 0);
-    for (int c = 1; c <= 3; ++c) b.rate(c, 25, 1);
-    realFootage(b.camera(1, 1, 0.2, 11.5), 25);
-    realFootage(b.camera(2, 1, 0.5, 5.0), 25);
-    realFootage(b.camera(2, 2, 6.0, 5.8), 25);
-    realFootage(b.camera(3, 1, 1.0, 10.5), 25);
-    b.recorder(1, "prise 1.wav", 0, 12);
-    return b.take();
-}
-
-using Maker = SetPlan (*)(Builder&);
-
-const std::vector<std::pair<std::string, Maker>>& makers() {
-    static const std::vector<std::pair<std::string, Maker>> list = {
+const NamedPresets& plainPresets() {
+    static const NamedPresets list = {
         {"tiny", tiny},     {"test", test},       {"demo", demo},        {"hard", hard}, {"hour", hour},
         {"nocorr", nocorr}, {"silent", silence}, {"longshort", longshort}, {"drops", drops},
         {"covered", covered}, {"club", club},   {"render", render},   {"fullhd", fullhd},
         {"multicam", multicam}, {"eight", eight},
-        {"lateclip", lateclip}, {"loop", loop}, {"codecs", codecs}, {"hdr", hdr},
-        {"realcam", realcam},   {"realsmall", realsmall}};
+        {"lateclip", lateclip}, {"loop", loop}, {"codecs", codecs}};
     return list;
+}
+
+// Every preset, family by family; a new family adds its list here.
+NamedPresets makers() {
+    NamedPresets all;
+    for (const NamedPresets* family : {&plainPresets(), &footagePresets()})
+        all.insert(all.end(), family->begin(), family->end());
+    return all;
 }
 
 }  // namespace

@@ -383,6 +383,8 @@ void AppModel::scanned(std::vector<MediaSource> sources, std::optional<ProjectFi
     notify(Field::levels);
     muted_.clear();
     notify(Field::muted);
+    channels_.clear();
+    notify(Field::channels);
     EffectSettings effects = effects_;
     effects.zoomCameras = allCameras();
     effects.shakeCameras.clear();
@@ -504,7 +506,7 @@ void AppModel::install(SyncResult result, const std::vector<MediaSource>& source
     Log::write("Synchro : " + std::to_string(placed) + " calés, " + std::to_string(unsynced) + " non calés, durée " +
                std::to_string(static_cast<long long>(std::llround(length))) + " s");
     automatic_ = std::move(result);
-    result_ = folder_ ? HandPlacement::apply(*automatic_, edit_.hand(), *folder_) : *automatic_;
+    result_ = heardResult();
     edit_.setResult(result_);
     notify(Field::result);
     setWorking(false);
@@ -543,7 +545,7 @@ void AppModel::applyHand() {
     dropPlayer();
     notify(Field::player);
     appliedFade_ = -1;
-    result_ = HandPlacement::apply(*automatic_, edit_.hand(), *folder_);
+    result_ = heardResult();
     edit_.setResult(result_);
     notify(Field::result);
     if (!result_->placed.empty()) startPlayer(sources_);
@@ -665,6 +667,8 @@ ProjectFile AppModel::makeProject() const {
     p.zoom = edit_.zoom();
     p.viewStart = edit_.viewStart();
     p.handPlacements = edit_.hand();
+    for (const auto& [name, choice] : keyedByName(channels_, sources_))
+        if (choice > 0) p.channels[name] = choice;
     return p;
 }
 
@@ -676,6 +680,9 @@ void AppModel::apply(const ProjectFile& project) {
     notify(Field::levels);
     muted_ = sourceIds(project.muted, sources_);
     notify(Field::muted);
+    channels_ = keyedById(project.channels, sources_);
+    notify(Field::channels);
+    if (automatic_ && !channels_.empty()) applyHand();
     setEffects(effectsOf(project, sources_));
     setAutoSettings(autoSettingsOf(project, sources_));
     format_ = project.format;

@@ -47,7 +47,8 @@ public:
         selectedSegment, audio, effects, grades, editedCamera, drops, dropSensitivity, format, framing,
         autoSettings, dropMargins, previewDivision, zoom, toast, viewStart, range, levels, muted,
         currentProjectId, projectName, projects, showNewProject, savedAt, prefill,
-        clipDrops, clipsJob
+        clipDrops, clipsJob,
+        channels  // what is heard of each recorder
     };
 
     static constexpr double autosaveDelay = 1.5;  // seconds after the last change
@@ -126,6 +127,12 @@ public:
     const std::map<Uuid, double>& levels() const { return levels_; }
     void setLevel(const Uuid& source, double db);
     const std::set<Uuid>& muted() const { return muted_; }
+    // What is heard of a recorder, "Canal : mélange / 1 / 2 / …": 0 its mix,
+    // k its input k (sync/SoundChoice.h); the player, the render and the
+    // exports follow. `channelChoices` is how many inputs it offers.
+    int channel(const Uuid& source) const;
+    int channelChoices(const Uuid& source) const;
+    void setChannel(const Uuid& source, int choice);
     const std::optional<std::string>& currentProjectId() const { return currentProjectId_; }
     const std::string& projectName() const { return projectName_; }
     const std::vector<ProjectFile>& projects() const { return projects_; }
@@ -279,6 +286,9 @@ private:
     void startPlayer(const std::vector<MediaSource>& sources);
     // Lays the hand placements over the automatic result, with a new player.
     void applyHand();
+    // The result as heard: the sync's, with the files placed by hand and
+    // each recorder's channel choice.
+    SyncResult heardResult() const;
 
     Services services_;
     EditModel edit_;
@@ -312,6 +322,7 @@ private:
     int previewDivision_ = 1;
     std::map<Uuid, double> levels_;
     std::set<Uuid> muted_;
+    std::map<Uuid, int> channels_;  // by source; absent is 0
     std::optional<std::string> currentProjectId_;
     std::string projectName_;
     std::vector<ProjectFile> projects_;

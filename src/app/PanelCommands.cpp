@@ -2,9 +2,41 @@
 // format and each camera's framing, the effects and the cameras they apply
 // to, the grades and the imported LUTs and presets.
 #include "app/AppModel.h"
+#include "edit/HandPlacement.h"
 #include "looks/LookLibrary.h"
+#include "sync/SoundChoice.h"
 
 namespace qv {
+
+int AppModel::channel(const Uuid& source) const {
+    auto it = channels_.find(source);
+    return it == channels_.end() ? 0 : it->second;
+}
+
+int AppModel::channelChoices(const Uuid& source) const {
+    if (!automatic_) return 0;
+    for (size_t s = 0; s < sources_.size(); ++s)
+        if (sources_[s].id == source) return SoundChoice::inputs(*automatic_, static_cast<int>(s));
+    return 0;
+}
+
+SyncResult AppModel::heardResult() const {
+    SyncResult placed = folder_ ? HandPlacement::apply(*automatic_, edit_.hand(), *folder_) : *automatic_;
+    std::map<int, int> choices;
+    for (size_t s = 0; s < sources_.size(); ++s)
+        if (int c = channel(sources_[s].id); c > 0) choices[static_cast<int>(s)] = c;
+    return SoundChoice::apply(std::move(placed), choices);
+}
+
+void AppModel::setChannel(const Uuid& source, int choice) {
+    choice = std::clamp(choice, 0, std::max(0, channelChoices(source)));
+    if (channel(source) == choice) return;
+    if (choice == 0) channels_.erase(source);
+    else channels_[source] = choice;
+    notify(Field::channels);
+    // The player reads one result: a new one takes over where this one was.
+    if (automatic_) applyHand();
+}
 
 void AppModel::setFormat(OutputFormat format) {
     format_ = format;

@@ -85,7 +85,10 @@ void printSyncReport(const std::vector<MediaSource>& sources, const SyncResult& 
     out << cformat("Synchro en %.1f s", seconds) << "\n";
     for (const auto& p : result.placed) {
         const std::string source = terminalSafe(sources[static_cast<size_t>(p.sourceIndex)].name);
-        std::string reliability = p.score ? cformat("%.1f", static_cast<double>(*p.score)) : "réf";
+        std::string reliability = p.placedBy == PlacedBy::clock        ? "horloge"
+                                  : p.placedBy == PlacedBy::neighbours ? "voisins"
+                                  : p.score                            ? cformat("%.1f", static_cast<double>(*p.score))
+                                                                       : "réf";
         if (p.ambiguous) reliability += " AMBIGU";
         out << "  " << padRight(source, 8) << " " << padRight(terminalSafe(p.item.fileName()), 22) << " "
             << cformat("début %9.3f s", p.start) << "  fiabilité " << reliability << "  (calé sur "

@@ -83,7 +83,7 @@ private:
     bool mutedWhole(const Track& track) const {
         return track.kind == Kind::audio && !track.clips.empty() &&
                std::all_of(track.clips.begin(), track.clips.end(),
-                           [&](const ExportClip& c) { return muted_.count(sourceOf(c).id) > 0; });
+                           [&](const ExportClip& c) { return soundOff(c, sources_, muted_); });
     }
     std::string producerFor(pugi::xml_node root, const MediaItem& item, pugi::xml_node before);
     void playlist(pugi::xml_node root, const Track& track, const std::string& id, const std::string& title,
@@ -201,12 +201,21 @@ void Writer::pictureFilters(pugi::xml_node entry, const ExportClip& clip, const 
 void Writer::soundFilters(pugi::xml_node entry, const Track& track, const ExportClip& clip, const ClipFrames& f,
                           bool trackMuted) {
     const MediaSource& source = sourceOf(clip);
-    if (!trackMuted && muted_.count(source.id)) {
+    if (!trackMuted && soundOff(clip, sources_, muted_)) {
         // One silent clip among heard ones: the track stays on.
         pugi::xml_node mute = filter(entry, "volume", f.in, f.out - 1);
         property(mute, "gain", "0");
         property(mute, "kdenlive_id", "volume");
     }
+    // One channel chosen among several: copied to both sides, as heard.
+    const std::vector<int> heard = heardChannels(clip);
+    if (clip.sound.channels != 0 && heard.size() == 1 && clip.item.audioChannels > 1)
+        for (int side : {0, 1}) {
+            if (heard[0] == side) continue;
+            pugi::xml_node copy = filter(entry, "channelcopy", f.in, f.out - 1);
+            property(copy, "from", num(heard[0]));
+            property(copy, "to", num(side));
+        }
     auto level = timeline_.levels.find(source.id);
     if (level != timeline_.levels.end() && level->second != 0) {
         pugi::xml_node gain = filter(entry, "volume", f.in, f.out - 1);

@@ -20,9 +20,13 @@ std::vector<ExportClip> trimmed(const SyncResult& result, int sourceIndex, doubl
     for (const PlacedItem& p : result.placed) {
         if (p.sourceIndex != sourceIndex || p.item.audioChannels < 1) continue;
         double s = std::max(p.start, lo);
-        double e = std::min(p.start + p.item.duration, hi);
+        double e = std::min(givesWay(result, p), hi);
         if (!(e - s > minimumClip)) continue;
-        out.push_back({p.item, sourceIndex, s - lo, p.sourceIn(s, e), e - s, Uuid::make(), std::nullopt});
+        ExportClip clip{p.item, sourceIndex, s - lo, p.sourceIn(s, e), e - s, Uuid::make(), std::nullopt};
+        clip.sound = p.sound;
+        if (p.take) clip.lane = p.lane;
+        clip.heard = p.heard;
+        out.push_back(std::move(clip));
     }
     return out;
 }
@@ -90,11 +94,12 @@ Timeline montageTimeline(const std::vector<MediaSource>& sources, const SyncResu
             effectFor ? effectFor(plan) : defaultEffect(plan, sources, cameraSources, effects);
         const int source = cameraSources[static_cast<size_t>(plan.camera)];
         for (const PlacedItem& p : result.placed) {
-            if (p.sourceIndex != source || !p.item.hasVideo) continue;
-            const double s = std::max(a, p.start), e = std::min(b, p.start + p.item.duration);
+            if (p.sourceIndex != source || !p.item.hasVideo || !p.heard) continue;
+            const double s = std::max(a, p.start), e = std::min(b, givesWay(result, p));
             if (!(e - s > minimumClip)) continue;
             // A drifting camera is in step with the set at the plan's middle.
             ExportClip clip{p.item, source, s - lo, p.sourceIn(s, e), e - s, Uuid::make(), std::nullopt};
+            clip.sound = p.sound;
             if (effect.hasMotion()) clip.motion = ClipMotion{effect, plan.start - lo, plan.end - plan.start};
             picture.push_back(std::move(clip));
         }
@@ -131,16 +136,15 @@ Timeline montageTimeline(const std::vector<MediaSource>& sources, const SyncResu
     std::vector<Track> tableTracks;
     for (size_t s = 0; s < sources.size(); ++s) {
         if (sources[s].kind != SourceKind::audio) continue;
-        for (const auto& lane : lanes(trimmed(result, static_cast<int>(s), lo, hi), rate))
-            for (Track& t : soundTracks(lane)) tableTracks.push_back(std::move(t));
+        for (Track& t : sourceSoundTracks(trimmed(result, static_cast<int>(s), lo, hi), rate))
+            tableTracks.push_back(std::move(t));
     }
 
     std::vector<Track> cameraTracks;
     if (audio.mode == AudioSettings::Mode::all) {
         // Every camera's own sound, on its own lanes, not linked to the picture.
         for (int s : cameraSources)
-            for (const auto& lane : lanes(trimmed(result, s, lo, hi), rate))
-                for (Track& t : soundTracks(lane)) cameraTracks.push_back(std::move(t));
+            for (Track& t : sourceSoundTracks(trimmed(result, s, lo, hi), rate)) cameraTracks.push_back(std::move(t));
     } else {
         // The sound that follows the cut shares its picture's group, so a cut
         // moved in the editing program moves both.

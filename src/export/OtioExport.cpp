@@ -45,8 +45,13 @@ Json track(const Track& t, const std::string& name, const std::vector<MediaSourc
                                    {"name", xmlSafe(c.item.fileName())},
                                    {"available_range", timeRange(0, frames(c.item.duration, rate), rate)},
                                    {"target_url", pathURL(c.item.url)}};
-        const MediaSource& source = sources.at(static_cast<size_t>(c.sourceIndex));
-        if (t.kind == Kind::audio && muted.count(source.id)) clip["enabled"] = false;
+        if (t.kind == Kind::audio && soundOff(c, sources, muted)) clip["enabled"] = false;
+        if (t.kind == Kind::audio && (c.sound.stream > 0 || c.sound.channels != 0)) {
+            // Which of the file's sound it takes, for a reader that can choose.
+            Json channels = Json::array();
+            for (int k : heardChannels(c)) channels.push_back(k + 1);
+            clip["metadata"]["quorvel"] = {{"stream", c.sound.stream + 1}, {"channels", std::move(channels)}};
+        }
         children.push_back(std::move(clip));
         cursor = f.end;
     }

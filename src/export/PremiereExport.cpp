@@ -100,15 +100,69 @@ std::vector<Track> audioPair(const std::vector<ExportClip>& clips) {
     return pair;
 }
 
+std::vector<int> heardChannels(const ExportClip& clip) {
+    std::vector<int> out;
+    const int count = std::clamp(clip.item.audioChannels, 1, 64);
+    for (int c = 0; c < count; ++c)
+        if (clip.sound.channels == 0 || (clip.sound.channels >> c & 1)) out.push_back(c);
+    if (out.empty()) out.push_back(0);
+    return out;
+}
+
+int sourceChannel(const ExportClip& clip, int channel) {
+    const std::vector<int> heard = heardChannels(clip);
+    const int index = heard[static_cast<size_t>(std::clamp(channel, 1, static_cast<int>(heard.size())) - 1)];
+    // The streams before it count all their channels: as many as the file's widest.
+    return std::max(0, clip.sound.stream) * std::max(1, clip.item.audioChannels) + index + 1;
+}
+
 std::vector<Track> soundTracks(const std::vector<ExportClip>& lane) {
     int channels = 0;
-    for (const ExportClip& c : lane) channels = std::max(channels, c.item.audioChannels);
+    for (const ExportClip& c : lane) channels = std::max(channels, static_cast<int>(heardChannels(c).size()));
     if (channels >= 2) return audioPair(lane);
     Track mono;
     mono.kind = Kind::audio;
     mono.clips = lane;
     mono.attributes = {{"premiereTrackType", "Mono"}};
     return {mono};
+}
+
+std::vector<Track> sourceSoundTracks(const std::vector<ExportClip>& clips, SequenceRate rate) {
+    // The source's own lane first, then each lane of its takes, heard first.
+    std::vector<std::pair<std::string, bool>> order;
+    for (const ExportClip& c : clips) {
+        const std::pair<std::string, bool> key{c.lane, c.heard};
+        if (std::find(order.begin(), order.end(), key) == order.end()) order.push_back(key);
+    }
+    std::stable_sort(order.begin(), order.end(), [](const auto& a, const auto& b) {
+        return a.first.empty() != b.first.empty() ? a.first.empty() : a.second > b.second;
+    });
+    std::vector<Track> out;
+    for (const auto& [name, heard] : order) {
+        std::vector<ExportClip> group;
+        for (const ExportClip& c : clips)
+            if (c.lane == name && c.heard == heard) group.push_back(c);
+        for (const auto& lane : lanes(std::move(group), rate))
+            for (Track& t : soundTracks(lane)) {
+                t.lane = name;
+                out.push_back(std::move(t));
+            }
+    }
+    return out;
+}
+
+double givesWay(const SyncResult& result, const PlacedItem& p) {
+    double end = p.start + p.item.duration;
+    for (const PlacedItem& q : result.placed)
+        if (q.sourceIndex == p.sourceIndex && !q.follows.empty() && q.follows == p.item.url && q.start > p.start)
+            end = std::min(end, q.start);
+    return end;
+}
+
+bool soundOff(const ExportClip& clip, const std::vector<MediaSource>& sources, const std::set<Uuid>& muted) {
+    if (!clip.heard) return true;
+    return static_cast<size_t>(clip.sourceIndex) < sources.size() &&
+           muted.count(sources[static_cast<size_t>(clip.sourceIndex)].id) > 0;
 }
 
 std::string pathURL(const std::filesystem::path& path) {
@@ -165,9 +219,26 @@ std::string trackTitle(const Track& track, const std::vector<MediaSource>& sourc
     for (const ExportClip& c : track.clips) from.insert(c.sourceIndex);
     const bool video = track.kind == Kind::video;
     if (from.empty()) return (video ? "V" : "A") + std::to_string(number);
-    if (from.size() == 1 && static_cast<size_t>(*from.begin()) < sources.size())
-        return sources[static_cast<size_t>(*from.begin())].name;
-    return video ? "Montage" : "Son des caméras";
+    if (from.size() != 1 || static_cast<size_t>(*from.begin()) >= sources.size())
+        return video ? "Montage" : "Son des caméras";
+    std::string title = sources[static_cast<size_t>(*from.begin())].name;
+    if (video) return title;
+    if (!track.lane.empty()) title += " " + track.lane;
+    // The channels taken, when all its clips take the same ones and not all.
+    const ExportClip& first = track.clips.front();
+    const bool same = std::all_of(track.clips.begin(), track.clips.end(), [&](const ExportClip& c) {
+        return c.sound == first.sound && c.item.audioChannels == first.item.audioChannels;
+    });
+    if (!same) return title;
+    std::string which;
+    if (first.sound.stream > 0) which = "piste " + std::to_string(first.sound.stream + 1);
+    if (first.sound.channels != 0) {
+        const std::vector<int> heard = heardChannels(first);
+        std::string list;
+        for (int c : heard) list += (list.empty() ? "" : "+") + std::to_string(c + 1);
+        which += (which.empty() ? "" : ", ") + std::string(heard.size() > 1 ? "canaux " : "canal ") + list;
+    }
+    return which.empty() ? title : title + " (" + which + ")";
 }
 
 bool isSecondOfPair(const Track& track) {
@@ -389,7 +460,7 @@ void Writer::clipitem(pugi::xml_node parent, const Track& track, size_t index, c
     pugi::xml_node node = el(parent, "clipitem", {}, {{"id", slot.id}});
     el(node, "masterclipid", "masterclip-" + fileId.substr(5));
     el(node, "name", item.fileName());
-    el(node, "enabled", audio && muted_.count(source.id) ? "FALSE" : "TRUE");
+    el(node, "enabled", audio && soundOff(clip, sources_, muted_) ? "FALSE" : "TRUE");
     el(node, "duration", num(frame(item.duration)));
     rateElement(node, rate_);
     ClipFrames f = clipFrames(clip, fps_);
@@ -412,7 +483,7 @@ void Writer::clipitem(pugi::xml_node parent, const Track& track, size_t index, c
     } else {
         pugi::xml_node st = el(node, "sourcetrack");
         el(st, "mediatype", "audio");
-        el(st, "trackindex", num(std::min(track.channel, std::max(1, item.audioChannels))));
+        el(st, "trackindex", num(sourceChannel(clip, track.channel)));
         auto level = levels_.find(source.id);
         if (level != levels_.end() && level->second != 0) audioLevel(node, level->second);
     }
@@ -528,10 +599,16 @@ std::string render(const std::string& name, const std::vector<MediaSource>& sour
 
 Timeline synchroTimeline(const std::vector<MediaSource>& sources, const SyncResult& result,
                          const std::map<Uuid, double>& levels) {
-    // Each file's own id as its group links its picture and its sound.
+    // Each file's own id as its group links its picture and its sound. A
+    // piece of a recording gives way where the next one starts.
     std::vector<ExportClip> clips;
-    for (const PlacedItem& p : result.placed)
-        clips.push_back({p.item, p.sourceIndex, p.start, 0, p.item.duration, p.item.id, std::nullopt});
+    for (const PlacedItem& p : result.placed) {
+        ExportClip c{p.item, p.sourceIndex, p.start, 0, givesWay(result, p) - p.start, p.item.id, std::nullopt};
+        c.sound = p.sound;
+        if (p.take) c.lane = p.lane;
+        c.heard = p.heard;
+        clips.push_back(std::move(c));
+    }
 
     auto firstVideo = std::find_if(clips.begin(), clips.end(), [](const ExportClip& c) { return c.item.hasVideo; });
     SequenceRate rate = SequenceRate::closest(firstVideo != clips.end() ? firstVideo->item.frameRate : 25.0);
@@ -546,7 +623,10 @@ Timeline synchroTimeline(const std::vector<MediaSource>& sources, const SyncResu
     std::vector<Track> video;
     for (size_t s = 0; s < sources.size(); ++s) {
         if (sources[s].kind == SourceKind::audio) continue;
-        for (auto& lane : lanes(clipsOf(s, [](const MediaItem& i) { return i.hasVideo; }), rate)) {
+        // Of a take, the picture of the lane heard.
+        auto picture = clipsOf(s, [](const MediaItem& i) { return i.hasVideo; });
+        std::erase_if(picture, [](const ExportClip& c) { return !c.heard; });
+        for (auto& lane : lanes(std::move(picture), rate)) {
             Track t;
             t.clips = std::move(lane);
             video.push_back(std::move(t));
@@ -561,8 +641,8 @@ Timeline synchroTimeline(const std::vector<MediaSource>& sources, const SyncResu
     });
     std::vector<Track> audio;
     for (size_t s : order)
-        for (const auto& lane : lanes(clipsOf(s, [](const MediaItem& i) { return i.audioChannels >= 1; }), rate))
-            for (Track& t : soundTracks(lane)) audio.push_back(std::move(t));
+        for (Track& t : sourceSoundTracks(clipsOf(s, [](const MediaItem& i) { return i.audioChannels >= 1; }), rate))
+            audio.push_back(std::move(t));
 
     // The sequence ends where its last clip does: clips stop on their file's
     // last whole frame, which may be a frame before the rounded end of the set.

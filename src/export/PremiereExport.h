@@ -68,6 +68,13 @@ struct ExportClip {
     double duration = 0;  // seconds
     Uuid group;           // clips sharing a group are linked
     std::optional<ClipMotion> motion;  // video clips only
+
+    // Sound as the synchronisation found it (PlacedItem): the stream and
+    // channels that carry it, and, for a file of a take, its lane and
+    // whether that lane is heard.
+    SoundPick sound{};
+    std::string lane{};
+    bool heard = true;
 };
 
 // A clip in frames of the sequence: `start`/`end` on it, `in`/`out` in the
@@ -101,6 +108,7 @@ struct Track {
     int channel = 1;                // 1 or 2: output channel and source track
     std::map<std::string, std::string> attributes;  // written sorted by key
     std::vector<Fade> fades;
+    std::string lane{};             // the take lane its clips hold; empty for a source's own sound
 };
 
 // Spreads clips on the fewest lanes on which none overlaps; overlap is
@@ -111,9 +119,30 @@ std::vector<std::vector<ExportClip>> lanes(std::vector<ExportClip> clips, Sequen
 // The two tracks (channels 1 and 2) of a stereo pair holding `clips`.
 std::vector<Track> audioPair(const std::vector<ExportClip>& clips);
 
-// One lane of sound: a stereo pair when any clip has two channels or more,
-// else one mono track.
+// One lane of sound: a stereo pair when any clip has two channels or more
+// heard, else one mono track.
 std::vector<Track> soundTracks(const std::vector<ExportClip>& lane);
+
+// The channels of `clip`'s file that it uses, from 0: those its sound pick
+// names, or all of them.
+std::vector<int> heardChannels(const ExportClip& clip);
+// The file channel, from 1, that output channel `channel` (1 or 2) of
+// `clip` takes: counted over its file's streams as an editing program
+// counts them.
+int sourceChannel(const ExportClip& clip, int channel);
+
+// One source's sound clips on tracks: its own lanes first, then a lane of
+// tracks for each lane of its takes, the heard ones first, each track
+// named by its lane.
+std::vector<Track> sourceSoundTracks(const std::vector<ExportClip>& clips, SequenceRate rate);
+
+// Where the placed file `p` gives way on the line: at the start of the
+// piece of its recording that follows it, when that comes before its end.
+double givesWay(const SyncResult& result, const PlacedItem& p);
+
+// Whether a clip's sound is off: its source is muted, or its lane is not
+// the one heard.
+bool soundOff(const ExportClip& clip, const std::vector<MediaSource>& sources, const std::set<Uuid>& muted);
 
 // "file://localhost/..." with the path percent-escaped as in a file URL.
 std::string pathURL(const std::filesystem::path& path);
@@ -154,7 +183,9 @@ std::vector<Track> wholeClips(std::vector<Track> tracks, SequenceRate rate);
 // The title of a track as an editing program shows it: its source's name
 // when all its clips come from one source, otherwise "V{n}" or "A{n}"
 // (`number` from 1) for an empty track, "Montage" for the program track of
-// an edit and "Son des caméras" for the sound that follows it.
+// an edit and "Son des caméras" for the sound that follows it. A sound
+// track adds its lane and the channels it takes when they are not all of
+// its file's: "Son 2 Tr1", "Son 5 (canal 4)", "Cam 2 (piste 2)".
 std::string trackTitle(const Track& track, const std::vector<MediaSource>& sources, int number);
 
 // The second track of a stereo pair, which a writer with stereo tracks

@@ -156,6 +156,7 @@ Json ProjectFile::toJson() const {
     j["zoom"] = zoom;
     j["viewStart"] = viewStart;
     if (!handPlacements.empty()) j["handPlacements"] = handPlacements;
+    if (!channels.empty()) j["channels"] = channels;
     return j;
 }
 
@@ -221,6 +222,12 @@ ProjectFile ProjectFile::fromJson(const Json& j, Date readAt) {
     p.zoom = readKey(j, "zoom", p.zoom, asDouble);
     p.viewStart = readKey(j, "viewStart", p.viewStart, asDouble);
     p.handPlacements = readKey(j, "handPlacements", p.handPlacements, asDoubles);
+    auto asChoice = [](const Json& v) -> std::optional<int> {
+        auto n = asInt(v);
+        if (!n || *n < 0 || *n > maxChannelChoice) return std::nullopt;
+        return n;
+    };
+    p.channels = readKey(j, "channels", p.channels, [&](const Json& v) { return asMap<int>(v, asChoice); });
     return p;
 }
 

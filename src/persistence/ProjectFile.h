@@ -83,6 +83,12 @@ struct ProjectFile {
     // seconds. Written only when there is one, so older files read alike.
     std::map<std::string, double> handPlacements;
 
+    // What is heard of each recorder, by source name: 0 its mix, k its
+    // input k (sync/SoundChoice.h), from 1 to maxChannelChoice. Written only
+    // when there is one; a value out of bounds spoils the whole map.
+    static constexpr int maxChannelChoice = 64;
+    std::map<std::string, int> channels;
+
     bool operator==(const ProjectFile&) const = default;
 
     // Keys are sorted by nlohmann's object type; arrays of names are written

@@ -248,8 +248,16 @@ SyncCache cache(const SyncResult& result) {
     for (const auto& p : result.placed) {
         auto stamp = SyncCache::FileStamp::of(p.item.url);
         if (!stamp) continue;
-        out.placed.push_back({*stamp, p.start, p.score, p.anchorName, p.ambiguous, binary(p.waveform),
-                              binary(p.bass), p.drift});
+        SyncCache::Placed stored{*stamp, p.start, p.score, p.anchorName, p.ambiguous, binary(p.waveform),
+                                 binary(p.bass), p.drift};
+        stored.take = p.take;
+        stored.lane = p.lane;
+        stored.heard = p.heard;
+        stored.follows = p.follows.string();
+        stored.soundStream = p.sound.stream;
+        stored.soundChannels = p.sound.channels;
+        stored.placedBy = p.placedBy == PlacedBy::clock ? "horloge" : p.placedBy == PlacedBy::neighbours ? "voisins" : "";
+        out.placed.push_back(std::move(stored));
         keepCandidates(out, out.placed.back().file.path, p.candidates);
     }
     for (const auto& u : result.unsynced)
@@ -290,6 +298,19 @@ std::optional<SyncResult> restore(const SyncCache& cache, const std::vector<Medi
         placed.bass = floats(p.bass);
         placed.drift = p.drift;
         placed.candidates = candidatesOf(cache, p.file.path);
+        placed.take = p.take;
+        placed.lane = p.lane;
+        placed.heard = p.heard;
+        placed.sound = {p.soundStream, p.soundChannels};
+        placed.placedBy = p.placedBy == "horloge" ? PlacedBy::clock : p.placedBy == "voisins" ? PlacedBy::neighbours : PlacedBy::sound;
+        // The piece before must be a placed file of this very cache.
+        if (!p.follows.empty()) {
+            const bool known = std::any_of(cache.placed.begin(), cache.placed.end(),
+                                           [&](const SyncCache::Placed& q) { return q.file.path == p.follows; });
+            auto earlier = table.find(p.follows);
+            if (!known || earlier == table.end()) return std::nullopt;
+            placed.follows = earlier->second.second->url;
+        }
         result.placed.push_back(std::move(placed));
     }
     for (const auto& u : cache.unsynced) {

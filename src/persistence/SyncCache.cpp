@@ -121,13 +121,54 @@ bool readOptionalText(const Json& j, const char* key, std::optional<std::string>
     return true;
 }
 
+// An optional whole number within [lo, hi]; absent keeps `out`.
+bool readOptionalBounded(const Json& j, const char* key, long long lo, long long hi, long long& out) {
+    const Json* v = member(j, key);
+    if (!v || v->is_null()) return true;
+    if (!v->is_number_integer() && !v->is_number_unsigned()) return false;
+    if (v->is_number_unsigned() && v->get<uint64_t>() > static_cast<uint64_t>(hi)) return false;
+    const long long n = v->is_number_unsigned() ? static_cast<long long>(v->get<uint64_t>()) : v->get<long long>();
+    if (n < lo || n > hi) return false;
+    out = n;
+    return true;
+}
+
+// The file's place among its source's files: every key optional, each
+// value held to what a synchronisation can give.
+bool readGroups(const Json& j, SyncCache::Placed& out) {
+    long long take = 0, stream = 0;
+    if (!readOptionalBounded(j, "take", 0, SyncCache::maxTake, take) ||
+        !readOptionalBounded(j, "soundStream", 0, 63, stream))
+        return false;
+    out.take = static_cast<int>(take);
+    out.soundStream = static_cast<int>(stream);
+    if (const Json* v = member(j, "soundChannels"); v && !v->is_null()) {
+        if (!v->is_number_unsigned() && !(v->is_number_integer() && v->get<long long>() >= 0)) return false;
+        out.soundChannels = v->get<uint64_t>();
+    }
+    if (const Json* v = member(j, "heard"); v && !v->is_null()) {
+        if (!v->is_boolean()) return false;
+        out.heard = v->get<bool>();
+    }
+    std::optional<std::string> lane, follows, placedBy;
+    if (!readOptionalText(j, "lane", lane) || !readOptionalText(j, "follows", follows) ||
+        !readOptionalText(j, "placedBy", placedBy))
+        return false;
+    if (lane && lane->size() > SyncCache::maxLane) return false;
+    if (placedBy && *placedBy != "horloge" && *placedBy != "voisins") return false;
+    out.lane = lane.value_or("");
+    out.follows = follows.value_or("");
+    out.placedBy = placedBy.value_or("");
+    return true;
+}
+
 bool readPlaced(const Json& j, SyncCache::Placed& out) {
     if (!j.is_object()) return false;
     const Json* file = member(j, "file");
     return file && readStamp(*file, out.file) && readDouble(j, "start", out.start) &&
            readOptionalScore(j, out.score) && readOptionalText(j, "anchorName", out.anchorName) &&
            readBool(j, "ambiguous", out.ambiguous) && readBinary(j, "waveform", out.waveform) &&
-           readBinary(j, "bass", out.bass) && readOptionalDouble(j, "drift", out.drift);
+           readBinary(j, "bass", out.bass) && readOptionalDouble(j, "drift", out.drift) && readGroups(j, out);
 }
 
 // {"path": [[start, strength], ...]}; absent is no candidates at all.
@@ -216,6 +257,13 @@ Json SyncCache::toJson() const {
         if (p.score) o["score"] = static_cast<double>(*p.score);
         if (p.anchorName) o["anchorName"] = *p.anchorName;
         if (p.drift) o["drift"] = *p.drift;
+        if (p.take) o["take"] = p.take;
+        if (!p.lane.empty()) o["lane"] = p.lane;
+        if (!p.heard) o["heard"] = false;
+        if (!p.follows.empty()) o["follows"] = p.follows;
+        if (p.soundStream) o["soundStream"] = p.soundStream;
+        if (p.soundChannels) o["soundChannels"] = p.soundChannels;
+        if (!p.placedBy.empty()) o["placedBy"] = p.placedBy;
         placedArray.push_back(std::move(o));
     }
     Json unsyncedArray = Json::array();

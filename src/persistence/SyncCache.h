@@ -47,6 +47,16 @@ struct SyncCache {
         // drift was measured still load, as files without one.
         std::optional<double> drift;
 
+        // How the file stands among its source's files (PlacedItem); all
+        // optional, left out at their defaults, bounded when read back.
+        int take = 0;                  // 0..maxTake
+        std::string lane{};            // at most maxLane bytes
+        bool heard = true;
+        std::string follows{};         // path of the piece before it; must be a placed file of the cache
+        int soundStream = 0;           // 0..63
+        uint64_t soundChannels = 0;    // bit k for channel k; 0 for all
+        std::string placedBy{};        // "", "horloge" or "voisins"
+
         bool operator==(const Placed&) const = default;
     };
 
@@ -56,6 +66,9 @@ struct SyncCache {
         float strength = 0;
         bool operator==(const Candidate&) const = default;
     };
+
+    static constexpr int maxTake = 100000;
+    static constexpr size_t maxLane = 256;
 
     std::vector<Placed> placed;
     std::vector<FileStamp> unsynced;

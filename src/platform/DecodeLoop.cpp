@@ -119,7 +119,35 @@ bool StreamDecoder::seek(int64_t timestamp, bool forward) {
 
 int channelsOf(const AVFrame* frame) { return std::max(1, frame->ch_layout.nb_channels); }
 
-SwrPtr openResampler(const AVFrame* frame, int channels, int rate) {
+void addChannelEnergy(const AVFrame* frame, std::vector<double>& sums) {
+    const int channels = channelsOf(frame);
+    if (sums.size() < static_cast<size_t>(channels)) sums.resize(static_cast<size_t>(channels), 0.0);
+    const auto format = static_cast<AVSampleFormat>(frame->format);
+    const bool planar = av_sample_fmt_is_planar(format);
+    const AVSampleFormat packed = av_get_packed_sample_fmt(format);
+    for (int c = 0; c < channels; ++c) {
+        const uint8_t* base = planar ? frame->extended_data[c] : frame->extended_data[0];
+        const int step = planar ? 1 : channels, offset = planar ? 0 : c;
+        double sum = 0;
+        for (int i = 0; i < frame->nb_samples; ++i) {
+            const int k = i * step + offset;
+            double v = 0;
+            switch (packed) {
+            case AV_SAMPLE_FMT_U8: v = (base[k] - 128) / 128.0; break;
+            case AV_SAMPLE_FMT_S16: v = reinterpret_cast<const int16_t*>(base)[k] / 32768.0; break;
+            case AV_SAMPLE_FMT_S32: v = reinterpret_cast<const int32_t*>(base)[k] / 2147483648.0; break;
+            case AV_SAMPLE_FMT_S64: v = static_cast<double>(reinterpret_cast<const int64_t*>(base)[k]) / 9.223372036854775808e18; break;
+            case AV_SAMPLE_FMT_FLT: v = reinterpret_cast<const float*>(base)[k]; break;
+            case AV_SAMPLE_FMT_DBL: v = reinterpret_cast<const double*>(base)[k]; break;
+            default: break;
+            }
+            sum += v * v;
+        }
+        sums[static_cast<size_t>(c)] += sum;
+    }
+}
+
+SwrPtr openResampler(const AVFrame* frame, int channels, int rate, const std::vector<double>* matrix) {
     AVChannelLayout in{};
     if (frame->ch_layout.order == AV_CHANNEL_ORDER_UNSPEC || frame->ch_layout.nb_channels <= 0)
         av_channel_layout_default(&in, channelsOf(frame));
@@ -133,7 +161,11 @@ SwrPtr openResampler(const AVFrame* frame, int channels, int rate) {
     av_channel_layout_uninit(&in);
     av_channel_layout_uninit(&out);
     SwrPtr swr(raw);
-    if (r < 0 || !swr || swr_init(swr.get()) < 0) return nullptr;
+    if (r < 0 || !swr) return nullptr;
+    if (matrix && matrix->size() == static_cast<size_t>(channels * channelsOf(frame)) &&
+        swr_set_matrix(swr.get(), matrix->data(), channelsOf(frame)) < 0)
+        return nullptr;
+    if (swr_init(swr.get()) < 0) return nullptr;
     return swr;
 }
 

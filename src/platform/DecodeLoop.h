@@ -10,6 +10,7 @@
 
 #include <deque>
 #include <functional>
+#include <vector>
 
 #include "platform/FfmpegPtr.h"
 
@@ -82,7 +83,13 @@ private:
 // A resampler from the format of decoded sound `frame` to interleaved floats
 // of `channels` channels at `rate`; null when it cannot be made. Frames
 // without a channel layout are taken as the usual layout of their count.
-SwrPtr openResampler(const AVFrame* frame, int channels, int rate);
+// `matrix`, when given, holds channels x (frame's channels) weights, row by
+// output channel, in place of the layouts' own mixing.
+SwrPtr openResampler(const AVFrame* frame, int channels, int rate, const std::vector<double>* matrix = nullptr);
+
+// Adds the sum of squares of each channel of `frame` to `sums` (grown to
+// the frame's channel count).
+void addChannelEnergy(const AVFrame* frame, std::vector<double>& sums);
 
 // The channel count of a decoded sound frame (at least 1).
 int channelsOf(const AVFrame* frame);

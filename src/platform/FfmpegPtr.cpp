@@ -4,6 +4,8 @@
 
 #include <cmath>
 
+#include "platform/MediaProbe.h"
+
 extern "C" {
 #include <libavutil/avstring.h>
 }
@@ -50,6 +52,12 @@ CodecPtr openDecoder(const AVStream* stream, int threads) {
 
 int64_t streamStamp(const AVStream* s, double seconds) {
     return av_rescale_q(std::llround(seconds * AV_TIME_BASE), AV_TIME_BASE_Q, s->time_base);
+}
+
+bool usableSound(const AVCodecParameters* par) {
+    return par->codec_type == AVMEDIA_TYPE_AUDIO && par->sample_rate >= media::minSampleRate &&
+           par->sample_rate <= media::maxSampleRate && par->ch_layout.nb_channels >= 1 &&
+           par->ch_layout.nb_channels <= media::maxChannels;
 }
 
 bool isPictureStream(const AVStream* s) {

@@ -56,6 +56,10 @@ std::string errorText(int code);
 // A real picture stream: cover art attached to a sound file does not count.
 bool isPictureStream(const AVStream* s);
 
+// Sound whose header can be believed: a rate of 1 Hz or a thousand channels
+// would make the decoded signal thousands of times larger than the file.
+bool usableSound(const AVCodecParameters* par);
+
 // `seconds` on the container's clock as a time stamp of stream `s`.
 int64_t streamStamp(const AVStream* s, double seconds);
 
@@ -65,5 +69,10 @@ int64_t streamStamp(const AVStream* s, double seconds);
 // (decoders drop codec delay and priming and move that time accordingly).
 // The one rule every reader of this program measures from.
 double timeZero(const AVFormatContext* ctx, double firstSound);
+
+// Seconds to add to the time stamps of an open file's sound so that they
+// stand where it was recorded against the picture: 0 but for writers known
+// to move them (MediaTime.cpp).
+double soundMove(const AVFormatContext* ctx);
 
 }  // namespace qv::ff

@@ -51,13 +51,16 @@ const char* creationTag(const AVFormatContext* ctx) {
     return nullptr;
 }
 
-// Sound whose header can be believed: a rate of 1 Hz or a thousand channels
-// would make the decoded signal thousands of times larger than the file.
-bool usableSound(const AVCodecParameters* par) {
-    return par->codec_type == AVMEDIA_TYPE_AUDIO && par->sample_rate >= minSampleRate &&
-           par->sample_rate <= maxSampleRate && par->ch_layout.nb_channels >= 1 &&
-           par->ch_layout.nb_channels <= maxChannels;
+// The timecode a camera wrote: a tag of the file or of any of its streams
+// (the demuxer reads a QuickTime timecode track into one).
+std::string timecodeTag(const AVFormatContext* ctx) {
+    if (auto* e = av_dict_get(ctx->metadata, "timecode", nullptr, 0)) return e->value;
+    for (unsigned i = 0; i < ctx->nb_streams; ++i)
+        if (auto* e = av_dict_get(ctx->streams[i]->metadata, "timecode", nullptr, 0)) return e->value;
+    return {};
 }
+
+using ff::usableSound;
 
 // Any real sound or picture takes more bytes per second than this.
 constexpr double minBytesPerSecond = 1000;
@@ -162,9 +165,11 @@ Result<ProbeInfo> probe(const std::filesystem::path& file) {
         } else if (usableSound(par)) {
             info.audioChannels = std::max(info.audioChannels, par->ch_layout.nb_channels);
             info.sampleRate = std::max(info.sampleRate, static_cast<double>(par->sample_rate));
+            ++info.audioStreams;
         }
     }
     info.creationTime = parseIsoDate(creationTag(ctx.get()));
+    info.timecode = timecodeTag(ctx.get()).substr(0, 32);
     if (!info.hasVideo && info.audioChannels < 1) {
         bool anySound = false;
         for (unsigned i = 0; i < ctx->nb_streams; ++i)
@@ -203,13 +208,22 @@ struct AudioLane {
     bool started = false;
     double startSeconds = 0;  // time of its first decoded frame
     int outRate = 0;
+    std::vector<double> energy;  // sum of squares per channel
+    int64_t counted = 0;         // samples per channel summed there
 
     bool ensureResampler(const AVFrame* frame) {
-        if (!swr) swr = ff::openResampler(frame, 1, outRate);
+        if (swr) return true;
+        // Every channel weighs the same, so none is lost to a layout's idea
+        // of which channels matter.
+        const int channels = ff::channelsOf(frame);
+        const std::vector<double> even(static_cast<size_t>(channels), 1.0 / channels);
+        swr = ff::openResampler(frame, 1, outRate, &even);
         return swr != nullptr;
     }
 
     void take(const AVFrame* frame, const AVStream* stream) {
+        ff::addChannelEnergy(frame, energy);
+        counted += frame->nb_samples;
         if (!started) {
             started = true;
             int64_t pts = frame->best_effort_timestamp;
@@ -248,7 +262,7 @@ void decodePacket(AudioLane& lane, const AVStream* stream, const AVPacket* packe
 
 }  // namespace
 
-Result<std::vector<float>> decodeMonoAudio(const std::filesystem::path& file, int sampleRate) {
+Result<DecodedSound> decodeMonoAudio(const std::filesystem::path& file, int sampleRate) {
     const std::string name = file.filename().string();
     const Error unreadable{"Impossible de lire l'audio de " + name + "."};
     ff::FormatPtr ctx = ff::openInput(file.string());
@@ -308,18 +322,37 @@ Result<std::vector<float>> decodeMonoAudio(const std::filesystem::path& file, in
     // sound). Each stream lands at its first decoded sample's time from
     // there: later streams are shifted right by silence, sound before the
     // first picture is cut.
+    // Levels of every usable stream in file order; one that would not
+    // decode stays empty, so stream numbers match the readers'.
+    DecodedSound out;
+    for (unsigned i = 0; i < ctx->nb_streams; ++i) {
+        if (!usableSound(ctx->streams[i]->codecpar)) continue;
+        std::vector<float> rms;
+        const int k = laneOf[i];
+        if (k >= 0)
+            for (double e : lanes[static_cast<size_t>(k)].energy) {
+                const int64_t n = lanes[static_cast<size_t>(k)].counted;
+                rms.push_back(n > 0 ? static_cast<float>(std::sqrt(e / static_cast<double>(n))) : 0.0f);
+            }
+        out.levels.streams.push_back(std::move(rms));
+    }
+    const double moved = ff::soundMove(ctx.get());
+    for (auto& lane : lanes) lane.startSeconds += moved;
     double firstSound = INFINITY;
     for (const auto& lane : lanes)
         if (!lane.samples.empty()) firstSound = std::min(firstSound, lane.startSeconds);
-    if (!std::isfinite(firstSound)) return std::vector<float>{};
+    if (!std::isfinite(firstSound)) return out;
     const double zero = ff::timeZero(ctx.get(), firstSound);
     auto shiftOf = [&](const AudioLane& lane) { return std::lround((lane.startSeconds - zero) * sampleRate); };
-    if (lanes.size() == 1 && shiftOf(lanes[0]) == 0) return std::move(lanes[0].samples);
+    if (lanes.size() == 1 && shiftOf(lanes[0]) == 0) {
+        out.samples = std::move(lanes[0].samples);
+        return out;
+    }
     // A start far beyond what the streams hold is a lie of the header: a
     // stream is pushed right only by less than the longest one lasts.
     double longest = 0;
     for (const auto& lane : lanes) longest = std::max(longest, static_cast<double>(lane.samples.size()));
-    std::vector<float> mix;
+    std::vector<float>& mix = out.samples;
     for (auto& lane : lanes) {
         if (lane.samples.empty()) continue;
         long shift = shiftOf(lane);
@@ -330,7 +363,7 @@ Result<std::vector<float>> decodeMonoAudio(const std::filesystem::path& file, in
         if (mix.size() < need) mix.resize(need, 0.0f);
         for (size_t n = skip; n < lane.samples.size(); ++n) mix[offset + n - skip] += lane.samples[n];
     }
-    return mix;
+    return out;
 }
 
 }  // namespace qv::media

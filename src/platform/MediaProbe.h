@@ -22,6 +22,10 @@ struct ProbeInfo {
     int audioChannels = 0;       // highest over audio streams
     double sampleRate = 0;       // highest over audio streams
     std::optional<std::chrono::system_clock::time_point> creationTime;
+
+    // What devices write beside the date.
+    std::string timecode;   // SMPTE timecode of the first frame (a tmcd track or a `timecode` tag); empty without
+    int audioStreams = 0;   // sound streams that carry usable sound
 };
 
 // Sound streams outside these bounds are not taken as sound: decoding them
@@ -45,10 +49,23 @@ std::string mediaFormats();
 // `probe` (or any other opening) refused.
 std::string whyUnreadable(const std::filesystem::path& file);
 
-// Decodes every audio stream of the file, mixes all streams and channels to
-// one channel and resamples to `sampleRate`. Sample 0 lies at the file's
-// media time zero (platform/MediaTime.h). Damaged packets are skipped; a file that ends early gives what was
+// How loud each channel of each usable sound stream is over what decoded:
+// RMS, full scale 1, streams in file order.
+struct SoundLevels {
+    std::vector<std::vector<float>> streams;
+};
+
+struct DecodedSound {
+    std::vector<float> samples;
+    SoundLevels levels;
+};
+
+// Decodes every audio stream of the file, mixes all streams and every
+// channel alike to one channel (whatever the layout says, so a channel
+// that a layout would drop still counts) and resamples to `sampleRate`.
+// Sample 0 lies at the file's media time zero (platform/MediaTime.h).
+// Damaged packets are skipped; a file that ends early gives what was
 // decoded. Fails when the file has no audio stream or cannot be opened.
-Result<std::vector<float>> decodeMonoAudio(const std::filesystem::path& file, int sampleRate);
+Result<DecodedSound> decodeMonoAudio(const std::filesystem::path& file, int sampleRate);
 
 }  // namespace qv::media

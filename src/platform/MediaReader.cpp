@@ -297,7 +297,8 @@ struct AudioReader::State : OpenStream {
     ff::SwrPtr swr;
     int rate = 48000;
     int channels = 2;
-    bool spread = false;  // mono file, stereo output
+    uint64_t pick = 0;    // channels heard, bit k for channel k; 0: all of them
+    bool spread = false;  // one channel resampled, copied to both sides
     double origin = 0;
 
     std::vector<float> buffer;  // interleaved; frames from `head` on are live
@@ -311,10 +312,31 @@ struct AudioReader::State : OpenStream {
 
     bool ensureResampler(const AVFrame* f) {
         if (swr) return true;
+        const int in = ff::channelsOf(f);
+        std::vector<int> heard;
+        for (int c = 0; c < in && c < 64; ++c)
+            if (pick == 0 || (pick >> c & 1)) heard.push_back(c);
+        if (heard.empty()) heard.push_back(0);  // a choice beyond the file's channels: its first
         // Mono goes to both sides at full level (not as a centre at -3 dB):
         // resampled as one channel and copied.
-        spread = ff::channelsOf(f) == 1 && channels == 2;
-        swr = ff::openResampler(f, spread ? 1 : channels, rate);
+        spread = channels == 2 && heard.size() == 1;
+        const int out = spread ? 1 : channels;
+        if (pick == 0 && in <= 2) {
+            swr = ff::openResampler(f, out, rate);
+            return swr != nullptr;
+        }
+        // A choice of channels, or more than a pair: the chosen ones alone,
+        // whatever the layout; two of them make the two sides, more are
+        // mixed evenly to every side.
+        std::vector<double> matrix(static_cast<size_t>(out * in), 0.0);
+        for (int o = 0; o < out; ++o) {
+            if (out == 2 && heard.size() == 2) {
+                matrix[static_cast<size_t>(o * in + heard[static_cast<size_t>(o)])] = 1.0;
+                continue;
+            }
+            for (int c : heard) matrix[static_cast<size_t>(o * in + c)] = 1.0 / static_cast<double>(heard.size());
+        }
+        swr = ff::openResampler(f, out, rate, &matrix);
         return swr != nullptr;
     }
 
@@ -374,17 +396,28 @@ AudioReader::~AudioReader() = default;
 AudioReader::AudioReader(AudioReader&&) noexcept = default;
 AudioReader& AudioReader::operator=(AudioReader&&) noexcept = default;
 
-Result<AudioReader> AudioReader::open(const std::filesystem::path& file, int rate, int channels) {
+Result<AudioReader> AudioReader::open(const std::filesystem::path& file, int rate, int channels, int stream,
+                                      uint64_t pick) {
     auto s = std::make_unique<State>();
     s->rate = rate;
     s->channels = std::clamp(channels, 1, 2);
-    auto isSound = [](const AVStream* st) { return st->codecpar->codec_type == AVMEDIA_TYPE_AUDIO; };
-    if (Status st = s->open(file, isSound, Error{"Impossible de lire l'audio de " + file.filename().string() + "."}, 1); !st)
-        return st.error();
+    s->pick = pick;
+    // The chosen one among the streams that carry usable sound, counted as
+    // the synchronisation counts them; the first when there is no such one.
+    const Error noSound{"Impossible de lire l'audio de " + file.filename().string() + "."};
+    Status opened = noSound;
+    for (int wanted : {std::max(stream, 0), 0}) {
+        int seen = 0;
+        auto isSound = [&](const AVStream* st) { return ff::usableSound(st->codecpar) && seen++ == wanted; };
+        opened = s->open(file, isSound, noSound, 1);
+        if (opened || wanted == 0) break;
+    }
+    if (!opened) return opened.error();
     bool picture = false;
     for (unsigned i = 0; i < s->format->nb_streams; ++i) picture = picture || ff::isPictureStream(s->format->streams[i]);
     if (picture) {
-        s->origin = ff::timeZero(s->format.get(), 0);
+        // Sound time stamps that a writer moved count from where it moved them.
+        s->origin = ff::timeZero(s->format.get(), 0) - ff::soundMove(s->format.get());
     } else {
         // Without picture, time zero is the first sound the decoder gives
         // (its delay and priming dropped): decode it, then start again.

@@ -97,10 +97,15 @@ public:
     AudioReader(AudioReader&&) noexcept;
     AudioReader& operator=(AudioReader&&) noexcept;
 
-    // Opens the first audio stream, resampled to `rate` Hz and `channels`
-    // interleaved float channels (1 or 2; mono is spread, more than two are
-    // mixed down).
-    static Result<AudioReader> open(const std::filesystem::path& file, int rate, int channels);
+    // Opens sound stream `stream` (counting the streams that carry usable
+    // sound, from 0; the first when there is no such stream), resampled to
+    // `rate` Hz and `channels` interleaved float channels (1 or 2). `pick`
+    // chooses its channels, bit k for channel k, 0 for all: one channel is
+    // spread to both sides, two make the two sides, more are mixed evenly;
+    // all channels of a mono or stereo file play as they are, more are mixed
+    // down.
+    static Result<AudioReader> open(const std::filesystem::path& file, int rate, int channels, int stream = 0,
+                                    uint64_t pick = 0);
 
     // Frames [first, first + count) at the reader's rate, frame n lying at
     // n / rate seconds of the file's time line, written interleaved to

@@ -8,26 +8,40 @@ namespace qv {
 namespace {
 
 // A file may start this much before the previous one ends and still play,
-// pushed back to that end.
-constexpr double overlapTolerance = 0.04;
+// from that end on: a camera's chapters overlap by their clock's drift when
+// it is not known, up to a quarter of a second over ten minutes.
+constexpr double overlapTolerance = 0.5;
 
 }  // namespace
 
 SourceTimeline SourceTimeline::composition(std::vector<PlacedItem> items, double total, bool video) {
+    std::erase_if(items, [](const PlacedItem& p) { return p.take && !p.heard; });
     std::stable_sort(items.begin(), items.end(), [](const PlacedItem& a, const PlacedItem& b) { return a.start < b.start; });
     SourceTimeline line;
     double cursor = 0;
     for (PlacedItem& p : items) {
         if (p.start < cursor - overlapTolerance) continue;
+        // The piece before, when this one continues its recording, runs on
+        // to this one's start: no hole between the two.
+        if (!line.pieces.empty() && !p.follows.empty() && line.pieces.back().item.url == p.follows &&
+            p.start > cursor && p.start - cursor <= overlapTolerance) {
+            line.pieces.back().until = p.start;
+            if (line.pieces.back().sound) line.soundRanges.back().end = p.start;
+            cursor = p.start;
+        }
         TimelinePiece piece;
-        piece.at = std::max(cursor, p.start);
+        piece.at = p.start;
+        piece.from = std::max(cursor, p.start);
+        piece.until = p.lineEnd();
         piece.duration = p.item.duration;
         piece.video = video && p.item.hasVideo;
         piece.sound = p.item.audioChannels > 0;
         piece.drift = p.drift.value_or(0.0);
+        piece.pick = p.sound;
+        if (piece.until <= piece.from) continue;
         piece.item = std::move(p.item);
-        if (piece.sound) line.soundRanges.push_back({piece.at, piece.end()});
-        cursor = piece.end();
+        if (piece.sound) line.soundRanges.push_back({piece.from, piece.until});
+        cursor = piece.until;
         line.pieces.push_back(std::move(piece));
     }
     line.total = std::max(total, cursor);
@@ -48,16 +62,16 @@ double TimelinePiece::shiftAt(double t) const {
 }
 
 TimeRange TimelinePiece::steadyAround(double t) const {
-    double from = at, to = end();
+    double lo = from, to = end();
     for (const ReadShift& s : shifts) {
-        if (s.to <= t) from = std::max(from, s.to);
+        if (s.to <= t) lo = std::max(lo, s.to);
         else if (s.from <= t) return {s.from, s.to};
         else {
             to = std::min(to, s.from);
             break;
         }
     }
-    return {from, to};
+    return {lo, to};
 }
 
 void SourceTimeline::keepInStep(const std::vector<TimeRange>& windows) {
@@ -69,7 +83,7 @@ void SourceTimeline::keepInStep(const std::vector<TimeRange>& windows) {
         placed.item.duration = piece.duration;
         placed.drift = piece.drift;
         for (const TimeRange& w : windows) {
-            const double a = std::max(w.start, piece.at), b = std::min(w.end, piece.end());
+            const double a = std::max(w.start, piece.from), b = std::min(w.end, piece.end());
             if (b - a <= 0.001) continue;
             const double seconds = placed.sourceIn(a, b) - (a - piece.at);
             if (seconds != 0) piece.shifts.push_back({a, b, seconds});
@@ -83,7 +97,7 @@ bool SourceTimeline::drifts() const {
 
 const TimelinePiece* SourceTimeline::pictureAt(double t) const {
     for (const TimelinePiece& p : pieces)
-        if (p.video && p.at <= t && t < p.end()) return &p;
+        if (p.video && p.from <= t && t < p.end()) return &p;
     return nullptr;
 }
 
@@ -160,12 +174,12 @@ Status SourceReader::sound(int64_t first, int64_t count, int rate, int channels,
     if (count <= 0) return Ok{};
     const double from = static_cast<double>(first) / rate, to = static_cast<double>(first + count) / rate;
     for (const TimelinePiece& piece : line_.pieces) {
-        if (!piece.sound || piece.end() <= from || piece.at >= to) continue;
+        if (!piece.sound || piece.end() <= from || piece.from >= to) continue;
         auto open = std::find_if(sound_.begin(), sound_.end(), [&](const SoundFile& f) {
             return f.piece == &piece && f.rate == rate && f.channels == channels;
         });
         if (open == sound_.end()) {
-            auto opened = media::AudioReader::open(piece.item.url, rate, channels);
+            auto opened = media::AudioReader::open(piece.item.url, rate, channels, piece.pick.stream, piece.pick.channels);
             if (!opened) return opened.error();
             // Files follow one another: two readers cover a boundary.
             if (sound_.size() >= 2) sound_.erase(sound_.begin());
@@ -174,8 +188,8 @@ Status SourceReader::sound(int64_t first, int64_t count, int rate, int channels,
         }
         // Frames of this piece inside the request, in the file's numbering.
         const int64_t offset = std::llround(piece.at * rate);
-        const int64_t pieceEnd = offset + static_cast<int64_t>(std::floor(piece.duration * rate));
-        int64_t a = std::max(first, offset);
+        const int64_t pieceEnd = static_cast<int64_t>(std::llround(piece.until * rate));
+        int64_t a = std::max<int64_t>(first, std::llround(piece.from * rate));
         const int64_t b = std::min(first + count, pieceEnd);
         // A drifting file is read in stretches of one shift each.
         while (a < b) {

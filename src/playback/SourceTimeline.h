@@ -32,14 +32,17 @@ struct ReadShift {
 // Where one file stands on its source's line.
 struct TimelinePiece {
     MediaItem item;
-    double at = 0;        // insertion point on the set's time line
+    double at = 0;        // where the file's time 0 lies on the set's time line
+    double from = 0;      // where it begins to be shown: `at`, or later when the piece before runs on
+    double until = 0;     // where it gives way: its own end by its clock, or the next piece's start
     double duration = 0;  // the file's duration
     bool video = false;   // its picture is on the line
     bool sound = false;   // its sound is on the line
     double drift = 0;     // ppm its clock runs fast (PlacedItem::drift)
-    std::vector<ReadShift> shifts;  // ascending, inside [at, end); none without drift
+    SoundPick pick;       // the stream and channels heard
+    std::vector<ReadShift> shifts;  // ascending, inside [from, until); none without drift
 
-    double end() const { return at + duration; }
+    double end() const { return until; }
     double shiftAt(double t) const;
     // The file time read at line time t.
     double fileTime(double t) const { return t - at + shiftAt(t); }
@@ -53,10 +56,14 @@ struct SourceTimeline {
     double total = 0;                    // length of the line; empty after the last file
 
     // Lays out `items` (any order; typically one source's placed files):
-    // sorted by start (stable), a file starting more than 0.04 s before the
-    // end of the previous one is skipped (the earlier file wins), a smaller
-    // overlap pushes the file back to that end. With `video` false no
-    // picture is laid. A file without sound adds no sound range.
+    // of a take only the lanes heard; sorted by start (stable); each file
+    // ends where its own clock says (PlacedItem::lineEnd). A file starting
+    // more than 0.5 s before the end of the previous one is skipped (the
+    // earlier file wins); a smaller overlap leaves it in its place but shown
+    // from that end on, and a piece of a recording that starts a little
+    // after the piece it continues makes that piece run on to it. With
+    // `video` false no picture is laid. A file without sound adds no sound
+    // range.
     static SourceTimeline composition(std::vector<PlacedItem> items, double total, bool video);
 
     // The placed files of source `sourceIndex` in `result`.

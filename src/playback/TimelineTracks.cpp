@@ -51,9 +51,9 @@ public:
             const TimelinePiece* piece = line.pictureAt(next_);
             if (!piece) {
                 auto later = std::find_if(line.pieces.begin(), line.pieces.end(),
-                                          [&](const TimelinePiece& p) { return p.video && p.at > next_; });
+                                          [&](const TimelinePiece& p) { return p.video && p.from > next_; });
                 if (later == line.pieces.end()) return std::nullopt;
-                next_ = later->at;
+                next_ = later->from;
                 continue;
             }
             // From the proxy chunk under next_ when one is made, else the original.

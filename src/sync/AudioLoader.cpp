@@ -61,13 +61,15 @@ std::vector<float> decimate(const std::vector<float>& x, int lead) {
     return out;
 }
 
-Result<std::vector<float>> loadWithLibav(const std::filesystem::path& path) {
-    auto samples = media::decodeMonoAudio(path, decodeRate);
-    if (!samples) return unreadable(path);
-    return decimate(*samples, decimateDelay);
+Result<std::vector<float>> loadWithLibav(const std::filesystem::path& path, media::SoundLevels* levels) {
+    auto sound = media::decodeMonoAudio(path, decodeRate);
+    if (!sound) return unreadable(path);
+    if (levels) *levels = std::move(sound->levels);
+    return decimate(sound->samples, decimateDelay);
 }
 
-Result<std::vector<float>> loadWithFFmpeg(const std::filesystem::path& path) {
+Result<std::vector<float>> loadWithFFmpeg(const std::filesystem::path& path, media::SoundLevels* levels) {
+    if (levels) *levels = {};
     std::filesystem::path tool = process::findExecutable(ffmpegCandidates);
     if (tool.empty()) return unreadable(path);
     // Held to plain local media, as the first road is: a playlist must not

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "base/Result.h"
+#include "platform/MediaProbe.h"
 
 namespace qv::AudioLoader {
 
@@ -19,9 +20,11 @@ constexpr int factor = 4;
 Error unreadable(const std::filesystem::path& path);
 
 // Both roads give sample 0 at the file's media time zero (its first picture,
-// else its first sound; platform/MediaTime.h).
-Result<std::vector<float>> loadWithLibav(const std::filesystem::path& path);
-Result<std::vector<float>> loadWithFFmpeg(const std::filesystem::path& path);
+// else its first sound; platform/MediaTime.h). The first also tells, in
+// `levels` when given, how loud each channel of each stream was; the
+// executable cannot, and leaves them empty.
+Result<std::vector<float>> loadWithLibav(const std::filesystem::path& path, media::SoundLevels* levels = nullptr);
+Result<std::vector<float>> loadWithFFmpeg(const std::filesystem::path& path, media::SoundLevels* levels = nullptr);
 
 // Windowed-sinc low-pass (33 taps) and 4-to-1 reduction in one step. Fewer
 // than 34 samples give nothing. Output n is centred on input 4n + 16.

@@ -347,6 +347,11 @@ long long SpectrumCache::bytes() const {
     return bytes_;
 }
 
+long long SpectrumCache::planBytes() const {
+    std::lock_guard<std::mutex> guard(lock_);
+    return planBytes_;
+}
+
 long long SpectrumCache::peakBytes() const {
     std::lock_guard<std::mutex> guard(lock_);
     return peak_;

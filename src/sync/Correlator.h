@@ -83,6 +83,8 @@ public:
     std::shared_ptr<const Spectrum> spectrum(int index, const std::vector<float>& signal, const Correlator& c);
 
     long long bytes() const;      // stored spectra, n x 4 bytes each
+    long long budget() const { return budget_; }
+    long long planBytes() const;  // the FFT plans' tables made so far
     long long liveBytes() const;  // everything the budget counts
     long long peakBytes() const;  // the most it has counted at once
 

@@ -11,7 +11,12 @@
 //            against it; a sibling's date settles a choice; an unclear
 //            choice waits in the strict pass and is marked ambiguous in the
 //            souple one
-//   results  starts shifted so the earliest is 0, envelopes attached
+//   groups   files a device wrote at one moment (a take) are placed as
+//            one; the pieces of a recording are chained end to start with
+//            one drift; a device's sample clock places a file the sound
+//            cannot, learnt from siblings the sound placed (Placer.h)
+//   results  starts shifted so the earliest is 0, envelopes attached, the
+//            stream and channels that carry each file's sound picked
 //
 // Blocking; run it off the interface thread. Decoding and correlation use
 // several threads, but the result never depends on their timing.
@@ -24,6 +29,7 @@
 #include <vector>
 
 #include "base/Result.h"
+#include "platform/MediaProbe.h"
 #include "sync/Correlator.h"
 #include "sync/Media.h"
 #include "sync/SyncResult.h"
@@ -33,7 +39,9 @@ namespace qv::FolderSync {
 // fraction 0..1 and a French text; called on the caller's thread or, while
 // decoding, on a worker (never two calls at once).
 using Progress = std::function<void(double, const std::string&)>;
-using Loader = std::function<Result<std::vector<float>>(const std::filesystem::path&)>;
+// A file's 2 kHz signal, and how loud each channel of each of its streams
+// was when the loader can tell (left empty otherwise).
+using Loader = std::function<Result<std::vector<float>>(const std::filesystem::path&, media::SoundLevels*)>;
 
 // Where a run spent its time, for benchmarks and the log.
 struct Stats {
@@ -69,12 +77,16 @@ struct Entry {
     SourceKind kind = SourceKind::audio;
     MediaItem item;
     std::vector<float> signal;  // 2000 Hz
+    media::SoundLevels levels;  // where its sound lies, when the loader told
 };
 
 // The decoding half of `run`: each file's 2 kHz signal in the items' order,
-// empty when it has no usable sound; all cores at once.
+// empty when it has no usable sound; all cores at once, as many files at a
+// time as `spectrumBudget` holds at the decoder's rate. `levels`, when
+// given, receives what the loaders told of each file's channels.
 std::vector<std::vector<float>> decodeAll(const std::vector<const MediaItem*>& items, const Options& options,
-                                          const Progress& progress = nullptr);
+                                          const Progress& progress = nullptr,
+                                          std::vector<media::SoundLevels>* levels = nullptr);
 
 // The placing half of `run`, for signals already decoded. `unsynced` holds
 // the files already set aside; they stay first in the result's list.

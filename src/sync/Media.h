@@ -10,6 +10,7 @@
 
 #include "base/Uuid.h"
 #include "platform/ColourTags.h"
+#include "sync/DeviceClock.h"
 
 namespace qv {
 
@@ -28,6 +29,12 @@ struct MediaItem {
     int audioChannels = 0;           // highest over audio streams
     double sampleRate = 0;           // highest over audio streams, Hz
     std::optional<Date> recordedAt;  // container creation date
+
+    // What the device wrote beside that date (sync/DeviceClock.h).
+    std::optional<DeviceClock> clock;  // the first sample by the device's clock (bext, iXML, timecode)
+    std::string family;                // files of one take share it (iXML); empty when not told
+    std::vector<std::string> tracks;   // the device's names of the file's tracks (iXML)
+    int audioStreams = 0;              // sound streams that carry usable sound
 
     std::string fileName() const { return url.filename().string(); }
 };

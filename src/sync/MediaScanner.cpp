@@ -16,7 +16,8 @@ namespace fs = std::filesystem;
 namespace qv::MediaScanner {
 
 const std::vector<std::string> videoExtensions = {"mp4", "mov", "m4v", "mxf", "mts", "m2ts", "avi", "mkv", "webm"};
-const std::vector<std::string> audioExtensions = {"wav", "bwf", "mp3", "m4a", "aif", "aiff", "flac", "aac", "caf", "ogg", "oga", "opus"};
+const std::vector<std::string> audioExtensions = {"wav", "bwf", "w64", "rf64", "mp3", "m4a", "aif", "aiff",
+                                                  "flac", "aac", "caf", "ogg", "oga", "opus"};
 
 std::string Refusal::message() const {
     return (folder ? "Dossier illisible : " : "Fichier illisible : ") + name + " (" + reason + ")";
@@ -166,6 +167,14 @@ std::optional<MediaItem> probe(const fs::path& file, std::string* whyNot) {
     item.audioChannels = info->audioChannels;
     item.sampleRate = info->sampleRate;
     item.recordedAt = info->creationTime;
+    item.audioStreams = info->audioStreams;
+    // Recorders stamp their wave files; cameras write timecode.
+    WaveStamps stamps = DeviceStamps::readWave(file);
+    item.clock = stamps.clock;
+    item.family = std::move(stamps.family);
+    item.tracks = std::move(stamps.tracks);
+    if (!item.clock && !info->timecode.empty() && item.frameRate > 0)
+        item.clock = DeviceStamps::fromTimecode(info->timecode, item.frameRate);
     return item;
 }
 

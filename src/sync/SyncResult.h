@@ -4,6 +4,8 @@
 #pragma once
 
 #include <algorithm>
+#include <cstdint>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
@@ -23,6 +25,22 @@ struct SyncCandidate {
 // The starts kept per file, strongest evidence first.
 inline constexpr size_t maxCandidates = 5;
 
+// Which sound of a file is heard: one of its sound streams (counted among
+// those that carry usable sound, from 0) and some of its channels (bit k
+// for channel k; 0 for all of them, as the file mixes them).
+struct SoundPick {
+    int stream = 0;
+    uint64_t channels = 0;
+    bool operator==(const SoundPick&) const = default;
+};
+
+// What placed a file when its own sound did not.
+enum class PlacedBy {
+    sound,       // its sound, against the files of other sources
+    clock,       // its device's sample clock (bext, iXML), learnt from a sibling the sound placed
+    neighbours,  // the pieces of its recording before and after it
+};
+
 struct PlacedItem {
     int sourceIndex = 0;
     MediaItem item;
@@ -39,7 +57,27 @@ struct PlacedItem {
     std::vector<SyncCandidate> candidates{};  // the sync's best starts, at most maxCandidates
     bool byHand = false;                    // the user put it here, not the sound
 
+    // How the file stands among its source's other files, decided by the
+    // synchronisation and read as they are by the player, the render and
+    // every writer:
+    // - a take: files a device wrote at one moment (a mix, one file per
+    //   input, a safety copy) share `take` (from 1; 0 for a file alone),
+    //   stand at the same start, and each is a lane of its own named
+    //   `lane` (its track); the lanes `heard` play, the others are muted;
+    // - a recording in pieces: `follows` is the file of the piece before
+    //   this one (empty for a first piece or a file alone); the earlier
+    //   piece gives way at this one's start, and both share one drift;
+    // - `sound`: the stream and channels that carry its sound.
+    int take = 0;
+    std::string lane{};
+    bool heard = true;
+    std::filesystem::path follows{};
+    SoundPick sound;
+    PlacedBy placedBy = PlacedBy::sound;
+
     double end() const { return start + item.duration; }
+    // Where the file's last sample lies on the line, by its own clock.
+    double lineEnd() const { return lineTime(item.duration); }
     // File seconds per line second.
     double clockRate() const { return 1.0 + drift.value_or(0.0) * 1e-6; }
     // Where file time t lies on the line, and which file time is heard at

@@ -1,6 +1,9 @@
 // The sound panel: the audio mode, fades and master volume, all stored in
-// the model's audio settings.
+// the model's audio settings; each recorder's channel, stored by source.
 #include "ui/SoundPanel.h"
+
+#include <QMenu>
+#include <QPushButton>
 
 #include "app/AppModel.h"
 
@@ -55,13 +58,58 @@ SoundPanel::SoundPanel(AppModel& model, QWidget* parent) : PanelPage(QStringLite
         [this] { return model_.audio().masterDb; }, store(&AudioSettings::masterDb), levels));
     levels->add(new PanelNote(QStringLiteral("Le volume de chaque piste se règle dans la timeline, devant la piste."), levels));
     add(levels);
+    channels_ = new PanelBox(QStringLiteral("Canal de chaque enregistreur"), this);
+    add(channels_);
     add(new PanelNote(QStringLiteral("Jamais de fondu au tout début ni à la toute fin de l'export."), this));
     column_->addStretch(1);
     refresh();
 }
 
+namespace {
+
+QString choiceText(int choice) {
+    return choice == 0 ? QStringLiteral("Canal : mélange") : QStringLiteral("Canal : %1").arg(choice);
+}
+
+}  // namespace
+
+QPushButton* SoundPanel::channelMenu(const QString& source) const {
+    for (const auto& [name, menu] : channelMenus_)
+        if (name == source) return menu;
+    return nullptr;
+}
+
+void SoundPanel::refreshChannels() {
+    std::vector<std::pair<Uuid, int>> layout;
+    for (const MediaSource& s : model_.sources())
+        if (int n = model_.channelChoices(s.id); n > 1) layout.emplace_back(s.id, n);
+    if (layout != channelLayout_) {
+        channelLayout_ = layout;
+        for (auto& [name, menu] : channelMenus_) delete menu->parentWidget();
+        channelMenus_.clear();
+        for (const auto& [id, count] : layout) {
+            const MediaSource* source = nullptr;
+            for (const MediaSource& s : model_.sources())
+                if (s.id == id) source = &s;
+            QPushButton* button = menuButton(channels_);
+            for (int k = 0; k <= count; ++k)
+                button->menu()->addAction(choiceText(k), this, [this, id = id, k] {
+                    model_.setChannel(id, k);
+                    refresh();
+                });
+            const QString name = QString::fromStdString(source->name);
+            channels_->add(captioned(name, button, channels_));
+            channelMenus_.emplace_back(name, button);
+        }
+    }
+    channels_->setVisible(!channelMenus_.empty());
+    for (size_t k = 0; k < channelMenus_.size(); ++k)
+        channelMenus_[k].second->setText(choiceText(model_.channel(channelLayout_[k].first)));
+}
+
 void SoundPanel::refresh() {
     PanelPage::refresh();
+    refreshChannels();
     for (ChoiceRow* row : modes_) row->setOn(row->property("mode").toInt() == int(model_.audio().mode));
     cutFade_->setVisible(model_.audio().mode == AudioSettings::Mode::camera);
 }

@@ -1,5 +1,6 @@
 // SoundPanel: how the montage sounds. The audio mode (camera sound, table
-// sound, or both), the fades between plans and cameras, the master volume.
+// sound, or both), the fades between plans and cameras, the master volume,
+// and what is heard of each recorder that has several inputs.
 #pragma once
 
 #include "ui/PanelControls.h"
@@ -12,10 +13,20 @@ public:
     explicit SoundPanel(AppModel& model, QWidget* parent = nullptr);
     void refresh() override;
 
+    // The "Canal" menu of a source, when it has one (for tests).
+    QPushButton* channelMenu(const QString& source) const;
+
 private:
+    // One "Canal : mélange / 1 / 2 / …" menu per source with inputs to
+    // choose from, made again when the sources or their inputs change.
+    void refreshChannels();
+
     AppModel& model_;
     std::vector<ChoiceRow*> modes_;
     PanelToggle* cutFade_ = nullptr;
+    PanelBox* channels_ = nullptr;
+    std::vector<std::pair<QString, QPushButton*>> channelMenus_;
+    std::vector<std::pair<Uuid, int>> channelLayout_;  // what the menus were made for
 };
 
 }  // namespace qv::ui

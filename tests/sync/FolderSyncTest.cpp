@@ -197,7 +197,7 @@ TEST(FolderSync, AStoppedRunEndsWithoutPlacingAnything) {
         FolderSync::Options options;
         options.threads = 1;
         options.stop = &stop;
-        options.primary = [&](const std::filesystem::path&) -> Result<std::vector<float>> {
+        options.primary = [&](const std::filesystem::path&, media::SoundLevels*) -> Result<std::vector<float>> {
             ++loads;
             stop = true;  // the window closes while this file decodes
             return slice(set, 5.0 * loads, 15);

@@ -165,6 +165,7 @@ Status encodeVideo(const Ffmpeg& ffmpeg, const fs::path& out, const std::string&
         args.insert(args.end(), {"-ar", std::to_string(sound.sampleRate), "-ac", std::to_string(sound.channels)});
     }
     for (auto& a : metadataArgs(creationTime)) args.push_back(a);
+    if (!picture.timecode.empty()) args.insert(args.end(), {"-timecode", picture.timecode});
     args.insert(args.end(), {"-f", extensionOf(out) == ".mov" ? "mov" : "mp4", out.string()});
     Status encoded = ffmpeg.run(args, target);
     if (encoded && picture.rotation != 0) return writeRotation(ffmpeg, out, target, picture.rotation);

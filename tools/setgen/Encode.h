@@ -58,6 +58,7 @@ struct Picture {
     int rotation = 0;  // degrees of display rotation in the file's metadata; width × height is then the
                        // upright picture, stored turned
     Grain grain;               // off: the light synthetic picture
+    std::string timecode;      // "hh:mm:ss:ff" of the first frame, as a timecode track; empty: none
 };
 
 struct SoundFormat {

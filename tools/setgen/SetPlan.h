@@ -53,6 +53,26 @@ struct FilePlan {
     bool truncate = false;         // cut to half its size once written
     std::optional<std::string> raw;  // written as these bytes, not encoded
 
+    // What recorders and cameras write beside their sound (DevicePresets.cpp).
+    // Microphone k goes to channel micChannels[k] of a sound file, the others
+    // staying digital silence; empty: each microphone fills every channel.
+    std::vector<int> micChannels;
+    double levelDb = 0;                  // the whole file, e.g. -12 for a safety copy
+    std::vector<int> silentStreams;      // sound streams of a camera file left digitally silent
+    bool byteWave = false;               // a WAV, W64 or RF64 written byte by byte (WaveFiles.h)
+    bool rf64 = false;                   // RF64 container whatever the extension
+    bool noLayout = false;               // extensible format without a channel mask
+    std::optional<uint64_t> timeReference;  // bext: first sample counted from midnight
+    std::string bextDate, bextTime;      // "yyyy-mm-dd", "hh:mm:ss"
+    std::optional<std::string> rawBext;  // a damaged bext chunk, as these bytes
+    std::string takeName;                // iXML take and family; empty: no iXML
+    std::vector<std::string> trackNames;  // iXML track names
+    std::string timecode;                // "hh:mm:ss:ff" of the first frame, written as a timecode track
+    // What the truth says of how files of one source belong together.
+    std::string take;     // files written at one moment share it
+    std::string lane;     // the track this file of a take holds
+    std::string follows;  // the earlier piece of the same recording (its path)
+
     // What the program should make of it.
     bool sound = true;  // holds usable sound that can be placed
     std::string expect = "placed";  // "placed", "unsynced", "unreadable", "ignored"

@@ -6,11 +6,13 @@
 #include <mutex>
 #include <thread>
 #include <chrono>
+#include <cmath>
 #include <ctime>
 #include <fstream>
 #include <optional>
 
 #include "Encode.h"
+#include "WaveFiles.h"
 #include "base/Json.h"
 #include "base/Text.h"
 
@@ -90,6 +92,72 @@ std::vector<float> slowed(const Music& music, double start, size_t count, double
     return out;
 }
 
+// What microphone `mic` of file `f` records of its music on `channels`
+// channels: from the file's start, slowed by its clock's drift, with its
+// gaps of digital silence.
+std::vector<float> heard(const FilePlan& f, const Microphone& mic, const Music& music, int channels) {
+    const int rate = music.rate;
+    auto first = static_cast<size_t>(std::llround(f.start * rate));
+    auto count = static_cast<size_t>(std::llround(f.duration * rate));
+    first = std::min(first, music.samples.size());
+    count = std::min(count, music.samples.size() - first);
+    std::vector<float> samples;
+    if (f.drift != 0) {
+        std::vector<float> slow = slowed(music, f.start, count, f.drift);
+        samples = mic.record(slow.data(), slow.size(), rate, channels);
+    } else {
+        samples = mic.record(music.samples.data() + first, count, rate, channels);
+    }
+    const size_t c = static_cast<size_t>(channels);
+    for (const auto& [from, to] : f.gaps) {
+        auto a = std::min(samples.size(), static_cast<size_t>(std::llround(from * rate)) * c);
+        auto b = std::min(samples.size(), static_cast<size_t>(std::llround(to * rate)) * c);
+        std::fill(samples.begin() + static_cast<long>(a), samples.begin() + static_cast<long>(b), 0.0f);
+    }
+    return samples;
+}
+
+// A polyphonic recorder file: each microphone on its own channel (or on
+// all of them), the others silent, at the file's level, with its stamps.
+template <class MusicFor>
+Status writeByteWave(const FilePlan& f, const fs::path& target, MusicFor&& musicFor) {
+    const Music& music = musicFor(static_cast<size_t>(f.music));
+    const size_t channels = static_cast<size_t>(f.channels);
+    const size_t frames = static_cast<size_t>(std::llround(f.duration * music.rate));
+    std::vector<float> out(frames * channels, 0.0f);
+    const float level = static_cast<float>(std::pow(10.0, f.levelDb / 20));
+    for (size_t m = 0; m < f.mics.size() && !f.silent; ++m) {
+        const bool one = m < f.micChannels.size();
+        std::vector<float> s = heard(f, f.mics[m], music, one ? 1 : f.channels);
+        const size_t got = s.size() / (one ? 1 : channels);
+        for (size_t i = 0; i < std::min(got, frames); ++i) {
+            if (one)
+                out[i * channels + static_cast<size_t>(f.micChannels[m])] += level * s[i];
+            else
+                for (size_t c = 0; c < channels; ++c) out[i * channels + c] += level * s[i * channels + c];
+        }
+    }
+    WaveFile w;
+    w.channels = f.channels;
+    w.rate = music.rate;
+    w.bits = f.pcmBits;
+    const std::string ext = toLower(target.extension().string());
+    w.container = ext == ".w64" ? WaveContainer::w64 : f.rf64 || ext == ".rf64" ? WaveContainer::rf64 : WaveContainer::riff;
+    w.noLayout = f.noLayout;
+    w.rawBext = f.rawBext;
+    if (f.timeReference) {
+        WaveStamp stamp;
+        stamp.date = f.bextDate;
+        stamp.time = f.bextTime;
+        stamp.timeReference = *f.timeReference;
+        stamp.description = f.take.empty() ? f.path : f.take;
+        stamp.originator = f.source;
+        w.bext = stamp;
+    }
+    if (!f.takeName.empty()) w.ixml = WaveXml{"devices", f.takeName, f.takeName, f.trackNames};
+    return writeWave(target, out, w);
+}
+
 json::Json truthOf(const SetPlan& plan, const std::vector<std::optional<Music>>& musics) {
     json::Json j;
     j["seed"] = plan.seed;
@@ -122,6 +190,11 @@ json::Json truthOf(const SetPlan& plan, const std::vector<std::optional<Music>>&
         if (!f.note.empty()) o["case"] = f.note;
         if (f.recording != Recording::sdr) o["recording"] = recordingName(f.recording);
         if (f.rotation != 0) o["rotation"] = f.rotation;
+        if (!f.take.empty()) o["take"] = f.take;
+        if (!f.lane.empty()) o["lane"] = f.lane;
+        if (!f.follows.empty()) o["follows"] = f.follows;
+        if (f.timeReference) o["timeReference"] = *f.timeReference;
+        if (!f.timecode.empty()) o["timecode"] = f.timecode;
         files.push_back(std::move(o));
     }
     j["files"] = std::move(files);
@@ -172,34 +245,22 @@ Status writeSet(const SetPlan& plan, const fs::path& folder, std::ostream& log) 
             return writeBytes(target, *f.raw);
         }
 
+        // A recorder's file written byte by byte, with its stamps.
+        if (f.byteWave) return writeByteWave(f, target, musicFor);
+
         // The sound of each stream: the mix from start to start + duration,
         // as each microphone hears it.
         TempFiles temps;
         int rate = f.sampleRate;
         for (size_t m = 0; m < f.mics.size(); ++m) {
-            std::vector<float> samples;
-            if (f.silent) {
-                samples.assign(static_cast<size_t>(std::llround(f.duration * rate)) * static_cast<size_t>(f.channels),
-                               0.0f);
-            } else {
-                const Music& music = musicFor(static_cast<size_t>(f.music));
-                rate = music.rate;
-                auto first = static_cast<size_t>(std::llround(f.start * rate));
-                auto count = static_cast<size_t>(std::llround(f.duration * rate));
-                first = std::min(first, music.samples.size());
-                count = std::min(count, music.samples.size() - first);
-                if (f.drift != 0) {
-                    std::vector<float> heard = slowed(music, f.start, count, f.drift);
-                    samples = f.mics[m].record(heard.data(), heard.size(), rate, f.channels);
-                } else {
-                    samples = f.mics[m].record(music.samples.data() + first, count, rate, f.channels);
-                }
-                for (const auto& [from, to] : f.gaps) {
-                    auto a = std::min(samples.size(), static_cast<size_t>(std::llround(from * rate)) * f.channels);
-                    auto b = std::min(samples.size(), static_cast<size_t>(std::llround(to * rate)) * f.channels);
-                    std::fill(samples.begin() + static_cast<long>(a), samples.begin() + static_cast<long>(b), 0.0f);
-                }
-            }
+            const bool silent = f.silent || std::find(f.silentStreams.begin(), f.silentStreams.end(),
+                                                      static_cast<int>(m)) != f.silentStreams.end();
+            if (!silent) rate = musicFor(static_cast<size_t>(f.music)).rate;
+            std::vector<float> samples =
+                silent ? std::vector<float>(static_cast<size_t>(std::llround(f.duration * rate)) *
+                                                static_cast<size_t>(f.channels),
+                                            0.0f)
+                       : heard(f, f.mics[m], musicFor(static_cast<size_t>(f.music)), f.channels);
             fs::path temp = folder / cformat(".setgen-%zu-%zu.wav", i, m);
             temps.add(temp);
             if (Status s = writeFloatWav(temp, samples, f.channels, rate); !s) return s;
@@ -224,6 +285,7 @@ Status writeSet(const SetPlan& plan, const fs::path& folder, std::ostream& log) 
             picture.clip = f.clipNumber;
             picture.recording = f.recording;
             picture.rotation = f.rotation;
+            picture.timecode = f.timecode;
             if (f.rotation % 180 != 0) std::swap(picture.width, picture.height);  // drawn upright
             if (f.grain > 0) {
                 picture.grain.strength = f.grain;

@@ -119,29 +119,40 @@ bool StreamDecoder::seek(int64_t timestamp, bool forward) {
 
 int channelsOf(const AVFrame* frame) { return std::max(1, frame->ch_layout.nb_channels); }
 
+namespace {
+
+// Sum of squares of `count` samples `step` apart, scaled to full scale 1.
+template <class T>
+double squares(const uint8_t* base, int count, int step, int offset, double scale, double bias = 0) {
+    const T* p = reinterpret_cast<const T*>(base) + offset;
+    double sum = 0;
+    for (int i = 0; i < count; ++i) {
+        const double v = (static_cast<double>(p[static_cast<ptrdiff_t>(i) * step]) - bias) * scale;
+        sum += v * v;
+    }
+    return sum;
+}
+
+}  // namespace
+
 void addChannelEnergy(const AVFrame* frame, std::vector<double>& sums) {
     const int channels = channelsOf(frame);
     if (sums.size() < static_cast<size_t>(channels)) sums.resize(static_cast<size_t>(channels), 0.0);
     const auto format = static_cast<AVSampleFormat>(frame->format);
     const bool planar = av_sample_fmt_is_planar(format);
-    const AVSampleFormat packed = av_get_packed_sample_fmt(format);
+    const int n = frame->nb_samples;
     for (int c = 0; c < channels; ++c) {
         const uint8_t* base = planar ? frame->extended_data[c] : frame->extended_data[0];
         const int step = planar ? 1 : channels, offset = planar ? 0 : c;
         double sum = 0;
-        for (int i = 0; i < frame->nb_samples; ++i) {
-            const int k = i * step + offset;
-            double v = 0;
-            switch (packed) {
-            case AV_SAMPLE_FMT_U8: v = (base[k] - 128) / 128.0; break;
-            case AV_SAMPLE_FMT_S16: v = reinterpret_cast<const int16_t*>(base)[k] / 32768.0; break;
-            case AV_SAMPLE_FMT_S32: v = reinterpret_cast<const int32_t*>(base)[k] / 2147483648.0; break;
-            case AV_SAMPLE_FMT_S64: v = static_cast<double>(reinterpret_cast<const int64_t*>(base)[k]) / 9.223372036854775808e18; break;
-            case AV_SAMPLE_FMT_FLT: v = reinterpret_cast<const float*>(base)[k]; break;
-            case AV_SAMPLE_FMT_DBL: v = reinterpret_cast<const double*>(base)[k]; break;
-            default: break;
-            }
-            sum += v * v;
+        switch (av_get_packed_sample_fmt(format)) {
+        case AV_SAMPLE_FMT_U8: sum = squares<uint8_t>(base, n, step, offset, 1.0 / 128, 128); break;
+        case AV_SAMPLE_FMT_S16: sum = squares<int16_t>(base, n, step, offset, 1.0 / 32768); break;
+        case AV_SAMPLE_FMT_S32: sum = squares<int32_t>(base, n, step, offset, 1.0 / 2147483648.0); break;
+        case AV_SAMPLE_FMT_S64: sum = squares<int64_t>(base, n, step, offset, 1.0 / 9.223372036854775808e18); break;
+        case AV_SAMPLE_FMT_FLT: sum = squares<float>(base, n, step, offset, 1.0); break;
+        case AV_SAMPLE_FMT_DBL: sum = squares<double>(base, n, step, offset, 1.0); break;
+        default: break;
         }
         sums[static_cast<size_t>(c)] += sum;
     }

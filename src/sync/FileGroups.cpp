@@ -47,13 +47,14 @@ bool differByTrack(const std::string& a, const std::string& b) {
     return isTrackToken(a.substr(common)) && isTrackToken(b.substr(common));
 }
 
+// What the device wrote says so even when one file was cut short; names
+// alone need lengths that agree.
 bool sameMoment(const MediaItem& a, const MediaItem& b) {
-    if (std::fabs(a.duration - b.duration) > takeLengths) return false;
     if (!a.family.empty() && a.family == b.family) return true;
     if (a.clock && b.clock && a.clock->kind == DeviceClock::Kind::samples && a.clock->comparable(*b.clock) &&
         std::fabs(a.clock->until(*b.clock)) <= std::max(a.clock->resolution, b.clock->resolution))
         return true;
-    if (a.url.extension() != b.url.extension()) return false;
+    if (std::fabs(a.duration - b.duration) > takeLengths || a.url.extension() != b.url.extension()) return false;
     return differByTrack(stemOf(a), stemOf(b));
 }
 

@@ -3,7 +3,7 @@
 //
 //   take    files written at one moment: the same iXML family, the same
 //           sample clock, or names that differ only by a track suffix
-//           ("ZOOM0001_LR", "ZOOM0001_Tr1"), with lengths that agree
+//           ("ZOOM0001_LR", "ZOOM0001_Tr1") with lengths that agree
 //   pieces  one recording cut in files: the next file's sample clock
 //           starts where this one's ends, or the names run in sequence
 //           ("GX010050", "GX020050"); sequence alone is only a hint that

@@ -351,6 +351,7 @@ bool Placer::decide(int u, bool strict, const std::vector<int>& anchors) {
     if (candidates.empty()) {
         if (!strict && placeByDevice(u, strict, predictions)) return true;
         traceDecision(u, strict ? "en attente : aucun candidat" : noCommonSound, nullptr, 0);
+        if (!strict) refuseForSibling(u, 0);
         return false;
     }
 
@@ -431,6 +432,7 @@ bool Placer::decide(int u, bool strict, const std::vector<int>& anchors) {
     if (leader.support < minEvidence) {
         if (!strict && placeByDevice(u, strict, predictions)) return true;
         traceDecision(u, strict ? "en attente : preuve trop faible" : noCommonSound, &leader, runnerUp);
+        if (!strict) refuseForSibling(u, leader.support);
         return false;
     }
     if (clear) {
@@ -444,25 +446,37 @@ bool Placer::decide(int u, bool strict, const std::vector<int>& anchors) {
     }
     // Unclear is not absent: a start is taken, marked ambiguous. Between the
     // two best, an anchor that heard both stretches and clearly prefers one
-    // knows more than votes from anchors that heard only one of them; so
-    // does an anchor that hears one of them clearly, in full, where no
-    // recording covers both. Only a file no such anchor hears is refused, as
-    // when it was filmed while nothing else ran and the music's repeats answer.
+    // knows more than votes from anchors that heard only one of them.
     const Cluster& second = *ranked[1];  // unclear: there is a runner-up
     const int forLeader = judges(u, leader, second, anchors), forSecond = judges(u, second, leader, anchors);
     const Cluster* choice = forSecond > forLeader ? &second : &leader;
-    if (choice->support < strongEvidence && std::max(forLeader, forSecond) == 0) {
-        const bool leaderHeard = heardClearly(u, leader, anchors), secondHeard = heardClearly(u, second, anchors);
-        if (leaderHeard == secondHeard) {
+    if (std::max(forLeader, forSecond) == 0) {
+        // Where no recording covers both, a start that one anchor heard
+        // whole, distinctly and as coherently as a moment recorded twice,
+        // well above the others, is that moment: the rest are its phrase
+        // repeated. Only a file no anchor hears so is refused, as when it
+        // was filmed while nothing else ran and the music's repeats answer.
+        if (const Cluster* heard = heardClearly(u, ranked, anchors)) {
+            choice = heard;
+        } else if (choice->support < strongEvidence) {
             traceDecision(u, std::string(noCommonSound) + " (isolé : musique répétée seulement)", choice, runnerUp);
+            refuseForSibling(u, choice->support);
             return false;
         }
-        choice = leaderHeard ? &leader : &second;
     }
     traceDecision(u, choice == &leader ? "doute : AMBIGU" : "doute, départagé par une ancre qui entend les deux : AMBIGU",
                   choice, choice == &leader ? runnerUp : leader.value);
     placeFrom(u, *choice, Rule::doubt);
     return true;
+}
+
+// A file of one device heard while another of its files records: two files
+// of a device cannot run at once unless they are one take, so it is refused
+// for that, not for a lack of common sound.
+void Placer::refuseForSibling(int u, double kept) {
+    const auto& [evidence, sibling] = overlapHit_[u];
+    if (dryRun_ || sibling < 0 || evidence < minEvidence || evidence <= kept) return;
+    reason_[u] = "entendu pendant " + e_[sibling].item.fileName() + ", du même appareil, sans être de la même prise";
 }
 
 // Whether voter (member, anchor)'s own best peak lies in cluster k and leads
@@ -493,18 +507,33 @@ int Placer::judges(int u, const Cluster& k, const Cluster& other, const std::vec
     return count;
 }
 
-// An anchor that covers the whole of u at `k` and hears it there as
-// coherently as two recordings of one moment do: the room and the crowd,
-// not only the music's phrase. A repeat of the music is heard in part.
-bool Placer::heardClearly(int u, const Cluster& k, const std::vector<int>& anchors) const {
-    constexpr double sameMoment = 0.5;  // coherence of a shared moment; repeats stay well under it
-    for (int p : anchors) {
-        const bool whole = *start_[p] <= k.start + 0.5 && *start_[p] + duration(p) >= k.start + duration(u) - 0.5;
-        if (!whole || !bestPeakIn(u * count_ + p, k)) continue;
-        const auto& matches = matches_.at({u, p});
-        if (coherence(u, p, matches[0]) >= sameMoment) return true;
+// The one start among the best that an anchor covering the whole of u
+// hears distinctly, more coherently by `clearer` than every other start is
+// heard: the room and the crowd of a moment recorded twice, where the
+// others share only a phrase. Null when none stands out.
+const Placer::Cluster* Placer::heardClearly(int u, const std::vector<const Cluster*>& ranked,
+                                            const std::vector<int>& anchors) const {
+    constexpr double sameMoment = 0.25;  // below it, what an anchor shares with u is too little to tell
+    constexpr double clearer = 1.3;
+    const size_t considered = std::min(ranked.size(), maxCandidates);
+    const Cluster* found = nullptr;
+    double clarity = 0;
+    for (size_t i = 0; i < considered; ++i) {
+        const Cluster& k = *ranked[i];
+        for (int p : anchors) {
+            const bool whole = *start_[p] <= k.start + 0.5 && *start_[p] + duration(p) >= k.start + duration(u) - 0.5;
+            if (!whole || !bestPeakIn(u * count_ + p, k)) continue;
+            const double c = coherence(u, p, matches_.at({u, p})[0]);
+            if (c < sameMoment) continue;
+            if (found && found != &k) return nullptr;  // two starts heard so: no telling
+            found = &k;
+            clarity = std::max(clarity, c);
+        }
     }
-    return false;
+    if (!found) return nullptr;
+    for (size_t i = 0; i < considered; ++i)
+        if (ranked[i] != found && ranked[i]->coherence * clearer > clarity) return nullptr;
+    return found;
 }
 
 // The strongest starts of the latest try, for the user's own choice.

@@ -173,7 +173,8 @@ private:
     double coherence(int u, int p, const Match& m) const;
     bool bestPeakIn(int voter, const Cluster& k) const;
     int judges(int u, const Cluster& k, const Cluster& other, const std::vector<int>& anchors) const;
-    bool heardClearly(int u, const Cluster& k, const std::vector<int>& anchors) const;
+    const Cluster* heardClearly(int u, const std::vector<const Cluster*>& ranked, const std::vector<int>& anchors) const;
+    void refuseForSibling(int u, double kept);
 
     void trace(int u, bool strict, const std::vector<Candidate>& candidates) const;
     void traceDecision(int u, const std::string& what, const Cluster* chosen, double runnerUp) const;

@@ -105,6 +105,17 @@ void patchBoxes(const fs::path& f, const std::string& box, size_t offset, uint32
     test::writeText(f, bytes);
 }
 
+// Files of the generated "devices" set copied into the case's set (the
+// table's long recording linked, not copied).
+void fromDevices(const Place& p, const std::vector<std::string>& files) {
+    const fs::path devices = test::generatedSet("devices", 1);
+    for (const std::string& f : files) {
+        fs::create_directories((p.set / f).parent_path());
+        if (f.ends_with("table.wav")) fs::create_symlink(devices / f, p.set / f);
+        else fs::copy_file(devices / f, p.set / f);
+    }
+}
+
 struct Case {
     const char* name;
     std::function<void(const Place&)> make;  // adds the hostile part to a good set
@@ -280,6 +291,33 @@ const std::vector<Case>& cases() {
         {"control characters in arguments are shown escaped",
          [](const Place&) {}, {"--cli", "{set}", "{out}", "--\x1b[31mrouge"}, 0, {},
          {"Option inconnue ignorée : --\\x1b[31mrouge\n"}, true},
+
+        // Devices' files, damaged: the rest of their take, recording or
+        // stamp still stands.
+        {"a take with one file truncated",
+         [](const Place& p) {
+             fromDevices(p, {"Son 1/table.wav", "Son 2/ZOOM0001_LR.WAV", "Son 2/ZOOM0001_Tr1.WAV",
+                             "Son 2/ZOOM0001_LR-12.WAV"});
+             std::string whole = test::readText(test::generatedSet("devices", 1) / "Son 2/ZOOM0001_Tr2.WAV");
+             test::writeText(p.set / "Son 2/ZOOM0001_Tr2.WAV", whole.substr(0, whole.size() / 3));
+         },
+         plain, 0, {"[SON] Son 2 : 4 fichiers"}, {}, true,
+         [](const Place&, const ChildRun& r) { EXPECT_EQ(r.out.find("NON CALÉ : Son 2"), std::string::npos) << r.out; }},
+        {"a chapter missing from the middle",
+         [](const Place& p) { fromDevices(p, {"Son 1/table.wav", "Cam 1/GX010050.MP4", "Cam 1/GX030050.MP4"}); },
+         plain, 0, {"GX010050.MP4", "GX030050.MP4"}, {}, true,
+         [](const Place&, const ChildRun& r) { EXPECT_EQ(r.out.find("NON CALÉ : Cam 1 / GX"), std::string::npos) << r.out; }},
+        {"a bext chunk with nonsense values",
+         [](const Place& p) {
+             fromDevices(p, {"Son 1/table.wav", "Son 4/REC0001.WAV"});
+             std::string bytes = test::readText(p.set / "Son 4/REC0001.WAV");
+             const size_t bext = bytes.find("bext") + 8;
+             bytes.replace(bext + 320, 18, "9999-99-99xx:yy:zz");
+             for (size_t k = 338; k < 346; ++k) bytes[bext + k] = '\xff';
+             test::writeText(p.set / "Son 4/REC0001.WAV", bytes);
+         },
+         plain, 0, {"REC0001.WAV"}, {}, true,
+         [](const Place&, const ChildRun& r) { EXPECT_EQ(r.out.find("NON CALÉ : Son 4"), std::string::npos) << r.out; }},
     };
     return table;
 }

@@ -228,3 +228,16 @@ TEST(ProjectFile, HandPlacementsByPathInTheSet) {
     EXPECT_TRUE(loaded.handPlacements.empty());
     EXPECT_EQ(loaded.zoom, 3.0);
 }
+
+TEST(ProjectFile, ChannelChoicesAreKeptByNameAndHeldToTheirBounds) {
+    ProjectFile p;
+    p.channels = {{"Son 2", 3}, {"Son 5", 4}};
+    const Json j = p.toJson();
+    EXPECT_EQ(ProjectFile::fromJson(j, p.savedAt), p);
+    EXPECT_FALSE(ProjectFile().toJson().contains("channels"));
+    for (const Json& wrong : {Json(-1), Json(65), Json(2.5), Json("4")}) {
+        Json damaged = j;
+        damaged["channels"]["Son 5"] = wrong;
+        EXPECT_TRUE(ProjectFile::fromJson(damaged).channels.empty()) << wrong.dump();
+    }
+}

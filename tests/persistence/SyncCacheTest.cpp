@@ -117,6 +117,54 @@ TEST_F(SetFixture, ACacheWithoutCandidatesStillLoadsAndDamagedOnesRefuseIt) {
     EXPECT_FALSE(qv::SyncCache::fromJson(j));
 }
 
+TEST_F(SetFixture, TakesPiecesAndSoundPicksComeBackAndOutOfBoundsValuesRefuseTheCache) {
+    // A01/A02 as one take (the second muted), A002 continuing A001, the
+    // recorder heard on its fourth channel of its second stream.
+    result.placed[1].take = result.placed[2].take = 1;
+    result.placed[1].lane = "LR";
+    result.placed[2].lane = "Tr1";
+    result.placed[2].heard = false;
+    result.placed[2].follows = result.placed[1].item.url;
+    result.placed[0].sound = {1, 0b1000};
+    result.placed[0].placedBy = qv::PlacedBy::clock;
+    store::saveSync(store::cache(result), set);
+    auto restored = store::restore(*store::loadSync(set), scan(set));
+    ASSERT_TRUE(restored);
+    const auto& first = restored->placed[0];
+    const auto& second = restored->placed[2];
+    EXPECT_EQ(first.take, 1);
+    EXPECT_EQ(first.lane, "LR");
+    EXPECT_TRUE(first.heard);
+    EXPECT_EQ(second.lane, "Tr1");
+    EXPECT_FALSE(second.heard);
+    EXPECT_EQ(second.follows, first.item.url);
+    EXPECT_EQ(restored->placed[1].sound, (qv::SoundPick{1, 0b1000}));
+    EXPECT_EQ(restored->placed[1].placedBy, qv::PlacedBy::clock);
+
+    // Read back, every value is held to what a synchronisation can give.
+    const Json good = store::cache(result).toJson();
+    auto damaged = [&](const char* key, const Json& value) {
+        Json j = good;
+        j["placed"][0][key] = value;
+        return qv::SyncCache::fromJson(j).has_value();
+    };
+    EXPECT_TRUE(damaged("take", 3));
+    EXPECT_FALSE(damaged("take", -1));
+    EXPECT_FALSE(damaged("take", 1e12));
+    EXPECT_FALSE(damaged("soundStream", 64));
+    EXPECT_FALSE(damaged("soundChannels", -5));
+    EXPECT_FALSE(damaged("lane", std::string(5000, 'x')));
+    EXPECT_FALSE(damaged("placedBy", "magie"));
+    EXPECT_FALSE(damaged("heard", "oui"));
+    // A piece that follows a file the cache does not place is no cache.
+    Json stray = good;
+    for (auto& p : stray["placed"])
+        if (p.contains("follows")) p["follows"] = (set / "Cam 2/B001.mp4").string();
+    auto strayCache = qv::SyncCache::fromJson(stray);
+    ASSERT_TRUE(strayCache);
+    EXPECT_FALSE(store::restore(*strayCache, scan(set)));
+}
+
 TEST(SyncCache, StoresFloatsAsLittleEndianBase64) {
     qv::SyncCache cache;
     cache.placed.push_back(

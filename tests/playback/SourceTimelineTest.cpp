@@ -21,16 +21,21 @@ PlacedItem placed(double start, double duration, bool video = true, int channels
     return p;
 }
 
-TEST(SourceTimeline, OverlapsArePushedBackOrSkippedAndTheLineRunsToTotal) {
-    // 0.03 s of overlap plays pushed back; 0.05 s is not played at all.
-    auto line = SourceTimeline::composition({placed(10, 5), placed(0, 5), placed(4.97, 3), placed(7.95, 1)}, 20, true);
+TEST(SourceTimeline, OverlapsUpToHalfASecondPlayFromThePreviousEndAndTheLineRunsToTotal) {
+    // 0.3 s of overlap plays from the earlier file's end, in its own place;
+    // 0.6 s is not played at all.
+    auto line = SourceTimeline::composition({placed(10, 5), placed(0, 5), placed(4.7, 3), placed(7.1, 1)}, 20, true);
     ASSERT_EQ(line.pieces.size(), 3u);
-    EXPECT_DOUBLE_EQ(line.pieces[1].at, 5.0);
+    EXPECT_DOUBLE_EQ(line.pieces[1].at, 4.7);
+    EXPECT_DOUBLE_EQ(line.pieces[1].from, 5.0);
+    EXPECT_DOUBLE_EQ(line.pieces[1].fileTime(6.0), 1.3);
     EXPECT_DOUBLE_EQ(line.pieces[2].at, 10.0);
     EXPECT_DOUBLE_EQ(line.total, 20.0);
     ASSERT_EQ(line.soundRanges.size(), 3u);
-    EXPECT_DOUBLE_EQ(line.soundRanges[1].end, 8.0);
+    EXPECT_DOUBLE_EQ(line.soundRanges[1].start, 5.0);
+    EXPECT_DOUBLE_EQ(line.soundRanges[1].end, 7.7);
     EXPECT_EQ(line.pictureAt(8.5), nullptr);
+    EXPECT_EQ(line.pictureAt(4.9), &line.pieces[0]);
     EXPECT_EQ(line.pictureAt(5.0), &line.pieces[1]);
 
     // Without picture the sound stays; a file without sound adds no range.
@@ -38,6 +43,39 @@ TEST(SourceTimeline, OverlapsArePushedBackOrSkippedAndTheLineRunsToTotal) {
     EXPECT_FALSE(sound.hasPicture());
     EXPECT_EQ(sound.soundRanges.size(), 1u);
     EXPECT_DOUBLE_EQ(sound.total, 8.0);
+}
+
+TEST(SourceTimeline, PiecesOfARecordingEndByTheirClockAndLeaveNoHoleAndTakesPlayTheirHeardLane) {
+    // Chapters of a camera 400 ppm fast: each ends 0.24 s before its file
+    // length says, where the next one starts; a next piece 20 ms late is
+    // met by the one before running on.
+    auto first = placed(0, 600, true, 2, "/set/Cam 1/GX010050.MP4");
+    first.drift = 400;
+    auto second = placed(first.lineEnd(), 600, true, 2, "/set/Cam 1/GX020050.MP4");
+    second.drift = 400;
+    second.follows = first.item.url;
+    auto third = placed(second.lineEnd() + 0.02, 100, true, 2, "/set/Cam 1/GX030050.MP4");
+    third.drift = 400;
+    third.follows = second.item.url;
+    auto line = SourceTimeline::composition({first, second, third}, 0, true);
+    ASSERT_EQ(line.pieces.size(), 3u);
+    EXPECT_NEAR(line.pieces[0].end(), 600 / 1.0004, 1e-9);
+    EXPECT_DOUBLE_EQ(line.pieces[1].from, line.pieces[0].end());
+    EXPECT_DOUBLE_EQ(line.pieces[1].end(), line.pieces[2].from);
+    EXPECT_EQ(line.pictureAt(line.pieces[2].at - 0.01), &line.pieces[1]);
+
+    // A take of three files: only its heard lane is laid, with the stream
+    // and channels that carry its sound.
+    auto lr = placed(0, 60, false, 2, "/set/Son 2/ZOOM0001_LR.WAV"), tr1 = placed(0, 60, false, 1, "/set/Son 2/ZOOM0001_Tr1.WAV");
+    auto tr2 = placed(0, 60, false, 1, "/set/Son 2/ZOOM0001_Tr2.WAV");
+    for (PlacedItem* p : {&lr, &tr1, &tr2}) p->take = 1;
+    tr1.heard = false;
+    lr.heard = false;
+    tr2.sound = {1, 0b1000};
+    auto take = SourceTimeline::composition({lr, tr1, tr2}, 0, false);
+    ASSERT_EQ(take.pieces.size(), 1u);
+    EXPECT_EQ(take.pieces[0].item.url, tr2.item.url);
+    EXPECT_EQ(take.pieces[0].pick, (SoundPick{1, 0b1000}));
 }
 
 // Each frame of these files is one flat grey that names its index.

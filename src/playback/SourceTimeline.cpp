@@ -21,18 +21,20 @@ SourceTimeline SourceTimeline::composition(std::vector<PlacedItem> items, double
     double cursor = 0;
     for (PlacedItem& p : items) {
         if (p.start < cursor - overlapTolerance) continue;
-        // The piece before, when this one continues its recording, runs on
-        // to this one's start: no hole between the two.
-        if (!line.pieces.empty() && !p.follows.empty() && line.pieces.back().item.url == p.follows &&
-            p.start > cursor && p.start - cursor <= overlapTolerance) {
-            line.pieces.back().until = p.start;
-            if (line.pieces.back().sound) line.soundRanges.back().end = p.start;
+        // A piece of the recording before it takes over where it starts: the
+        // earlier piece, read by its clock, has nothing left to show there,
+        // and a small gap between them is no hole either.
+        TimelinePiece* earlier = line.pieces.empty() ? nullptr : &line.pieces.back();
+        if (earlier && !p.follows.empty() && earlier->item.url == p.follows &&
+            std::fabs(p.start - cursor) <= overlapTolerance && p.start > earlier->from) {
+            earlier->until = p.start;
+            if (earlier->sound) line.soundRanges.back().end = p.start;
             cursor = p.start;
         }
         TimelinePiece piece;
         piece.at = p.start;
         piece.from = std::max(cursor, p.start);
-        piece.until = p.lineEnd();
+        piece.until = p.end();
         piece.duration = p.item.duration;
         piece.video = video && p.item.hasVideo;
         piece.sound = p.item.audioChannels > 0;

@@ -34,7 +34,7 @@ struct TimelinePiece {
     MediaItem item;
     double at = 0;        // where the file's time 0 lies on the set's time line
     double from = 0;      // where it begins to be shown: `at`, or later when the piece before runs on
-    double until = 0;     // where it gives way: its own end by its clock, or the next piece's start
+    double until = 0;     // where it gives way: its end, or where the next piece of its recording starts
     double duration = 0;  // the file's duration
     bool video = false;   // its picture is on the line
     bool sound = false;   // its sound is on the line
@@ -56,14 +56,15 @@ struct SourceTimeline {
     double total = 0;                    // length of the line; empty after the last file
 
     // Lays out `items` (any order; typically one source's placed files):
-    // of a take only the lanes heard; sorted by start (stable); each file
-    // ends where its own clock says (PlacedItem::lineEnd). A file starting
-    // more than 0.5 s before the end of the previous one is skipped (the
-    // earlier file wins); a smaller overlap leaves it in its place but shown
-    // from that end on, and a piece of a recording that starts a little
-    // after the piece it continues makes that piece run on to it. With
-    // `video` false no picture is laid. A file without sound adds no sound
-    // range.
+    // of a take only the lanes heard; sorted by start (stable). A file
+    // starting more than 0.5 s before the end of the previous one is
+    // skipped (the earlier file wins); a smaller overlap leaves it in its
+    // place but shown from that end on. A piece of a recording
+    // (PlacedItem::follows) within 0.5 s of the end of the piece it
+    // continues takes over at its own start: the earlier piece, which its
+    // clock's drift ends there, gives way, or runs on to it over a gap.
+    // With `video` false no picture is laid. A file without sound adds no
+    // sound range.
     static SourceTimeline composition(std::vector<PlacedItem> items, double total, bool video);
 
     // The placed files of source `sourceIndex` in `result`.

@@ -410,7 +410,8 @@ bool Placer::decide(int u, bool strict, const std::vector<int>& anchors) {
     // A weak match far from where the clock puts the file does not win: a
     // weaker start that the clock confirms does, or an exact clock alone,
     // or nothing.
-    if (!predictions.empty() && leader.support < weakEvidence) {
+    const bool ruled = std::any_of(predictions.begin(), predictions.end(), [](const Prediction& p) { return p.rulesOut; });
+    if (ruled && leader.support < weakEvidence) {
         if (const Cluster* confirmed = nearPrediction(predictions, ranked, 0.0)) {
             traceDecision(u, cformat("horloge de la source contre un son faible (%s)", hypothesis_), confirmed,
                           leader.value);
@@ -425,7 +426,7 @@ bool Placer::decide(int u, bool strict, const std::vector<int>& anchors) {
     }
     // Until its source's dated files are placed, a weak match waits for the
     // clock they will teach.
-    if (strict && predictions.empty() && leader.support < weakEvidence && datedSiblingWaits(u)) {
+    if (strict && !ruled && leader.support < weakEvidence && datedSiblingWaits(u)) {
         traceDecision(u, "en attente de l'horloge de la source", &leader, runnerUp);
         return false;
     }

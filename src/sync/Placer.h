@@ -134,6 +134,7 @@ public:
         bool exact;        // precise enough to place a file the sound cannot
         int from;          // the entry it was learnt from
         PlacedBy rule;     // what placing by it means
+        bool rulesOut = true;  // a weak match far from it loses; names in sequence only choose
     };
 
     struct Proposal {
@@ -184,6 +185,8 @@ private:
     std::vector<Prediction> clockPredictions(int u) const;
     std::vector<Prediction> datePredictions(int u) const;
     std::vector<Prediction> devicePredictions(int u) const;
+    std::vector<Prediction> piecePredictions(int u) const;
+    double clockSlack(int q, double span) const;
     const Cluster* nearPrediction(const std::vector<Prediction>& predictions, const std::vector<const Cluster*>& ranked,
                                   double floor);
     bool outsideEveryRecording(int u, const std::vector<Prediction>& predictions) const;

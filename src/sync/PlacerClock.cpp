@@ -25,6 +25,7 @@ std::vector<Placer::Prediction> Placer::clockPredictions(int u) const {
     // A device clock, precise to a sample or a frame, says more than a date
     // written to the second: dates are heard only without one.
     if (out.empty()) out = datePredictions(u);
+    for (const Prediction& p : piecePredictions(u)) out.push_back(p);
     return out;
 }
 
@@ -65,16 +66,18 @@ std::vector<Placer::Prediction> Placer::datePredictions(int u) const {
     return out;
 }
 
+// What the drift of a placed file leaves unknown over `span` seconds: its
+// own drift when measured, or the worst any clock runs.
+double Placer::clockSlack(int q, double span) const {
+    const double rate = measured_[static_cast<size_t>(q)] ? 2e-5 : worstClock;
+    return std::fabs(span) * rate;
+}
+
 // Where the device that wrote u puts it: its sample clock or timecode
-// against a sibling placed by sound (or by such a clock), and the pieces
-// of its recording placed before and after it.
+// against a sibling placed by sound (or by such a clock).
 std::vector<Placer::Prediction> Placer::devicePredictions(int u) const {
     std::vector<Prediction> out;
-    // The drift of a sibling, or the worst any clock runs when unknown.
-    auto slack = [&](int q, double span) {
-        const double rate = measured_[static_cast<size_t>(q)] ? 2e-5 : worstClock;
-        return std::fabs(span) * rate;
-    };
+    auto slack = [&](int q, double span) { return clockSlack(q, span); };
     const auto& clock = e_[u].item.clock;
     if (clock) {
         // The nearest trusted sibling with the same kind of clock.
@@ -98,8 +101,16 @@ std::vector<Placer::Prediction> Placer::devicePredictions(int u) const {
                            std::min(tolerance, clockTolerance), samples, best, PlacedBy::clock});
         }
     }
-    // The pieces around it: the earlier one ends where u starts, the later
-    // one starts where u ends.
+    return out;
+}
+
+// The pieces of u's recording around it: the earlier one ends where u
+// starts, the later one starts where u ends. Names in sequence alone are a
+// hint that chooses among the sound's starts, never one that rules a start
+// out, unless both neighbours agree on where u lies.
+std::vector<Placer::Prediction> Placer::piecePredictions(int u) const {
+    std::vector<Prediction> out;
+    auto slack = [&](int q, double span) { return clockSlack(q, span); };
     const int before = prev_[static_cast<size_t>(u)], after = next_[static_cast<size_t>(u)];
     std::optional<Prediction> fromBefore, fromAfter;
     if (before >= 0 && start_[before]) {
@@ -117,11 +128,13 @@ std::vector<Placer::Prediction> Placer::devicePredictions(int u) const {
                                (byClock ? 0.002 : pieceSlack) + slack(after, step), byClock, after,
                                byClock ? PlacedBy::clock : PlacedBy::neighbours};
     }
-    // Names in sequence alone place a piece only when both neighbours agree
-    // on where it lies.
+    for (auto* p : {&fromBefore, &fromAfter})
+        if (*p && !(*p)->exact) (*p)->rulesOut = false;
     if (fromBefore && fromAfter && !fromBefore->exact && !fromAfter->exact &&
-        std::fabs(fromBefore->start - fromAfter->start) <= pieceSlack)
+        std::fabs(fromBefore->start - fromAfter->start) <= pieceSlack) {
         fromBefore->exact = true;
+        fromBefore->rulesOut = true;
+    }
     for (const auto& p : {fromBefore, fromAfter})
         if (p) out.push_back(*p);
     return out;
@@ -153,7 +166,7 @@ const Placer::Cluster* Placer::nearPrediction(const std::vector<Prediction>& pre
 bool Placer::outsideEveryRecording(int u, const std::vector<Prediction>& predictions) const {
     const double need = std::min(duration(u) / 2, 10.0);
     for (const Prediction& prediction : predictions)
-        for (int p : anchorsOf(u))
+        for (int p : prediction.rulesOut ? anchorsOf(u) : std::vector<int>{})
             if (overlap(*start_[p], *start_[p] + duration(p), prediction.start, prediction.start + duration(u)) >= need)
                 return false;
     return true;

@@ -72,7 +72,7 @@ struct PlacedItem {
     std::string lane{};
     bool heard = true;
     std::filesystem::path follows{};
-    SoundPick sound;
+    SoundPick sound{};
     PlacedBy placedBy = PlacedBy::sound;
 
     double end() const { return start + item.duration; }

@@ -82,7 +82,7 @@ QPushButton* SoundPanel::channelMenu(const QString& source) const {
 void SoundPanel::refreshChannels() {
     std::vector<std::pair<Uuid, int>> layout;
     for (const MediaSource& s : model_.sources())
-        if (int n = model_.channelChoices(s.id); n > 1) layout.emplace_back(s.id, n);
+        if (int n = model_.channelChoices(s.id); n > 1 && s.kind == SourceKind::audio) layout.emplace_back(s.id, n);
     if (layout != channelLayout_) {
         channelLayout_ = layout;
         for (auto& [name, menu] : channelMenus_) delete menu->parentWidget();

@@ -4,6 +4,8 @@
 #include <QCheckBox>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMenu>
+#include <QPushButton>
 #include <QTest>
 #include <map>
 #include <optional>
@@ -190,6 +192,35 @@ private slots:
         QCOMPARE(model->audio().rushFade, 0.25);
         QCOMPARE(player()->fade(), 0.25);
         fade->setValue(0);
+    }
+
+    void channelChoiceReachesThePlayedResultAndTheProject() {
+        SoundPanel sound(*model);
+        // Son 2 records in stereo: its mix, its left or its right; Son 1 is
+        // mono and has nothing to choose.
+        QVERIFY(!sound.channelMenu(QStringLiteral("Son 1")));
+        QPushButton* menu = sound.channelMenu(QStringLiteral("Son 2"));
+        QVERIFY(menu);
+        QCOMPARE(menu->text(), QStringLiteral("Canal : mélange"));
+        QCOMPARE(menu->menu()->actions().size(), 3);
+        menu->menu()->actions()[2]->trigger();
+        QCOMPARE(menu->text(), QStringLiteral("Canal : 2"));
+        const Uuid son2 = *sourceId("Son 2", model->sources());
+        QCOMPARE(model->channel(son2), 2);
+        int heard = 0;
+        for (const PlacedItem& p : model->result()->placed)
+            if (model->sources()[static_cast<size_t>(p.sourceIndex)].id == son2) {
+                QCOMPARE(p.sound.channels, uint64_t{0b10});
+                ++heard;
+            }
+        QVERIFY(heard > 0);
+        QVERIFY(model->player());
+        main.advance(2);
+        auto project = stored();
+        QVERIFY(project);
+        QCOMPARE(project->channels.at("Son 2"), 2);
+        menu->menu()->actions()[0]->trigger();
+        QCOMPARE(model->channel(son2), 0);
     }
 
     void partialShareShowsOnlyWithPartialZoom() {

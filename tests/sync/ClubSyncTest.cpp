@@ -18,28 +18,6 @@ namespace {
 
 using namespace test;
 
-constexpr double kPhrase = 15.0;  // one 8-bar phrase, seconds
-
-// A track that repeats one phrase, with a room of its own over it.
-std::vector<float> club(double seconds, float room, uint64_t seed = 1) {
-    auto phrase = noise(seed, kPhrase);
-    auto out = noise(seed + 1, seconds, room);
-    for (size_t i = 0; i < out.size(); ++i) out[i] += phrase[i % phrase.size()];
-    return out;
-}
-
-std::vector<float> mix(std::vector<float> x, float gain, uint64_t seed, float hiss) {
-    SplitMix64 rng(seed);
-    for (auto& v : x) v = gain * v + hiss * static_cast<float>(rng.unit() * 2 - 1);
-    return x;
-}
-
-const UnsyncedItem* findUnsynced(const SyncResult& r, const std::string& name) {
-    for (const auto& u : r.unsynced)
-        if (u.item.fileName() == name) return &u;
-    return nullptr;
-}
-
 double startOf(const SyncResult& r, const std::string& name, const std::string& reference) {
     return find(r, name)->start - find(r, reference)->start;
 }

@@ -4,7 +4,9 @@
 // between two starts that the audit found wrong.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
+#include <thread>
 
 #include "base/SplitMix64.h"
 #include "sync/FolderSync.h"
@@ -15,28 +17,6 @@ namespace qv {
 namespace {
 
 using namespace test;
-
-constexpr double kPhrase = 15.0;
-
-// Music that repeats one phrase, with a room of its own over it.
-std::vector<float> club(double seconds, float room, uint64_t seed = 1) {
-    auto phrase = noise(seed, kPhrase);
-    auto out = noise(seed + 1, seconds, room);
-    for (size_t i = 0; i < out.size(); ++i) out[i] += phrase[i % phrase.size()];
-    return out;
-}
-
-std::vector<float> mix(std::vector<float> x, float gain, uint64_t seed, float hiss) {
-    SplitMix64 rng(seed);
-    for (auto& v : x) v = gain * v + hiss * static_cast<float>(rng.unit() * 2 - 1);
-    return x;
-}
-
-const UnsyncedItem* unsynced(const SyncResult& r, const std::string& name) {
-    for (const auto& u : r.unsynced)
-        if (u.item.fileName() == name) return &u;
-    return nullptr;
-}
 
 double startOf(const SyncResult& r, const std::string& name) { return find(r, name)->start - find(r, "table.wav")->start; }
 
@@ -88,8 +68,8 @@ TEST(DeviceSync, OneDeviceOverlappingItselfIsOneTakeOnlyWhenSimultaneous) {
     auto clash = place({table, entry(2, SourceKind::camera, "clip 1.mp4", mix(slice(set, 10, 40), 1.0f, 23, 0.3f)),
                         entry(2, SourceKind::camera, "clip 2.mp4", mix(slice(set, 40, 30), 1.0f, 24, 0.3f))});
     ASSERT_NE(find(clash, "clip 1.mp4"), nullptr);
-    ASSERT_NE(unsynced(clash, "clip 2.mp4"), nullptr);
-    EXPECT_EQ(unsynced(clash, "clip 2.mp4")->reason,
+    ASSERT_NE(findUnsynced(clash, "clip 2.mp4"), nullptr);
+    EXPECT_EQ(findUnsynced(clash, "clip 2.mp4")->reason,
               "entendu pendant clip 1.mp4, du même appareil, sans être de la même prise");
 }
 
@@ -136,8 +116,8 @@ TEST(DeviceSync, ACameraClockThatPutsAWeakMatchElsewhereRefusesIt) {
         entries.push_back(std::move(e));
     }
     auto r = place(entries);
-    ASSERT_NE(unsynced(r, "b.mp4"), nullptr);
-    EXPECT_EQ(unsynced(r, "b.mp4")->reason, "son trop faible, la date de sa caméra le place ailleurs");
+    ASSERT_NE(findUnsynced(r, "b.mp4"), nullptr);
+    EXPECT_EQ(findUnsynced(r, "b.mp4")->reason, "son trop faible, la date de sa caméra le place ailleurs");
 }
 
 TEST(DeviceSync, AFileHeardClearlyAtOneOfTwoStartsIsPlacedWhenNoRecordingCoversBoth) {
@@ -183,6 +163,37 @@ TEST(DeviceSync, EightThreadsOnLongFilesStayWithinTheBudget) {
     for (int k = 1; k < 8; ++k)
         EXPECT_NEAR(find(r, "rec" + std::to_string(k) + ".wav")->start - find(r, "rec0.wav")->start, 10.0 * k, 1e-9);
     EXPECT_LE(stats.budgetPeak, options.spectrumBudget);
+}
+
+TEST(DeviceSync, EightThreadsDecodeNoMoreLongFilesAtOnceThanTheBudgetHolds) {
+    // Eight files of three hours: at the decoder's rate each holds 346 MB
+    // until it is reduced, so a budget of 800 MB lets two decode at once.
+    std::vector<const MediaItem*> items;
+    std::vector<MediaItem> files(8);
+    for (size_t k = 0; k < files.size(); ++k) {
+        files[k].url = "/set/Son " + std::to_string(k + 1) + "/long.wav";
+        files[k].duration = 3 * 3600;
+        files[k].audioChannels = 2;
+        items.push_back(&files[k]);
+    }
+    std::atomic<int> inFlight{0}, most{0}, loads{0};
+    FolderSync::Options options;
+    options.threads = 8;
+    options.spectrumBudget = 800'000'000;
+    options.primary = [&](const std::filesystem::path&, media::SoundLevels*) -> Result<std::vector<float>> {
+        const int now = ++inFlight;
+        for (int seen = most.load(); now > seen && !most.compare_exchange_weak(seen, now);) {}
+        // Long enough for the other threads to try their turn.
+        for (int spin = 0; spin < 2000 && inFlight.load() < 8; ++spin) std::this_thread::yield();
+        ++loads;
+        --inFlight;
+        return std::vector<float>(3000, 0.5f);
+    };
+    options.fallback = options.primary;
+    auto signals = FolderSync::decodeAll(items, options);
+    EXPECT_EQ(loads.load(), 8);
+    EXPECT_EQ(signals.size(), 8u);
+    EXPECT_LE(most.load(), 2);
 }
 
 TEST(DeviceSync, TheChannelChoiceHearsOneInputOfATakeOrOneChannelOfAFile) {

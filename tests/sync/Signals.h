@@ -22,6 +22,23 @@ inline std::vector<float> noise(uint64_t seed, double seconds, float amount = 1.
     return x;
 }
 
+constexpr double kPhrase = 15.0;  // one 8-bar phrase, seconds
+
+// A track that repeats one phrase, with a room of its own over it.
+inline std::vector<float> club(double seconds, float room, uint64_t seed = 1) {
+    auto phrase = noise(seed, kPhrase);
+    auto out = noise(seed + 1, seconds, room);
+    for (size_t i = 0; i < out.size(); ++i) out[i] += phrase[i % phrase.size()];
+    return out;
+}
+
+// `x` as a microphone hears it: at `gain`, under hiss of its own.
+inline std::vector<float> mix(std::vector<float> x, float gain, uint64_t seed, float hiss) {
+    SplitMix64 rng(seed);
+    for (auto& v : x) v = gain * v + hiss * static_cast<float>(rng.unit() * 2 - 1);
+    return x;
+}
+
 inline std::vector<float> slice(const std::vector<float>& x, double from, double seconds) {
     auto a = x.begin() + std::lround(from * kRate);
     return std::vector<float>(a, a + std::lround(seconds * kRate));
@@ -61,6 +78,12 @@ inline void expectSameWithTwoThreads(const std::vector<FolderSync::Entry>& entri
 inline const PlacedItem* find(const SyncResult& r, const std::string& name) {
     for (const auto& p : r.placed)
         if (p.item.fileName() == name) return &p;
+    return nullptr;
+}
+
+inline const UnsyncedItem* findUnsynced(const SyncResult& r, const std::string& name) {
+    for (const auto& u : r.unsynced)
+        if (u.item.fileName() == name) return &u;
     return nullptr;
 }
 

@@ -349,7 +349,7 @@ bool Placer::decide(int u, bool strict, const std::vector<int>& anchors) {
     if (options_.trace && !dryRun_) trace(u, strict, candidates);
     const std::vector<Prediction> predictions = clockPredictions(u);
     if (candidates.empty()) {
-        if (!strict && placeByDevice(u, strict, predictions)) return true;
+        if (!strict && placeByDevice(u, predictions)) return true;
         traceDecision(u, strict ? "en attente : aucun candidat" : noCommonSound, nullptr, 0);
         if (!strict) refuseForSibling(u, 0);
         return false;
@@ -418,7 +418,7 @@ bool Placer::decide(int u, bool strict, const std::vector<int>& anchors) {
             placeFrom(u, *confirmed, Rule::clock);
             return true;
         }
-        if (!strict && placeByDevice(u, strict, predictions)) return true;
+        if (!strict && placeByDevice(u, predictions)) return true;
         const char* why = outsideEveryRecording(u, predictions) ? clockOutside : clockElsewhere;
         traceDecision(u, strict ? std::string("en attente : ") + why : std::string(why), &leader, runnerUp);
         if (!strict && !dryRun_) reason_[u] = why;
@@ -431,7 +431,7 @@ bool Placer::decide(int u, bool strict, const std::vector<int>& anchors) {
         return false;
     }
     if (leader.support < minEvidence) {
-        if (!strict && placeByDevice(u, strict, predictions)) return true;
+        if (!strict && placeByDevice(u, predictions)) return true;
         traceDecision(u, strict ? "en attente : preuve trop faible" : noCommonSound, &leader, runnerUp);
         if (!strict) refuseForSibling(u, leader.support);
         return false;

@@ -192,7 +192,7 @@ private:
     bool outsideEveryRecording(int u, const std::vector<Prediction>& predictions) const;
     bool datedSiblingWaits(int u) const;
     // Places u where an exact prediction puts it, when the sound could not.
-    bool placeByDevice(int u, bool strict, const std::vector<Prediction>& predictions);
+    bool placeByDevice(int u, const std::vector<Prediction>& predictions);
 
     void keepCandidates(int u, const std::vector<const Cluster*>& ranked);
     void placeFrom(int u, const Cluster& k, Rule rule);

@@ -5,6 +5,7 @@
 // says where, and none of them ever outweighs a strong sound match.
 #include <chrono>
 #include <cmath>
+#include <cstdio>
 
 #include "base/Text.h"
 #include "sync/Placer.h"
@@ -179,8 +180,7 @@ bool Placer::datedSiblingWaits(int u) const {
     return false;
 }
 
-bool Placer::placeByDevice(int u, bool strict, const std::vector<Prediction>& predictions) {
-    (void)strict;
+bool Placer::placeByDevice(int u, const std::vector<Prediction>& predictions) {
     const Prediction* exact = nullptr;
     for (const Prediction& p : predictions)
         if (p.exact && (!exact || p.tolerance < exact->tolerance)) exact = &p;

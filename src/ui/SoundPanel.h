@@ -3,7 +3,13 @@
 // and what is heard of each recorder that has several inputs.
 #pragma once
 
+#include <utility>
+#include <vector>
+
+#include "base/Uuid.h"
 #include "ui/PanelControls.h"
+
+class QPushButton;
 
 namespace qv::ui {
 
@@ -26,7 +32,7 @@ private:
     PanelToggle* cutFade_ = nullptr;
     PanelBox* channels_ = nullptr;
     std::vector<std::pair<QString, QPushButton*>> channelMenus_;
-    std::vector<std::pair<Uuid, int>> channelLayout_;  // what the menus were made for
+    std::vector<std::pair<qv::Uuid, int>> channelLayout_;  // what the menus were made for
 };
 
 }  // namespace qv::ui

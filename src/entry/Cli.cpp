@@ -12,9 +12,9 @@
 #include <fstream>
 #include <iostream>
 #include <limits>
-#include <map>
 #include <numeric>
 #include <set>
+#include <tuple>
 
 #include "base/Format.h"
 #include "base/SafeText.h"

@@ -47,94 +47,90 @@ std::optional<std::pair<double, double>> dropMarginsOf(const std::string& text) 
     return std::pair{*pre, *post};
 }
 
-// Every option of the program. One block per option: its name and value,
-// where it lands in `line`, its help line, and the check of its value.
+// The declaring of options, each in the group its help line stands in.
+struct Declare {
+    cli11::App& app;
+    CommandLine& line;
+    const char* group;
+
+    cli11::Option* flag(const char* name, const char* help) {
+        return app.add_flag(name)->description(help)->group(group);
+    }
+    cli11::Option* flag(const char* name, bool& to, const char* help) {
+        return app.add_flag(name, to, help)->group(group);
+    }
+    // `shown` stands for the value in the help.
+    template <class T>
+    cli11::Option* value(const char* name, T& to, const char* shown, const char* help) {
+        return app.add_option(name, to, help)->option_text(shown)->group(group);
+    }
+    // A value that stops the run unless `ok`; `keep` stores it once accepted.
+    cli11::Option* checked(const char* name, const char* shown, const char* help, const char* expected,
+                           std::function<bool(const std::string&)> ok, std::function<void(const std::string&)> keep) {
+        return app.add_option_function<std::string>(name, std::move(keep), help)
+            ->option_text(shown)
+            ->check(accepted(line, name, expected, std::move(ok)))
+            ->group(group);
+    }
+};
+
+// Every option of the program, one line each: its name, where its value
+// lands in `line`, its help line and what its value must be.
 void declare(cli11::App& app, CommandLine& line) {
     app.set_help_flag();  // ours, below: French, and decided after the whole line is read
     app.allow_extras();
     // Repeated options keep their first value; the others are said.
     app.option_defaults()->multi_option_policy(cli11::MultiOptionPolicy::TakeFirst)->disable_flag_override();
+    app.add_option("chemins", line.paths)->multi_option_policy(cli11::MultiOptionPolicy::TakeAll)->group("");
 
-    app.add_flag("--cli")->description("la chaîne complète sans écran, du set au XML")->group(modes);
-    app.add_option("--selftest", line.fixtures, "la vérification intégrée (Tests/Fixtures)")
+    Declare o{app, line, modes};
+    o.flag("--cli", "la chaîne complète sans écran, du set au XML");
+    o.value("--selftest", line.fixtures, "[dossier]", "la vérification intégrée (Tests/Fixtures)")
         ->expected(0, 1)
-        ->default_str(line.fixtures)
-        ->option_text("[dossier]")
-        ->group(modes);
-    app.add_flag("-h,--help")->description("affiche cette aide")->group(modes);
-    app.add_flag("--version")->description("affiche le nom et la version")->group(modes);
+        ->default_str(line.fixtures);
+    o.flag("-h,--help", "affiche cette aide");
+    o.flag("--version", "affiche le nom et la version");
 
-    app.add_option("chemins", line.paths, "le dossier du set puis le XML de sortie")
-        ->multi_option_policy(cli11::MultiOptionPolicy::TakeAll)
-        ->group("");
-    app.add_flag("--drops", line.drops, "affiche les drops trouvés")->group(withoutScreen);
-    app.add_flag("--auto", line.autoEdit, "monte automatiquement et en donne les chiffres")->group(withoutScreen);
-    app.add_option("--montage", line.montage, "monte à la main : à t s, la caméra cam (de 1)")
-        ->option_text("t:cam,...")
-        ->group(withoutScreen);
-    app.add_option("--range", line.range, "la partie du set exportée, en secondes")
-        ->option_text("a-b")
-        ->group(withoutScreen);
-    app.add_flag("--effets", line.effects, "des zooms dessinés sur les plans")->group(withoutScreen);
-    app.add_flag("--son-tout", line.soundAll, "le son de toutes les sources")->group(withoutScreen);
-    app.add_flag("--son-camera", line.soundCamera, "le son de la caméra à l'image")->group(withoutScreen);
-    app.add_option("--format", line.format, "le format de sortie (16:9 par défaut)")
-        ->option_text("16:9|9:16|4:5|1:1")
-        ->group(withoutScreen);
-    app.add_option("--cadrage", line.framing, "le cadrage de chaque caméra, de -1 à 1")
-        ->option_text("x")
-        ->group(withoutScreen);
-    app.add_option("--mlt", line.mlt, "aussi un projet MLT (Kdenlive, Shotcut)")
-        ->option_text("fichier.mlt")
-        ->group(withoutScreen);
-    app.add_option("--otio", line.otio, "aussi une timeline OpenTimelineIO")
-        ->option_text("fichier.otio")
-        ->group(withoutScreen);
-    app.add_option("--video", line.video, "la vidéo finie du montage (.mp4 ou .mov)")
-        ->option_text("fichier")
-        ->group(withoutScreen);
-    app.add_option("--codec", line.codec, "son codec (ProRes pour .mov, sinon H.264)")
-        ->option_text("h264|hevc|prores")
-        ->check(accepted(line, "--codec", "h264, hevc ou prores", CLI::isCodecName))
-        ->group(withoutScreen);
-    app.add_option("--clips-drops", line.clipsFolder, "un clip par drop dans ce dossier")
-        ->option_text("dossier")
-        ->group(withoutScreen);
-    app.add_option_function<std::string>(
-           "--marges-drop", [&line](const std::string& v) { line.dropMargins = dropMarginsOf(v); },
-           "secondes gardées avant et après un drop (15-30)")
-        ->option_text("avant-après")
-        ->check(accepted(line, "--marges-drop", "avant-après en secondes, comme 15-30",
-                         [](const std::string& v) { return dropMarginsOf(v).has_value(); }))
-        ->group(withoutScreen);
-    app.add_option_function<std::string>(
-           "--loudness", [&line](const std::string& v) { line.loudness = CLI::loudnessOf(v); },
-           "le son de la vidéo et des clips à ce niveau (LUFS)")
-        ->option_text("-14|-23")
-        ->check(accepted(line, "--loudness", "-14 ou -23",
-                         [](const std::string& v) { return CLI::loudnessOf(v).has_value(); }))
-        ->group(withoutScreen);
+    o.group = withoutScreen;
+    o.flag("--drops", line.drops, "affiche les drops trouvés");
+    o.flag("--auto", line.autoEdit, "monte automatiquement et en donne les chiffres");
+    o.value("--montage", line.montage, "t:cam,...", "monte à la main : à t s, la caméra cam (de 1)");
+    o.value("--range", line.range, "a-b", "la partie du set exportée, en secondes");
+    o.flag("--effets", line.effects, "des zooms dessinés sur les plans");
+    o.flag("--son-tout", line.soundAll, "le son de toutes les sources");
+    o.flag("--son-camera", line.soundCamera, "le son de la caméra à l'image");
+    o.value("--format", line.format, "16:9|9:16|4:5|1:1", "le format de sortie (16:9 par défaut)");
+    o.value("--cadrage", line.framing, "x", "le cadrage de chaque caméra, de -1 à 1");
+    o.value("--mlt", line.mlt, "fichier.mlt", "aussi un projet MLT (Kdenlive, Shotcut)");
+    o.value("--otio", line.otio, "fichier.otio", "aussi une timeline OpenTimelineIO");
+    o.value("--video", line.video, "fichier", "la vidéo finie du montage (.mp4 ou .mov)");
+    o.checked("--codec", "h264|hevc|prores", "son codec (ProRes pour .mov, sinon H.264)", "h264, hevc ou prores",
+              CLI::isCodecName, [&line](const std::string& v) { line.codec = v; });
+    o.value("--clips-drops", line.clipsFolder, "dossier", "un clip par drop dans ce dossier");
+    o.checked("--marges-drop", "avant-après", "secondes gardées avant et après un drop (15-30)",
+              "avant-après en secondes, comme 15-30", [](const std::string& v) { return dropMarginsOf(v).has_value(); },
+              [&line](const std::string& v) { line.dropMargins = dropMarginsOf(v); });
+    o.checked("--loudness", "-14|-23", "le son de la vidéo et des clips à ce niveau (LUFS)", "-14 ou -23",
+              [](const std::string& v) { return CLI::loudnessOf(v).has_value(); },
+              [&line](const std::string& v) { line.loudness = CLI::loudnessOf(v); });
 
     // The window reads its own options again from the whole line (the demo
     // family, the scenes of screenshots); they are declared here for the
     // help and so that their values are not taken for paths.
-    app.add_option("--open", line.open, "ouvre le projet de ce set et le synchronise")
-        ->option_text("dossier")
-        ->group(window);
-    for (auto [flag, text] : std::initializer_list<std::pair<const char*, const char*>>{
-             {"--demo", "la scène de démonstration, sans fichier"},
-             {"--demo-vertical", "la démonstration en 9:16"},
-             {"--demo-auto", "la démonstration montée automatiquement"},
-             {"--demo-looks", "la démonstration avec des looks"},
-             {"--demo-son", "ouvre le panneau Son au départ"},
-             {"--demo-effets", "ouvre le panneau Effets au départ"},
-             {"--demo-drops", "ouvre le panneau Drops au départ"},
-             {"--demo-etalo", "ouvre le panneau Étalonnage au départ"},
-             {"--demo-recadrage", "ouvre le panneau Recadrage au départ"},
-             {"--demo-export", "ouvre le panneau Export au départ"},
-             {"--demo-parametres", "ouvre le panneau Paramètres au départ"},
-             {"--tuto", "le tutoriel, sur un projet d'exemple"}})
-        app.add_flag(flag)->description(text)->group(window);
+    o.group = window;
+    o.value("--open", line.open, "dossier", "ouvre le projet de ce set et le synchronise");
+    o.flag("--demo", "la scène de démonstration, sans fichier");
+    o.flag("--demo-vertical", "la démonstration en 9:16");
+    o.flag("--demo-auto", "la démonstration montée automatiquement");
+    o.flag("--demo-looks", "la démonstration avec des looks");
+    o.flag("--demo-son", "ouvre le panneau Son au départ");
+    o.flag("--demo-effets", "ouvre le panneau Effets au départ");
+    o.flag("--demo-drops", "ouvre le panneau Drops au départ");
+    o.flag("--demo-etalo", "ouvre le panneau Étalonnage au départ");
+    o.flag("--demo-recadrage", "ouvre le panneau Recadrage au départ");
+    o.flag("--demo-export", "ouvre le panneau Export au départ");
+    o.flag("--demo-parametres", "ouvre le panneau Paramètres au départ");
+    o.flag("--tuto", "le tutoriel, sur un projet d'exemple");
 }
 
 // Arguments that mean nothing for the run or shape nothing alone.
@@ -246,13 +242,13 @@ CommandLine CommandLine::read(const std::vector<std::string>& arguments) {
     else if (given("--version")) line.mode = Mode::version;
     else if (given("--selftest")) line.mode = Mode::selftest;
     else if (given("--cli")) line.mode = Mode::cli;
+    for (size_t i = 2; i < line.paths.size(); ++i)
+        line.warnings.push_back("Argument en trop ignoré : " + terminalSafe(line.paths[i]));
+    if (line.paths.size() > 2) line.paths.resize(2);
     if (line.error) return line;
 
     for (const std::string& extra : app.remaining())
         line.warnings.push_back("Option inconnue ignorée : " + terminalSafe(extra));
-    for (size_t i = 2; i < line.paths.size(); ++i)
-        line.warnings.push_back("Argument en trop ignoré : " + terminalSafe(line.paths[i]));
-    if (line.paths.size() > 2) line.paths.resize(2);
     for (const cli11::Option* opt : app.get_options()) {
         const auto& given = opt->results();
         if (opt->get_items_expected_min() > 0 && opt->get_positional() == false)

@@ -1,6 +1,6 @@
 // Every option of the program, read in one place (CommandLine.cpp, with
 // CLI11): the modes, the options of the run without a screen and those of
-// the window. An option is one field here and one block in that file's
+// the window. An option is one field here and one line in that file's
 // `declare`, where its French help line stands too.
 //
 // Options may stand anywhere on the line, before the set folder too; `--`

@@ -1,5 +1,6 @@
 // The command line as a user meets it: help and version without a display,
-// `--` before a set folder named like an option, what is left out or refused.
+// `--` before a set folder named like an option, and the manual pages and
+// completion, which must name every option the help lists.
 #include <gtest/gtest.h>
 
 #include <regex>
@@ -100,6 +101,24 @@ TEST(CommandLine, WhatIsLeftOutIsSaid) {
         EXPECT_EQ(err.str(), said);
     }
     EXPECT_FALSE(fs::exists(dir / "o.xml"));
+}
+
+// The manual pages and the completion keep up with the options.
+TEST(CommandLine, ManualPagesAndCompletionNameEveryOption) {
+    const auto options = optionsOfHelp(CommandLine::help());
+    ASSERT_GT(options.size(), 20u);
+    const fs::path data = fs::path(QUORVEL_SOURCE_DIR) / "data";
+    for (const fs::path& file : {data / "man" / "quorvel.1", data / "man" / "fr" / "quorvel.1"}) {
+        std::string page = test::readText(file);
+        for (size_t at = page.find("\\-"); at != std::string::npos; at = page.find("\\-", at))
+            page.replace(at, 2, "-");
+        for (const auto& option : options)
+            EXPECT_TRUE(std::regex_search(page, std::regex("(^|[^-a-z])" + option + "([^-a-z]|$)")))
+                << option << " absent de " << file;
+    }
+    const std::string completion = test::readText(data / "completion" / "quorvel");
+    for (const auto& option : options)
+        EXPECT_TRUE(std::regex_search(completion, std::regex("[ '\n]" + option + "[ '\n]"))) << option;
 }
 
 }  // namespace

@@ -19,7 +19,7 @@ PACKAGES=(
   desktop-file-utils xvfb xauth imagemagick
   libzimg-dev libebur128-dev
   melt appstream dpkg-dev
-  libcli11-dev
+  libcli11-dev lintian man-db bash-completion
   locales
 )
 

@@ -53,7 +53,7 @@ struct Declare {
     CommandLine& line;
     const char* group;
 
-    cli11::Option* flag(const char* name, const char* help) {
+    cli11::Option* flag(const char* name, const std::string& help) {
         return app.add_flag(name)->description(help)->group(group);
     }
     cli11::Option* flag(const char* name, bool& to, const char* help) {
@@ -123,13 +123,10 @@ void declare(cli11::App& app, CommandLine& line) {
     o.flag("--demo-vertical", "la démonstration en 9:16");
     o.flag("--demo-auto", "la démonstration montée automatiquement");
     o.flag("--demo-looks", "la démonstration avec des looks");
-    o.flag("--demo-son", "ouvre le panneau Son au départ");
-    o.flag("--demo-effets", "ouvre le panneau Effets au départ");
-    o.flag("--demo-drops", "ouvre le panneau Drops au départ");
-    o.flag("--demo-etalo", "ouvre le panneau Étalonnage au départ");
-    o.flag("--demo-recadrage", "ouvre le panneau Recadrage au départ");
-    o.flag("--demo-export", "ouvre le panneau Export au départ");
-    o.flag("--demo-parametres", "ouvre le panneau Paramètres au départ");
+    for (auto [flag, panel] : {std::pair{"--demo-son", "Son"}, {"--demo-effets", "Effets"}, {"--demo-drops", "Drops"},
+                               {"--demo-etalo", "Étalonnage"}, {"--demo-recadrage", "Recadrage"},
+                               {"--demo-export", "Export"}, {"--demo-parametres", "Paramètres"}})
+        o.flag(flag, std::string("ouvre le panneau ") + panel + " au départ");
     o.flag("--tuto", "le tutoriel, sur un projet d'exemple");
 }
 

@@ -116,7 +116,9 @@ TEST(CommandLine, ManualPagesAndCompletionNameEveryOption) {
             EXPECT_TRUE(std::regex_search(page, std::regex("(^|[^-a-z])" + option + "([^-a-z]|$)")))
                 << option << " absent de " << file;
     }
-    const std::string completion = test::readText(data / "completion" / "quorvel");
+    const fs::path script = data / "completion" / "quorvel";
+    EXPECT_EQ(test::runShell("bash -n '" + script.string() + "'").status, 0);
+    const std::string completion = test::readText(script);
     for (const auto& option : options)
         EXPECT_TRUE(std::regex_search(completion, std::regex("[ '\n]" + option + "[ '\n]"))) << option;
 }

@@ -206,6 +206,12 @@ CommandLine CommandLine::read(const std::vector<std::string>& arguments) {
             words.insert(words.end(), arguments.begin() + static_cast<long>(i), arguments.end());
             break;
         }
+        // The self check takes the word behind it as its folder, whatever it
+        // looks like: `--selftest --cli x y` checks the folder "--cli".
+        if (word == "--selftest" && i + 1 < arguments.size() && arguments[i + 1] != "--") {
+            words.push_back(word + "=" + arguments[++i]);
+            continue;
+        }
         const size_t equals = word.find('=');
         const cli11::Option* opt = word.starts_with("-") ? app.get_option_no_throw(word.substr(0, equals)) : nullptr;
         if (opt && equals != std::string::npos && opt->get_items_expected_max() == 0) {

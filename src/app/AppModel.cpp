@@ -408,7 +408,7 @@ void AppModel::scanned(std::vector<MediaSource> sources, std::optional<ProjectFi
         for (const auto& n : unreadable) names += (names.empty() ? "" : ", ") + n;
         Log::write("Fichiers illisibles : " + names);
     }
-    if (auto odd = MediaScanner::unknownColours(sources_)) Log::write(*odd);
+    for (const std::string& line : MediaScanner::colourNotes(sources_)) Log::write(line);
     setStatus(sources_.empty() ? "Aucun rush trouvé dans ce dossier."
                                : std::to_string(sources_.size()) + " sources, " + std::to_string(files) +
                                      " fichiers. Clique sur Synchroniser.");

@@ -7,8 +7,10 @@
 #include <string>
 #include <vector>
 
+#include "diagnostics/Log.h"
 #include "entry/Cli.h"
 #include "entry/SelfTest.h"
+#include "platform/Notices.h"
 #ifdef QUORVEL_WITH_UI
 #include "ui/Application.h"
 #endif
@@ -16,6 +18,8 @@
 int main(int argc, char** argv) {
     std::setlocale(LC_ALL, "");
     std::vector<std::string> args(argv + 1, argv + argc);
+    // What the media layer works around while reading goes to the journal.
+    qv::media::setNoticeSink([](const std::string& message) { qv::Log::write(message); });
 
     for (size_t i = 0; i < args.size(); ++i) {
         if (args[i] == "--selftest") {

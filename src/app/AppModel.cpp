@@ -478,9 +478,11 @@ void AppModel::synchronize() {
         };
         FolderSync::Options options = FolderSync::defaultOptions();
         options.stop = stop.get();
+        // Stamped before reading (stats every file: off the main thread).
+        const ProjectStore::Stamps before = ProjectStore::stamps(sources);
         SyncResult result = FolderSync::run(sources, report, options);
         if (*stop) return;  // the model is going: nothing to install
-        SyncCache cache = ProjectStore::cache(result);  // stats every file: off the main thread
+        SyncCache cache = ProjectStore::cache(result, before);
         main.post([this, alive, result = std::move(result), cache = std::move(cache), folder]() mutable {
             if (!alive.lock()) return;
             install(std::move(result), sources_);

@@ -243,17 +243,29 @@ std::vector<SyncCandidate> candidatesOf(const SyncCache& cache, const std::strin
 
 }  // namespace
 
-SyncCache cache(const SyncResult& result) {
+Stamps stamps(const std::vector<MediaSource>& sources) {
+    Stamps out;
+    for (const MediaSource& s : sources)
+        for (const MediaItem& item : s.items)
+            if (auto stamp = SyncCache::FileStamp::of(item.url)) out.emplace(stamp->path, *stamp);
+    return out;
+}
+
+SyncCache cache(const SyncResult& result, const Stamps& before) {
     SyncCache out;
+    auto stampOf = [&](const MediaItem& item) -> const SyncCache::FileStamp* {
+        auto found = before.find(item.url.string());
+        return found == before.end() ? nullptr : &found->second;
+    };
     for (const auto& p : result.placed) {
-        auto stamp = SyncCache::FileStamp::of(p.item.url);
+        const SyncCache::FileStamp* stamp = stampOf(p.item);
         if (!stamp) continue;
         out.placed.push_back({*stamp, p.start, p.score, p.anchorName, p.ambiguous, binary(p.waveform),
                               binary(p.bass), p.drift});
-        keepCandidates(out, out.placed.back().file.path, p.candidates);
+        keepCandidates(out, stamp->path, p.candidates);
     }
     for (const auto& u : result.unsynced)
-        if (auto stamp = SyncCache::FileStamp::of(u.item.url)) {
+        if (const SyncCache::FileStamp* stamp = stampOf(u.item)) {
             out.unsynced.push_back(*stamp);
             keepCandidates(out, stamp->path, u.candidates);
         }

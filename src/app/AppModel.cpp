@@ -77,6 +77,7 @@ AppModel::~AppModel() {
     if (worker_.joinable()) worker_.join();
     if (autosaveTimer_) services_.main.cancel(autosaveTimer_);
     if (looksTimer_) services_.main.cancel(looksTimer_);
+    if (clipsTimer_) services_.main.cancel(clipsTimer_);
     if (player_) {
         player_->setTimeObserver({});
         player_->setFrameObserver({});

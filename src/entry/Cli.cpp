@@ -368,7 +368,8 @@ int writeTimelines(const Options& options, const VideoRequest& edit, const std::
     };
     if (mlt != options.values.end()) {
         TimelineLook look;
-        if (montage) look = {edit.format, edit.framing, {}, edit.effects};
+        if (montage) look = {edit.format, edit.framing, {}, edit.effects, {}};
+        look.aliases = paths::plainNameLinks(MltExport::unnameable(sources));
         if (int status = write(mlt->second, "MLT", MltExport::write(name, sources, timeline, {}, look, markers)))
             return status;
     }

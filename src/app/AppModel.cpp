@@ -125,6 +125,7 @@ void AppModel::applyInStep() {
     // The plans as the exports cut them to the range.
     const TimeRange range = edit_.exportRange();
     std::vector<TimeRange> plans;
+    plans.reserve(edit_.segments().size());
     for (const Segment& s : edit_.segments()) {
         const double a = std::max(s.start, range.start), b = std::min(s.end, range.end);
         if (b - a >= 0.001) plans.push_back({a, b});
@@ -626,19 +627,23 @@ void AppModel::deleteProject(const std::string& id) {
 std::string AppModel::snapshotBytes() const {
     ProjectFile project = makeProject();
     project.savedAt = Date{};
-    return project.toJson().dump();
+    return project.toText(2);
 }
 
 void AppModel::save() {
     // A project whose set is not synchronised, or waits for a new
     // synchronisation, is never written over.
     if (!folder_ || !currentProjectId_ || !result_ || isWorking_ || pendingProject_) return;
+    // The file's own text, its date aside, is what is compared: the cuts,
+    // which may be a million, are written to text once for both.
     ProjectFile project = makeProject();
-    ProjectFile still = project;
-    still.savedAt = Date{};
-    std::string bytes = still.toJson().dump();
+    const std::string cuts = project.cutsText(2);
+    const Date savedAt = project.savedAt;
+    project.savedAt = Date{};
+    std::string bytes = project.toText(2, &cuts);
     if (lastSavedSnapshot_ == bytes) return;
-    ProjectStore::save(project);
+    project.savedAt = savedAt;
+    ProjectStore::save(project, &cuts);
     lastSavedSnapshot_ = std::move(bytes);
     savedAt_ = project.savedAt;
     notify(Field::savedAt);

@@ -169,13 +169,21 @@ std::optional<Json> latestDocument(const fs::path& folder) {
     return std::nullopt;
 }
 
-void saveDocument(const Json& project) {
-    const Json* id = json::field(project, "id");
-    if (!id || !id->is_string() || id->get_ref<const std::string&>().empty()) return;
+namespace {
+
+void saveText(const std::string& id, const std::string& text) {
     fs::path dir = directory();
     std::error_code ec;
     fs::create_directories(dir, ec);
-    paths::writeAtomically(dir / (id->get<std::string>() + ".json"), dumpText(project, 2));
+    paths::writeAtomically(dir / (id + ".json"), text);
+}
+
+}  // namespace
+
+void saveDocument(const Json& project) {
+    const Json* id = json::field(project, "id");
+    if (!id || !id->is_string() || id->get_ref<const std::string&>().empty()) return;
+    saveText(id->get<std::string>(), dumpText(project, 2));
 }
 
 std::vector<ProjectFile> list() {
@@ -190,7 +198,9 @@ std::optional<ProjectFile> latest(const fs::path& folder) {
     return std::nullopt;
 }
 
-void save(const ProjectFile& project) { saveDocument(project.toJson()); }
+void save(const ProjectFile& project, const std::string* cutList) {
+    if (project.id && !project.id->empty()) saveText(*project.id, project.toText(2, cutList));
+}
 
 void remove(const std::string& id) {
     if (id.empty()) return;

@@ -47,7 +47,8 @@ void saveDocument(const json::Json& project);
 // file's reading rule.
 std::vector<ProjectFile> list();
 std::optional<ProjectFile> latest(const std::filesystem::path& folder);
-void save(const ProjectFile& project);
+// `cutList`: the project's cutsText(2), when the caller has it already.
+void save(const ProjectFile& project, const std::string* cutList = nullptr);
 
 // Removes `{id}.json`; the set's cache stays.
 void remove(const std::string& id);

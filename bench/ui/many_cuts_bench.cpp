@@ -19,6 +19,7 @@
 #include "app/VirtualMainThread.h"
 #include "ui/ContentView.h"
 #include "ui/MainWindow.h"
+#include "ui/QtPorts.h"
 #include "ui/Theme.h"
 #include "ui/Workspace.h"
 
@@ -30,22 +31,6 @@ std::string load() {
     in >> a >> b >> c;
     return a + " " + b + " " + c;
 }
-
-struct NullDialogs : qv::Dialogs {
-    int alert(const std::string&, const std::string&, const std::vector<std::string>&) override { return -1; }
-    std::optional<std::filesystem::path> chooseFolder(const std::string&) override { return std::nullopt; }
-    std::optional<std::filesystem::path> chooseFile(const std::string&, const std::vector<std::string>&) override {
-        return std::nullopt;
-    }
-    std::optional<std::filesystem::path> saveFile(const std::string&, const std::string&, const std::string&,
-                                                  const std::filesystem::path&) override {
-        return std::nullopt;
-    }
-};
-struct NullViewer : qv::FileViewer {
-    void showItems(const std::vector<std::filesystem::path>&) override {}
-    void open(const std::filesystem::path&) override {}
-};
 
 // Milliseconds that `work` takes.
 template <class Work>
@@ -76,8 +61,8 @@ int main(int argc, char** argv) {
     QApplication app(argc, argv);
     qv::ui::Theme::apply(app);
     qv::VirtualMainThread main;
-    NullDialogs dialogs;
-    NullViewer viewer;
+    qv::ui::QtDialogs dialogs;  // never opened: the edits ask nothing
+    qv::ui::QtFileViewer viewer;
     qv::AppSettings settings(home + "/settings.json");
     qv::AppModel model(qv::AppModel::Services{main, dialogs, viewer, settings, qv::ClockPlayer::factory(), nullptr, {}});
     qv::ui::ModelObject object(model);

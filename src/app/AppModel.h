@@ -240,7 +240,10 @@ public:
     void cancelDropClips();
     bool isExportingClips() const { return clipsRun_ != nullptr; }
     double clipsProgress() const;            // of the whole job, 0 to 1
-    std::string clipsProgressLine() const;   // "Clips des drops : 2 / 5 · 34 %"
+    // "Clips des drops : 2 / 5 · 34 %"; the status line shows it, a tick
+    // of `clipsTick` behind, while the clips are made.
+    std::string clipsProgressLine() const;
+    static constexpr double clipsTick = 0.25;  // seconds
 
     // The demonstration scenes of the command line.
     bool hasArgument(const std::string& flag) const;
@@ -268,7 +271,10 @@ private:
                                        std::string& error) const;
     void exportFinished(const std::filesystem::path& url, VideoOutcome outcome);
     VideoJob videoJob() const;
+    struct ClipsRun;
+    bool chooseClipFiles(ClipsRun& run);
     void startNextClip();
+    void tickClips();
     void clipFinished(VideoOutcome outcome);
     void applyDemoScene();
     std::set<Uuid> allCameras() const;
@@ -331,8 +337,8 @@ private:
     bool demoPending_ = false;
     bool tutoPending_ = false;  // --tuto, applied once the first player stands
     std::set<int> clipDrops_;
-    struct ClipsRun;
     std::shared_ptr<ClipsRun> clipsRun_;
+    Scheduler::TimerId clipsTimer_ = 0;
 };
 
 }  // namespace qv

@@ -149,7 +149,8 @@ void AppModel::exportMontageXML(ExportTarget target) {
             [this](const Segment& plan) { return edit_.resolvedEffect(plan); }, services_.settings.trackPerCamera());
         const auto markers = dropMarkers(drops(), r.start, r.end - r.start);
         if (target == ExportTarget::mlt) {
-            TimelineLook look{format_, framing_, writeCubes(), effects_};
+            TimelineLook look{format_, framing_, writeCubes(), effects_,
+                              paths::plainNameLinks(MltExport::unnameable(sources_))};
             data = MltExport::write(name, sources_, timeline, muted_, look, markers);
         } else {
             data = OtioExport::write(name, sources_, timeline, muted_, markers);
@@ -194,8 +195,10 @@ void AppModel::exportSynchro(ExportTarget target) {
     const auto timeline = PremiereExport::synchroTimeline(sources_, *result_, levels_);
     const auto markers = dropMarkers(drops(), 0, timeline.duration);
     const std::string name = url->stem().string();
+    TimelineLook plain;
+    if (target == ExportTarget::mlt) plain.aliases = paths::plainNameLinks(MltExport::unnameable(sources_));
     std::string data = target == ExportTarget::mlt
-                           ? MltExport::write(name, sources_, timeline, muted_, TimelineLook{}, markers)
+                           ? MltExport::write(name, sources_, timeline, muted_, plain, markers)
                            : OtioExport::write(name, sources_, timeline, muted_, markers);
     if (auto error = writeFile(*url, data)) {
         Log::write("ERREUR export : " + *error);

@@ -315,7 +315,8 @@ int writeTimelines(const CommandLine& line, const VideoRequest& edit, const std:
     };
     if (line.mlt) {
         TimelineLook look;
-        if (montage) look = {edit.format, edit.framing, {}, edit.effects};
+        if (montage) look = {edit.format, edit.framing, {}, edit.effects, {}};
+        look.aliases = paths::plainNameLinks(MltExport::unnameable(sources));
         if (int status = write(*line.mlt, "MLT", MltExport::write(name, sources, timeline, {}, look, markers)))
             return status;
     }

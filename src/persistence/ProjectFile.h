@@ -88,9 +88,19 @@ struct ProjectFile {
     // Keys are sorted by nlohmann's object type; arrays of names are written
     // sorted whatever their order here.
     json::Json toJson() const;
+    // The same document as text, byte for byte what toJson().dump(indent)
+    // gives (with bad UTF-8 replaced), but the cuts are written straight to
+    // text: an edit may hold a million of them and the autosave encodes
+    // the project after each burst of changes. -1: compact. `cutList`, when
+    // given, is cutsText(indent) of these cuts, made once for two texts.
+    std::string toText(int indent = -1, const std::string* cutList = nullptr) const;
+    std::string cutsText(int indent) const;
     // Any JSON value reads: one that is not an object gives the defaults.
     // A missing or unreadable `savedAt` becomes `readAt`.
     static ProjectFile fromJson(const json::Json& j, Date readAt = std::chrono::system_clock::now());
+
+private:
+    json::Json document(bool withCuts) const;
 };
 
 // --- From names to the live state and back -------------------------------

@@ -184,6 +184,7 @@ struct VideoReader::State : OpenStream {
         // Scaled before turning: the coded picture's axes are swapped by odd turns.
         bool swap = turns % 2 != 0;
         auto rgba = converter.convert(currentRaw.get(), swap ? outHeight : outWidth, swap ? outWidth : outHeight);
+        if (auto failure = converter.takeHdrFailure()) ff::noticeHdrFallback(file, *failure);
         if (!rgba) return false;
         current->frame = rotate(std::move(rgba).value(), turns);
         currentRaw.reset();

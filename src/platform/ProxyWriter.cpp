@@ -103,8 +103,10 @@ struct ProxyWriter::State {
         const AVFrame* frame = input;
         ff::FramePtr sdr;
         if (const auto road = media::colourRoad(ff::colourTagsOf(input));
-            road == media::ColourRoad::hdr || road == media::ColourRoad::wideGamut)
+            road == media::ColourRoad::hdr || road == media::ColourRoad::wideGamut) {
             if (auto converted = hdr.toYuv(input)) frame = (sdr = std::move(converted).value()).get();
+            else ff::noticeHdrFallback(file, converted.error().message);
+        }
         scaler.reset(sws_getCachedContext(scaler.release(), frame->width, frame->height,
                                           static_cast<AVPixelFormat>(frame->format), width, height,
                                           AV_PIX_FMT_YUV420P, SWS_BILINEAR, nullptr, nullptr, nullptr));

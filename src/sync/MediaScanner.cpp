@@ -169,15 +169,25 @@ std::optional<MediaItem> probe(const fs::path& file, std::string* whyNot) {
     return item;
 }
 
-std::optional<std::string> unknownColours(const std::vector<MediaSource>& sources) {
-    std::string names;
+std::vector<std::string> colourNotes(const std::vector<MediaSource>& sources) {
+    std::string unknown, untagged;
     for (const MediaSource& s : sources)
-        for (const MediaItem& item : s.items)
-            if (item.hasVideo && media::colourRoad(item.colour) == media::ColourRoad::unknownTransfer)
-                names += (names.empty() ? "" : ", ") + s.name + "/" + item.fileName() + " (" +
-                         media::describe(item.colour) + ")";
-    if (names.empty()) return std::nullopt;
-    return "Couleurs non reconnues, lues comme BT.709 : " + names;
+        for (const MediaItem& item : s.items) {
+            if (!item.hasVideo) continue;
+            const media::ColourTags& c = item.colour;
+            const bool bare = (c.transfer == media::h273::unspecified || c.transfer == 0) &&
+                              (c.primaries == media::h273::unspecified || c.primaries == 0) &&
+                              (c.matrix == media::h273::unspecified || c.matrix == 0);
+            std::string* list = media::colourRoad(c) == media::ColourRoad::unknownTransfer ? &unknown
+                                : bare && c.bitDepth > 8                               ? &untagged
+                                                                                         : nullptr;
+            if (list)
+                *list += (list->empty() ? "" : ", ") + s.name + "/" + item.fileName() + " (" + media::describe(c) + ")";
+        }
+    std::vector<std::string> lines;
+    if (!unknown.empty()) lines.push_back("Couleurs non reconnues, lues comme BT.709 : " + unknown);
+    if (!untagged.empty()) lines.push_back("Couleurs non étiquetées, lues comme BT.709 : " + untagged);
+    return lines;
 }
 
 std::optional<MediaSource> source(const std::string& name, const std::vector<fs::path>& files,

@@ -45,8 +45,11 @@ std::optional<MediaSource> source(const std::string& name, const std::vector<std
                                   std::vector<Refusal>* refused = nullptr);
 std::optional<MediaItem> probe(const std::filesystem::path& file, std::string* whyNot = nullptr);
 
-// One French line naming the video files whose colour transfer the program
-// does not know (they play as BT.709), for the log; nothing when all are known.
-std::optional<std::string> unknownColours(const std::vector<MediaSource>& sources);
+// French lines for the log naming the video files read as BT.709 for want
+// of colours the program can follow: one for transfers it does not know,
+// one for pictures of more than 8 bits that carry no colour tag at all (a
+// phone or a recorder that forgot them: they may well be HDR). Empty when
+// every file says what it is.
+std::vector<std::string> colourNotes(const std::vector<MediaSource>& sources);
 
 }  // namespace qv::MediaScanner

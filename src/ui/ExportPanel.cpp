@@ -89,7 +89,7 @@ ExportPanel::ExportPanel(AppModel& model, QWidget* parent)
         refresh();
     });
     add(main_);
-    progress_ = new ExportProgress(model_.videoExporter(), this);
+    progress_ = new ExportProgress(model_, this);
     add(progress_);
     syncXml_ = new WrapButton("square.and.arrow.up",
                             QStringLiteral("XML synchro (toutes les sources empilées, sans tes coupes)"), this);
@@ -141,7 +141,11 @@ void ExportPanel::refresh() {
                              .arg(s.exportFolderPath() ? QString::fromStdString(s.exportFolder().filename().string())
                                                        : QStringLiteral("Téléchargements")));
     main_->setText(mainButtonText());
-    main_->setEnabled(model_.player() != nullptr);
+    // Clips of the drops need a drop; the panel's note says what they are.
+    const bool noDrop = target == ExportTarget::dropClips && model_.drops().empty();
+    main_->setEnabled(model_.player() != nullptr && !noDrop);
+    main_->setToolTip(noDrop ? QStringLiteral("Aucun drop repéré dans ce set : monte la sensibilité dans DROPS.")
+                             : QString());
     lutNote_->setText(
         target == ExportTarget::mlt
             ? QStringLiteral("Le projet MLT étalonne chaque caméra par sa LUT .cube, posée à côté (filtre lut3d). Flous, "

@@ -8,6 +8,7 @@
 #include <QNativeGestureEvent>
 #include <QToolTip>
 #include <QWheelEvent>
+#include <algorithm>
 #include <cmath>
 #include <functional>
 
@@ -58,12 +59,16 @@ TimelineEditor::Hit TimelineEditor::hitTest(QPointF pos) const {
         return {Hit::seek};
     }
     if (y < rulerHeight + montageHeight) {
+        // Cuts and plans are in time order: found by halving, so hovering
+        // costs the same over ten cuts or a million.
         const auto& cuts = e.cuts();
-        for (size_t i = 0; i < cuts.size(); ++i)
-            if (cuts[i].time > 0.001 && std::abs(x - xOf(cuts[i].time)) <= 5) return {Hit::cut, int(i)};
+        auto near = std::partition_point(cuts.begin(), cuts.end(), [&](const Cut& c) { return xOf(c.time) < x - 5; });
+        for (; near != cuts.end() && xOf(near->time) <= x + 5; ++near)
+            if (near->time > 0.001 && std::abs(x - xOf(near->time)) <= 5) return {Hit::cut, int(near - cuts.begin())};
         const double t = timeAt(x);
-        for (const Segment& s : e.segments())
-            if (t >= s.start && t < s.end) return {Hit::plan, s.id};
+        const auto& plans = e.segments();
+        auto at = std::partition_point(plans.begin(), plans.end(), [t](const Segment& s) { return s.start <= t; });
+        if (at != plans.begin() && t < std::prev(at)->end) return {Hit::plan, std::prev(at)->id};
     }
     return {};
 }
@@ -85,7 +90,7 @@ QString TimelineEditor::toolTipAt(QPointF pos) const {
                 .arg(int(std::lround(d.strength * 100)));
         }
         case Hit::plan: {
-            const auto plans = e.segments();
+            const auto& plans = e.segments();
             const Segment& s = plans[size_t(hit.index)];
             return QStringLiteral("%1 · %2 → %3\nClic : sélectionner · 1 à 8 : changer de caméra · double-clic : y aller")
                 .arg(model_.cameraName(s.camera), tc(s.start), tc(s.end));

@@ -1,5 +1,6 @@
 // SoundPanel: how the montage sounds. The audio mode (camera sound, table
-// sound, or both), the fades between plans and cameras, the master volume.
+// sound, or both), the fades between plans and cameras, the master volume,
+// and each camera's picture offset against its sound.
 #pragma once
 
 #include "ui/PanelControls.h"
@@ -16,6 +17,7 @@ private:
     AppModel& model_;
     std::vector<ChoiceRow*> modes_;
     PanelToggle* cutFade_ = nullptr;
+    CameraTabs* offsetTabs_ = nullptr;
 };
 
 }  // namespace qv::ui

@@ -19,6 +19,7 @@ PACKAGES=(
   desktop-file-utils xvfb xauth imagemagick
   libzimg-dev libebur128-dev
   melt appstream dpkg-dev
+  libcli11-dev
   locales
 )
 

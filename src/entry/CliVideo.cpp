@@ -76,6 +76,8 @@ std::optional<double> loudnessOf(const std::string& text) {
     return std::nullopt;
 }
 
+bool isCodecName(const std::string& text) { return !text.empty() && codecOf(text, {}).has_value(); }
+
 int exportVideo(VideoRequest request, std::ostream& out,
                 const std::function<void(double, const std::string&)>& progress) {
     auto fail = [&](const std::string& message) {

@@ -52,6 +52,9 @@ struct ClipsRequest {
 // "-14" or "-23" (a typographic minus too) as a loudness target.
 std::optional<double> loudnessOf(const std::string& text);
 
+// "h264", "hevc" or "prores": the names `--codec` knows.
+bool isCodecName(const std::string& text);
+
 // Prints "Vidéo : {path}" and returns 0, or "L'export vidéo a échoué :
 // {message}" and returns 1. `progress` gets the fraction done and the time
 // left as text, about four times a second.

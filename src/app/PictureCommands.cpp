@@ -62,8 +62,7 @@ void AppModel::setPictureOffset(int camera, double seconds) {
     auto id = cameraId(camera);
     if (!id || !std::isfinite(seconds)) return;
     const double limit = maxOffsetFrames / cameraFrameRate(camera);
-    // Whole milliseconds: what the user can type, and stable bytes in the project.
-    seconds = std::round(std::clamp(seconds, -limit, limit) * 1000) / 1000;
+    seconds = std::clamp(seconds, -limit, limit);
     if (seconds == pictureOffset(camera)) return;
     if (seconds == 0) pictureOffsets_.erase(*id);
     else pictureOffsets_[*id] = seconds;

@@ -77,13 +77,15 @@ SoundPanel::SoundPanel(AppModel& model, QWidget* parent) : PanelPage(QStringLite
             return formatValue(std::abs(n) > 1.5 ? "%+.0f images" : "%+.0f image", n) + formatValue(" (%+.0f ms)", ms);
         },
         [fps, offset] { return offset() * fps(); }, [fps, setOffset](double n) { setOffset(n / fps()); }, picture));
-    picture->add(new ValueSlider(
+    offsetMs_ = new ValueSlider(
         QStringLiteral("En millisecondes"), -400, 400, 1, 0, formatter("%+.0f ms"), [offset] { return offset() * 1000; },
-        [setOffset](double ms) { setOffset(ms / 1000); }, picture));
-    picture->add(new ValueSlider(
+        [setOffset](double ms) { setOffset(ms / 1000); }, picture);
+    picture->add(offsetMs_);
+    offsetMetres_ = new ValueSlider(
         QStringLiteral("Distance des enceintes"), 0, 60, 0.5, 0, formatter("%.1f m"),
-        [offset] { return std::max(0.0, offset()) * 343; },
-        [setOffset](double metres) { setOffset(AppModel::offsetForDistance(metres)); }, picture));
+        [offset] { return std::max(0.0, offset()) / AppModel::offsetForDistance(1); },
+        [setOffset](double metres) { setOffset(AppModel::offsetForDistance(metres)); }, picture);
+    picture->add(offsetMetres_);
     picture->add(new PanelNote(QStringLiteral("Une caméra loin des enceintes entend la musique en retard (3 ms par "
                                               "mètre) : calée sur son son, son image arrive trop tôt. Le décalage la "
                                               "remet en place dans l'aperçu, la vidéo et les XML. Jusqu'à 10 images "
@@ -99,6 +101,12 @@ void SoundPanel::refresh() {
     for (ChoiceRow* row : modes_) row->setOn(row->property("mode").toInt() == int(model_.audio().mode));
     cutFade_->setVisible(model_.audio().mode == AudioSettings::Mode::camera);
     offsetTabs_->refresh();
+    // Ten frames of the edited camera, as the model holds them, in whole
+    // milliseconds and half metres.
+    const double limit = AppModel::maxOffsetFrames / model_.cameraFrameRate(model_.editedCamera());
+    const double ms = std::floor(limit * 1000);
+    offsetMs_->setRange(-ms, ms);
+    offsetMetres_->setRange(0, std::min(60.0, std::floor(limit / AppModel::offsetForDistance(1) * 2) / 2));
 }
 
 }  // namespace qv::ui

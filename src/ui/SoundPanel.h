@@ -18,6 +18,8 @@ private:
     std::vector<ChoiceRow*> modes_;
     PanelToggle* cutFade_ = nullptr;
     CameraTabs* offsetTabs_ = nullptr;
+    ValueSlider* offsetMs_ = nullptr;        // its range: ten frames of the edited camera
+    ValueSlider* offsetMetres_ = nullptr;
 };
 
 }  // namespace qv::ui

@@ -19,7 +19,7 @@ TEST_F(PictureCommandsTest, OffsetsAndTheRateReachThePlacementTheExportsAndThePr
     const double frame = 1 / model->cameraFrameRate(1);
 
     model->setPictureOffset(1, 1.0);  // far beyond ten frames
-    EXPECT_NEAR(model->pictureOffset(1), std::round(10 * frame * 1000) / 1000, 1e-9);
+    EXPECT_NEAR(model->pictureOffset(1), 10 * frame, 1e-12);
     for (const PlacedItem& p : model->result()->placed)
         EXPECT_EQ(p.pictureOffset, p.sourceIndex == model->cameraSources()[1] ? model->pictureOffset(1) : 0.0);
     model->setPictureOffset(0, -AppModel::offsetForDistance(17.15));
@@ -38,12 +38,12 @@ TEST_F(PictureCommandsTest, OffsetsAndTheRateReachThePlacementTheExportsAndThePr
     ASSERT_TRUE(stored());
     EXPECT_EQ(stored()->frameRate, "29.97");
     EXPECT_TRUE(stored()->dropFrame);
-    EXPECT_EQ(stored()->pictureOffsets.at("Cam 1"), -0.05);
+    EXPECT_NEAR(stored()->pictureOffsets.at("Cam 1"), -0.05, 1e-12);
 
     // Reopened, the set has them back.
     makeModel();
     openSynced(set);
-    EXPECT_NEAR(model->pictureOffset(1), 10 * frame, 1e-3);
+    EXPECT_NEAR(model->pictureOffset(1), 10 * frame, 1e-12);
     EXPECT_EQ(model->frameRate(), (PremiereExport::SequenceRate{30, true, true}));
 }
 

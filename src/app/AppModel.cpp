@@ -364,7 +364,9 @@ void AppModel::loadFolder(const fs::path& folder, std::optional<ProjectFile> pro
     MainThread& main = services_.main;
     startJob([this, alive, &main, folder, project = std::move(project), thenSync]() mutable {
         std::vector<MediaScanner::Refusal> refused;
-        auto sources = MediaScanner::scan(folder, &refused);
+        std::vector<MediaScanner::SetAside> setAside;
+        auto sources = MediaScanner::scan(folder, &refused, &setAside);
+        for (const auto& file : setAside) Log::write(file.message());
         main.post([this, alive, sources = std::move(sources), refused = std::move(refused),
                    project = std::move(project), thenSync]() mutable {
             if (!alive.lock()) return;
@@ -395,6 +397,7 @@ void AppModel::scanned(std::vector<MediaSource> sources, std::optional<ProjectFi
     setAutoSettings(std::move(autoSettings));
     framing_.clear();
     notify(Field::framing);
+    resetPictures();
     setGrades({});
     setEditedCamera(0);
     setAudioMode(soundCount() > 0 ? AudioSettings::Mode::table : AudioSettings::Mode::camera);
@@ -445,6 +448,7 @@ void AppModel::dropPlayer() {
 }
 
 void AppModel::resetSync() {
+    conform_.reset();
     dropPlayer();
     appliedFade_ = -1;
     result_.reset();
@@ -508,7 +512,7 @@ void AppModel::install(SyncResult result, const std::vector<MediaSource>& source
     Log::write("Synchro : " + std::to_string(placed) + " calés, " + std::to_string(unsynced) + " non calés, durée " +
                std::to_string(static_cast<long long>(std::llround(length))) + " s");
     automatic_ = std::move(result);
-    result_ = folder_ ? HandPlacement::apply(*automatic_, edit_.hand(), *folder_) : *automatic_;
+    result_ = placedResult();
     edit_.setResult(result_);
     notify(Field::result);
     setWorking(false);
@@ -547,7 +551,7 @@ void AppModel::applyHand() {
     dropPlayer();
     notify(Field::player);
     appliedFade_ = -1;
-    result_ = HandPlacement::apply(*automatic_, edit_.hand(), *folder_);
+    result_ = placedResult();
     edit_.setResult(result_);
     notify(Field::result);
     if (!result_->placed.empty()) startPlayer(sources_);
@@ -673,10 +677,12 @@ ProjectFile AppModel::makeProject() const {
     p.zoom = edit_.zoom();
     p.viewStart = edit_.viewStart();
     p.handPlacements = edit_.hand();
+    storePictures(p);
     return p;
 }
 
 void AppModel::apply(const ProjectFile& project) {
+    applyPictures(project);
     // First, for the cuts are kept by the length of the line it makes.
     edit_.setHand(HandPlacements(project.handPlacements.begin(), project.handPlacements.end()));
     edit_.setCuts(keptCuts(project.cuts, sources_, duration()));

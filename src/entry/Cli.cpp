@@ -22,6 +22,7 @@
 #include "base/Text.h"
 #include "edit/AutoEditor.h"
 #include "edit/Cut.h"
+#include "entry/CliPicture.h"
 #include "entry/CliVideo.h"
 #include "export/MltExport.h"
 #include "export/OtioExport.h"
@@ -276,11 +277,11 @@ VideoRequest editOf(const CommandLine& line, const std::vector<MediaSource>& sou
 }
 
 std::string montage(const VideoRequest& edit, const std::string& setName, const std::vector<MediaSource>& sources,
-                    const SyncResult& result, std::ostream& out) {
+                    const SyncResult& result, const PremiereExport::PictureChoices& picture, std::ostream& out) {
     const double duration = result.duration();
     std::string document = PremiereExport::makeMontageXML(
         setName + " - MONTAGE", sources, result, Segment::build(edit.cuts, duration), cameraSourceIndices(sources),
-        edit.range, {}, {}, edit.audio, edit.effects, edit.effectFor, edit.format, edit.framing, false);
+        edit.range, {}, {}, edit.audio, edit.effects, edit.effectFor, edit.format, edit.framing, false, picture);
     out << "Montage : " << edit.cuts.size() << " coupes, plage " << shortest(edit.range.start) << "-"
         << shortest(edit.range.end) << " s\n";
     return document;
@@ -289,15 +290,16 @@ std::string montage(const VideoRequest& edit, const std::string& setName, const 
 // The timelines for the editors of Linux and OpenTimelineIO, beside the
 // xmeml or instead of it: the montage with `--montage`, else the synchro.
 int writeTimelines(const CommandLine& line, const VideoRequest& edit, const std::string& setName,
-                   const std::vector<MediaSource>& sources, const SyncResult& result, std::ostream& out) {
+                   const std::vector<MediaSource>& sources, const SyncResult& result,
+                   const PremiereExport::PictureChoices& picture, std::ostream& out) {
     if (!line.mlt && !line.otio) return 0;
     const bool montage = line.montage.has_value();
     const std::string name = setName + (montage ? " - MONTAGE" : " - SYNCHRO");
     const PremiereExport::Timeline timeline =
         montage ? PremiereExport::montageTimeline(sources, result, Segment::build(edit.cuts, result.duration()),
                                                   cameraSourceIndices(sources), edit.range, {}, edit.audio,
-                                                  edit.effects, edit.effectFor, false)
-                : PremiereExport::synchroTimeline(sources, result, {});
+                                                  edit.effects, edit.effectFor, false, picture)
+                : PremiereExport::synchroTimeline(sources, result, {}, picture);
     const double from = montage ? edit.range.start : 0;
     std::vector<TimelineMarker> markers;
     for (const Drop& d : DropDetector::detect(result, sources, 0.5))
@@ -444,8 +446,10 @@ int run(const CommandLine& line, std::ostream& out, std::ostream& err) {
     }
 
     std::vector<MediaScanner::Refusal> refused;
-    std::vector<MediaSource> sources = MediaScanner::scan(folder, &refused);
+    std::vector<MediaScanner::SetAside> setAside;
+    std::vector<MediaSource> sources = MediaScanner::scan(folder, &refused, &setAside);
     for (const auto& r : refused) err << terminalSafe(r.message()) << "\n";
+    reportSetAside(setAside, err);
     err.flush();
     printListing(sources, out);
     out.flush();
@@ -461,14 +465,19 @@ int run(const CommandLine& line, std::ostream& out, std::ostream& err) {
     if (line.drops) printDrops(sources, result, out);
 
     VideoRequest edit = editOf(line, sources, result, err);
+    const PremiereExport::PictureChoices picture =
+        pictureChoices(line.rate ? rateOf(*line.rate) : std::nullopt, line.constantRate, sources, result, out, err,
+                       [&](double f, const std::string& text) { bar.show(f, text); });
+    bar.finish();
+    edit.rate = picture.rate;
     std::string document;
     if (line.montage)
-        document = montage(edit, folderName(folder), sources, result, out);
+        document = montage(edit, folderName(folder), sources, result, picture, out);
     else
-        document = PremiereExport::makeXML(folderName(folder) + " - SYNC", sources, result, {}, {});
+        document = PremiereExport::makeXML(folderName(folder) + " - SYNC", sources, result, {}, {}, picture);
     out.flush();
     int status = timelineOnly ? 0 : writeOutput(output, outputText, document, out);
-    if (status == 0) status = writeTimelines(line, edit, folderName(folder), sources, result, out);
+    if (status == 0) status = writeTimelines(line, edit, folderName(folder), sources, result, picture, out);
     if (status != 0) return status;
 
     // The finished video of the same edit.

@@ -10,6 +10,7 @@
 
 #include "base/SafeText.h"
 #include "base/Text.h"
+#include "entry/CliPicture.h"
 #include "entry/CliVideo.h"
 
 // The parser's namespace; `CLI` inside qv is the run without a screen.
@@ -113,6 +114,14 @@ void declare(cli11::App& app, CommandLine& line) {
     o.checked("--loudness", "-14|-23", "le son de la vidéo et des clips à ce niveau (LUFS)", "-14 ou -23",
               [](const std::string& v) { return CLI::loudnessOf(v).has_value(); },
               [&line](const std::string& v) { line.loudness = CLI::loudnessOf(v); });
+
+    app.add_option("--rate", line.rate, "la cadence des XML, MLT, OTIO et de la vidéo (la plus fréquente)")
+        ->option_text("25|29.97|29.97df|...")
+        ->check(accepted(line, "--rate", "23.976, 24, 25, 29.97, 30, 50, 59.94 ou 60 ; 29.97df ou 59.94df pour le drop-frame",
+                         [](const std::string& v) { return CLI::rateOf(v).has_value(); }))
+        ->group(withoutScreen);
+    app.add_flag("--cfr", line.constantRate, "des copies à cadence fixe des fichiers à cadence variable")
+        ->group(withoutScreen);
 
     // The window reads its own options again from the whole line (the demo
     // family, the scenes of screenshots); they are declared here for the

@@ -116,6 +116,12 @@ std::string Writer::producerFor(pugi::xml_node root, const MediaItem& item, pugi
     const auto alias = look_.aliases.find(item.url.string());
     property(p, "resource", alias != look_.aliases.end() ? alias->second.string() : item.url.string());
     property(p, "mlt_service", "avformat");
+    // Fields and pixels as probed, so the editor reads the file as the program does.
+    if (item.picture.interlaced()) {
+        property(p, "force_progressive", "0");
+        property(p, "force_tff", item.picture.fields == media::FieldOrder::topFirst ? "1" : "0");
+    }
+    if (item.picture.anamorphic()) property(p, "force_aspect_ratio", cformat("%.6f", item.picture.pixelAspect));
     property(p, "seekable", "1");
     property(p, "shotcut:caption", item.fileName());
     property(p, "kdenlive:clipname", item.fileName());

@@ -159,6 +159,9 @@ Json ProjectFile::document(bool withCuts) const {
     j["zoom"] = zoom;
     j["viewStart"] = viewStart;
     if (!handPlacements.empty()) j["handPlacements"] = handPlacements;
+    if (!pictureOffsets.empty()) j["pictureOffsets"] = pictureOffsets;
+    if (frameRate) j["frameRate"] = *frameRate;
+    if (dropFrame) j["dropFrame"] = true;
     return j;
 }
 
@@ -296,6 +299,12 @@ ProjectFile ProjectFile::fromJson(const Json& j, Date readAt) {
     p.zoom = readKey(j, "zoom", p.zoom, asDouble);
     p.viewStart = readKey(j, "viewStart", p.viewStart, asDouble);
     p.handPlacements = readKey(j, "handPlacements", p.handPlacements, asDoubles);
+    p.pictureOffsets = readKey(j, "pictureOffsets", p.pictureOffsets, asDoubles);
+    p.frameRate = readKey(j, "frameRate", p.frameRate, asOptionalText);
+    p.dropFrame = readKey(j, "dropFrame", p.dropFrame, [](const Json& v) -> std::optional<bool> {
+        if (v.is_boolean()) return v.get<bool>();
+        return std::nullopt;
+    });
     return p;
 }
 

@@ -83,6 +83,15 @@ struct ProjectFile {
     // seconds. Written only when there is one, so older files read alike.
     std::map<std::string, double> handPlacements;
 
+    // The cameras' pictures: each camera's picture offset in seconds (its
+    // picture later than its sound when above 0), the set's frame rate as
+    // the user chose it ("25", "29.97"...; absent: chosen from the
+    // cameras) and whether time codes count drop-frame. Written only when
+    // set, so older files read alike.
+    std::map<std::string, double> pictureOffsets;
+    std::optional<std::string> frameRate;
+    bool dropFrame = false;
+
     bool operator==(const ProjectFile&) const = default;
 
     // Keys are sorted by nlohmann's object type; arrays of names are written

@@ -57,6 +57,8 @@ ExportPanel::ExportPanel(AppModel& model, QWidget* parent)
     lutNote_ = new PanelNote(QString(), xml);
     xml->add(lutNote_);
     add(xmlPart_);
+    rate_ = new FrameRateBox(model_, this);
+    add(rate_);
 
     auto* where = new PanelBox(QString(), this);
     range_ = textLabel(QString(), where, 12, Theme::ink(), Theme::Weight::medium);
@@ -103,6 +105,9 @@ ExportPanel::ExportPanel(AppModel& model, QWidget* parent)
     connect(&poll_, &QTimer::timeout, this, [this] {
         const bool running = model_.videoExporter() && model_.videoExporter()->isRunning();
         if (running != progress_->isVisibleTo(this)) refresh();
+        // Constant-rate copies tell their progress between whole files too.
+        if (model_.isConforming() || conforming_) rate_->refresh();
+        conforming_ = model_.isConforming();
     });
     poll_.start();
     refresh();
@@ -159,6 +164,7 @@ void ExportPanel::refresh() {
     syncXml_->setText(target == ExportTarget::mlt    ? QStringLiteral("Synchro MLT (toutes les sources empilées, sans tes coupes)")
                       : target == ExportTarget::otio ? QStringLiteral("Synchro .otio (toutes les sources empilées, sans tes coupes)")
                                                      : QStringLiteral("XML synchro (toutes les sources empilées, sans tes coupes)"));
+    rate_->refresh();
     const bool running = model_.videoExporter() && model_.videoExporter()->isRunning();
     main_->setVisible(!running);
     progress_->setVisible(running);

@@ -117,6 +117,16 @@ double ValueSlider::snapped(double v) const {
     return std::clamp(minimum_ + std::round((v - minimum_) / step_) * step_, minimum_, maximum_);
 }
 
+void ValueSlider::setRange(double minimum, double maximum) {
+    if (minimum == minimum_ && maximum == maximum_) return;
+    minimum_ = minimum;
+    maximum_ = std::max(minimum, maximum);
+    neutral_ = std::clamp(neutral_, minimum_, maximum_);
+    const QSignalBlocker block(slider_);
+    slider_->setRange(0, int(std::lround((maximum_ - minimum_) / step_)));
+    refresh();
+}
+
 void ValueSlider::setValue(double v) {
     set_(snapped(v));
     refresh();

@@ -55,6 +55,8 @@ public:
     QSlider* slider() const { return slider_; }
     // Writes a value, kept within the range and on the steps.
     void setValue(double v);
+    // A range that follows the model (the neutral value stays inside it).
+    void setRange(double minimum, double maximum);
     void refresh();
 
 protected:

@@ -318,9 +318,20 @@ void TimelineEditor::paintHeader(QPainter& p, const Track& t, int active) {
     p.setFont(Theme::text(12, Theme::Weight::medium));
     p.setPen(mix.muted ? Theme::gray4() : Theme::gray1());
     QFontMetrics fm(p.font());
+    const bool offset = !t.audio && model_.app().pictureOffset(t.number - 1) != 0;
     p.drawText(QRectF(40, t.top, 74, t.height), Qt::AlignVCenter | Qt::AlignLeft,
-               fm.elidedText(name, Qt::ElideRight, mix.muted ? 44 : 74));
-    if (mix.muted) {
+               fm.elidedText(name, Qt::ElideRight, mix.muted || offset ? 40 : 74));
+    // The camera's picture moved against its sound, in the name's tail; it
+    // takes the place of the word "muet", which the speaker still tells.
+    if (const QString offset = t.audio ? QString() : model_.offsetText(t.number - 1, true); !offset.isEmpty()) {
+        p.setFont(Theme::numbers(9));
+        const QRectF badge(82, t.top + (t.height - 14) / 2.0, 34, 14);
+        p.setPen(Qt::NoPen);
+        p.setBrush(Theme::withAlpha(Theme::accent(), 0.18));
+        p.drawRoundedRect(badge, 3, 3);
+        p.setPen(Theme::accent());
+        p.drawText(badge, Qt::AlignCenter, offset);
+    } else if (mix.muted) {
         p.setFont(Theme::text(9, Theme::Weight::semibold, 0.8));
         p.setPen(Theme::warning());
         p.drawText(QRectF(84, t.top, 32, t.height), Qt::AlignVCenter | Qt::AlignLeft, QStringLiteral("muet"));

@@ -299,6 +299,22 @@ const std::vector<Case>& cases() {
              EXPECT_TRUE(fs::is_fifo(p.dir / "etat" / "Quorvel" / "journal.log"));
              EXPECT_TRUE(fs::exists(p.dir / "film.mp4"));
          }},
+        // Camera files as cameras still write them, and what lies beside them:
+        // everything left aside is named, thumbnails quietly excepted.
+        {"HDV file, a note, a stray light copy and a thumbnail",
+         [](const Place& p) {
+             test::makeClip(p.set / "Cam 2" / "hdv.m2t", 3, true, {"-c:v", "mpeg2video", "-f", "mpegts"});
+             test::writeText(p.set / "Cam 2" / "GL010099.LRV", "pas une vidéo");
+             test::writeText(p.set / "Cam 2" / "hdv.THM", "pas une image");
+             test::writeText(p.set / "Cam 2" / "notes.txt", "batterie 2\n");
+         },
+         plain, 0, {"[CAM] Cam 2 : 1 fichiers"},
+         {"Fichier écarté : Cam 2/GL010099.LRV (copie légère sans chapitre du même nom)\n",
+          "Fichier écarté : Cam 2/notes.txt (format non pris en charge)\n"},
+         true, [](const Place&, const ChildRun& r) { EXPECT_EQ(r.err.find("THM"), std::string::npos) << r.err; }},
+        {"--rate asking drop-frame where there is none",
+         [](const Place&) {}, {"--cli", "{set}", "{out}", "--rate", "25df"}, 1, {},
+         {"Valeur invalide pour --rate : « 25df » (attendu : 23.976, 24, 25"}, false},
     };
     return table;
 }

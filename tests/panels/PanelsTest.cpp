@@ -48,7 +48,9 @@ struct HeldExporter : VideoExporter {
 // n-th slider of a title in a panel, for titles that come twice.
 std::optional<double> neutralOf(const QString& panel, const QString& title, int nth) {
     static const std::map<QString, std::map<QString, std::vector<double>>> table = {
-        {"son", {{"Fondu quand une caméra se coupe", {0}}, {"Volume général", {0}}}},
+        {"son",
+         {{"Fondu quand une caméra se coupe", {0}}, {"Volume général", {0}}, {"Image par rapport au son", {0}},
+          {"En millisecondes", {0}}, {"Distance des enceintes", {0}}}},
         {"effets",
          {{"Part zoom avant / dézoom", {0.5}}, {"Force du zoom", {115}}, {"Part du chemin", {0.5}},
           {"Intensité", {0.5, 0.6}}, {"Rapidité", {0.5}}, {"Ampleur des mouvements", {0.5}},

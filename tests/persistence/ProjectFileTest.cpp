@@ -262,3 +262,24 @@ TEST(ProjectFile, HandPlacementsByPathInTheSet) {
     EXPECT_TRUE(loaded.handPlacements.empty());
     EXPECT_EQ(loaded.zoom, 3.0);
 }
+
+TEST(ProjectFile, PictureOffsetsRateAndDropFrameOnlyWhenSet) {
+    ProjectFile p;
+    p.pictureOffsets = {{"Cam 3", 0.05}, {"Cam 1", -0.08}};
+    p.frameRate = "29.97";
+    p.dropFrame = true;
+    const Json j = p.toJson();
+    EXPECT_EQ(j["pictureOffsets"], Json({{"Cam 1", -0.08}, {"Cam 3", 0.05}}));
+    EXPECT_EQ(j["frameRate"], "29.97");
+    EXPECT_EQ(ProjectFile::fromJson(j, p.savedAt), p);
+    const Json plain = ProjectFile().toJson();
+    for (const char* key : {"pictureOffsets", "frameRate", "dropFrame"}) EXPECT_FALSE(plain.contains(key)) << key;
+    // Damage loses that key alone.
+    Json damaged = j;
+    damaged["frameRate"] = 25;
+    damaged["dropFrame"] = "oui";
+    const ProjectFile loaded = ProjectFile::fromJson(damaged);
+    EXPECT_FALSE(loaded.frameRate);
+    EXPECT_FALSE(loaded.dropFrame);
+    EXPECT_EQ(loaded.pictureOffsets, p.pictureOffsets);
+}

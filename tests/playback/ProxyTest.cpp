@@ -337,5 +337,27 @@ TEST(ProxyTest, WhereNoChunkCanBeMadeTheOriginalPlaysAndTheLogSaysWhy) {
     EXPECT_FALSE(fs::exists(dir / "out.mp4"));
 }
 
+TEST(ProxyTest, AnActionCamerasLightCopyStandsInForItsChapterAtOnce) {
+    std::vector<MediaSource> sources;
+    SyncResult result;
+    if (!test::placeAtTruth(test::generatedSet("fields", 1), sources, result)) GTEST_SKIP() << "generator missing";
+    // The chapters are wider than a proxy but bring their own copy: none is made for them.
+    for (const ProxyFile& f : ProxyMaker::candidates(sources, result))
+        EXPECT_NE(f.path.parent_path().filename(), "Cam 3") << f.path;
+    SourceTimeline line = SourceTimeline::of(result, 2, 0, true);
+    ASSERT_EQ(line.pieces.size(), 2u);
+    ProxyPictures pictures(line, nullptr);
+    for (const TimelinePiece& piece : line.pieces)
+        for (double ft : {0.5, 4.02, 8.0}) {
+            auto shown = pictures.pictureAt(piece.at + ft);
+            ASSERT_TRUE(shown && shown->picture);
+            EXPECT_TRUE(shown->fromProxy);
+            EXPECT_EQ(shown->picture->frame.width, 640);
+            auto code = test::codeOf(shown->picture->frame);
+            ASSERT_TRUE(code);
+            EXPECT_EQ(code->frame, std::lround(std::floor(ft * 50 + 1e-6)));
+        }
+}
+
 }  // namespace
 }  // namespace qv

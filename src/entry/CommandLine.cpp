@@ -115,12 +115,12 @@ void declare(cli11::App& app, CommandLine& line) {
               [](const std::string& v) { return CLI::loudnessOf(v).has_value(); },
               [&line](const std::string& v) { line.loudness = CLI::loudnessOf(v); });
 
-    app.add_option("--rate", line.rate, "la cadence des XML, MLT, OTIO et de la vidéo (la plus fréquente)")
+    app.add_option("--rate", line.rate, "la cadence des XML, MLT, OTIO et de la vidéo")
         ->option_text("25|29.97|29.97df|...")
         ->check(accepted(line, "--rate", "23.976, 24, 25, 29.97, 30, 50, 59.94 ou 60 ; 29.97df ou 59.94df pour le drop-frame",
                          [](const std::string& v) { return CLI::rateOf(v).has_value(); }))
         ->group(withoutScreen);
-    app.add_flag("--cfr", line.constantRate, "des copies à cadence fixe des fichiers à cadence variable")
+    app.add_flag("--cfr", line.constantRate, "copie les fichiers à cadence variable en fixe")
         ->group(withoutScreen);
 
     // The window reads its own options again from the whole line (the demo
@@ -193,7 +193,8 @@ std::string helpOf(const cli11::App& app) {
     }
     text += "\nAprès « -- », chaque mot est un chemin, même s'il commence par un tiret.\n"
             "Une option inconnue est signalée sur la sortie d'erreur, puis ignorée ; une\n"
-            "valeur invalide de --codec, --loudness ou --marges-drop arrête tout d'emblée.\n"
+            "valeur invalide de --codec, --loudness, --marges-drop ou --rate arrête tout\n"
+            "d'emblée.\n"
             "Statut de sortie : 0 quand tout est écrit, 1 sinon. Voir aussi : man quorvel.\n";
     return text;
 }

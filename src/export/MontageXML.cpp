@@ -6,6 +6,7 @@
 #include <cmath>
 
 #include "export/PremiereExport.h"
+#include "export/SetRate.h"
 
 namespace qv::PremiereExport {
 
@@ -14,19 +15,26 @@ namespace {
 // Below this length (seconds) a piece of a plan or a file is not worth a clip.
 constexpr double minimumClip = 0.001;
 
+// The part of file `p` inside [a, b] of the set, up to where it gives way
+// (`until`), shifted so that lo is time 0; nothing when too short. A
+// drifting file is in step at its middle. The clip keeps the file's lane
+// of a take and the stream and channels that carry its sound.
+std::optional<ExportClip> cut(const PlacedItem& p, double until, double a, double b, double lo, const Uuid& group) {
+    const double s = std::max(a, p.start), e = std::min(b, until);
+    if (!(e - s > minimumClip)) return std::nullopt;
+    ExportClip clip{p.item, p.sourceIndex, s - lo, p.sourceIn(s, e), e - s, group, std::nullopt};
+    clip.sound = p.sound;
+    if (p.take) clip.lane = p.lane;
+    clip.heard = p.heard;
+    return clip;
+}
+
 // The sound of one source inside [lo, hi], shifted so that lo is time 0.
 std::vector<ExportClip> trimmed(const SyncResult& result, int sourceIndex, double lo, double hi) {
     std::vector<ExportClip> out;
     for (const PlacedItem& p : result.placed) {
         if (p.sourceIndex != sourceIndex || p.item.audioChannels < 1) continue;
-        double s = std::max(p.start, lo);
-        double e = std::min(givesWay(result, p), hi);
-        if (!(e - s > minimumClip)) continue;
-        ExportClip clip{p.item, sourceIndex, s - lo, p.sourceIn(s, e), e - s, Uuid::make(), std::nullopt};
-        clip.sound = p.sound;
-        if (p.take) clip.lane = p.lane;
-        clip.heard = p.heard;
-        out.push_back(std::move(clip));
+        if (auto clip = cut(p, givesWay(result, p), lo, hi, lo, Uuid::make())) out.push_back(std::move(*clip));
     }
     return out;
 }
@@ -79,13 +87,16 @@ Timeline montageTimeline(const std::vector<MediaSource>& sources, const SyncResu
                          const std::vector<Segment>& segments, const std::vector<int>& cameraSources,
                          TimeRange range, const std::map<Uuid, double>& levels, const AudioSettings& audio,
                          const EffectSettings& effects,
-                         const std::function<ResolvedEffect(const Segment&)>& effectFor, bool trackPerCamera) {
+                         const std::function<ResolvedEffect(const Segment&)>& effectFor, bool trackPerCamera,
+                         const PictureChoices& choices) {
     const double lo = range.start, hi = range.end;
 
     // Picture: each plan cut to the range and to the files of its camera. The
     // motion keeps the whole plan's start and length, so a clip cut short by
-    // the range or a file's end shows its own stretch of the same curve.
-    std::vector<ExportClip> picture;
+    // the range or a file's end shows its own stretch of the same curve. A
+    // camera's picture stands its offset later than its sound, which is cut
+    // from the same plan and shares the picture's group.
+    std::vector<ExportClip> picture, following;
     for (const Segment& plan : segments) {
         if (plan.camera < 0 || static_cast<size_t>(plan.camera) >= cameraSources.size()) continue;
         const double a = std::max(plan.start, lo), b = std::min(plan.end, hi);
@@ -95,25 +106,20 @@ Timeline montageTimeline(const std::vector<MediaSource>& sources, const SyncResu
         const int source = cameraSources[static_cast<size_t>(plan.camera)];
         for (const PlacedItem& p : result.placed) {
             if (p.sourceIndex != source || !p.item.hasVideo || !p.heard) continue;
-            const double s = std::max(a, p.start), e = std::min(b, givesWay(result, p));
-            if (!(e - s > minimumClip)) continue;
-            // A drifting camera is in step with the set at the plan's middle.
-            ExportClip clip{p.item, source, s - lo, p.sourceIn(s, e), e - s, Uuid::make(), std::nullopt};
-            clip.sound = p.sound;
-            if (effect.hasMotion()) clip.motion = ClipMotion{effect, plan.start - lo, plan.end - plan.start};
-            picture.push_back(std::move(clip));
+            const Uuid group = Uuid::make();
+            const double until = givesWay(result, p);
+            PlacedItem shown = p;
+            shown.start += p.pictureOffset;
+            if (auto clip = cut(shown, until + p.pictureOffset, a, b, lo, group)) {
+                if (effect.hasMotion()) clip->motion = ClipMotion{effect, plan.start - lo, plan.end - plan.start};
+                picture.push_back(std::move(*clip));
+            }
+            if (p.item.audioChannels < 1) continue;
+            if (auto sound = cut(p, until, a, b, lo, group)) following.push_back(std::move(*sound));
         }
     }
 
-    double frameRate = 25;
-    if (!picture.empty()) {
-        frameRate = picture.front().item.frameRate;
-    } else {
-        auto firstVideo = std::find_if(result.placed.begin(), result.placed.end(),
-                                       [](const PlacedItem& p) { return p.item.hasVideo; });
-        if (firstVideo != result.placed.end()) frameRate = firstVideo->item.frameRate;
-    }
-    const SequenceRate rate = SequenceRate::closest(frameRate);
+    const SequenceRate rate = choices.rate.value_or(setRate(sources, result));
     const double frame = 1 / rate.fps();
     const double length = hi - lo;
 
@@ -132,6 +138,7 @@ Timeline montageTimeline(const std::vector<MediaSource>& sources, const SyncResu
     } else {
         video.push_back(Track{Kind::video, picture, 1, {}, {}});
     }
+    video = withCopies(std::move(video), choices);
 
     std::vector<Track> tableTracks;
     for (size_t s = 0; s < sources.size(); ++s) {
@@ -148,9 +155,6 @@ Timeline montageTimeline(const std::vector<MediaSource>& sources, const SyncResu
     } else {
         // The sound that follows the cut shares its picture's group, so a cut
         // moved in the editing program moves both.
-        std::vector<ExportClip> following;
-        for (const ExportClip& c : picture)
-            if (c.item.audioChannels >= 1) following.push_back(c);
         if (!following.empty()) cameraTracks = soundTracks(following);
     }
     for (Track& t : cameraTracks) t.fades = fades(t.clips, length, audio, frame);
@@ -173,9 +177,10 @@ std::string makeMontageXML(const std::string& name, const std::vector<MediaSourc
                            const std::map<Uuid, double>& levels, const std::set<Uuid>& muted,
                            const AudioSettings& audio, const EffectSettings& effects,
                            const std::function<ResolvedEffect(const Segment&)>& effectFor, OutputFormat format,
-                           const std::map<Uuid, CameraFrame>& framing, bool trackPerCamera) {
+                           const std::map<Uuid, CameraFrame>& framing, bool trackPerCamera,
+                           const PictureChoices& picture) {
     Timeline t = montageTimeline(sources, result, segments, cameraSources, range, levels, audio, effects, effectFor,
-                                 trackPerCamera);
+                                 trackPerCamera, picture);
     return render(name, sources, t.rate, t.video, t.audio, t.duration, t.levels, muted, effects, format, framing);
 }
 

@@ -59,6 +59,9 @@ bool isPictureStream(const AVStream* s);
 // Sound whose header can be believed: a rate of 1 Hz or a thousand channels
 // would make the decoded signal thousands of times larger than the file.
 bool usableSound(const AVCodecParameters* par);
+// Width over height of a stored pixel of picture stream `s`; 1 when the
+// file says nothing, or nothing a camera would write.
+double pixelAspect(AVFormatContext* ctx, AVStream* s);
 
 // `seconds` on the container's clock as a time stamp of stream `s`.
 int64_t streamStamp(const AVStream* s, double seconds);

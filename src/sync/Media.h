@@ -3,6 +3,7 @@
 #pragma once
 
 #include <chrono>
+#include <cmath>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -11,6 +12,7 @@
 #include "base/Uuid.h"
 #include "platform/ColourTags.h"
 #include "sync/DeviceClock.h"
+#include "platform/PictureTags.h"
 
 namespace qv {
 
@@ -35,8 +37,18 @@ struct MediaItem {
     std::string family;                // files of one take share it (iXML); empty when not told
     std::vector<std::string> tracks;   // the device's names of the file's tracks (iXML)
     int audioStreams = 0;              // sound streams that carry usable sound
+    // The picture as the camera wrote it: fields, pixel shape, frame times.
+    // `width` × `height` is the display size, stored pixels widened by
+    // `pixelAspect`. `previewCopy` is the low-resolution copy an action
+    // camera writes beside a chapter (.LRV), same timing; empty without one.
+    media::PictureTags picture;
+    std::filesystem::path previewCopy;
 
     std::string fileName() const { return url.filename().string(); }
+    // The size of the stored pictures, before their pixels are widened.
+    int storedWidth() const {
+        return picture.anamorphic() ? static_cast<int>(std::lround(width / picture.pixelAspect)) : width;
+    }
 };
 
 struct MediaSource {

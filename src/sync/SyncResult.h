@@ -74,6 +74,11 @@ struct PlacedItem {
     std::filesystem::path follows{};
     SoundPick sound{};
     PlacedBy placedBy = PlacedBy::sound;
+    // Seconds the file's picture is shown later than its sound, for a camera
+    // far from the speakers (its sound comes late, so placing it by sound
+    // puts its picture early). Set by the application from the project; 0
+    // from the synchronisation.
+    double pictureOffset = 0;
 
     double end() const { return start + item.duration; }
     // Where the file's last sample lies on the line, by its own clock.

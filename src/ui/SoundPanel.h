@@ -1,6 +1,7 @@
 // SoundPanel: how the montage sounds. The audio mode (camera sound, table
 // sound, or both), the fades between plans and cameras, the master volume,
-// and what is heard of each recorder that has several inputs.
+// what is heard of each recorder that has several inputs, and each camera's
+// picture offset against its sound.
 #pragma once
 
 #include <utility>
@@ -33,6 +34,9 @@ private:
     PanelBox* channels_ = nullptr;
     std::vector<std::pair<QString, QPushButton*>> channelMenus_;
     std::vector<std::pair<qv::Uuid, int>> channelLayout_;  // what the menus were made for
+    CameraTabs* offsetTabs_ = nullptr;
+    ValueSlider* offsetMs_ = nullptr;        // its range: ten frames of the edited camera
+    ValueSlider* offsetMetres_ = nullptr;
 };
 
 }  // namespace qv::ui

@@ -82,8 +82,12 @@ void AppModel::exportDropClips() {
         notify(Field::errorMessage);
         return;
     }
-    std::error_code ec;
-    fs::create_directories(run->folder, ec);
+    if (Status usable = OutputTarget::prepareFolder(run->folder, protectedFiles()); !usable) {
+        Log::write("ERREUR export clips : " + usable.error().message);
+        errorMessage_ = "Les clips des drops ont échoué : " + usable.error().message;
+        notify(Field::errorMessage);
+        return;
+    }
     Log::write("Clips des drops : " + std::to_string(run->clips.size()) + " vers " + run->folder.string());
     clipsRun_ = std::move(run);
     notify(Field::clipsJob);
@@ -93,6 +97,9 @@ void AppModel::exportDropClips() {
 void AppModel::startNextClip() {
     const DropClips::Clip& clip = clipsRun_->clips[clipsRun_->next];
     setStatus(clipsProgressLine());
+    // A file in the way that the project reads stops the run there.
+    if (Status usable = OutputTarget::check(clipsRun_->folder / clip.fileName, protectedFiles()); !usable)
+        return clipFinished({VideoOutcome::Kind::failure, usable.error().message});
     std::weak_ptr<bool> alive = alive_;
     services_.exporter->start(clip.job, clipsRun_->codec, clipsRun_->folder / clip.fileName, true,
                               [this, alive](VideoOutcome outcome) {

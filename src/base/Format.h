@@ -9,5 +9,6 @@ std::string timecode(double t);   // "4:05", "1:02:03"; floor, 0 when negative
 std::string duration(double t);   // "42 s", "3 min", "1 h 05"; rounded
 std::string fileTime(double t);   // "4m05", "1h02m03"; rounded, 0 when negative
 std::string countdown(double t);  // "0:05"; rounded up, 0 when negative
+std::string bytes(unsigned long long n);  // "512 o", "12 ko", "256 Mo", "4,0 Go": French decimal comma
 
 }  // namespace qv::Format

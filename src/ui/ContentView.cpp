@@ -315,6 +315,9 @@ ContentView::ContentView(AppModel& model, ModelObject& object, QWidget* parent)
     f->addWidget(progress_);
     status_ = makeLabel(QString(), Theme::text(11), Theme::gray2(), footer_);
     f->addWidget(status_, 1);
+    saveProblem_ = makeLabel(QString(), Theme::text(11, Theme::Weight::semibold), Theme::warning(), footer_);
+    saveProblem_->setObjectName("saveProblem");
+    f->addWidget(saveProblem_);
     previewLabel_ = makeLabel(QString(), Theme::text(11), Theme::gray2(), footer_);
     previewLabel_->setObjectName("previewWork");
     previewLabel_->setToolTip(QStringLiteral("Copies légères des caméras lourdes, faites autour de la tête de lecture "
@@ -432,6 +435,8 @@ void ContentView::refresh() {
     progress_->setVisible(model_.isWorking());
     progress_->setValue(int(model_.progress() * 1000));
     status_->setText(q(model_.status()));
+    saveProblem_->setVisible(model_.saveProblem().has_value());
+    saveProblem_->setText(q(model_.saveProblem().value_or("")));
     // Files set aside, placed or not read at all: the user must be able to
     // see which and why, not only in the log.
     const size_t unsynced = model_.result() ? model_.result()->unsynced.size() : 0;

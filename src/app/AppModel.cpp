@@ -51,9 +51,9 @@ AppModel::AppModel(Services services) : services_(std::move(services)), edit_(se
     std::vector<ProjectStore::Damaged> damaged;
     projects_ = ProjectStore::list(&damaged);
     reportDamaged(damaged);
-    if (!services_.settings.damage().empty()) {
-        Log::write(services_.settings.damage());
-        errorMessage_ = errorMessage_ ? *errorMessage_ + "\n" + services_.settings.damage() : services_.settings.damage();
+    if (const std::string& damage = services_.settings.damage(); !damage.empty()) {
+        Log::write(damage);
+        tellError(damage);
     }
     applyDemoArguments();
 }
@@ -335,9 +335,8 @@ void AppModel::openProject(const ProjectFile& given, bool thenSync) {
     if (!writable) {
         const std::string name = project.name.value_or(lastComponent(project.folder));
         Log::write("Projet « " + name + " » ouvert en lecture seule : déjà ouvert ailleurs");
-        errorMessage_ = "« " + name + " » est déjà ouvert dans une autre fenêtre de Quorvel : il s'ouvre ici en "
-                        "lecture seule, et rien de ce que tu y changes n'est enregistré.";
-        notify(Field::errorMessage);
+        tellError("« " + name + " » est déjà ouvert dans une autre fenêtre de Quorvel : il s'ouvre ici en lecture "
+                  "seule, et rien de ce que tu y changes n'est enregistré.");
     }
     currentProjectId_ = project.id;
     projectName_ = project.name && !project.name->empty() ? *project.name : lastComponent(project.folder);

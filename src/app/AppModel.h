@@ -298,6 +298,8 @@ private:
     // changes, or stay. False when the user stays.
     bool saveOrAsk();
     void reportDamaged(const std::vector<ProjectStore::Damaged>& damaged);
+    // Adds a line to the error message the window shows.
+    void tellError(const std::string& text);
     // Refuses an export target that OutputTarget refuses, saying "{failure} :
     // {why}" as the error message; true when refused.
     bool refusedOutput(const std::filesystem::path& target, const std::string& failure);

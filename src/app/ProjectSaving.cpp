@@ -183,15 +183,17 @@ void AppModel::terminate() {
                     : "Sauvegarde impossible à la fermeture, copie de secours impossible : " + kept.error().message);
 }
 
-void AppModel::reportDamaged(const std::vector<ProjectStore::Damaged>& damaged) {
-    if (damaged.empty()) return;
-    std::string text;
-    for (const auto& d : damaged) {
-        Log::write(d.message());
-        text += (text.empty() ? "" : "\n") + d.message();
-    }
+void AppModel::tellError(const std::string& text) {
+    // Several at once (damaged files at start) share one alert, a line each.
     errorMessage_ = errorMessage_ ? *errorMessage_ + "\n" + text : text;
     notify(Field::errorMessage);
+}
+
+void AppModel::reportDamaged(const std::vector<ProjectStore::Damaged>& damaged) {
+    for (const auto& d : damaged) {
+        Log::write(d.message());
+        tellError(d.message());
+    }
 }
 
 // --- The project and the live state

@@ -28,11 +28,7 @@ std::optional<std::filesystem::path> absoluteVariable(const char* name) {
     return p;
 }
 
-}  // namespace
-
 using json::Json;
-
-namespace {
 
 constexpr const char* kTooBig = "fichier trop gros";
 

@@ -177,6 +177,19 @@ TEST_F(ProjectSafety, ExportsAimedAtTheSetAreRefusedAndNamed) {
     ASSERT_TRUE(model->errorMessage());
     EXPECT_NE(model->errorMessage()->find("un fichier que le projet lit : il n'est pas remplacé"), std::string::npos);
     EXPECT_FALSE(exporter->done);
+
+    // A grade's cube onto a link to that rush.
+    model->clearError();
+    fs::create_symlink(rush, exports / "look.cube");
+    dialogs.saves = {exports / "look.cube"};
+    model->exportCube(0);
+    ASSERT_TRUE(model->errorMessage());
+    EXPECT_EQ(model->errorMessage()->rfind("Impossible d'enregistrer le .cube : « " + (exports / "look.cube").string() +
+                                               " » est « " + rush.string() + " », un fichier que le projet lit",
+                                           0),
+              0u)
+        << *model->errorMessage();
+    EXPECT_EQ(fs::file_size(rush), fs::file_size(generatedSet("tiny", 21) / "Cam 1" / "clip 1.mp4"));
 }
 
 }  // namespace

@@ -18,7 +18,6 @@
 #include <chrono>
 #include <fcntl.h>
 #include <functional>
-#include <map>
 #include <thread>
 
 #include "persistence/ProjectStore.h"
@@ -224,22 +223,6 @@ Case craftedNumber(const char* name, Json extra, std::function<void(const Json&)
             probe};
 }
 
-// A window export aimed at `target`: refused and said; a new target is not
-// made, a rush behind it keeps its bytes.
-Case windowExport(const char* name, std::function<void(const Place&)> make, const char* kind, std::string target,
-                  std::string message, std::string rush = "") {
-    const std::map<std::string, std::string> failure = {
-        {"xml", "Impossible d'enregistrer le XML"}, {"mlt", "Impossible d'enregistrer le fichier MLT"},
-        {"otio", "Impossible d'enregistrer le fichier .otio"}, {"video", "L'export vidéo a échoué"},
-        {"cube", "Impossible d'enregistrer le .cube"}};
-    return {name, std::move(make), {"{set}", "exporter", kind, target}, 0,
-            {"ERREUR : " + failure.at(kind) + " : " + message}, {}, false,
-            [target, rush](const Place& p, const ChildRun&) {
-                if (rush.empty()) EXPECT_FALSE(fs::exists(fs::symlink_status(expand(target, p)))) << target;
-                else EXPECT_EQ(test::readText(expand(rush, p)), test::readText(test::generatedSet("tiny", 3) / rush.substr(6)));
-            },
-            probe};
-}
 
 const std::vector<std::string> plain = {"--cli", "{set}", "{out}"};
 
@@ -561,24 +544,6 @@ const std::vector<Case>& cases() {
              fs::create_directories(p.dir / "projets");
              return std::shared_ptr<paths::FileLock>(paths::FileLock::tryTake(p.dir / "projets" / "projet-sonde.lock"));
          }},
-
-        // The window's exports are held to the same rule.
-        windowExport("window: XML into the set", [](const Place&) {}, "xml", "{set}/Cam 1/montage.xml",
-                     "« {set}/Cam 1/montage.xml » est dans le dossier du set « set »"),
-        windowExport("window: MLT onto a hard link of a rush",
-                     [](const Place& p) { fs::create_hard_link(p.set / "Son 1" / "prise 1.wav", p.dir / "lien.mlt"); },
-                     "mlt", "{dir}/lien.mlt", readByProject("{dir}/lien.mlt", "{set}/Son 1/prise 1.wav"),
-                     "{set}/Son 1/prise 1.wav"),
-        windowExport("window: OTIO into the set through a link",
-                     [](const Place& p) { fs::create_directory_symlink(p.set / "Cam 1", p.dir / "raccourci"); },
-                     "otio", "{dir}/raccourci/montage.otio",
-                     "« {dir}/raccourci/montage.otio » est dans le dossier du set « set »"),
-        windowExport("window: video onto a rush", [](const Place&) {}, "video", "{set}/Cam 1/clip 1.mp4",
-                     "« {set}/Cam 1/clip 1.mp4 » est dans le dossier du set « set »", "{set}/Cam 1/clip 1.mp4"),
-        windowExport("window: .cube onto a link to a rush",
-                     [](const Place& p) { fs::create_symlink(p.set / "Cam 1" / "clip 1.mp4", p.dir / "look.cube"); },
-                     "cube", "{dir}/look.cube", readByProject("{dir}/look.cube", "{set}/Cam 1/clip 1.mp4"),
-                     "{set}/Cam 1/clip 1.mp4"),
     };
     return table;
 }

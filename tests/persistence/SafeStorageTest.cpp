@@ -1,10 +1,9 @@
 // What the program keeps on disk survives bad files and bad disks: writes
-// that say why they fail and leave the old file, reads refused above their
-// bound, the lock beside a project, ids that cannot name another file,
-// damaged projects kept aside, and every number of a file held inside the
-// range of its control.
+// that say why they fail and leave the old file, the lock beside a project,
+// ids that cannot name another file, and every number of a file held inside
+// the range of its control. (Damaged, oversized and nested files are rows of
+// the hostile table.)
 #include <gtest/gtest.h>
-#include <fcntl.h>
 #include <sys/mount.h>
 #include <unistd.h>
 
@@ -56,20 +55,6 @@ TEST(SafeStorage, AFailedWriteSaysWhyInFrenchAndLeavesTheOldFile) {
     EXPECT_EQ(TempHome::readText(file), "ancien");
 }
 
-TEST(SafeStorage, FilesAboveTheirBoundAreRefusedUnread) {
-    TempHome home;
-    const fs::path huge = home.root() / "gros.json";
-    int fd = ::open(huge.c_str(), O_WRONLY | O_CREAT, 0600);
-    ASSERT_EQ(::ftruncate(fd, off_t{4} << 30), 0);  // sparse: nothing is written
-    ::close(fd);
-    auto read = paths::readFile(huge, limits::projectBytes);
-    ASSERT_FALSE(read);
-    EXPECT_EQ(read.error().message, "fichier trop gros (4,0 Go, 256 Mo au plus)");
-    auto folder = paths::readFile(home.root(), limits::projectBytes);
-    ASSERT_FALSE(folder);
-    EXPECT_EQ(folder.error().message, "c'est un dossier");
-}
-
 TEST(SafeStorage, TheLockBesideAProjectHasOneHolderAndGoesWithIt) {
     TempHome home;
     const fs::path lock = home.root() / "projet.lock";
@@ -105,40 +90,6 @@ TEST(SafeStorage, IdsThatAreNotPlainFileNamesNameNoFile) {
     EXPECT_EQ(listed[0].id, "projet-a");
     ASSERT_TRUE(ProjectStore::save(listed[0]));
     EXPECT_EQ(namesIn(ProjectStore::directory()), std::vector<std::string>{"projet-a.json"});
-}
-
-TEST(SafeStorage, ADamagedProjectIsKeptAsideAndNamedOthersUntouched) {
-    TempHome home;
-    ProjectFile good;
-    good.id = "projet-bon";
-    good.folder = "/tmp/autre set";
-    ASSERT_TRUE(ProjectStore::save(good));
-    const std::string half = R"({"audio": {}, "folder": "/media/DJ/Set du 12", "cuts": [{"time": 1)";
-    TempHome::writeText(ProjectStore::directory() / "projet-abime.json", half);
-    TempHome::writeText(ProjectStore::directory() / "projet-profond.json",
-                        "{\"cuts\": " + std::string(70, '[') + std::string(70, ']') + "}");
-
-    std::vector<ProjectStore::Damaged> damaged;
-    auto projects = ProjectStore::list(&damaged);
-    ASSERT_EQ(projects.size(), 1u);
-    EXPECT_EQ(projects[0].id, "projet-bon");
-    ASSERT_EQ(damaged.size(), 2u);
-    std::sort(damaged.begin(), damaged.end(),
-              [](const auto& a, const auto& b) { return a.file.filename() < b.file.filename(); });
-    EXPECT_EQ(damaged[0].folder, "/media/DJ/Set du 12");
-    EXPECT_EQ(damaged[0].message().rfind("Le projet « projet-abime.json » est endommagé (pas du JSON lisible (fichier "
-                                         "tronqué ou abîmé)), sur le set « /media/DJ/Set du 12 » : il est gardé à part "
-                                         "sous « projet-abime.json.endommagé-",
-                                         0),
-              0u)
-        << damaged[0].message();
-    ASSERT_TRUE(damaged[0].kept);
-    EXPECT_EQ(TempHome::readText(*damaged[0].kept), half);
-    EXPECT_EQ(damaged[1].reason, "imbrication trop profonde (plus de 64 niveaux)");
-    // Aside, they are not met again.
-    damaged.clear();
-    EXPECT_EQ(ProjectStore::list(&damaged).size(), 1u);
-    EXPECT_TRUE(damaged.empty());
 }
 
 TEST(SafeStorage, EveryNumberOfAProjectIsHeldInsideItsControl) {
@@ -187,37 +138,11 @@ TEST(SafeStorage, EveryNumberOfAProjectIsHeldInsideItsControl) {
     EXPECT_EQ(g.exposure, 4);
     EXPECT_FALSE(g.lut);
     EXPECT_EQ(g.wheelMidtones, (ColorWheel{720, 1, -100}));
-}
 
-TEST(SafeStorage, CachesWithStartsBeyondTheSetAreRefused) {
-    const Json stamp = {{"path", "/set/Son 1/a.wav"}, {"size", 10}, {"modified", 1.5}};
-    auto cacheWith = [&](Json placed) {
-        Json entry = {{"file", stamp}, {"start", 2.0}, {"ambiguous", false}, {"waveform", ""}, {"bass", ""}};
-        entry.update(placed);
-        return SyncCache::fromJson({{"placed", Json::array({entry})}, {"unsynced", Json::array()}});
-    };
-    EXPECT_TRUE(cacheWith(Json::object()));
-    EXPECT_FALSE(cacheWith({{"start", 1e308}}));
-    EXPECT_FALSE(cacheWith({{"start", 1e8}}));
-    EXPECT_FALSE(cacheWith({{"drift", 1e6}}));
-}
-
-TEST(SafeStorage, ADamagedSettingsFileIsKeptAsideAndSaid) {
+    // A path from the settings file is where exports go: only an absolute one.
     TempHome home;
-    const fs::path file = home.root() / "config" / "settings.json";
-    TempHome::writeText(file, "{\"snapEnabled\": false, \"x\": " + std::string(100, '[') + std::string(100, ']') + "}");
-    AppSettings settings(file);
-    EXPECT_TRUE(settings.snapEnabled());  // the defaults
-    EXPECT_EQ(settings.damage().rfind("Réglages illisibles (imbrication trop profonde (plus de 64 niveaux)) : le "
-                                      "fichier est gardé à part sous « settings.json.endommagé-",
-                                      0),
-              0u)
-        << settings.damage();
-    settings.setSnapEnabled(false);
-    EXPECT_EQ(namesIn(file.parent_path()).size(), 2u);  // the new file and the one kept aside
-
-    TempHome::writeText(file, R"({"exportFolderPath": "relatif/dossier"})");
-    EXPECT_FALSE(AppSettings(file).exportFolderPath());
+    TempHome::writeText(home.root() / "settings.json", R"({"exportFolderPath": "relatif/dossier"})");
+    EXPECT_FALSE(AppSettings(home.root() / "settings.json").exportFolderPath());
 }
 
 }  // namespace

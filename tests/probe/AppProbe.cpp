@@ -5,21 +5,18 @@
 // the window would show, one line each:
 //
 //   ERREUR : {error message}     TOAST : {toast, as it comes}     PIED : {save problem}
-//   COUPES : {cuts in the saved project}             EXPORT : {status}
+//   COUPES : {cuts in the saved project}
 //
 //   quorvel-appprobe <set> ouvrir          the road above
 //   quorvel-appprobe <set> disque-plein    the same with the projects' disk
 //       filled before the cut, then freed: the save must fail, say so, keep
 //       the cut and succeed once there is room
-//   quorvel-appprobe <set> exporter <xml|mlt|otio|video|cube|clips> <path>
-//       one export of the window aimed at <path> through the save panel
 //
 // Homes come from the environment (QUORVEL_PROJECTS_DIR, XDG_*).
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <string>
 
@@ -35,7 +32,6 @@ using namespace qv;
 namespace {
 
 struct ScriptedDialogs : qv::Dialogs {
-    std::optional<fs::path> saveAnswer;
     // Closing with a failed save keeps the window: the probe must end anyway.
     int alert(const std::string&, const std::string&, const std::vector<std::string>& buttons) override {
         return buttons.size() == 3 ? 1 : -1;
@@ -46,24 +42,13 @@ struct ScriptedDialogs : qv::Dialogs {
     }
     std::optional<fs::path> saveFile(const std::string&, const std::string&, const std::string&,
                                      const fs::path&) override {
-        return saveAnswer;
+        return std::nullopt;
     }
 };
 
 struct Viewer : FileViewer {
     void showItems(const std::vector<fs::path>&) override {}
     void open(const fs::path&) override {}
-};
-
-// An exporter that answers at once: the probe judges the target, not the render.
-struct InstantExporter : VideoExporter {
-    void start(VideoJob, VideoCodec, const fs::path& url, bool, std::function<void(VideoOutcome)> done) override {
-        std::ofstream(url) << "vidéo";
-        done({VideoOutcome::Kind::success, ""});
-    }
-    void cancel() override {}
-    bool isRunning() const override { return false; }
-    double progress() const override { return 0; }
 };
 
 // Toasts are told as they come (they last 2.5 s); the rest when asked.
@@ -96,7 +81,7 @@ fs::path fill(const fs::path& folder) {
 
 int main(int argc, char** argv) {
     if (argc < 3) {
-        std::cerr << "usage : quorvel-appprobe <set> ouvrir|disque-plein|exporter <genre> <chemin>\n";
+        std::cerr << "usage : quorvel-appprobe <set> ouvrir|disque-plein\n";
         return 2;
     }
     const fs::path set = argv[1];
@@ -106,7 +91,7 @@ int main(int argc, char** argv) {
     Viewer viewer;
     AppSettings settings;
     auto model = std::make_unique<AppModel>(AppModel::Services{
-        main, dialogs, viewer, settings, ClockPlayer::factory(), std::make_shared<InstantExporter>(), {}});
+        main, dialogs, viewer, settings, ClockPlayer::factory(), nullptr, {}});
     model->setOnChange([&model](AppModel::Field field) {
         if (field == AppModel::Field::toast && model->toast()) std::cout << "TOAST : " << *model->toast() << "\n";
     });
@@ -145,24 +130,6 @@ int main(int argc, char** argv) {
         (void)looks.process(Image::filled(320, 180, Rgba{0.5f, 0.4f, 0.3f, 1}), camera, 1.0);
     (void)model->montageXML("sonde");
 
-    if (command == "exporter" && argc >= 5) {
-        const std::string kind = argv[3];
-        dialogs.saveAnswer = fs::path(argv[4]);
-        settings.setAskWhereToSave(true);
-        if (kind == "xml") model->exportMontageXML(ExportTarget::premiere);
-        else if (kind == "mlt") model->exportMontageXML(ExportTarget::mlt);
-        else if (kind == "otio") model->exportMontageXML(ExportTarget::otio);
-        else if (kind == "video") model->exportVideo();
-        else if (kind == "cube") model->exportCube(0);
-        else if (kind == "clips") {
-            settings.setAskWhereToSave(false);
-            settings.setExportFolderPath(argv[4]);
-            model->exportDropClips();
-        }
-        main.advance(1);
-        show(*model);
-        std::cout << "EXPORT : " << model->status() << "\n";
-    }
     model->closeProject();
     main.advance(1);
     return 0;

@@ -36,24 +36,6 @@ std::string lastComponent(const fs::path& folder) {
 
 std::string newProjectId() { return "projet-" + Uuid::make().lowerText(); }
 
-// "23 nov. 2026 14:05" in the user's locale: abbreviated date, short time.
-std::string localDateTime(Date date) {
-    std::time_t t = std::chrono::system_clock::to_time_t(date);
-    std::tm local{};
-    localtime_r(&t, &local);
-    char text[64];
-    size_t n = std::strftime(text, sizeof text, "%e %b %Y %H:%M", &local);
-    return trimmed(std::string(text, n));
-}
-
-std::optional<ProjectFile> readProject(const std::string& id) {
-    auto text = paths::readFile(ProjectStore::directory() / (id + ".json"));
-    if (!text) return std::nullopt;
-    auto j = json::parse(*text);
-    if (!j || !j->is_object()) return std::nullopt;
-    return ProjectFile::fromJson(*j);
-}
-
 }  // namespace
 
 uint64_t AppModel::freshSeed() {
@@ -66,7 +48,13 @@ AppModel::AppModel(Services services) : services_(std::move(services)), edit_(se
     edit_.setOnChange([this](EditModel::Change c) { onEditChange(c); });
     edit_.setSnapEnabled(services_.settings.snapEnabled());
     edit_.setDropMargins(dropPre_, dropPost_);
-    projects_ = ProjectStore::list();
+    std::vector<ProjectStore::Damaged> damaged;
+    projects_ = ProjectStore::list(&damaged);
+    reportDamaged(damaged);
+    if (const std::string& damage = services_.settings.damage(); !damage.empty()) {
+        Log::write(damage);
+        tellError(damage);
+    }
     applyDemoArguments();
 }
 
@@ -78,6 +66,7 @@ AppModel::~AppModel() {
     if (autosaveTimer_) services_.main.cancel(autosaveTimer_);
     if (looksTimer_) services_.main.cancel(looksTimer_);
     if (clipsTimer_) services_.main.cancel(clipsTimer_);
+    if (retryTimer_) services_.main.cancel(retryTimer_);
     if (player_) {
         player_->setTimeObserver({});
         player_->setFrameObserver({});
@@ -222,7 +211,9 @@ void AppModel::setLevel(const Uuid& source, double db) {
 }
 
 void AppModel::refreshProjects() {
-    projects_ = ProjectStore::list();
+    std::vector<ProjectStore::Damaged> damaged;
+    projects_ = ProjectStore::list(&damaged);
+    reportDamaged(damaged);
     notify(Field::projects);
 }
 
@@ -287,7 +278,11 @@ void AppModel::chooseFolder() {
 void AppModel::open(const fs::path& folder, bool thenSync) {
     // A folder given a second time reopens its newest project.
     const fs::path wanted = paths::standardized(folder);
-    for (const ProjectFile& p : ProjectStore::list()) {
+    std::vector<ProjectStore::Damaged> damaged;
+    const std::vector<ProjectFile> projects = ProjectStore::list(&damaged);
+    // A project of this set that no longer reads is named before a new one starts.
+    reportDamaged(damaged);
+    for (const ProjectFile& p : projects) {
         if (!p.folder.empty() && paths::standardized(p.folder) == wanted) {
             openProject(p, thenSync);
             return;
@@ -297,8 +292,7 @@ void AppModel::open(const fs::path& folder, bool thenSync) {
 }
 
 void AppModel::newProject(const std::string& name, const fs::path& folder, bool) {
-    if (isWorking_) return;
-    save();
+    if (isWorking_ || !saveOrAsk()) return;
     ProjectFile project;
     project.version = 1;
     project.folder = paths::standardized(folder).string();
@@ -306,7 +300,10 @@ void AppModel::newProject(const std::string& name, const fs::path& folder, bool)
     project.id = newProjectId();
     std::string given = trimmed(name);
     project.name = given.empty() ? lastComponent(folder) : given;
-    ProjectStore::save(project);
+    releaseProject();
+    holdProject(*project.id);
+    // A failure here is said and tried again by the autosave, as any other.
+    if (Status written = writeProject(project); !written) saveFailed(written.error().message);
     currentProjectId_ = project.id;
     projectName_ = *project.name;
     notify(Field::currentProjectId);
@@ -320,14 +317,29 @@ void AppModel::openProject(const ProjectFile& given, bool thenSync) {
     if (isWorking_ || !given.id) return;
     ProjectFile project = given;
     std::error_code ec;
+    std::optional<fs::path> moved;
     if (project.folder.empty() || !fs::is_directory(project.folder, ec)) {
-        auto moved = askNewLocation(project);
+        moved = askNewLocation(project);
         if (!moved) return;
-        project.folder = paths::standardized(*moved).string();
-        ProjectStore::save(project);
     }
     // The project that is leaving keeps its last changes.
-    if (currentProjectId_ != project.id) save();
+    if (currentProjectId_ != project.id) {
+        if (!saveOrAsk()) return;
+        releaseProject();
+    }
+    const bool writable = holdProject(*project.id);
+    if (auto file = ProjectStore::fileOf(*project.id)) writtenStamp_ = SyncCache::FileStamp::of(*file);
+    if (moved) {
+        project.folder = paths::standardized(*moved).string();
+        if (writable)
+            if (Status written = writeProject(project); !written) saveFailed(written.error().message);
+    }
+    if (!writable) {
+        const std::string name = project.name.value_or(lastComponent(project.folder));
+        Log::write("Projet « " + name + " » ouvert en lecture seule : déjà ouvert ailleurs");
+        tellError("« " + name + " » est déjà ouvert dans une autre fenêtre de Quorvel : il s'ouvre ici en lecture "
+                  "seule, et rien de ce que tu y changes n'est enregistré.");
+    }
     currentProjectId_ = project.id;
     projectName_ = project.name && !project.name->empty() ? *project.name : lastComponent(project.folder);
     notify(Field::currentProjectId);
@@ -571,8 +583,8 @@ std::optional<std::string> AppModel::handKey(const MediaItem& item) const {
 }
 
 void AppModel::closeProject() {
-    if (isWorking_) return;
-    save();
+    if (isWorking_ || !saveOrAsk()) return;
+    releaseProject();
     resetSync();
     currentProjectId_.reset();
     projectName_.clear();
@@ -602,123 +614,46 @@ void AppModel::resetProject() {
 void AppModel::renameProject(const std::string& id, const std::string& name) {
     std::string given = trimmed(name);
     if (given.empty()) return;
-    auto project = readProject(id);
-    if (!project) return;
-    project->name = given;
-    ProjectStore::save(*project);
+    if (refusedElsewhere(id)) return;
     if (currentProjectId_ == id) {
+        // The open project carries its name to the file by its own save.
         projectName_ = given;
         notify(Field::projectName);
+        save();
+    } else {
+        auto project = ProjectStore::read(id);
+        if (!project) return;
+        project->name = given;
+        if (Status written = ProjectStore::save(*project); !written)
+            showToast("Impossible de renommer le projet : " + written.error().message);
     }
     refreshProjects();
 }
 
 void AppModel::duplicateProject(const std::string& id) {
-    auto project = readProject(id);
+    auto project = ProjectStore::read(id);
     if (!project) return;
     project->name = project->name.value_or(lastComponent(project->folder)) + " (copie)";
     project->id = newProjectId();
-    ProjectStore::save(*project);
+    if (Status written = ProjectStore::save(*project); !written)
+        showToast("Impossible de dupliquer le projet : " + written.error().message);
     refreshProjects();
 }
 
 void AppModel::deleteProject(const std::string& id) {
-    if (currentProjectId_ == id) closeProject();
+    if (refusedElsewhere(id)) return;
+    if (currentProjectId_ == id) {
+        closeProject();
+        if (currentProjectId_) return;  // the user kept it open
+    }
     ProjectStore::remove(id);
     refreshProjects();
 }
 
-// --- Saving
-
-std::string AppModel::snapshotBytes() const {
-    ProjectFile project = makeProject();
-    project.savedAt = Date{};
-    return project.toText(2);
-}
-
-void AppModel::save() {
-    // A project whose set is not synchronised, or waits for a new
-    // synchronisation, is never written over.
-    if (!folder_ || !currentProjectId_ || !result_ || isWorking_ || pendingProject_) return;
-    // The file's own text, its date aside, is what is compared: the cuts,
-    // which may be a million, are written to text once for both.
-    ProjectFile project = makeProject();
-    const std::string cuts = project.cutsText(2);
-    const Date savedAt = project.savedAt;
-    project.savedAt = Date{};
-    std::string bytes = project.toText(2, &cuts);
-    if (lastSavedSnapshot_ == bytes) return;
-    project.savedAt = savedAt;
-    ProjectStore::save(project, &cuts);
-    lastSavedSnapshot_ = std::move(bytes);
-    savedAt_ = project.savedAt;
-    notify(Field::savedAt);
-}
-
-ProjectFile AppModel::makeProject() const {
-    ProjectFile p;
-    p.version = 1;
-    p.id = currentProjectId_;
-    p.name = projectName_;
-    p.folder = folder_ ? paths::standardized(*folder_).string() : std::string();
-    p.savedAt = services_.main.now();
-    p.cuts = cutData(edit_.cuts());
-    p.levels = keyedByName(levels_, sources_);
-    p.muted = sourceNames(muted_, sources_);
-    p.audio = audio_;
-    storeSettings(p, effects_, auto_, sources_);
-    p.format = format_;
-    storeCrops(p, framing_, sources_);
-    p.grades = gradesByName(grades_, sources_);
-    p.inPoint = edit_.inPoint();
-    p.outPoint = edit_.outPoint();
-    p.dropSensitivity = dropSensitivity_;
-    p.dropPre = dropPre_;
-    p.dropPost = dropPost_;
-    p.previewDivision = previewDivision_;
-    p.zoom = edit_.zoom();
-    p.viewStart = edit_.viewStart();
-    p.handPlacements = edit_.hand();
-    for (const auto& [name, choice] : keyedByName(channels_, sources_))
-        if (choice > 0) p.channels[name] = choice;
-    storePictures(p);
-    return p;
-}
-
-void AppModel::apply(const ProjectFile& project) {
-    applyPictures(project);
-    // First, for the cuts are kept by the length of the line it makes.
-    edit_.setHand(HandPlacements(project.handPlacements.begin(), project.handPlacements.end()));
-    edit_.setCuts(keptCuts(project.cuts, sources_, duration()));
-    levels_ = mergedLevels(levels_, project.levels, sources_);
-    notify(Field::levels);
-    muted_ = sourceIds(project.muted, sources_);
-    notify(Field::muted);
-    channels_ = keyedById(project.channels, sources_);
-    notify(Field::channels);
-    if (automatic_ && !channels_.empty()) applyHand();
-    setEffects(effectsOf(project, sources_));
-    setAutoSettings(autoSettingsOf(project, sources_));
-    format_ = project.format;
-    notify(Field::format);
-    framing_ = cropsOf(project, sources_);
-    notify(Field::framing);
-    setGrades(keyedById(project.grades, sources_));
-    edit_.setMarks(project.inPoint, project.outPoint);
-    setDropMargins(project.dropPre, project.dropPost);
-    setDropSensitivity(project.dropSensitivity);
-    setPreviewDivision(project.previewDivision);
-    setAudio(project.audio);
-    edit_.setZoom(project.zoom, 0, 0);
-    edit_.setViewStart(project.viewStart);
-
-    // The state just loaded is not a change to save.
-    lastSavedSnapshot_ = snapshotBytes();
-    savedAt_ = project.savedAt;
-    notify(Field::savedAt);
-    const size_t n = edit_.cuts().size();
-    showToast("« " + projectName_ + " » rouvert (" + localDateTime(project.savedAt) + ") : " + std::to_string(n) +
-              " coupe" + (n >= 2 ? "s" : "") + ", réglages et cadrages");
+bool AppModel::refusedElsewhere(const std::string& id) {
+    if (!heldElsewhere(id)) return false;
+    showToast("Ce projet est ouvert dans une autre fenêtre de Quorvel : ferme-le là-bas d'abord.");
+    return true;
 }
 
 // --- Editing helpers

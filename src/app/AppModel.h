@@ -12,7 +12,11 @@
 // through MainThread::post, and `isWorking` is the only guard against a
 // second job. Every change of a published field is reported through the
 // change callback and rearms the autosave: 1.5 s after the last change the
-// project is written when its bytes differ from the last ones written.
+// project is written when its bytes differ from the last ones written. A
+// save that fails is never taken for done: `saveProblem` says "Sauvegarde
+// impossible : …", a toast too, it is tried again every 5 s, and closing
+// asks first. An advisory lock beside the project keeps a second window (or
+// program) on it read-only.
 // Cuts, selection, export range, timeline view, toast and side panel live in
 // the EditModel owned here; its changes are reported as this model's.
 #pragma once
@@ -32,10 +36,13 @@
 #include "edit/AutoEditor.h"
 #include "edit/EditModel.h"
 #include "export/SetRate.h"
+#include "export/OutputTarget.h"
 #include "looks/ColorGrade.h"
 #include "music/DropDetector.h"
 #include "persistence/AppSettings.h"
 #include "persistence/ProjectFile.h"
+#include "persistence/ProjectStore.h"
+#include "platform/Paths.h"
 #include "sync/MediaScanner.h"
 
 namespace qv {
@@ -48,13 +55,14 @@ public:
         selectedSegment, audio, effects, grades, editedCamera, drops, dropSensitivity, format, framing,
         autoSettings, dropMargins, previewDivision, zoom, toast, viewStart, range, levels, muted,
         currentProjectId, projectName, projects, showNewProject, savedAt, prefill,
-        clipDrops, clipsJob,
+        clipDrops, clipsJob, saveProblem,
         channels,  // what is heard of each recorder
         pictureOffsets, frameRate, conform
     };
 
     static constexpr double autosaveDelay = 1.5;  // seconds after the last change
     static constexpr double looksDelay = 0.06;    // look rebuilds coalesce within this
+    static constexpr double saveRetryDelay = 5;   // seconds between tries of a failed save
     static inline const std::string idleStatus = "Glisse le dossier d'un set pour commencer.";
 
     struct Services {
@@ -142,6 +150,11 @@ public:
     bool showNewProject() const { return showNewProject_; }
     void setShowNewProject(bool show);
     const std::optional<Date>& savedAt() const { return savedAt_; }
+    // Why the project is not being saved: "Sauvegarde impossible : {reason}"
+    // until a save succeeds, or the read-only note; none while all is well.
+    const std::optional<std::string>& saveProblem() const { return saveProblem_; }
+    // Another window (or program) holds the project: nothing is written.
+    bool readOnly() const { return readOnly_; }
     const std::string& prefillName() const { return prefillName_; }
     const std::optional<std::filesystem::path>& prefillFolder() const { return prefillFolder_; }
     void setPrefill(std::string name, std::optional<std::filesystem::path> folder);
@@ -179,8 +192,12 @@ public:
     void duplicateProject(const std::string& id);
     void deleteProject(const std::string& id);
     void save();
-    // The window is going away: one last save.
-    void terminate() { save(); }
+    // The window asks before closing: false when the user keeps it open
+    // (a save failed and was not given up).
+    bool mayClose();
+    // The program is going away: one last save, and when even that fails a
+    // copy of the project in $XDG_STATE_HOME/Quorvel/secours.
+    void terminate();
 
     ProjectFile makeProject() const;
     void apply(const ProjectFile& project);
@@ -240,6 +257,8 @@ public:
     void exportSynchro(ExportTarget target);
     void exportVideo();
     VideoExporter* videoExporter() const { return services_.exporter.get(); }
+    // What no export may write over: the set, its project, cache and LUTs.
+    OutputTarget::Protected protectedFiles() const;
 
     // --- Clips of the drops: one finished video per drop, or per ticked
     // drop, in the export folder, one after the other on the exporter.
@@ -308,6 +327,26 @@ private:
     void postBack(std::function<void()> action);
     void scanned(std::vector<MediaSource> sources, std::optional<ProjectFile> project, bool thenSync);
     std::string snapshotBytes() const;
+    // The project file: taking and leaving its lock, writing it, and what
+    // happens when that fails.
+    bool holdProject(const std::string& id);  // false: read-only
+    void releaseProject();
+    bool heldElsewhere(const std::string& id) const;
+    bool refusedElsewhere(const std::string& id);  // toasts when another holds it
+    void setSaveProblem(std::optional<std::string> problem);
+    bool maySave() const;
+    bool hasUnsavedChanges() const;
+    Status writeProject(const ProjectFile& project, const std::string* cutList = nullptr);
+    void saveFailed(const std::string& reason);
+    // Saves; when that fails, asks whether to retry, leave without the last
+    // changes, or stay. False when the user stays.
+    bool saveOrAsk();
+    void reportDamaged(const std::vector<ProjectStore::Damaged>& damaged);
+    // Adds a line to the error message the window shows.
+    void tellError(const std::string& text);
+    // Refuses an export target that OutputTarget refuses, saying "{failure} :
+    // {why}" as the error message; true when refused.
+    bool refusedOutput(const std::filesystem::path& target, const std::string& failure);
     std::optional<double> writeFailure(const std::filesystem::path& file, const std::string& bytes,
                                        std::string& error) const;
     void exportFinished(const std::filesystem::path& url, VideoOutcome outcome);
@@ -376,6 +415,7 @@ private:
     std::vector<ProjectFile> projects_;
     bool showNewProject_ = false;
     std::optional<Date> savedAt_;
+    std::optional<std::string> saveProblem_;
     std::string prefillName_;
     std::optional<std::filesystem::path> prefillFolder_;
 
@@ -387,6 +427,12 @@ private:
     std::optional<std::string> lastSavedSnapshot_;
     Scheduler::TimerId autosaveTimer_ = 0;
     Scheduler::TimerId looksTimer_ = 0;
+    Scheduler::TimerId retryTimer_ = 0;
+    std::unique_ptr<paths::FileLock> projectLock_;
+    bool readOnly_ = false;
+    // The project file as last written by us: a different one on disk is
+    // another program's version, kept aside before ours is written.
+    std::optional<SyncCache::FileStamp> writtenStamp_;
     bool demoPending_ = false;
     bool tutoPending_ = false;  // --tuto, applied once the first player stands
     std::set<int> clipDrops_;

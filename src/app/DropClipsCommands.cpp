@@ -84,6 +84,12 @@ void AppModel::exportDropClips() {
         return;
     }
     if (!chooseClipFiles(*run)) return;
+    if (Status usable = OutputTarget::prepareFolder(run->folder, protectedFiles()); !usable) {
+        Log::write("ERREUR export clips : " + usable.error().message);
+        errorMessage_ = "Les clips des drops ont échoué : " + usable.error().message;
+        notify(Field::errorMessage);
+        return;
+    }
     Log::write("Clips des drops : " + std::to_string(run->clips.size()) + " vers " + run->folder.string());
     clipsRun_ = std::move(run);
     notify(Field::clipsJob);
@@ -104,9 +110,8 @@ bool AppModel::chooseClipFiles(ClipsRun& run) {
     } else {
         run.folder = settings.exportFolder();
     }
+    // The folder is made (or refused) by the caller once it is chosen.
     std::error_code ec;
-    fs::create_directories(run.folder, ec);
-
     size_t taken = 0;
     for (const DropClips::Clip& clip : run.clips) taken += fs::exists(fs::symlink_status(run.folder / clip.fileName, ec));
     bool keepBoth = !ask;
@@ -131,6 +136,9 @@ bool AppModel::chooseClipFiles(ClipsRun& run) {
 void AppModel::startNextClip() {
     const DropClips::Clip& clip = clipsRun_->clips[clipsRun_->next];
     setStatus(clipsProgressLine());
+    // A file in the way that the project reads stops the run there.
+    if (Status usable = OutputTarget::check(clipsRun_->folder / clip.fileName, protectedFiles()); !usable)
+        return clipFinished({VideoOutcome::Kind::failure, usable.error().message});
     tickClips();
     std::weak_ptr<bool> alive = alive_;
     services_.exporter->start(clip.job, clipsRun_->codec, clipsRun_->folder / clip.fileName, true,

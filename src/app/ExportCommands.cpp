@@ -1,9 +1,7 @@
 // The export commands of the application model: they name the file, ask
 // where it goes, call the writers, put the `.cube` files beside an XML and
 // tell the outcome in the status line, a toast or an error message.
-#include <cerrno>
 #include <cmath>
-#include <cstring>
 #include <map>
 
 #include "app/AppModel.h"
@@ -14,6 +12,8 @@
 #include "export/PremiereExport.h"
 #include "looks/CubeLUT.h"
 #include "looks/GradeMath.h"
+#include "looks/LookLibrary.h"
+#include "persistence/ProjectStore.h"
 #include "platform/Paths.h"
 
 namespace fs = std::filesystem;
@@ -50,16 +50,36 @@ std::vector<TimelineMarker> dropMarkers(const std::vector<Drop>& drops, double f
     return out;
 }
 
-// Writes the whole file or says why not, in the system's words.
+// Writes the whole file or says why not, in French.
 std::optional<std::string> writeFile(const fs::path& file, const std::string& bytes) {
-    errno = 0;
-    if (paths::writeAtomically(file, bytes)) return std::nullopt;
-    return std::string(std::strerror(errno ? errno : EIO));
+    Status written = paths::writeAtomically(file, bytes);
+    if (written) return std::nullopt;
+    return written.error().message;
 }
 
 std::string parentName(const fs::path& file) { return file.parent_path().filename().string(); }
 
 }  // namespace
+
+OutputTarget::Protected AppModel::protectedFiles() const {
+    OutputTarget::Protected owned = folder_ ? OutputTarget::ofSet(*folder_, sources_) : OutputTarget::Protected{};
+    if (currentProjectId_) {
+        if (auto file = ProjectStore::fileOf(*currentProjectId_)) owned.files.push_back(*file);
+    }
+    if (folder_) owned.files.push_back(ProjectStore::syncFile(*folder_));
+    for (const auto& [id, grade] : grades_)
+        if (grade.lut) owned.files.push_back(LookLibrary::base() / LookLibrary::kLutFolder / *grade.lut);
+    return owned;
+}
+
+bool AppModel::refusedOutput(const fs::path& target, const std::string& failure) {
+    Status usable = OutputTarget::check(target, protectedFiles());
+    if (usable) return false;
+    Log::write("ERREUR export : " + usable.error().message);
+    errorMessage_ = failure + " : " + usable.error().message;
+    notify(Field::errorMessage);
+    return true;
+}
 
 std::string AppModel::exportBaseName() const {
     std::string name = folderName() + " - MONTAGE";
@@ -108,7 +128,10 @@ void AppModel::exportMontageXML(ExportTarget target) {
     if (player_) player_->pause();
     const bool davinci = target == ExportTarget::davinci;
     auto url = destination(exportBaseName() + (davinci ? " (DaVinci)" : ""), timelineExtension(target), hintFor(target));
-    if (!url) return;
+    const std::string failure = std::string("Impossible d'enregistrer le ") + (target == ExportTarget::mlt    ? "fichier MLT"
+                                                                               : target == ExportTarget::otio ? "fichier .otio"
+                                                                                                              : "XML");
+    if (!url || refusedOutput(*url, failure)) return;
 
     // Each graded camera's cube, beside the timeline; an MLT file grades
     // through them, so they are written first and it names only those that
@@ -124,8 +147,9 @@ void AppModel::exportMontageXML(ExportTarget target) {
             const MediaSource& source = sources_[static_cast<size_t>(index)];
             auto it = grades_.find(source.id);
             if (it == grades_.end() || it->second == ColorGrade::neutral) continue;
-            cubes.push_back({source.id, url->parent_path() / (url->stem().string() + " - " + source.name + ".cube"),
-                             GradeMath::cubeLUT(it->second, GradeMath::kCubeSize).text(source.name)});
+            const fs::path cube = url->parent_path() / (url->stem().string() + " - " + source.name + ".cube");
+            if (refusedOutput(cube, failure)) return;
+            cubes.push_back({source.id, cube, GradeMath::cubeLUT(it->second, GradeMath::kCubeSize).text(source.name)});
         }
     }
     std::vector<fs::path> written{*url};
@@ -133,7 +157,7 @@ void AppModel::exportMontageXML(ExportTarget target) {
         std::map<Uuid, fs::path> done;
         for (const Cube& c : cubes)
             // A cube that cannot be written is skipped; the timeline stands.
-            if (paths::writeAtomically(c.file, c.text)) {
+            if (!writeFile(c.file, c.text)) {
                 written.push_back(c.file);
                 done[c.source] = c.file;
             }
@@ -163,10 +187,7 @@ void AppModel::exportMontageXML(ExportTarget target) {
         std::error_code ignored;  // cubes for a timeline that does not exist
         for (size_t i = 1; i < written.size(); ++i) fs::remove(written[i], ignored);
         Log::write("ERREUR export : " + *error);
-        errorMessage_ = "Impossible d'enregistrer le " + std::string(target == ExportTarget::mlt    ? "fichier MLT"
-                                                                     : target == ExportTarget::otio ? "fichier .otio"
-                                                                                                    : "XML") +
-                        " : " + *error;
+        errorMessage_ = failure + " : " + *error;
         notify(Field::errorMessage);
         return;
     }
@@ -192,7 +213,9 @@ void AppModel::exportSynchro(ExportTarget target) {
     if (!result_) return;
     if (player_) player_->pause();
     auto url = destination(folderName() + " - SYNCHRO", timelineExtension(target), hintFor(target));
-    if (!url) return;
+    const std::string failure =
+        std::string("Impossible d'enregistrer le fichier ") + (target == ExportTarget::mlt ? "MLT" : ".otio");
+    if (!url || refusedOutput(*url, failure)) return;
     const auto timeline = PremiereExport::synchroTimeline(sources_, *result_, levels_, pictureChoices());
     const auto markers = dropMarkers(drops(), 0, timeline.duration);
     const std::string name = url->stem().string();
@@ -203,8 +226,7 @@ void AppModel::exportSynchro(ExportTarget target) {
                            : OtioExport::write(name, sources_, timeline, muted_, markers);
     if (auto error = writeFile(*url, data)) {
         Log::write("ERREUR export : " + *error);
-        errorMessage_ = std::string("Impossible d'enregistrer le fichier ") +
-                        (target == ExportTarget::mlt ? "MLT" : ".otio") + " : " + *error;
+        errorMessage_ = failure + " : " + *error;
         notify(Field::errorMessage);
         return;
     }
@@ -217,8 +239,9 @@ void AppModel::exportXML() {
     if (!result_) return;
     if (player_) player_->pause();
     auto url = destination(folderName() + " - SYNC", "xml", premiereHint);
-    if (!url) return;
-    std::string data = PremiereExport::makeXML(url->stem().string(), sources_, *result_, levels_, muted_, pictureChoices());
+    if (!url || refusedOutput(*url, "Impossible d'enregistrer le XML")) return;
+    std::string data = PremiereExport::makeXML(url->stem().string(), sources_, *result_, levels_, muted_,
+                                                pictureChoices());
     if (auto error = writeFile(*url, data)) {
         Log::write("ERREUR export : " + *error);
         errorMessage_ = "Impossible d'enregistrer le XML : " + *error;
@@ -255,7 +278,7 @@ void AppModel::exportVideo() {
     if (player_) player_->pause();
     const VideoCodec codec = services_.settings.videoCodec();
     auto url = destination(exportBaseName(), fileExtension(codec), "Vidéo finie du montage");
-    if (!url) return;
+    if (!url || refusedOutput(*url, "L'export vidéo a échoué")) return;
 
     VideoJob job = videoJob();
 
@@ -291,7 +314,7 @@ void AppModel::exportCube(int camera) {
     const std::string name = folderName() + " - " + cameraName(camera);
     auto url = services_.dialogs.saveFile("Exporter l'étalonnage en .cube", name + ".cube", "cube",
                                           services_.settings.exportFolder());
-    if (!url) return;
+    if (!url || refusedOutput(*url, "Impossible d'enregistrer le .cube")) return;
     std::string text = GradeMath::cubeLUT(grade(camera), GradeMath::kCubeSize).text(cameraName(camera));
     if (auto error = writeFile(*url, text)) {
         showToast("Impossible d'enregistrer le .cube : " + *error);

@@ -44,4 +44,20 @@ std::string percent(double fraction) {
     return cformat("%d %%", static_cast<int>(std::floor(held * 100 + 1e-9)));
 }
 
+std::string bytes(unsigned long long n) {
+    if (n < 1024) return std::to_string(n) + " o";
+    const char* units[] = {"ko", "Mo", "Go", "To"};
+    double v = static_cast<double>(n) / 1024;
+    int u = 0;
+    while (v >= 1024 && u < 3) {
+        v /= 1024;
+        ++u;
+    }
+    // Whole units from ten up; one decimal, with a comma, below.
+    std::string text = v >= 10 ? cformat("%.0f", v) : cformat("%.1f", v);
+    for (char& c : text)
+        if (c == '.') c = ',';
+    return text + " " + units[u];
+}
+
 }  // namespace qv::Format

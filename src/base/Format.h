@@ -12,5 +12,6 @@ std::string countdown(double t);  // "0:05"; rounded up, 0 when negative
 // The progress of a job, "68 %": whole percents rounded down, so 100 % only
 // when it is done; outside 0 to 1 (or NaN) it is held at the nearest end.
 std::string percent(double fraction);
+std::string bytes(unsigned long long n);  // "512 o", "12 ko", "256 Mo", "4,0 Go": French decimal comma
 
 }  // namespace qv::Format

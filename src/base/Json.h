@@ -1,6 +1,7 @@
 // Tolerant reading of JSON objects: every key is read on its own, and a key
 // that is missing or of the wrong type takes its default, so a damaged value
-// loses only itself. nlohmann writes numbers independently of the locale.
+// loses only itself. Numbers are held inside the Range the caller gives
+// (Bounds.h). nlohmann writes numbers independently of the locale.
 #pragma once
 
 #include <cstdint>
@@ -8,7 +9,10 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 
+#include "base/Bounds.h"
+#include "base/Result.h"
 #include "base/Uuid.h"
 
 namespace qv::json {
@@ -21,22 +25,20 @@ inline const Json* field(const Json& j, const char* key) {
     return it == j.end() ? nullptr : &*it;
 }
 
-inline double number(const Json& j, const char* key, double fallback) {
+// A number held inside `range`; `fallback` when missing or not a number.
+inline double number(const Json& j, const char* key, double fallback, Range range) {
     const Json* v = field(j, key);
-    return v && v->is_number() ? v->get<double>() : fallback;
+    return v && v->is_number() ? range.hold(v->get<double>(), fallback) : fallback;
 }
 
-inline long long integer(const Json& j, const char* key, long long fallback) {
+// A whole number held inside `range` (whose bounds are whole); a value with
+// a fraction part, or not a number, is `fallback`.
+inline long long integer(const Json& j, const char* key, long long fallback, Range range) {
     const Json* v = field(j, key);
-    if (!v) return fallback;
-    if (v->is_number_integer()) return v->get<long long>();
-    if (v->is_number_float()) {
-        double d = v->get<double>();
-        // Range first: converting a float outside long long is undefined.
-        if (d >= -0x1.0p63 && d < 0x1.0p63 && d == static_cast<double>(static_cast<long long>(d)))
-            return static_cast<long long>(d);
-    }
-    return fallback;
+    if (!v || !v->is_number()) return fallback;
+    const double d = v->get<double>();
+    if (d != std::floor(d)) return fallback;
+    return static_cast<long long>(range.hold(d, static_cast<double>(fallback)));
 }
 
 // A whole number from 0 to 2^64 - 1, also when written as a float.
@@ -81,11 +83,42 @@ inline std::set<Uuid> uuidSet(const Json& j, const char* key) {
     return out;
 }
 
-// Parses text without throwing; nothing when it is not JSON.
-inline std::optional<Json> parse(const std::string& text) {
+// How deep arrays and objects nest in `text`, strings skipped; counting
+// stops past `limit`. A pre-scan: the parser would build every level first.
+inline int nestingDepth(std::string_view text, int limit) {
+    int depth = 0, deepest = 0;
+    bool inString = false;
+    for (size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (inString) {
+            if (c == '\\') ++i;
+            else if (c == '"') inString = false;
+        } else if (c == '"') {
+            inString = true;
+        } else if (c == '[' || c == '{') {
+            if (++depth > deepest && (deepest = depth) > limit) break;
+        } else if (c == ']' || c == '}') {
+            --depth;
+        }
+    }
+    return deepest;
+}
+
+// Parses text without throwing, nested at most limits::jsonDepth deep; the
+// French reason when it cannot be read.
+inline Result<Json> read(std::string_view text) {
+    if (nestingDepth(text, limits::jsonDepth) > limits::jsonDepth)
+        return Error{"imbrication trop profonde (plus de " + std::to_string(limits::jsonDepth) + " niveaux)"};
     Json j = Json::parse(text, nullptr, false);
-    if (j.is_discarded()) return std::nullopt;
+    if (j.is_discarded()) return Error{text.empty() ? "fichier vide" : "pas du JSON lisible (fichier tronqué ou abîmé)"};
     return j;
+}
+
+// The same, nothing when it cannot be read.
+inline std::optional<Json> parse(std::string_view text) {
+    auto j = read(text);
+    if (!j) return std::nullopt;
+    return std::move(j).value();
 }
 
 }  // namespace qv::json

@@ -1,6 +1,7 @@
 #include "base/SystemError.h"
 
 #include <cerrno>
+#include <system_error>
 
 namespace qv {
 
@@ -25,8 +26,34 @@ std::string systemMessage(int code) {
         case EIO: return "erreur d'entrée-sortie";
         case ENOMEM: return "mémoire insuffisante";
         case EINVAL: return "argument invalide";
+        case EAGAIN: return "ressource momentanément indisponible";
+        case EINTR: return "interrompu";
+        case EPIPE: return "tube ou connexion fermé";
+        case ENODEV:
+        case ENXIO: return "périphérique introuvable";
+        case ETIMEDOUT: return "délai dépassé";
+        case EXDEV: return "déplacement impossible d'un disque à un autre";
+        case ENOTEMPTY: return "dossier non vide";
+        case ESPIPE: return "fichier non positionnable (tube ou périphérique)";
+        case ECANCELED: return "opération annulée";
+        case EOVERFLOW: return "valeur trop grande";
+        case ENOLCK: return "verrou impossible";
+        case ESTALE: return "fichier réseau périmé";
+        case ENOTSUP: return "opération non prise en charge";
+        case ECONNREFUSED: return "connexion refusée";
+        case ENOEXEC: return "programme non exécutable";
+        case E2BIG: return "liste d'arguments trop longue";
+        case ECHILD: return "aucun processus enfant";
+        case EMLINK: return "trop de liens";
+        case ERANGE: return "résultat hors limites";
         default: return "erreur système " + std::to_string(code);
     }
+}
+
+std::string systemMessage(const std::error_code& ec) {
+    if (ec.category() == std::system_category() || ec.category() == std::generic_category())
+        return systemMessage(ec.value());
+    return "erreur " + std::to_string(ec.value());
 }
 
 }  // namespace qv

@@ -148,7 +148,8 @@ std::optional<fs::path> crashReportSinceLastLaunch() {
 
     struct timespec now {};
     clock_gettime(CLOCK_REALTIME, &now);
-    paths::writeSetting(settings, "dernierLancement", json::Json(unixSeconds(now) - kReferenceEpoch));
+    // Unwritten, the next launch announces the same report again: no harm.
+    (void)paths::writeSetting(settings, "dernierLancement", json::Json(unixSeconds(now) - kReferenceEpoch));
 
     std::optional<fs::path> newest;
     double newestTime = 0;

@@ -22,9 +22,9 @@ Result<AudioSettings> AudioSettings::fromJson(const json::Json& j) {
     const AudioSettings d;
     AudioSettings a;
     a.mode = audioModeFromRaw(json::string(j, "mode", "")).value_or(d.mode);
-    a.rushFade = json::number(j, "rushFade", d.rushFade);
+    a.rushFade = json::number(j, "rushFade", d.rushFade, rushFadeRange);
     a.cutFade = json::boolean(j, "cutFade", d.cutFade);
-    a.masterDb = json::number(j, "masterDb", d.masterDb);
+    a.masterDb = json::number(j, "masterDb", d.masterDb, masterDbRange);
     return a;
 }
 

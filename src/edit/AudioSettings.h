@@ -23,6 +23,12 @@ struct AudioSettings {
     bool cutFade = true;    // fade at cuts when the sound follows the camera
     double masterDb = 0;
 
+    // What the sound panel and the timeline's level handles offer; values
+    // read from files are held inside.
+    static constexpr Range rushFadeRange{0, 3};
+    static constexpr Range masterDbRange{-20, 6};
+    static constexpr Range trackLevelRange{-30, 6};  // level of one source, dB
+
     bool operator==(const AudioSettings&) const = default;
 
     // Refuses only a value that is not a JSON object.

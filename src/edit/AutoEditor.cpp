@@ -45,8 +45,8 @@ void to_json(Json& j, const AutoSettings& s) {
 void from_json(const Json& j, AutoSettings& s) {
     const AutoSettings d;
     s = d;
-    s.minPlan = json::number(j, "minPlan", d.minPlan);
-    s.maxPlan = json::number(j, "maxPlan", d.maxPlan);
+    s.minPlan = json::number(j, "minPlan", d.minPlan, AutoSettings::minPlanRange);
+    s.maxPlan = json::number(j, "maxPlan", d.maxPlan, AutoSettings::maxPlanRange);
     s.snapToBeat = json::boolean(j, "snapToBeat", d.snapToBeat);
     s.fasterOnDrops = json::boolean(j, "fasterOnDrops", d.fasterOnDrops);
     s.seed = json::unsignedInteger(j, "seed", d.seed);
@@ -59,7 +59,7 @@ void from_json(const Json& j, AutoSettings& s) {
                 s.weights.clear();
                 break;
             }
-            s.weights[*id] = value.get<double>();
+            s.weights[*id] = AutoSettings::weightRange.hold(value.get<double>(), 100);
         }
     }
 }

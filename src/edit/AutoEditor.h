@@ -34,6 +34,11 @@ struct AutoSettings {
     std::map<Uuid, double> weights;  // percent; a camera without entry has 100
     uint64_t seed = 1;
 
+    // What the automatic-edit panel offers; values read from files are held inside.
+    static constexpr Range minPlanRange{0.5, 15};
+    static constexpr Range maxPlanRange{0.5, 30};
+    static constexpr Range weightRange{0, 100};
+
     bool operator==(const AutoSettings&) const = default;
 };
 

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "base/Bounds.h"
+
 namespace qv::HandPlacement {
 
 namespace fs = std::filesystem;
@@ -18,8 +20,9 @@ SyncResult apply(const SyncResult& automatic, const HandPlacements& hand, const 
     SyncResult out;
     auto handStart = [&](const MediaItem& item) -> std::optional<double> {
         auto found = hand.find(keyOf(item.url, folder));
-        if (found == hand.end() || !std::isfinite(found->second)) return std::nullopt;
-        return std::max(0.0, found->second);
+        if (found == hand.end() || std::isnan(found->second)) return std::nullopt;
+        // Wherever the value came from, the set's line stays within its bound.
+        return limits::setTime.hold(found->second, 0);
     };
     for (PlacedItem p : automatic.placed) {
         if (auto start = handStart(p.item)) {

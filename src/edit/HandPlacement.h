@@ -24,8 +24,8 @@ namespace HandPlacement {
 // the plain path when it does not lie under the folder.
 std::string keyOf(const std::filesystem::path& file, const std::filesystem::path& folder);
 
-// `automatic` with every hand-placed file of the set at its start (never
-// before 0): a placed file moves, an unplaced one joins the placed files,
+// `automatic` with every hand-placed file of the set at its start (held
+// within limits::setTime): a placed file moves, an unplaced one joins the placed files,
 // both marked `byHand` and not ambiguous; keys that name no file of the set
 // are left aside. `placed` stays sorted by start.
 SyncResult apply(const SyncResult& automatic, const HandPlacements& hand, const std::filesystem::path& folder);

@@ -55,6 +55,31 @@ E enumField(const Json& j, const char* key, const RawTable<E, N>& table, E fallb
     return fromRaw(table, v->get_ref<const std::string&>()).value_or(fallback);
 }
 
+// The number fields with the range of their slider: reading holds each
+// inside, and the panel draws its sliders from the same rows.
+struct NumberField {
+    const char* key;
+    double EffectSettings::*member;
+    Range range;
+};
+
+using E = EffectSettings;
+constexpr NumberField kNumbers[] = {
+    {"zoomInShare", &E::zoomInShare, {0, 1}},
+    {"zoomMax", &E::zoomMax, {102, 140}},
+    {"zoomPartialAmount", &E::zoomPartialAmount, {0.2, 0.9}},
+    {"shakeIntensity", &E::shakeIntensity, {0, 1}},
+    {"shakeSpeed", &E::shakeSpeed, {0, 1}},
+    {"shakeExtent", &E::shakeExtent, {0, 1}},
+    {"lensAmount", &E::lensAmount, {0, 1}},
+    {"shutterTrail", &E::shutterTrail, {0.1, 0.95}},
+    {"vhsIntensity", &E::vhsIntensity, {0, 1}},
+    {"vhsChroma", &E::vhsChroma, {0, 1}},
+    {"vhsNoise", &E::vhsNoise, {0, 1}},
+    {"vhsScanlines", &E::vhsScanlines, {0, 1}},
+    {"vhsTracking", &E::vhsTracking, {0, 1}},
+};
+
 std::optional<bool> optionalBool(const Json& j, const char* key) {
     const Json* v = json::field(j, key);
     if (v && v->is_boolean()) return v->get<bool>();
@@ -62,6 +87,12 @@ std::optional<bool> optionalBool(const Json& j, const char* key) {
 }
 
 }  // namespace
+
+Range EffectSettings::rangeOf(double EffectSettings::*field) {
+    for (const NumberField& f : kNumbers)
+        if (f.member == field) return f.range;
+    return limits::fraction;
+}
 
 const char* rawValue(PlanEffect e) { return rawOf(planEffectRaw, e); }
 
@@ -148,35 +179,22 @@ void to_json(Json& j, const EffectSettings& s) {
 
 void from_json(const Json& j, EffectSettings& s) {
     const EffectSettings d;
+    for (const NumberField& f : kNumbers) s.*f.member = json::number(j, f.key, d.*f.member, f.range);
     s.zoomEnabled = json::boolean(j, "zoomEnabled", d.zoomEnabled);
     s.zoomCameras = json::uuidSet(j, "zoomCameras");
-    s.zoomInShare = json::number(j, "zoomInShare", d.zoomInShare);
-    s.zoomMax = json::number(j, "zoomMax", d.zoomMax);
     s.zoomStyle = enumField(j, "zoomStyle", zoomStyleRaw, d.zoomStyle);
     s.zoomPartial = json::boolean(j, "zoomPartial", d.zoomPartial);
-    s.zoomPartialAmount = json::number(j, "zoomPartialAmount", d.zoomPartialAmount);
     s.shakeEnabled = json::boolean(j, "shakeEnabled", d.shakeEnabled);
     s.shakeCameras = json::uuidSet(j, "shakeCameras");
-    s.shakeIntensity = json::number(j, "shakeIntensity", d.shakeIntensity);
-    s.shakeSpeed = json::number(j, "shakeSpeed", d.shakeSpeed);
-    s.shakeExtent = json::number(j, "shakeExtent", d.shakeExtent);
     s.lensEnabled = json::boolean(j, "lensEnabled", d.lensEnabled);
     s.lensCameras = json::uuidSet(j, "lensCameras");
-    s.lensAmount = json::number(j, "lensAmount", d.lensAmount);
     s.lensStyle = enumField(j, "lensStyle", lensStyleRaw, d.lensStyle);
     s.lensAnimation = enumField(j, "lensAnimation", lensAnimationRaw, d.lensAnimation);
     s.shutterEnabled = json::boolean(j, "shutterEnabled", d.shutterEnabled);
     s.shutterCameras = json::uuidSet(j, "shutterCameras");
-    s.shutterTrail = json::number(j, "shutterTrail", d.shutterTrail);
-    long long step = json::integer(j, "shutterStep", d.shutterStep);
-    s.shutterStep = (step >= INT32_MIN && step <= INT32_MAX) ? static_cast<int>(step) : d.shutterStep;
+    s.shutterStep = static_cast<int>(json::integer(j, "shutterStep", d.shutterStep, EffectSettings::shutterStepRange));
     s.vhsEnabled = json::boolean(j, "vhsEnabled", d.vhsEnabled);
     s.vhsCameras = json::uuidSet(j, "vhsCameras");
-    s.vhsIntensity = json::number(j, "vhsIntensity", d.vhsIntensity);
-    s.vhsChroma = json::number(j, "vhsChroma", d.vhsChroma);
-    s.vhsNoise = json::number(j, "vhsNoise", d.vhsNoise);
-    s.vhsScanlines = json::number(j, "vhsScanlines", d.vhsScanlines);
-    s.vhsTracking = json::number(j, "vhsTracking", d.vhsTracking);
     s.vhsStamp = json::boolean(j, "vhsStamp", d.vhsStamp);
     s.seed = json::unsignedInteger(j, "seed", d.seed);
 }

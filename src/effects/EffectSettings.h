@@ -39,7 +39,8 @@ struct EffectSettings {
     enum class LensAnimation { still, focusIn, focusOut };     // "Fixe", ...
 
     // Camera sets hold source ids and are inclusive: a camera outside the set
-    // does not get the effect. Fractions run from 0 to 1; nothing is clamped.
+    // does not get the effect. Fractions run from 0 to 1. Values read from
+    // files are held inside the range of their slider (rangeOf).
     bool zoomEnabled = true;
     std::set<Uuid> zoomCameras;
     double zoomInShare = 0.5;
@@ -77,6 +78,10 @@ struct EffectSettings {
     uint64_t seed = 1;  // seed of every draw; a new one redraws all automatic plans
 
     bool operator==(const EffectSettings&) const = default;
+
+    // The range the effects panel offers for a number field.
+    static Range rangeOf(double EffectSettings::*field);
+    static constexpr Range shutterStepRange{1, 4};
 };
 
 // The raw values double as labels.

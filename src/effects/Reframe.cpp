@@ -47,9 +47,9 @@ void to_json(json::Json& j, const CameraFrame& f) { j = {{"zoom", f.zoom}, {"x",
 
 void from_json(const json::Json& j, CameraFrame& f) {
     const CameraFrame d;
-    f.zoom = json::number(j, "zoom", d.zoom);
-    f.x = json::number(j, "x", d.x);
-    f.y = json::number(j, "y", d.y);
+    f.zoom = json::number(j, "zoom", d.zoom, CameraFrame::zoomRange);
+    f.x = json::number(j, "x", d.x, CameraFrame::offsetRange);
+    f.y = json::number(j, "y", d.y, CameraFrame::offsetRange);
 }
 
 namespace Reframe {

@@ -33,6 +33,10 @@ struct CameraFrame {
     double x = 0;
     double y = 0;
 
+    // What the crop panel offers: 100 to 400 %, each side as far as it goes.
+    static constexpr Range zoomRange{1, 4};
+    static constexpr Range offsetRange{-1, 1};
+
     // Within 0.001 of the identity on zoom - 1, x and y.
     bool isNeutral() const;
     bool operator==(const CameraFrame&) const = default;

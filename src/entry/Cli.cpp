@@ -23,6 +23,7 @@
 #include "edit/AutoEditor.h"
 #include "edit/Cut.h"
 #include "entry/CliPicture.h"
+#include "entry/CliOutputs.h"
 #include "entry/CliVideo.h"
 #include "export/MltExport.h"
 #include "export/OtioExport.h"
@@ -175,48 +176,13 @@ void printDrops(const std::vector<MediaSource>& sources, const SyncResult& resul
 // Writes the whole document (a new file renamed over the old one, so a
 // failure leaves the old one whole), or reports why not in French.
 int writeOutput(const fs::path& output, const std::string& shownPath, const std::string& data, std::ostream& out) {
-    errno = 0;
-    if (!paths::writeAtomically(output, data)) {
-        out << "Erreur d'écriture : " << systemMessage(errno ? errno : EIO) << "\n";
+    if (Status written = paths::writeAtomically(output, data); !written) {
+        out << "Erreur d'écriture : " << written.error().message << "\n";
         return 1;
     }
     out << "XML : " << terminalSafe(shownPath) << "\n";
     return 0;
 }
-
-// An existing file is replaced only when it is an XML file (or empty):
-// a video of the set or any other document given as output by mistake
-// must survive the run.
-bool mayReplace(const fs::path& output) {
-    std::error_code ec;
-    fs::file_status st = fs::status(output, ec);
-    if (ec || !fs::exists(st)) return true;
-    if (!fs::is_regular_file(st)) return false;
-    std::ifstream in(output, std::ios::binary);
-    std::string head(512, '\0');
-    in.read(head.data(), static_cast<std::streamsize>(head.size()));
-    head.resize(static_cast<size_t>(in.gcount()));
-    if (head.rfind("\xEF\xBB\xBF", 0) == 0) head.erase(0, 3);
-    size_t at = head.find_first_not_of(" \t\r\n");
-    if (at == std::string::npos) return head.size() < 512;  // empty or blank
-    std::string_view rest = std::string_view(head).substr(at);
-    return rest.starts_with("<?xml") || rest.starts_with("<xmeml") || rest.starts_with("<!DOCTYPE") ||
-           rest.starts_with("<mlt");
-}
-
-// The same care for a JSON timeline (.otio): only a JSON object is replaced.
-bool mayReplaceJson(const fs::path& output) {
-    std::error_code ec;
-    fs::file_status st = fs::status(output, ec);
-    if (ec || !fs::exists(st)) return true;
-    if (!fs::is_regular_file(st)) return false;
-    std::ifstream in(output, std::ios::binary);
-    char c = 0;
-    while (in.get(c))
-        if (!std::isspace(static_cast<unsigned char>(c))) return c == '{';
-    return true;  // empty or blank
-}
-
 
 // A number the run can use: finite, whatever the text says.
 std::optional<double> finiteNumber(std::string_view text) {
@@ -310,9 +276,8 @@ int writeTimelines(const CommandLine& line, const VideoRequest& edit, const std:
             markers.push_back({d.time - from, "Drop " + std::to_string(d.id + 1)});
 
     auto write = [&](const std::string& shown, const std::string& label, const std::string& data) {
-        errno = 0;
-        if (!paths::writeAtomically(fs::absolute(shown), data)) {
-            out << "Erreur d'écriture : " << systemMessage(errno ? errno : EIO) << "\n";
+        if (Status written = paths::writeAtomically(fs::absolute(shown), data); !written) {
+            out << "Erreur d'écriture : " << written.error().message << "\n";
             return 1;
         }
         out << label << " : " << terminalSafe(shown) << "\n";
@@ -327,6 +292,17 @@ int writeTimelines(const CommandLine& line, const VideoRequest& edit, const std:
     }
     if (line.otio) return write(*line.otio, "OTIO", OtioExport::write(name, sources, timeline, {}, markers));
     return 0;
+}
+
+// The files and folder the options ask to write, the xmeml first.
+std::vector<Output> outputsOf(const CommandLine& line, const std::optional<std::string>& xml) {
+    std::vector<Output> outputs;
+    if (xml) outputs.push_back({*xml, Output::Kind::xml});
+    if (line.mlt) outputs.push_back({*line.mlt, Output::Kind::xml});
+    if (line.otio) outputs.push_back({*line.otio, Output::Kind::json});
+    if (line.video) outputs.push_back({*line.video, Output::Kind::video});
+    if (line.clipsFolder) outputs.push_back({*line.clipsFolder, Output::Kind::folder});
+    return outputs;
 }
 
 std::string folderName(const fs::path& folder) {
@@ -429,24 +405,10 @@ int run(const CommandLine& line, std::ostream& out, std::ostream& err) {
             << ")\n";
         return 1;
     }
-    // Every output is judged: the xmeml and the timelines beside it.
-    std::vector<std::pair<std::string, bool>> outputs;  // path, is JSON
-    if (!timelineOnly) outputs.push_back({outputText, false});
-    if (line.mlt) outputs.push_back({*line.mlt, false});
-    if (line.otio) outputs.push_back({*line.otio, true});
-    for (const auto& [text, isJson] : outputs) {
-        const fs::path file = fs::absolute(text);
-        if (!(isJson ? mayReplaceJson(file) : mayReplace(file))) {
-            err << "Erreur d'écriture : " << terminalSafe(text) << " n'est pas un fichier "
-                << (isJson ? "OpenTimelineIO" : "XML") << ", il n'est pas remplacé\n";
-            return 1;
-        }
-        fs::path parent = file.parent_path();
-        if (!fs::is_directory(parent, ec)) {
-            out << "Erreur d'écriture : " << systemMessage(fs::exists(parent, ec) ? ENOTDIR : ENOENT) << "\n";
-            return 1;
-        }
-    }
+    // Every output is judged before the scan, against every file under the set.
+    const std::vector<Output> outputs = outputsOf(line, timelineOnly ? std::nullopt : std::optional(outputText));
+    const OutputTarget::Protected owned = OutputTarget::ofFolder(folder);
+    if (int status = judgeOutputs(outputs, owned, out, err)) return status;
 
     std::vector<MediaScanner::Refusal> refused;
     std::vector<MediaScanner::SetAside> setAside;
@@ -489,7 +451,7 @@ int run(const CommandLine& line, std::ostream& out, std::ostream& err) {
         edit.codec = line.codec;
         edit.sources = sources;
         edit.result = result;
-        status = exportVideo(edit, out, [&](double f, const std::string& text) { bar.show(f, text); });
+        status = exportVideo(edit, out, err, [&](double f, const std::string& text) { bar.show(f, text); });
         bar.finish();
         if (status != 0) return status;
     }
@@ -507,11 +469,8 @@ int run(const CommandLine& line, std::ostream& out, std::ostream& err) {
         clips.drops = DropDetector::detect(result, sources, 0.5);
         clips.onsets = DropDetector::onsets(result, sources);
         if (line.dropMargins) std::tie(clips.pre, clips.post) = *line.dropMargins;
-        if (!clips.drops.empty() && !fs::is_directory(clips.folder, ec)) {
-            out << "Les clips des drops ont échoué : dossier introuvable « " << terminalSafe(*folderOfClips) << " ».\n";
-            return 1;
-        }
-        status = exportDropClips(std::move(clips), out, [&](double f, const std::string& text) { bar.show(f, text); });
+        clips.owned = owned;
+        status = exportDropClips(std::move(clips), out, err, [&](double f, const std::string& text) { bar.show(f, text); });
         bar.finish();
     }
     return status;

@@ -1,6 +1,8 @@
 #include "entry/CliVideo.h"
 
 #include <chrono>
+#include <signal.h>
+
 #include <csignal>
 #include <map>
 #include <optional>
@@ -16,6 +18,45 @@ namespace qv::CLI {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+// TERM and INT during a render: the handler only notes the signal; the
+// waiting loop sees it within a quarter second and cancels the export,
+// which takes its partial file away.
+volatile std::sig_atomic_t interruptedBy = 0;
+
+void noteInterrupt(int signal) { interruptedBy = signal; }
+
+// Installs the note for the life of one render, then puts the old handlers back.
+class InterruptWatch {
+public:
+    InterruptWatch() {
+        interruptedBy = 0;
+        struct sigaction action {};
+        action.sa_handler = noteInterrupt;
+        sigemptyset(&action.sa_mask);
+        action.sa_flags = SA_RESTART;
+        ::sigaction(SIGTERM, &action, &term_);
+        ::sigaction(SIGINT, &action, &interrupt_);
+    }
+    ~InterruptWatch() {
+        ::sigaction(SIGTERM, &term_, nullptr);
+        ::sigaction(SIGINT, &interrupt_, nullptr);
+    }
+    InterruptWatch(const InterruptWatch&) = delete;
+    InterruptWatch& operator=(const InterruptWatch&) = delete;
+
+private:
+    struct sigaction term_ {}, interrupt_ {};
+};
+
+// What an interrupted render tells, and the status the run ends with.
+int interrupted(const std::filesystem::path& file, std::ostream& err) {
+    const int signal = interruptedBy;
+    err << "Export vidéo interrompu (" << (signal == SIGINT ? "Ctrl+C" : "signal TERM")
+        << ") : le fichier partiel « " << VideoExportSession::partialFile(file).filename().string()
+        << " » est supprimé.\n";
+    return 128 + signal;
+}
 
 std::optional<VideoCodec> codecOf(const std::string& name, const std::filesystem::path& file) {
     if (name.empty()) return file.extension() == ".mov" ? VideoCodec::prores : VideoCodec::h264;
@@ -56,11 +97,13 @@ Result<std::filesystem::path> render(VideoRender::Job job, VideoCodec codec, con
     std::signal(SIGXFSZ, SIG_IGN);
     WaitingScheduler scheduler;
     VideoExportSession exporter(scheduler);
+    InterruptWatch watch;
     std::optional<Result<std::filesystem::path>> outcome;
     exporter.start(std::move(job), codec, std::filesystem::absolute(to), true,
                    [&](Result<std::filesystem::path> r) { outcome = std::move(r); });
     std::function<void()> tick = [&] {
         if (outcome) return;
+        if (interruptedBy) exporter.cancel();
         if (progress) progress(exporter.progress());
         scheduler.schedule(0.25, tick);
     };
@@ -79,7 +122,7 @@ std::optional<double> loudnessOf(const std::string& text) {
 
 bool isCodecName(const std::string& text) { return !text.empty() && codecOf(text, {}).has_value(); }
 
-int exportVideo(VideoRequest request, std::ostream& out,
+int exportVideo(VideoRequest request, std::ostream& out, std::ostream& err,
                 const std::function<void(double, const std::string&)>& progress) {
     auto fail = [&](const std::string& message) {
         out << "L'export vidéo a échoué : " << message << "\n";
@@ -94,12 +137,13 @@ int exportVideo(VideoRequest request, std::ostream& out,
         const double elapsed = std::chrono::duration<double>(Clock::now() - started).count();
         if (progress && f > 0) progress(f, "Vidéo : reste " + Format::countdown(elapsed * (1 - f) / f));
     });
+    if (!outcome && interruptedBy) return interrupted(file, err);
     if (!outcome) return fail(outcome.error().message);
     out << "Vidéo : " << outcome.value().string() << "\n";
     return 0;
 }
 
-int exportDropClips(ClipsRequest request, std::ostream& out,
+int exportDropClips(ClipsRequest request, std::ostream& out, std::ostream& err,
                     const std::function<void(double, const std::string&)>& progress) {
     if (request.drops.empty()) {
         out << "Aucun drop : aucun clip\n";
@@ -127,10 +171,15 @@ int exportDropClips(ClipsRequest request, std::ostream& out,
     for (int k = 0; k < total; ++k) {
         const DropClips::Clip& clip = clips[static_cast<size_t>(k)];
         const std::filesystem::path file = request.folder / clip.fileName;
-        auto outcome = render(clip.job, *codec, file, [&](double f) {
-            const double all = (k + f) / total;
-            if (progress) progress(all, DropClips::progressLine(k + 1, total, all));
-        });
+        Result<std::filesystem::path> outcome = Error{};
+        if (Status usable = OutputTarget::check(file, request.owned); !usable)
+            outcome = usable.error();
+        else
+            outcome = render(clip.job, *codec, file, [&](double f) {
+                const double all = (k + f) / total;
+                if (progress) progress(all, DropClips::progressLine(k + 1, total, all));
+            });
+        if (!outcome && interruptedBy) return interrupted(file, err);
         if (!outcome) {
             // The clips already made stay; the session left nothing of this one.
             out << "Clip du drop " << clip.number << " échoué : " << outcome.error().message << "\n";

@@ -15,6 +15,7 @@
 #include "edit/Cut.h"
 #include "edit/TimeRange.h"
 #include "effects/EffectSettings.h"
+#include "export/OutputTarget.h"
 #include "effects/MotionFX.h"
 #include "effects/Reframe.h"
 #include "export/PremiereExport.h"
@@ -50,6 +51,7 @@ struct ClipsRequest {
     std::vector<Drop> drops;
     std::vector<double> onsets;
     double pre = 15, post = 30;
+    OutputTarget::Protected owned;  // each clip's file is judged against it
 };
 
 // "-14" or "-23" (a typographic minus too) as a loudness target.
@@ -60,15 +62,17 @@ bool isCodecName(const std::string& text);
 
 // Prints "Vidéo : {path}" and returns 0, or "L'export vidéo a échoué :
 // {message}" and returns 1. `progress` gets the fraction done and the time
-// left as text, about four times a second.
-int exportVideo(VideoRequest request, std::ostream& out,
+// left as text, about four times a second. A TERM or INT while it renders
+// cancels the render, which removes its hidden partial file; that is said
+// on `err` and the status is 128 + the signal's number.
+int exportVideo(VideoRequest request, std::ostream& out, std::ostream& err,
                 const std::function<void(double, const std::string&)>& progress);
 
 // One clip per drop in `folder`, each reported "Clip : {path}", then
 // "Clips des drops : {n} fichiers dans {folder}" and 0. No drop: "Aucun
 // drop : aucun clip" and 0. A clip that fails is named, the clips before
-// it stay, and the run returns 1.
-int exportDropClips(ClipsRequest request, std::ostream& out,
+// it stay, and the run returns 1; an interruption as for exportVideo.
+int exportDropClips(ClipsRequest request, std::ostream& out, std::ostream& err,
                     const std::function<void(double, const std::string&)>& progress);
 
 }  // namespace qv::CLI

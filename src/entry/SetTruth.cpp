@@ -17,9 +17,10 @@ std::optional<SetTruth> SetTruth::read(const std::filesystem::path& set) {
     SetTruth truth;
     if (const auto* files = json::field(*j, "files"); files && files->is_array())
         for (const auto& f : *files)
-            truth.files[json::string(f, "path", "")] = {json::number(f, "start", 0), json::boolean(f, "filtered", false),
-                                                        json::string(f, "expect", ""), json::number(f, "drift", 0),
-                                                        json::number(f, "duration", 0)};
+            truth.files[json::string(f, "path", "")] = {
+                json::number(f, "start", 0, limits::signedSetTime), json::boolean(f, "filtered", false),
+                json::string(f, "expect", ""), json::number(f, "drift", 0, Range{-1e4, 1e4}),
+                json::number(f, "duration", 0, limits::setTime)};
     if (const auto* drops = json::field(*j, "drops"); drops && drops->is_array())
         for (const auto& d : *drops)
             if (d.is_number()) truth.drops.push_back(d.get<double>());

@@ -22,12 +22,14 @@
 namespace qv {
 
 struct ColorWheel {
-    double hue = 0;     // degrees, any value, taken modulo 360
+    double hue = 0;     // degrees, taken modulo 360; files give at most two turns
     double amount = 0;  // 0..1, distance from the wheel's centre
     double luma = 0;    // -100..100, brightness of the zone
 
     bool operator==(const ColorWheel&) const = default;
     auto operator<=>(const ColorWheel&) const = default;
+
+    static constexpr Range hueRange{-360, 720};
 
     // Keys "hue", "amount", "luma", in that order.
     nlohmann::ordered_json toJson() const;
@@ -72,8 +74,13 @@ struct ColorGrade {
 
     // Every key in field order; "lut" only when present.
     nlohmann::ordered_json toJson() const;
-    // Nothing only when `j` is not an object.
+    // Nothing only when `j` is not an object. Each number is held inside the
+    // range of its slider (rangeOf); a "lut" that is not a plain file name
+    // is dropped.
     static std::optional<ColorGrade> fromJson(const json::Json& j);
+
+    // The range the colour panel offers for a number field.
+    static Range rangeOf(double ColorGrade::*field);
 };
 
 }  // namespace qv

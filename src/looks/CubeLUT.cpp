@@ -127,6 +127,9 @@ std::optional<CubeLUT> CubeLUT::parse(std::string_view text) {
             values[i] = (values[i] - domainMin[c]) / scale[c];
         }
     }
+    // No real look leaves the picture's range by that much; a crafted one
+    // could otherwise drive every later step to infinities.
+    for (float& v : values) v = static_cast<float>(kValueRange.hold(v, 0));
     return CubeLUT{static_cast<int>(size), std::move(values)};
 }
 

@@ -13,6 +13,8 @@
 #include <string_view>
 #include <vector>
 
+#include "base/Bounds.h"
+
 namespace qv {
 
 // One colour, gamma-encoded, normally 0..1.
@@ -24,6 +26,8 @@ struct Rgb {
 struct CubeLUT {
     static constexpr int kMinSize = 2;
     static constexpr int kMaxSize = 128;
+    // What a table may give, once its domain is mapped to 0..1.
+    static constexpr Range kValueRange{-16, 16};
 
     int size = 0;               // points per axis, kMinSize..kMaxSize
     std::vector<float> values;  // size³ × 3
@@ -34,7 +38,8 @@ struct CubeLUT {
     // values are remapped to 0..1), data lines of three numbers; keywords in
     // any case, comments and unknown lines skipped. Nothing when the size is
     // outside 2..128, the number of values does not match it or a domain is
-    // not three numbers. Non-finite numbers do not read.
+    // not three numbers. Non-finite numbers do not read; values are held
+    // inside kValueRange.
     static std::optional<CubeLUT> parse(std::string_view text);
 
     // The file text: a TITLE line, a comment, LUT_3D_SIZE and one "%.6f %.6f

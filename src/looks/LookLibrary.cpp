@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "base/Json.h"
+#include "base/SystemError.h"
 #include "base/Text.h"
 #include "platform/Paths.h"
 
@@ -105,7 +106,7 @@ std::shared_ptr<const CubeLUT> lut(const std::string& name) {
     }
     if (auto it = c.entries.find(path); it != c.entries.end() && it->second.stamp == *stamp) return it->second.lut;
     std::shared_ptr<const CubeLUT> lut;
-    if (auto text = paths::readFile(path))
+    if (auto text = paths::readFile(path, limits::cubeBytes))
         if (auto parsed = CubeLUT::parse(*text)) lut = std::make_shared<const CubeLUT>(std::move(*parsed));
     c.entries[path] = {*stamp, lut};
     return lut;
@@ -137,7 +138,7 @@ std::vector<Preset> presets() {
     std::error_code ec;
     for (fs::directory_iterator it(presetFolder(), ec), end; !ec && it != end; it.increment(ec)) {
         if (!it->is_regular_file(ec) || !hasExtension(it->path(), kPresetExtension)) continue;
-        auto text = paths::readFile(it->path());
+        auto text = paths::readFile(it->path(), limits::presetBytes);
         if (!text) continue;
         if (auto preset = parsePreset(*text, it->path().stem().string())) list.push_back(std::move(*preset));
     }
@@ -150,21 +151,23 @@ Status save(const Preset& preset) {
     const fs::path folder = presetFolder();
     std::error_code ec;
     fs::create_directories(folder, ec);
-    if (ec || !paths::writeAtomically(folder / presetFileName(preset.name), presetText(preset)))
-        return Error{"Impossible d'enregistrer le préréglage « " + preset.name + " »."};
+    Status written = ec ? Status(Error{systemMessage(ec)})
+                        : paths::writeAtomically(folder / presetFileName(preset.name), presetText(preset));
+    if (!written)
+        return Error{"Impossible d'enregistrer le préréglage « " + preset.name + " » : " + written.error().message + "."};
     return Ok{};
 }
 
 Status remove(const Preset& preset) {
     std::error_code ec;
     fs::remove(presetFolder() / presetFileName(preset.name), ec);
-    if (ec) return Error{"Impossible de supprimer le préréglage « " + preset.name + " »."};
+    if (ec) return Error{"Impossible de supprimer le préréglage « " + preset.name + " » : " + systemMessage(ec) + "."};
     return Ok{};
 }
 
 Result<std::string> importLUT(const fs::path& file) {
-    auto text = paths::readFile(file);
-    if (!text) return Error{"Impossible de lire le fichier " + quoted(file) + "."};
+    auto text = paths::readFile(file, limits::cubeBytes);
+    if (!text) return Error{"Impossible de lire le fichier " + quoted(file) + " : " + text.error().message + "."};
     if (!CubeLUT::parse(*text))
         return Error{"Le fichier " + quoted(file) +
                      " n'est pas une LUT .cube valide (taille ou nombre de valeurs incorrects)."};
@@ -174,12 +177,12 @@ Result<std::string> importLUT(const fs::path& file) {
     const fs::path target = folder / name;
     std::error_code ec;
     fs::create_directories(folder, ec);
-    if (ec) return Error{"Impossible de créer le dossier des LUT."};
+    if (ec) return Error{"Impossible de créer le dossier des LUT : " + systemMessage(ec) + "."};
     // Importing a file that already is the library's copy must not delete it.
     if (!fs::equivalent(file, target, ec)) {
         fs::remove(target, ec);
         if (!ec) fs::copy_file(file, target, ec);
-        if (ec) return Error{"Impossible de copier " + quoted(file) + " dans la bibliothèque."};
+        if (ec) return Error{"Impossible de copier " + quoted(file) + " dans la bibliothèque : " + systemMessage(ec) + "."};
     }
 
     LutCache& c = cache();
@@ -197,8 +200,8 @@ Result<Preset> importPreset(const fs::path& file) {
         preset.grade.lut = *name;
         preset.grade.lutIntensity = 100;
     } else if (hasExtension(file, kPresetExtension)) {
-        auto text = paths::readFile(file);
-        if (!text) return Error{"Impossible de lire le fichier " + quoted(file) + "."};
+        auto text = paths::readFile(file, limits::presetBytes);
+        if (!text) return Error{"Impossible de lire le fichier " + quoted(file) + " : " + text.error().message + "."};
         auto parsed = parsePreset(*text, file.stem().string());
         if (!parsed) return Error{"Le préréglage " + quoted(file) + " n'est pas lisible."};
         preset = std::move(*parsed);

@@ -1,5 +1,7 @@
 #include "persistence/AppSettings.h"
 
+#include <algorithm>
+
 #include "base/Json.h"
 #include "platform/Paths.h"
 
@@ -77,11 +79,15 @@ const char* fileExtension(VideoCodec c) { return c == VideoCodec::prores ? "mov"
 AppSettings::AppSettings() : AppSettings(paths::settingsFile()) {}
 
 AppSettings::AppSettings(fs::path file) : file_(std::move(file)) {
-    json::Json stored = paths::readSettings(file_);
+    json::Json stored = paths::readSettings(file_, &damage_);
     snapEnabled_ = json::boolean(stored, "snapEnabled", true);
     dropsClickable_ = json::boolean(stored, "dropsClickable", true);
-    if (const json::Json* v = json::field(stored, "exportFolderPath"); v && v->is_string())
-        exportFolderPath_ = v->get<std::string>();
+    // Exports are written there: only an absolute path of plain names counts.
+    if (const json::Json* v = json::field(stored, "exportFolderPath"); v && v->is_string()) {
+        const std::string& path = v->get_ref<const std::string&>();
+        const bool plain = std::none_of(path.begin(), path.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20; });
+        if (plain && !path.empty() && path.front() == '/') exportFolderPath_ = path;
+    }
     askWhereToSave_ = json::boolean(stored, "askWhereToSave", false);
     trackPerCamera_ = json::boolean(stored, "trackPerCamera", true);
     exportLUTs_ = json::boolean(stored, "exportLUTs", true);
@@ -92,6 +98,11 @@ AppSettings::AppSettings(fs::path file) : file_(std::move(file)) {
     outputLoudness_ = outputLoudnessFromRaw(json::string(stored, "outputLoudness", "")).value_or(OutputLoudness::asIs);
 }
 
+void AppSettings::store(const char* key, std::optional<json::Json> value) {
+    // A setting that cannot be written holds for this session; the file keeps the old one.
+    (void)paths::writeSetting(file_, key, value);
+}
+
 AppSettings& AppSettings::shared() {
     static AppSettings instance;
     return instance;
@@ -99,7 +110,7 @@ AppSettings& AppSettings::shared() {
 
 void AppSettings::writeBool(const char* key, bool& field, bool value) {
     field = value;
-    paths::writeSetting(file_, key, json::Json(value));
+    store(key, json::Json(value));
 }
 
 void AppSettings::setSnapEnabled(bool v) { writeBool("snapEnabled", snapEnabled_, v); }
@@ -111,25 +122,25 @@ void AppSettings::setPreviewLooks(bool v) { writeBool("previewLooks", previewLoo
 
 void AppSettings::setOutputLoudness(OutputLoudness l) {
     outputLoudness_ = l;
-    paths::writeSetting(file_, "outputLoudness", json::Json(rawValue(l)));
+    store("outputLoudness", json::Json(rawValue(l)));
 }
 
 void AppSettings::setExportFolderPath(std::optional<std::string> path) {
     exportFolderPath_ = std::move(path);
     if (exportFolderPath_)
-        paths::writeSetting(file_, "exportFolderPath", json::Json(*exportFolderPath_));
+        store("exportFolderPath", json::Json(*exportFolderPath_));
     else
-        paths::writeSetting(file_, "exportFolderPath", std::nullopt);
+        store("exportFolderPath", std::nullopt);
 }
 
 void AppSettings::setExportTarget(ExportTarget t) {
     exportTarget_ = t;
-    paths::writeSetting(file_, "exportTarget", json::Json(rawValue(t)));
+    store("exportTarget", json::Json(rawValue(t)));
 }
 
 void AppSettings::setVideoCodec(VideoCodec c) {
     videoCodec_ = c;
-    paths::writeSetting(file_, "videoCodec", json::Json(rawValue(c)));
+    store("videoCodec", json::Json(rawValue(c)));
 }
 
 fs::path AppSettings::exportFolder() const {

@@ -3,7 +3,8 @@
 // settings file ($XDG_CONFIG_HOME/quorvel/settings.json), one key per field.
 // Values are read once at creation; every setter writes its key at once,
 // touching no other key of the file. A key that is missing or unreadable
-// gives its default. Enumerations are stored by raw value, which is also the
+// gives its default; a file that cannot be read at all (damaged, too big,
+// nested too deep) is kept aside and `damage` says so. Enumerations are stored by raw value, which is also the
 // label shown to the user. Use from one thread (the interface thread).
 #pragma once
 
@@ -11,6 +12,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
+
+#include "base/Json.h"
 
 namespace qv {
 
@@ -62,6 +65,8 @@ public:
     VideoCodec videoCodec() const { return videoCodec_; }
     bool previewLooks() const { return previewLooks_; }
     OutputLoudness outputLoudness() const { return outputLoudness_; }
+    // A French sentence when the file was damaged and kept aside; empty otherwise.
+    const std::string& damage() const { return damage_; }
 
     void setSnapEnabled(bool v);
     void setDropsClickable(bool v);
@@ -88,8 +93,10 @@ public:
 
 private:
     void writeBool(const char* key, bool& field, bool value);
+    void store(const char* key, std::optional<json::Json> value);
 
     std::filesystem::path file_;
+    std::string damage_;
     bool snapEnabled_ = true;
     bool dropsClickable_ = true;
     std::optional<std::string> exportFolderPath_;

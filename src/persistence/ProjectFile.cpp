@@ -27,13 +27,27 @@ T readKey(const Json& j, const char* key, T fallback, Decode decode) {
     }
 }
 
-std::optional<double> asDouble(const Json& v) {
-    if (v.is_number()) return v.get<double>();
-    return std::nullopt;
+// A number held inside `range`: the decoder of every number of the file,
+// so a new key cannot be read without saying its range.
+auto within(Range range) {
+    return [range](const Json& v) -> std::optional<double> {
+        if (!v.is_number()) return std::nullopt;
+        const double d = v.get<double>();
+        if (std::isnan(d)) return std::nullopt;
+        return range.hold(d, range.min);
+    };
+}
+
+auto optionalWithin(Range range) {
+    return [range](const Json& v) -> std::optional<std::optional<double>> {
+        auto d = within(range)(v);
+        if (!d) return std::nullopt;
+        return std::optional<double>(*d);
+    };
 }
 
 // Integers written as 3.0 are accepted; anything outside `int` is not.
-std::optional<int> asInt(const Json& v) {
+std::optional<int> asAnyInt(const Json& v) {
     if (v.is_number_unsigned()) {
         auto u = v.get<uint64_t>();
         if (u <= static_cast<uint64_t>(INT_MAX)) return static_cast<int>(u);
@@ -45,6 +59,15 @@ std::optional<int> asInt(const Json& v) {
         if (d >= INT_MIN && d <= INT_MAX && d == std::floor(d)) return static_cast<int>(d);
     }
     return std::nullopt;
+}
+
+// A whole number held inside `range`.
+auto intWithin(Range range) {
+    return [range](const Json& v) -> std::optional<int> {
+        auto i = asAnyInt(v);
+        if (!i) return std::nullopt;
+        return static_cast<int>(range.hold(*i, range.min));
+    };
 }
 
 std::optional<std::string> asString(const Json& v) {
@@ -105,10 +128,10 @@ std::optional<ProjectFile::CutData> ProjectFile::CutData::fromJson(const Json& j
     const Json* time = json::field(j, "time");
     const Json* camera = json::field(j, "camera");
     if (!time || !camera || !time->is_number()) return std::nullopt;
-    auto index = asInt(*camera);
+    auto index = asAnyInt(*camera);
     if (!index) return std::nullopt;
     CutData c;
-    c.time = time->get<double>();
+    c.time = limits::setTime.hold(time->get<double>(), 0);
     c.camera = *index;
     c.effect = readKey(j, "effect", c.effect, viaHook<PlanEffect>);
     c.looks = readKey(j, "looks", c.looks, viaHook<PlanLooks>);
@@ -247,10 +270,6 @@ ProjectFile ProjectFile::fromJson(const Json& j, Date readAt) {
         if (v.is_string()) return std::optional<std::string>(v.get<std::string>());
         return std::nullopt;
     };
-    auto asOptionalDouble = [](const Json& v) -> std::optional<std::optional<double>> {
-        if (v.is_number()) return std::optional<double>(v.get<double>());
-        return std::nullopt;
-    };
     auto asDate = [](const Json& v) -> std::optional<Date> {
         if (v.is_number()) return ProjectStore::dateFromReference(v.get<double>());
         return std::nullopt;
@@ -266,16 +285,18 @@ ProjectFile ProjectFile::fromJson(const Json& j, Date readAt) {
         }
         return out;
     };
-    auto asDoubles = [](const Json& v) { return asMap<double>(v, asDouble); };
+    auto doublesWithin = [](Range range) {
+        return [range](const Json& v) { return asMap<double>(v, within(range)); };
+    };
     auto asGrade = [](const Json& v) { return ColorGrade::fromJson(v); };
 
-    p.version = readKey(j, "version", p.version, asInt);
+    p.version = readKey(j, "version", p.version, asAnyInt);
     p.id = readKey(j, "id", p.id, asOptionalText);
     p.name = readKey(j, "name", p.name, asOptionalText);
     p.folder = readKey(j, "folder", p.folder, asString);
     p.savedAt = readKey(j, "savedAt", p.savedAt, asDate);
     p.cuts = readKey(j, "cuts", p.cuts, asCuts);
-    p.levels = readKey(j, "levels", p.levels, asDoubles);
+    p.levels = readKey(j, "levels", p.levels, doublesWithin(AudioSettings::trackLevelRange));
     p.muted = readKey(j, "muted", p.muted, asNames);
     p.audio = readKey(j, "audio", p.audio, viaHook<AudioSettings>);
     p.effects = readKey(j, "effects", p.effects, viaHook<EffectSettings>);
@@ -284,29 +305,30 @@ ProjectFile ProjectFile::fromJson(const Json& j, Date readAt) {
     p.autoSettings = readKey(j, "auto", p.autoSettings, viaHook<AutoSettings>);
     p.autoCameras = readKey(j, "autoCameras", p.autoCameras, asNames);
     p.format = readKey(j, "format", p.format, viaHook<OutputFormat>);
-    p.framing = readKey(j, "framing", p.framing, asDoubles);
+    p.framing = readKey(j, "framing", p.framing, doublesWithin(CameraFrame::offsetRange));
     p.crops = readKey(j, "crops", p.crops, [](const Json& v) { return asMap<CameraFrame>(v, asFrame); });
     p.grades = readKey(j, "grades", p.grades, [&](const Json& v) { return asMap<ColorGrade>(v, asGrade); });
     p.lensCameras = readKey(j, "lensCameras", p.lensCameras, asNames);
     p.shutterCameras = readKey(j, "shutterCameras", p.shutterCameras, asNames);
     p.vhsCameras = readKey(j, "vhsCameras", p.vhsCameras, asNames);
-    p.autoWeights = readKey(j, "autoWeights", p.autoWeights, asDoubles);
-    p.inPoint = readKey(j, "inPoint", p.inPoint, asOptionalDouble);
-    p.outPoint = readKey(j, "outPoint", p.outPoint, asOptionalDouble);
-    p.dropSensitivity = readKey(j, "dropSensitivity", p.dropSensitivity, asDouble);
-    p.dropPre = readKey(j, "dropPre", p.dropPre, asDouble);
-    p.dropPost = readKey(j, "dropPost", p.dropPost, asDouble);
-    p.previewDivision = readKey(j, "previewDivision", p.previewDivision, asInt);
-    p.zoom = readKey(j, "zoom", p.zoom, asDouble);
-    p.viewStart = readKey(j, "viewStart", p.viewStart, asDouble);
-    p.handPlacements = readKey(j, "handPlacements", p.handPlacements, asDoubles);
+    p.autoWeights = readKey(j, "autoWeights", p.autoWeights, doublesWithin(AutoSettings::weightRange));
+    p.inPoint = readKey(j, "inPoint", p.inPoint, optionalWithin(limits::setTime));
+    p.outPoint = readKey(j, "outPoint", p.outPoint, optionalWithin(limits::setTime));
+    p.dropSensitivity = readKey(j, "dropSensitivity", p.dropSensitivity, within(limits::fraction));
+    p.dropPre = readKey(j, "dropPre", p.dropPre, within(dropPreRange));
+    p.dropPost = readKey(j, "dropPost", p.dropPost, within(dropPostRange));
+    p.previewDivision = readKey(j, "previewDivision", p.previewDivision, intWithin(previewDivisionRange));
+    p.zoom = readKey(j, "zoom", p.zoom, within(zoomRange));
+    p.viewStart = readKey(j, "viewStart", p.viewStart, within(limits::setTime));
+    p.handPlacements = readKey(j, "handPlacements", p.handPlacements, doublesWithin(limits::setTime));
     auto asChoice = [](const Json& v) -> std::optional<int> {
-        auto n = asInt(v);
+        if (!v.is_number_integer()) return std::nullopt;
+        auto n = asAnyInt(v);
         if (!n || *n < 0 || *n > maxChannelChoice) return std::nullopt;
         return n;
     };
     p.channels = readKey(j, "channels", p.channels, [&](const Json& v) { return asMap<int>(v, asChoice); });
-    p.pictureOffsets = readKey(j, "pictureOffsets", p.pictureOffsets, asDoubles);
+    p.pictureOffsets = readKey(j, "pictureOffsets", p.pictureOffsets, doublesWithin(pictureOffsetRange));
     p.frameRate = readKey(j, "frameRate", p.frameRate, asOptionalText);
     p.dropFrame = readKey(j, "dropFrame", p.dropFrame, [](const Json& v) -> std::optional<bool> {
         if (v.is_boolean()) return v.get<bool>();

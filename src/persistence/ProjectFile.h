@@ -9,7 +9,9 @@
 //
 // Reading never fails for a key: each key is read on its own, and one that
 // is missing or cannot be decoded takes its default, so an older or damaged
-// file loses only that key. Writing gives every key (the optional ones when
+// file loses only that key. Every number is held inside the range its
+// control offers (the Ranges below and beside each field's type; any time
+// within limits::setTime), so no value of a file can reach further. Writing gives every key (the optional ones when
 // present), arrays of names sorted ascending so the bytes stay the same from
 // one save to the next, and dates as seconds since 2001-01-01 00:00:00 UTC.
 // Plain values and pure functions, any thread.
@@ -97,6 +99,14 @@ struct ProjectFile {
     std::map<std::string, double> pictureOffsets;
     std::optional<std::string> frameRate;
     bool dropFrame = false;
+
+    // What the drops panel, the preview quality menu and the timeline offer.
+    static constexpr Range dropPreRange{2, 60};
+    static constexpr Range dropPostRange{5, 120};
+    static constexpr Range previewDivisionRange{1, 4};
+    static constexpr Range zoomRange{1, 60};
+    // A picture offset is ten frames at most, under a second at any rate.
+    static constexpr Range pictureOffsetRange{-1, 1};
 
     bool operator==(const ProjectFile&) const = default;
 

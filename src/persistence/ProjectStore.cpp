@@ -6,6 +6,7 @@
 #include <cstring>
 #include <map>
 
+#include "base/Bounds.h"
 #include "base/Text.h"
 #include "platform/Paths.h"
 
@@ -109,6 +110,32 @@ std::string keepNameCharacters(std::string_view name, size_t limit) {
     return out;
 }
 
+// The set folder of a damaged project, when the text still holds it.
+std::string legibleFolder(std::string_view text) {
+    size_t key = text.find("\"folder\"");
+    if (key == std::string_view::npos) return {};
+    const size_t colon = text.find(':', key);
+    const size_t open = colon == std::string_view::npos ? colon : text.find('"', colon);
+    if (open == std::string_view::npos) return {};
+    for (size_t i = open + 1; i < text.size(); ++i) {
+        if (text[i] == '\\') ++i;
+        else if (text[i] == '"') {
+            auto value = json::parse(text.substr(open, i - open + 1));
+            return value && value->is_string() ? value->get<std::string>() : std::string();
+        }
+    }
+    return {};
+}
+
+Damaged setAside(const fs::path& file, const std::string& reason, std::string_view text) {
+    Damaged d;
+    d.file = file;
+    d.reason = reason;
+    d.folder = legibleFolder(text);
+    if (auto kept = paths::keepAside(file)) d.kept = *kept;
+    return d;
+}
+
 Date savedAtOf(const Json& doc, Date fallback) {
     const Json* v = json::field(doc, "savedAt");
     return v && v->is_number() ? dateFromReference(v->get<double>()) : fallback;
@@ -131,7 +158,33 @@ double referenceSeconds(Date date) {
     return std::chrono::duration<double>(date.time_since_epoch()).count() - kReferenceEpoch;
 }
 
-std::vector<Json> documents() {
+std::string Damaged::message() const {
+    std::string text = "Le projet « " + file.filename().string() + " » est endommagé (" + reason + ")";
+    if (!folder.empty()) text += ", sur le set « " + folder + " »";
+    if (kept) return text + " : il est gardé à part sous « " + kept->filename().string() + " ». Les autres projets ne sont pas touchés.";
+    return text + " : il reste à sa place, Quorvel ne l'ouvre pas. Les autres projets ne sont pas touchés.";
+}
+
+bool isValidId(std::string_view id) {
+    if (id.empty() || id.size() > 200 || id.front() == '.') return false;
+    for (char c : id) {
+        const auto u = static_cast<unsigned char>(c);
+        if (c == '/' || u < 0x20 || u == 0x7F) return false;
+    }
+    return true;
+}
+
+std::optional<fs::path> fileOf(std::string_view id) {
+    if (!isValidId(id)) return std::nullopt;
+    return directory() / (std::string(id) + ".json");
+}
+
+std::optional<fs::path> lockFileOf(std::string_view id) {
+    if (!isValidId(id)) return std::nullopt;
+    return directory() / (std::string(id) + ".lock");
+}
+
+std::vector<Json> documents(std::vector<Damaged>* damaged) {
     struct Found {
         Date savedAt;
         Json doc;
@@ -144,12 +197,24 @@ std::vector<Json> documents() {
         const fs::path& p = it->path();
         std::string name = p.filename().string();
         if (p.extension() != ".json" || endsWith(name, ".sync.json")) continue;
-        auto text = paths::readFile(p);
-        if (!text) continue;
-        auto doc = json::parse(*text);
-        if (!doc || !doc->is_object()) continue;
+        std::error_code typeError;
+        if (!fs::is_regular_file(fs::symlink_status(p, typeError))) continue;
+        auto text = paths::readFile(p, limits::projectBytes);
+        // Unreadable for now (rights, disk): left where it is, tried next time.
+        if (!text && !paths::isTooBig(text.error())) continue;
+        Result<Json> doc = text ? json::read(*text) : Result<Json>(text.error());
+        if (doc && !doc->is_object()) doc = Error{"pas un projet"};
+        if (!doc) {
+            Damaged d = setAside(p, doc.error().message, text ? std::string_view(*text) : std::string_view());
+            if (damaged) damaged->push_back(std::move(d));
+            continue;
+        }
         const Json* id = json::field(*doc, "id");
-        if (!id || !id->is_string()) (*doc)["id"] = p.stem().string();
+        if (!id || !id->is_string() || !isValidId(id->get_ref<const std::string&>())) {
+            // An id that could name another file is replaced by this file's own name.
+            if (!isValidId(p.stem().string())) continue;
+            (*doc)["id"] = p.stem().string();
+        }
         found.push_back({savedAtOf(*doc, now), std::move(*doc)});
     }
     std::stable_sort(found.begin(), found.end(),
@@ -171,26 +236,37 @@ std::optional<Json> latestDocument(const fs::path& folder) {
 
 namespace {
 
-void saveText(const std::string& id, const std::string& text) {
-    fs::path dir = directory();
+Status saveText(const std::string& id, const std::string& text) {
+    auto file = fileOf(id);
+    if (!file) return Error{"identifiant de projet refusé (ce n'est pas un simple nom de fichier)"};
     std::error_code ec;
-    fs::create_directories(dir, ec);
-    paths::writeAtomically(dir / (id + ".json"), text);
+    fs::create_directories(file->parent_path(), ec);
+    return paths::writeAtomically(*file, text);
 }
 
 }  // namespace
 
-void saveDocument(const Json& project) {
+Status saveDocument(const Json& project) {
     const Json* id = json::field(project, "id");
-    if (!id || !id->is_string() || id->get_ref<const std::string&>().empty()) return;
-    saveText(id->get<std::string>(), dumpText(project, 2));
+    return saveText(id && id->is_string() ? id->get<std::string>() : std::string(), dumpText(project, 2));
 }
 
-std::vector<ProjectFile> list() {
+std::vector<ProjectFile> list(std::vector<Damaged>* damaged) {
     Date now = std::chrono::system_clock::now();
     std::vector<ProjectFile> out;
-    for (const Json& doc : documents()) out.push_back(ProjectFile::fromJson(doc, now));
+    for (const Json& doc : documents(damaged)) out.push_back(ProjectFile::fromJson(doc, now));
     return out;
+}
+
+Result<ProjectFile> read(std::string_view id) {
+    auto file = fileOf(id);
+    if (!file) return Error{"identifiant de projet refusé"};
+    auto text = paths::readFile(*file, limits::projectBytes);
+    if (!text) return text.error();
+    auto j = json::read(*text);
+    if (!j) return j.error();
+    if (!j->is_object()) return Error{"pas un projet"};
+    return ProjectFile::fromJson(*j);
 }
 
 std::optional<ProjectFile> latest(const fs::path& folder) {
@@ -198,14 +274,15 @@ std::optional<ProjectFile> latest(const fs::path& folder) {
     return std::nullopt;
 }
 
-void save(const ProjectFile& project, const std::string* cutList) {
-    if (project.id && !project.id->empty()) saveText(*project.id, project.toText(2, cutList));
+Status save(const ProjectFile& project, const std::string* cutList) {
+    return saveText(project.id.value_or(""), project.toText(2, cutList));
 }
 
 void remove(const std::string& id) {
-    if (id.empty()) return;
+    auto file = fileOf(id);
+    if (!file) return;
     std::error_code ec;
-    fs::remove(directory() / (id + ".json"), ec);
+    fs::remove(*file, ec);
 }
 
 std::string key(const fs::path& folder) {
@@ -221,11 +298,12 @@ fs::path syncFile(const fs::path& folder) { return directory() / (key(folder) + 
 void saveSync(const SyncCache& cache, const fs::path& folder) {
     std::error_code ec;
     fs::create_directories(directory(), ec);
-    paths::writeAtomically(syncFile(folder), dumpText(cache.toJson(), -1));
+    // A cache that cannot be written only costs a new synchronisation next time.
+    (void)paths::writeAtomically(syncFile(folder), dumpText(cache.toJson(), -1));
 }
 
 std::optional<SyncCache> loadSync(const fs::path& folder) {
-    auto text = paths::readFile(syncFile(folder));
+    auto text = paths::readFile(syncFile(folder), limits::cacheBytes);
     if (!text) return std::nullopt;
     auto j = json::parse(*text);
     if (!j) return std::nullopt;

@@ -4,9 +4,14 @@
 // Caches are `{key}.sync.json`, one per set folder, shared by its projects.
 //
 // Every write replaces its file atomically, so a reader never sees half a
-// file. No operation throws or reports an error: a project that cannot be
-// read is left out, a write that fails leaves the old file. Call from one
-// thread at a time (the interface thread in the application).
+// file, and a save that fails says why (in French) and leaves the old file.
+// A project file that is there but cannot be read as a project (cut short,
+// not JSON, over limits::projectBytes, nested too deep) is kept aside under
+// "{id}.json.endommagé-{date}" and reported, never silently replaced.
+// Project ids name files: one that is not a plain file name is refused.
+// Two programs on one project: `lock` is the advisory lock beside it.
+// No operation throws. Call from one thread at a time (the interface thread
+// in the application).
 #pragma once
 
 #include <filesystem>
@@ -30,25 +35,47 @@ std::filesystem::path directory();
 Date dateFromReference(double seconds);
 double referenceSeconds(Date date);
 
+// A project file found damaged and moved out of the way.
+struct Damaged {
+    std::filesystem::path file;                 // where it was
+    std::optional<std::filesystem::path> kept;  // where it is now; none when it could not be moved
+    std::string reason;                         // French: "pas du JSON lisible (fichier tronqué ou abîmé)"
+    std::string folder;                         // its set folder when still legible in the text, else empty
+    std::string message() const;                // one French sentence for the user
+};
+
+// An id is a plain file name: not empty, at most 200 bytes, no "/", no NUL
+// or control character, not starting with ".". Anything else could write
+// outside the folder or hide a file.
+bool isValidId(std::string_view id);
+// `{id}.json` in the folder; nothing for an id that is not valid.
+std::optional<std::filesystem::path> fileOf(std::string_view id);
+// The advisory lock beside a project, `{id}.lock`.
+std::optional<std::filesystem::path> lockFileOf(std::string_view id);
+
 // Every readable project document, newest `savedAt` first (stable). Only
 // `*.json` files that are not caches and hold a JSON object count; a document
-// without a text `id` gets its file's base name. A `savedAt` that is missing
-// or not a number reads as the time of listing.
-std::vector<json::Json> documents();
+// without a valid text `id` gets its file's base name. A `savedAt` that is
+// missing or not a number reads as the time of listing. Damaged files are
+// kept aside and added to `damaged` when given.
+std::vector<json::Json> documents(std::vector<Damaged>* damaged = nullptr);
 
 // The newest document whose `folder` names the same set folder (both sides
 // standardised), if any.
 std::optional<json::Json> latestDocument(const std::filesystem::path& folder);
 
-// Writes `{id}.json` pretty printed with sorted keys; nothing without a text id.
-void saveDocument(const json::Json& project);
+// Writes `{id}.json` pretty printed with sorted keys; refused without a
+// valid text id. The French reason of a failure.
+Status saveDocument(const json::Json& project);
 
 // The same three on ProjectFile: each document decoded by the project
 // file's reading rule.
-std::vector<ProjectFile> list();
+std::vector<ProjectFile> list(std::vector<Damaged>* damaged = nullptr);
 std::optional<ProjectFile> latest(const std::filesystem::path& folder);
 // `cutList`: the project's cutsText(2), when the caller has it already.
-void save(const ProjectFile& project, const std::string* cutList = nullptr);
+Status save(const ProjectFile& project, const std::string* cutList = nullptr);
+// One project by id; the French reason when it cannot be read.
+Result<ProjectFile> read(std::string_view id);
 
 // Removes `{id}.json`; the set's cache stays.
 void remove(const std::string& id);
@@ -60,7 +87,7 @@ std::string key(const std::filesystem::path& folder);
 
 std::filesystem::path syncFile(const std::filesystem::path& folder);
 void saveSync(const SyncCache& cache, const std::filesystem::path& folder);
-// Nothing when the file is missing or does not decode.
+// Nothing when the file is missing, over limits::cacheBytes or does not decode.
 std::optional<SyncCache> loadSync(const std::filesystem::path& folder);
 
 // The stamp of every file of `sources` as it is now, by path. Taken before

@@ -37,11 +37,16 @@ int base64Value(char c) {
 // and the whole decode then fails.
 const Json* member(const Json& j, const char* key) { return json::field(j, key); }
 
-bool readDouble(const Json& j, const char* key, double& out) {
+// A clock 1 % off is no clock: a drift beyond it is a damaged cache.
+constexpr Range kDriftPpm{-10000, 10000};
+
+// A number inside `range`; one outside fails the decode, as the cache is
+// then worth nothing (a start beyond the set would size the time line).
+bool readDouble(const Json& j, const char* key, double& out, Range range = {-DBL_MAX, DBL_MAX}) {
     const Json* v = member(j, key);
     if (!v || !v->is_number()) return false;
     out = v->get<double>();
-    return true;
+    return range.contains(out);
 }
 
 bool readInt64(const Json& j, const char* key, int64_t& out) {
@@ -103,12 +108,12 @@ bool readOptionalScore(const Json& j, std::optional<float>& out) {
     return true;
 }
 
-bool readOptionalDouble(const Json& j, const char* key, std::optional<double>& out) {
+bool readOptionalDouble(const Json& j, const char* key, std::optional<double>& out, Range range) {
     const Json* v = member(j, key);
     if (!v || v->is_null()) return true;
     if (!v->is_number()) return false;
     double d = v->get<double>();
-    if (!std::isfinite(d)) return false;
+    if (!range.contains(d)) return false;
     out = d;
     return true;
 }
@@ -165,10 +170,10 @@ bool readGroups(const Json& j, SyncCache::Placed& out) {
 bool readPlaced(const Json& j, SyncCache::Placed& out) {
     if (!j.is_object()) return false;
     const Json* file = member(j, "file");
-    return file && readStamp(*file, out.file) && readDouble(j, "start", out.start) &&
+    return file && readStamp(*file, out.file) && readDouble(j, "start", out.start, limits::signedSetTime) &&
            readOptionalScore(j, out.score) && readOptionalText(j, "anchorName", out.anchorName) &&
            readBool(j, "ambiguous", out.ambiguous) && readBinary(j, "waveform", out.waveform) &&
-           readBinary(j, "bass", out.bass) && readOptionalDouble(j, "drift", out.drift) && readGroups(j, out);
+           readBinary(j, "bass", out.bass) && readOptionalDouble(j, "drift", out.drift, kDriftPpm) && readGroups(j, out);
 }
 
 // {"path": [[start, strength], ...]}; absent is no candidates at all.
@@ -182,7 +187,7 @@ bool readCandidates(const Json& j, std::map<std::string, std::vector<SyncCache::
         for (const Json& pair : list) {
             if (!pair.is_array() || pair.size() != 2 || !pair[0].is_number() || !pair[1].is_number()) return false;
             const double start = pair[0].get<double>(), strength = pair[1].get<double>();
-            if (!std::isfinite(start) || !(std::fabs(strength) <= FLT_MAX)) return false;
+            if (!limits::signedSetTime.contains(start) || !(std::fabs(strength) <= FLT_MAX)) return false;
             kept.push_back({start, static_cast<float>(strength)});
         }
         out[path] = std::move(kept);

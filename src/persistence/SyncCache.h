@@ -5,8 +5,9 @@
 //
 // Its JSON form is strict, unlike the project file: every key is required
 // (`score`, `anchorName`, `drift` and the top-level `candidates` may be left
-// out), and any missing or mistyped
-// value makes the whole decode fail, which simply means "no cache".
+// out), and any missing or mistyped value, or a start beyond
+// limits::signedSetTime, makes the whole decode fail, which simply means
+// "no cache".
 // Binary arrays are base64 text of little-endian float32 values.
 // Plain values, safe to copy to any thread.
 #pragma once

@@ -1,5 +1,7 @@
 #include "platform/FfmpegPtr.h"
 
+#include "base/SystemError.h"
+
 #include <sys/stat.h>
 
 #include <cmath>
@@ -72,9 +74,20 @@ bool isPictureStream(const AVStream* s) {
 }
 
 std::string errorText(int code) {
-    char buf[AV_ERROR_MAX_STRING_SIZE] = {};
-    av_strerror(code, buf, sizeof buf);
-    return buf;
+    // System errors (a full disk, a folder in the way) in the user's words.
+    if (code < 0 && code > -4096) return systemMessage(-code);
+    switch (code) {
+        case AVERROR_EOF: return "fin de fichier inattendue";
+        case AVERROR_INVALIDDATA: return "données invalides";
+        case AVERROR_ENCODER_NOT_FOUND: return "encodeur introuvable";
+        case AVERROR_DECODER_NOT_FOUND: return "décodeur introuvable";
+        case AVERROR_MUXER_NOT_FOUND: return "format de fichier inconnu";
+        case AVERROR_DEMUXER_NOT_FOUND: return "format de fichier illisible";
+        case AVERROR_PROTOCOL_NOT_FOUND: return "protocole inconnu";
+        case AVERROR_STREAM_NOT_FOUND: return "flux introuvable";
+        case AVERROR_EXIT: return "arrêt demandé";
+        default: return "erreur FFmpeg " + std::to_string(code);
+    }
 }
 
 }  // namespace qv::ff

@@ -51,6 +51,7 @@ bool isMediaDemuxer(const char* name);
 // Opens a decoder for one stream; null when none exists or it won't open.
 CodecPtr openDecoder(const AVStream* stream, int threads = 1);
 
+// An FFmpeg error code in French words (system errors through systemMessage).
 std::string errorText(int code);
 
 // A real picture stream: cover art attached to a sound file does not count.

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <pwd.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,7 +12,11 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <vector>
+
+#include "base/Format.h"
+#include "base/SystemError.h"
 
 namespace qv::paths {
 
@@ -23,6 +28,22 @@ std::optional<std::filesystem::path> absoluteVariable(const char* name) {
     std::filesystem::path p(v);
     if (!p.is_absolute()) return std::nullopt;
     return p;
+}
+
+using json::Json;
+
+constexpr const char* kTooBig = "fichier trop gros";
+
+// A damaged settings file goes aside, so the next write cannot lose what a
+// person could still read in it, and the caller hears of it.
+Json keptAside(const std::filesystem::path& file, const std::string& reason, std::string* damage) {
+    auto aside = keepAside(file);
+    if (damage)
+        *damage = "Réglages illisibles (" + reason + ") : " +
+                  (aside ? "le fichier est gardé à part sous « " + aside->filename().string() + " » ; "
+                         : std::string()) +
+                  "les réglages par défaut sont pris.";
+    return Json::object();
 }
 
 }  // namespace
@@ -86,7 +107,7 @@ std::optional<std::string> assignedValue(std::string_view line, std::string_view
 
 std::filesystem::path downloads() {
     std::optional<std::string> value;
-    if (auto text = readFile(configHome() / "user-dirs.dirs")) {
+    if (auto text = readFile(configHome() / "user-dirs.dirs", limits::settingsBytes)) {
         size_t begin = 0;
         while (begin < text->size()) {
             size_t end = text->find('\n', begin);
@@ -118,15 +139,22 @@ std::filesystem::path standardized(const std::filesystem::path& p) {
     return text;
 }
 
-std::optional<std::string> readFile(const std::filesystem::path& file) {
+Result<std::string> readFile(const std::filesystem::path& file, uint64_t maxBytes) {
     // Non-blocking open, so that a FIFO that happens to bear the name cannot
     // hang the caller; it is then refused as not a regular file.
     int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (fd < 0) return std::nullopt;
+    if (fd < 0) return Error{systemMessage(errno)};
     struct stat st {};
     if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
         ::close(fd);
-        return std::nullopt;
+        return Error{S_ISDIR(st.st_mode) ? systemMessage(EISDIR) : "pas un fichier ordinaire"};
+    }
+    auto tooBig = [&](uint64_t size) {
+        return Error{std::string(kTooBig) + " (" + Format::bytes(size) + ", " + Format::bytes(maxBytes) + " au plus)"};
+    };
+    if (static_cast<uint64_t>(st.st_size) > maxBytes) {
+        ::close(fd);
+        return tooBig(static_cast<uint64_t>(st.st_size));
     }
     std::string out;
     out.reserve(static_cast<size_t>(st.st_size));
@@ -135,17 +163,25 @@ std::optional<std::string> readFile(const std::filesystem::path& file) {
         ssize_t n = ::read(fd, buffer, sizeof buffer);
         if (n < 0 && errno == EINTR) continue;
         if (n < 0) {
+            const int code = errno;
             ::close(fd);
-            return std::nullopt;
+            return Error{systemMessage(code)};
         }
         if (n == 0) break;
         out.append(buffer, static_cast<size_t>(n));
+        // A file that grows while it is read is held to the same bound.
+        if (out.size() > maxBytes) {
+            ::close(fd);
+            return tooBig(out.size());
+        }
     }
     ::close(fd);
     return out;
 }
 
-bool writeAtomically(const std::filesystem::path& file, std::string_view bytes) {
+bool isTooBig(const Error& refusal) { return refusal.message.rfind(kTooBig, 0) == 0; }
+
+Status writeAtomically(const std::filesystem::path& file, std::string_view bytes) {
     static std::atomic<unsigned> counter{0};
     std::filesystem::path folder = file.parent_path().empty() ? "." : file.parent_path();
     std::filesystem::path temp;
@@ -156,42 +192,111 @@ bool writeAtomically(const std::filesystem::path& file, std::string_view bytes) 
                          std::to_string(counter++) + "-" + std::to_string(tick % 1000000) + ".tmp");
         // 0666 lets the user's umask decide, as for any file the program makes.
         fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-        if (fd < 0 && errno != EEXIST) return false;
+        if (fd < 0 && errno != EEXIST) return Error{systemMessage(errno)};
     }
-    if (fd < 0) return false;
+    if (fd < 0) return Error{systemMessage(EEXIST)};
 
-    bool ok = writeAll(fd, bytes.data(), bytes.size());
-    ok = ok && ::fsync(fd) == 0;
-    ok = ::close(fd) == 0 && ok;
-    ok = ok && ::rename(temp.c_str(), file.c_str()) == 0;
-    if (!ok) {
+    // The first failing step names the reason; the temporary goes whatever happens.
+    int code = 0;
+    if (!writeAll(fd, bytes.data(), bytes.size())) code = errno ? errno : EIO;
+    if (!code && ::fsync(fd) != 0) code = errno;
+    if (::close(fd) != 0 && !code) code = errno;
+    if (!code && ::rename(temp.c_str(), file.c_str()) != 0) code = errno;
+    if (code) {
         ::unlink(temp.c_str());
-        return false;
+        return Error{systemMessage(code)};
     }
-    // Make the rename itself durable; a failure here loses nothing we can fix.
+    // The rename itself made durable. Some file systems cannot flush a
+    // folder (EINVAL): the rename is then as safe as they make it.
     int dir = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (dir >= 0) {
-        ::fsync(dir);
+        if (::fsync(dir) != 0 && errno != EINVAL) code = errno;
         ::close(dir);
+        if (code) return Error{systemMessage(code)};
     }
-    return true;
+    return Ok{};
 }
 
-json::Json readSettings(const std::filesystem::path& file) {
-    if (auto text = readFile(file))
-        if (auto j = json::parse(*text); j && j->is_object()) return std::move(*j);
-    return json::Json::object();
+Result<std::filesystem::path> keepAside(const std::filesystem::path& file, std::string_view label) {
+    std::time_t now = std::time(nullptr);
+    std::tm local{};
+    localtime_r(&now, &local);
+    char stamp[32];
+    std::strftime(stamp, sizeof stamp, "%Y%m%d-%H%M%S", &local);
+    const std::string base = file.filename().string() + "." + std::string(label) + "-" + stamp;
+    for (int n = 1; n < 100; ++n) {
+        std::filesystem::path aside = file.parent_path() / (n == 1 ? base : base + "-" + std::to_string(n));
+        // Never over another kept file: link, then drop the old name.
+        if (::link(file.c_str(), aside.c_str()) == 0) {
+            ::unlink(file.c_str());
+            return aside;
+        }
+        if (errno == EEXIST) continue;
+        // Without hard links (some file systems), a rename that may not replace.
+        if (errno == EPERM || errno == EXDEV || errno == EOPNOTSUPP) {
+            std::error_code ec;
+            if (std::filesystem::exists(aside, ec)) continue;
+            if (::rename(file.c_str(), aside.c_str()) == 0) return aside;
+        }
+        return Error{systemMessage(errno)};
+    }
+    return Error{systemMessage(EEXIST)};
 }
 
-void writeSetting(const std::filesystem::path& file, const std::string& key, const std::optional<json::Json>& value) {
+std::unique_ptr<FileLock> FileLock::tryTake(const std::filesystem::path& file) {
+    // The lock file may be removed by its holder when done: a lock taken on
+    // a name that no longer leads to the same file is taken again.
+    for (int attempt = 0; attempt < 8; ++attempt) {
+        int fd = ::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666);
+        if (fd < 0) return nullptr;
+        if (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
+            ::close(fd);
+            return nullptr;
+        }
+        struct stat held {}, named {};
+        if (::fstat(fd, &held) == 0 && ::stat(file.c_str(), &named) == 0 && held.st_dev == named.st_dev &&
+            held.st_ino == named.st_ino)
+            return std::unique_ptr<FileLock>(new FileLock(fd, file));
+        ::close(fd);
+    }
+    return nullptr;
+}
+
+bool FileLock::isHeldElsewhere(const std::filesystem::path& file) {
+    int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    if (fd < 0) return false;
+    const bool held = ::flock(fd, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+    ::close(fd);
+    return held;
+}
+
+FileLock::~FileLock() {
+    // Removed while still held, so nobody can be holding the name we drop.
+    ::unlink(file_.c_str());
+    ::close(fd_);
+}
+
+Json readSettings(const std::filesystem::path& file, std::string* damage) {
+    auto text = readFile(file, limits::settingsBytes);
+    if (!text) {
+        // Missing or unreadable for now is no damage; too big is, and goes aside.
+        if (!isTooBig(text.error())) return Json::object();
+        return keptAside(file, text.error().message, damage);
+    }
+    auto j = json::read(*text);
+    if (j && j->is_object()) return std::move(*j);
+    return keptAside(file, j ? "pas un objet JSON" : j.error().message, damage);
+}
+
+Status writeSetting(const std::filesystem::path& file, const std::string& key, const std::optional<Json>& value) {
     std::error_code ec;
     std::filesystem::create_directories(file.parent_path(), ec);
-    json::Json all = readSettings(file);
+    Json all = readSettings(file);
     if (value)
         all[key] = *value;
     else
         all.erase(key);
-    writeAtomically(file, all.dump(2, ' ', false, json::Json::error_handler_t::replace) + "\n");
+    return writeAtomically(file, all.dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
 }
 
 std::optional<std::filesystem::path> plainNameLink(const std::filesystem::path& file) {

@@ -5,14 +5,17 @@
 // expected on one thread (the interface thread).
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "base/Json.h"
+#include "base/Result.h"
 
 namespace qv::paths {
 
@@ -50,13 +53,45 @@ std::filesystem::path standardized(const std::filesystem::path& p);
 
 // Files -----------------------------------------------------------------
 // Whole-file reads and atomic replacement: the bytes go to a temporary file
-// in the same folder, are flushed to the disk, then renamed over `file`, so
-// a reader sees the old file or the new one, never half of one. A failure
-// leaves the old file and no temporary behind.
+// in the same folder, are flushed to the disk, then renamed over `file`, and
+// the folder is flushed too, so a reader sees the old file or the new one,
+// never half of one, and a save reported done survives a power cut. A
+// failure leaves the old file and no temporary behind, and says why in
+// French ("plus de place sur le disque").
 
-// Nothing when the path is not a regular file or cannot be read.
-std::optional<std::string> readFile(const std::filesystem::path& file);
-bool writeAtomically(const std::filesystem::path& file, std::string_view bytes);
+// The whole file, refused unread when it is not a regular file or holds
+// more than `maxBytes`; the French reason otherwise.
+Result<std::string> readFile(const std::filesystem::path& file, uint64_t maxBytes);
+// Whether readFile refused the file for its size: damage, where a refusal
+// for rights or a passing disk error is not.
+bool isTooBig(const Error& refusal);
+Status writeAtomically(const std::filesystem::path& file, std::string_view bytes);
+
+// Moves a file out of the way, beside itself, under
+// "{name}.{label}-{yyyymmdd-hhmmss}" (a number added if taken), so that it
+// is no longer read as what it was and nothing of it is lost: a damaged
+// file ("endommagé"), another program's version of a project. The new path.
+Result<std::filesystem::path> keepAside(const std::filesystem::path& file, std::string_view label = "endommagé");
+
+// An advisory lock on `file` (created when missing), held while the object
+// lives: the file system's flock, released by the kernel when the process
+// dies, shared by no other open of the file in this process or another.
+class FileLock {
+public:
+    // Nothing when another holder has it or it cannot be taken.
+    static std::unique_ptr<FileLock> tryTake(const std::filesystem::path& file);
+    // Whether another holder has it now (a lock that cannot be made at all
+    // counts as free: nothing is known to hold it).
+    static bool isHeldElsewhere(const std::filesystem::path& file);
+    ~FileLock();
+    FileLock(const FileLock&) = delete;
+    FileLock& operator=(const FileLock&) = delete;
+
+private:
+    FileLock(int fd, std::filesystem::path file) : fd_(fd), file_(std::move(file)) {}
+    int fd_;
+    std::filesystem::path file_;
+};
 
 // A symbolic link to `file` under cacheHome()/quorvel/liens, with a name
 // any format can hold: the FNV-1a hash of the path's bytes and what is
@@ -74,9 +109,12 @@ bool writeAll(int fd, const char* p, size_t n);
 // The settings file: one JSON object, one key per setting, shared by the
 // application settings and the log's launch date. Each change re-reads the
 // file and replaces only its own key, so writers never undo each other.
-// Reading gives an empty object when the file is missing or damaged.
-json::Json readSettings(const std::filesystem::path& file);
+// Reading gives an empty object when the file is missing; a file that is
+// there but damaged (not a JSON object, over limits::settingsBytes, nested
+// too deep) is kept aside first (keepAside), and `damage` gets a French
+// sentence saying so.
+json::Json readSettings(const std::filesystem::path& file, std::string* damage = nullptr);
 // Creates the folder if needed; nothing as `value` removes the key.
-void writeSetting(const std::filesystem::path& file, const std::string& key, const std::optional<json::Json>& value);
+Status writeSetting(const std::filesystem::path& file, const std::string& key, const std::optional<json::Json>& value);
 
 }  // namespace qv::paths

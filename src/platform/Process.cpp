@@ -9,13 +9,15 @@
 #include <cerrno>
 #include <cstring>
 
+#include "base/SystemError.h"
+
 extern char** environ;
 
 namespace qv::process {
 
 Result<Output> run(const std::filesystem::path& program, const std::vector<std::string>& args) {
     int fds[2];
-    if (pipe2(fds, O_CLOEXEC) != 0) return Error{std::strerror(errno)};
+    if (pipe2(fds, O_CLOEXEC) != 0) return Error{systemMessage(errno)};
 
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
@@ -36,7 +38,7 @@ Result<Output> run(const std::filesystem::path& program, const std::vector<std::
     close(fds[1]);
     if (rc != 0) {
         close(fds[0]);
-        return Error{std::strerror(rc)};
+        return Error{systemMessage(rc)};
     }
 
     Output result;

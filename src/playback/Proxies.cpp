@@ -5,6 +5,7 @@
 #include <cmath>
 #include <tuple>
 
+#include "base/SystemError.h"
 #include "base/Text.h"
 #include "platform/Paths.h"
 #include "platform/ThreadPriority.h"
@@ -308,7 +309,7 @@ void ProxyMaker::work(Worker& self, int worker) {
         if (outcome.made()) {
             fs::rename(part, target, ec);
             if (ec) {
-                outcome = {Kind::outputFailed, "Impossible d'écrire " + target.filename().string() + " : " + ec.message()};
+                outcome = {Kind::outputFailed, "Impossible d'écrire " + target.filename().string() + " : " + systemMessage(ec)};
                 fs::remove(part, ec);
             }
         }

@@ -4,6 +4,7 @@
 #include <optional>
 #include <system_error>
 
+#include "base/SystemError.h"
 #include "base/Text.h"
 #include "diagnostics/Log.h"
 #include "platform/MediaWriter.h"
@@ -110,7 +111,7 @@ void VideoExportSession::start(VideoRender::Job job, VideoCodec codec, fs::path 
         }  // the file is closed here, before it moves or goes
         if (status) {
             fs::rename(partial, r->to, ec);
-            if (ec) status = Error{"impossible de remplacer " + r->to.filename().string() + " (" + ec.message() + ")."};
+            if (ec) status = Error{"impossible de remplacer " + r->to.filename().string() + " (" + systemMessage(ec) + ")."};
         }
         if (!status) {
             fs::remove(partial, ec);

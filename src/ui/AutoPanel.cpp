@@ -21,9 +21,9 @@ AutoPanel::AutoPanel(AppModel& model, QWidget* parent)
     add(head);
 
     const AutoSettings defaults;
-    auto plan = [this](const QString& title, double AutoSettings::*field, double max, double neutral) {
+    auto plan = [this](const QString& title, double AutoSettings::*field, Range range, double neutral) {
         return new ValueSlider(
-            title, 0.5, max, 0.5, neutral, formatter("%.1f s"), [this, field] { return model_.autoSettings().*field; },
+            title, range.min, range.max, 0.5, neutral, formatter("%.1f s"), [this, field] { return model_.autoSettings().*field; },
             [this, field](double v) {
                 AutoSettings a = model_.autoSettings();
                 a.*field = v;
@@ -42,8 +42,8 @@ AutoPanel::AutoPanel(AppModel& model, QWidget* parent)
             this);
     };
     auto* plans = new PanelBox(QString(), this);
-    plans->add(plan(QStringLiteral("Plan le plus court"), &AutoSettings::minPlan, 15, defaults.minPlan));
-    plans->add(plan(QStringLiteral("Plan le plus long"), &AutoSettings::maxPlan, 30, defaults.maxPlan));
+    plans->add(plan(QStringLiteral("Plan le plus court"), &AutoSettings::minPlan, AutoSettings::minPlanRange, defaults.minPlan));
+    plans->add(plan(QStringLiteral("Plan le plus long"), &AutoSettings::maxPlan, AutoSettings::maxPlanRange, defaults.maxPlan));
     plans->add(toggle(QStringLiteral("Couper sur les temps forts de la musique"), &AutoSettings::snapToBeat));
     plans->add(toggle(QStringLiteral("Plans plus courts juste après un drop"), &AutoSettings::fasterOnDrops));
     add(plans);
@@ -101,7 +101,8 @@ void AutoPanel::rebuildWeights() {
     clearLayout(weights_);
     for (int c = 0; c < count; ++c)
         weights_->addWidget(new ValueSlider(
-            QString::fromStdString(model_.cameraName(c)), 0, 100, 1, 100, formatter("%.0f %%"),
+            QString::fromStdString(model_.cameraName(c)), AutoSettings::weightRange.min, AutoSettings::weightRange.max, 1,
+            100, formatter("%.0f %%"),
             [this, c] {
                 auto id = model_.cameraId(c);
                 if (!id) return 100.0;

@@ -86,10 +86,12 @@ void ColorPanel::setSectionOpen(const QString& id, bool open) {
         }
 }
 
-ValueSlider* ColorPanel::slider(QVBoxLayout* into, const QString& title, double ColorGrade::*field, double min,
-                                double max, double step, double neutral, const char* format) {
+ValueSlider* ColorPanel::slider(QVBoxLayout* into, const QString& title, double ColorGrade::*field, double step,
+                                double neutral, const char* format) {
+    // The range is the grade's own, the one its files are held to.
+    const Range range = ColorGrade::rangeOf(field);
     auto* s = new ValueSlider(
-        title, min, max, step, neutral, formatter(format), [this, field] { return grade().*field; },
+        title, range.min, range.max, step, neutral, formatter(format), [this, field] { return grade().*field; },
         [this, field](double v) {
             ColorGrade g = grade();
             g.*field = v;
@@ -117,7 +119,7 @@ QWidget* ColorPanel::wheel(const QString& caption, ColorWheel ColorGrade::*field
     column->addWidget(w, 0, Qt::AlignHCenter);
     if (withLuma) {
         auto* luma = new ValueSlider(
-            QStringLiteral("Luminosité"), -100, 100, 1, 0, formatter("%+.0f"), [this, field] { return (grade().*field).luma; },
+            QStringLiteral("Luminosité"), limits::signedPercent.min, limits::signedPercent.max, 1, 0, formatter("%+.0f"), [this, field] { return (grade().*field).luma; },
             [this, field](double v) {
                 ColorGrade g = grade();
                 (g.*field).luma = v;
@@ -149,26 +151,26 @@ ColorPanel::ColorPanel(AppModel& model, QWidget* parent) : PanelPage(QString(), 
     using G = ColorGrade;
     QVBoxLayout* base = section(QStringLiteral("base"), QStringLiteral("Correction de base"));
     base->addWidget(subheading(QStringLiteral("Balance des blancs"), widget()));
-    slider(base, QStringLiteral("Température"), &G::temperature, -100, 100, 1, 0, "%+.0f");
-    slider(base, QStringLiteral("Teinte"), &G::tint, -100, 100, 1, 0, "%+.0f");
+    slider(base, QStringLiteral("Température"), &G::temperature, 1, 0, "%+.0f");
+    slider(base, QStringLiteral("Teinte"), &G::tint, 1, 0, "%+.0f");
     base->addWidget(subheading(QStringLiteral("Ton"), widget()));
-    slider(base, QStringLiteral("Exposition"), &G::exposure, -4, 4, 0.05, 0, "%+.2f");
-    slider(base, QStringLiteral("Contraste"), &G::contrast, -100, 100, 1, 0, "%+.0f");
-    slider(base, QStringLiteral("Tons clairs"), &G::highlights, -100, 100, 1, 0, "%+.0f");
-    slider(base, QStringLiteral("Tons foncés"), &G::shadows, -100, 100, 1, 0, "%+.0f");
-    slider(base, QStringLiteral("Blancs"), &G::whites, -100, 100, 1, 0, "%+.0f");
-    slider(base, QStringLiteral("Noirs"), &G::blacks, -100, 100, 1, 0, "%+.0f");
-    slider(base, QStringLiteral("Saturation"), &G::saturation, 0, 200, 1, 100, "%.0f");
+    slider(base, QStringLiteral("Exposition"), &G::exposure, 0.05, 0, "%+.2f");
+    slider(base, QStringLiteral("Contraste"), &G::contrast, 1, 0, "%+.0f");
+    slider(base, QStringLiteral("Tons clairs"), &G::highlights, 1, 0, "%+.0f");
+    slider(base, QStringLiteral("Tons foncés"), &G::shadows, 1, 0, "%+.0f");
+    slider(base, QStringLiteral("Blancs"), &G::whites, 1, 0, "%+.0f");
+    slider(base, QStringLiteral("Noirs"), &G::blacks, 1, 0, "%+.0f");
+    slider(base, QStringLiteral("Saturation"), &G::saturation, 1, 100, "%.0f");
 
     QVBoxLayout* creative = section(QStringLiteral("creatif"), QStringLiteral("Créatif"));
     creative->addWidget(subheading(QStringLiteral("Look (LUT .cube)"), widget()));
     lutMenu_ = menuButton(widget());
     creative->addWidget(lutMenu_);
-    lutIntensity_ = slider(creative, QStringLiteral("Intensité du look"), &G::lutIntensity, 0, 200, 1, 100, "%.0f");
-    slider(creative, QStringLiteral("Film délavé"), &G::fadedFilm, 0, 100, 1, 0, "%.0f");
-    slider(creative, QStringLiteral("Netteté"), &G::sharpen, -100, 100, 1, 0, "%+.0f");
-    slider(creative, QStringLiteral("Vibrance"), &G::vibrance, -100, 100, 1, 0, "%+.0f");
-    slider(creative, QStringLiteral("Saturation"), &G::creativeSaturation, 0, 200, 1, 100, "%.0f");
+    lutIntensity_ = slider(creative, QStringLiteral("Intensité du look"), &G::lutIntensity, 1, 100, "%.0f");
+    slider(creative, QStringLiteral("Film délavé"), &G::fadedFilm, 1, 0, "%.0f");
+    slider(creative, QStringLiteral("Netteté"), &G::sharpen, 1, 0, "%+.0f");
+    slider(creative, QStringLiteral("Vibrance"), &G::vibrance, 1, 0, "%+.0f");
+    slider(creative, QStringLiteral("Saturation"), &G::creativeSaturation, 1, 100, "%.0f");
     auto* tints = new QHBoxLayout();
     tints->addWidget(wheel(QStringLiteral("Teinte tons foncés"), &G::shadowTint, false, 84));
     tints->addWidget(wheel(QStringLiteral("Teinte tons clairs"), &G::highlightTint, false, 84));
@@ -185,15 +187,15 @@ ColorPanel::ColorPanel(AppModel& model, QWidget* parent) : PanelPage(QString(), 
         QStringLiteral("Glisse le point vers une couleur pour teinter. Double-clic sur une roue : remise à zéro."), widget()));
 
     QVBoxLayout* vignette = section(QStringLiteral("vignette"), QStringLiteral("Vignette"));
-    slider(vignette, QStringLiteral("Quantité"), &G::vignette, -3, 3, 0.05, 0, "%+.1f");
-    slider(vignette, QStringLiteral("Milieu"), &G::vignetteMidpoint, 0, 100, 1, 50, "%.0f");
-    slider(vignette, QStringLiteral("Contour progressif"), &G::vignetteFeather, 0, 100, 1, 50, "%.0f");
+    slider(vignette, QStringLiteral("Quantité"), &G::vignette, 0.05, 0, "%+.1f");
+    slider(vignette, QStringLiteral("Milieu"), &G::vignetteMidpoint, 1, 50, "%.0f");
+    slider(vignette, QStringLiteral("Contour progressif"), &G::vignetteFeather, 1, 50, "%.0f");
 
     QVBoxLayout* texture = section(QStringLiteral("texture"), QStringLiteral("Texture et grain"));
-    slider(texture, QStringLiteral("Texture"), &G::texture, -100, 100, 1, 0, "%+.0f");
-    slider(texture, QStringLiteral("Grain"), &G::grain, 0, 100, 1, 0, "%.0f");
-    grainSize_ = slider(texture, QStringLiteral("Taille du grain"), &G::grainSize, 0, 100, 1, 25, "%.0f");
-    grainRoughness_ = slider(texture, QStringLiteral("Rugosité"), &G::grainRoughness, 0, 100, 1, 50, "%.0f");
+    slider(texture, QStringLiteral("Texture"), &G::texture, 1, 0, "%+.0f");
+    slider(texture, QStringLiteral("Grain"), &G::grain, 1, 0, "%.0f");
+    grainSize_ = slider(texture, QStringLiteral("Taille du grain"), &G::grainSize, 1, 25, "%.0f");
+    grainRoughness_ = slider(texture, QStringLiteral("Rugosité"), &G::grainRoughness, 1, 50, "%.0f");
 
     QVBoxLayout* presets = section(QStringLiteral("presets"), QStringLiteral("Préréglages"));
     auto* nameRow = new QHBoxLayout();

@@ -41,8 +41,10 @@ private:
     ColorGrade grade() const;
     void setGrade(const ColorGrade& g);
     QVBoxLayout* section(const QString& id, const QString& title);
-    ValueSlider* slider(QVBoxLayout* into, const QString& title, double ColorGrade::*field, double min, double max,
-                        double step, double neutral, const char* format);
+    // A slider on a number field of the grade, over the range the grade
+    // itself allows (ColorGrade::rangeOf).
+    ValueSlider* slider(QVBoxLayout* into, const QString& title, double ColorGrade::*field, double step,
+                        double neutral, const char* format);
     QWidget* wheel(const QString& caption, ColorWheel ColorGrade::*field, bool withLuma, double size);
     void rebuildPresets();
 

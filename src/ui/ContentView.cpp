@@ -64,15 +64,14 @@ public:
         auto* row = new QHBoxLayout(this);
         row->setContentsMargins(14, 8, 14, 8);
         row->setSpacing(10);
-        row->addWidget(symbolLabel("checkmark.circle.fill", 15, Theme::accent(), this));
-        auto* note = new ElidedLabel(QStringLiteral("Quorvel enregistre tout seul : en rouvrant ce dossier, tu retrouves "
-                                                    "ton montage et tes réglages."),
-                                     this);
-        note->setFont(Theme::text(11));
-        setTextColor(note, Theme::gray3());
-        note->setToolTip(note->text());
-        note->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
-        row->addWidget(note, 1);
+        saved_ = symbolLabel("checkmark.circle.fill", 15, Theme::accent(), this);
+        unsaved_ = symbolLabel("exclamationmark.triangle.fill", 15, Theme::warning(), this);
+        row->addWidget(saved_);
+        row->addWidget(unsaved_);
+        note_ = new ElidedLabel(QString(), this);
+        note_->setFont(Theme::text(11));
+        note_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+        row->addWidget(note_, 1);
         range_ = new QuorvelLabel(QString(), this);
         row->addWidget(range_);
         const std::tuple<const char*, const char*, std::function<void()>> marks[] = {
@@ -103,6 +102,16 @@ public:
     }
 
     void refresh() {
+        // The promise of the autosave holds only while saves succeed.
+        const bool saving = !model_.saveProblem();
+        saved_->setVisible(saving);
+        unsaved_->setVisible(!saving);
+        note_->setText(saving ? QStringLiteral("Quorvel enregistre tout seul : en rouvrant ce dossier, tu retrouves "
+                                               "ton montage et tes réglages.")
+                              : QStringLiteral("Tes modifications ne sont pas enregistrées pour l'instant : la raison "
+                                               "est en bas, à droite."));
+        setTextColor(note_, saving ? Theme::gray3() : Theme::warning());
+        note_->setToolTip(note_->text());
         const EditModel& e = model_.edit();
         const bool whole = e.rangeIsWholeSet();
         const TimeRange r = e.exportRange();
@@ -114,6 +123,9 @@ public:
 
 private:
     AppModel& model_;
+    QLabel* saved_ = nullptr;
+    QLabel* unsaved_ = nullptr;
+    ElidedLabel* note_ = nullptr;
     QuorvelLabel* range_ = nullptr;
     QuorvelButton* clear_ = nullptr;
 };
@@ -315,6 +327,9 @@ ContentView::ContentView(AppModel& model, ModelObject& object, QWidget* parent)
     f->addWidget(progress_);
     status_ = makeLabel(QString(), Theme::text(11), Theme::gray2(), footer_);
     f->addWidget(status_, 1);
+    saveProblem_ = makeLabel(QString(), Theme::text(11, Theme::Weight::semibold), Theme::warning(), footer_);
+    saveProblem_->setObjectName("saveProblem");
+    f->addWidget(saveProblem_);
     previewLabel_ = makeLabel(QString(), Theme::text(11), Theme::gray2(), footer_);
     previewLabel_->setObjectName("previewWork");
     previewLabel_->setToolTip(QStringLiteral("Copies légères des caméras lourdes, faites autour de la tête de lecture "
@@ -432,6 +447,8 @@ void ContentView::refresh() {
     progress_->setVisible(model_.isWorking());
     progress_->setValue(int(model_.progress() * 1000));
     status_->setText(q(model_.status()));
+    saveProblem_->setVisible(model_.saveProblem().has_value());
+    saveProblem_->setText(q(model_.saveProblem().value_or("")));
     // Files set aside, placed or not read at all: the user must be able to
     // see which and why, not only in the log.
     const size_t unsynced = model_.result() ? model_.result()->unsynced.size() : 0;

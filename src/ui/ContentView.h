@@ -134,6 +134,8 @@ private:
     QWidget* footer_ = nullptr;
     QProgressBar* progress_ = nullptr;
     QLabel* status_ = nullptr;
+    // "Sauvegarde impossible : …" or the read-only note, until all is well.
+    QLabel* saveProblem_ = nullptr;
     // The preview copies under way, at the footer's right; polled, since
     // they are made on threads that never call the interface.
     QProgressBar* previewBar_ = nullptr;

@@ -38,12 +38,14 @@ CropPanel::CropPanel(AppModel& model, QWidget* parent)
             parent);
     };
     auto* zoomBox = new PanelBox(QStringLiteral("Zoom"), this);
-    zoomBox->add(percent(QStringLiteral("Zoom dans l'image"), &CameraFrame::zoom, 100, 400, 5, 100, zoomBox));
+    zoomBox->add(percent(QStringLiteral("Zoom dans l'image"), &CameraFrame::zoom, CameraFrame::zoomRange.min * 100,
+                         CameraFrame::zoomRange.max * 100, 5, 100, zoomBox));
     add(zoomBox);
 
     auto* position = new PanelBox(QStringLiteral("Position"), this);
-    x_ = percent(QStringLiteral("Gauche ↔ droite"), &CameraFrame::x, -100, 100, 1, 0, position);
-    y_ = percent(QStringLiteral("Haut ↔ bas"), &CameraFrame::y, -100, 100, 1, 0, position);
+    constexpr Range side = CameraFrame::offsetRange;
+    x_ = percent(QStringLiteral("Gauche ↔ droite"), &CameraFrame::x, side.min * 100, side.max * 100, 1, 0, position);
+    y_ = percent(QStringLiteral("Haut ↔ bas"), &CameraFrame::y, side.min * 100, side.max * 100, 1, 0, position);
     position->add(x_);
     position->add(y_);
     auto buttons = [this, position](const QString& caption, const std::array<QString, 3>& names, bool vertical) {

@@ -22,15 +22,15 @@ DropsPanel::DropsPanel(AppModel& model, QWidget* parent)
                       this));
     auto* box = new PanelBox(QString(), this);
     auto* sensitivity = new ValueSlider(
-        QStringLiteral("Sensibilité"), 0, 1, 0.05, 0.5, percentOfFraction, [this] { return model_.dropSensitivity(); },
+        QStringLiteral("Sensibilité"), limits::fraction.min, limits::fraction.max, 0.05, 0.5, percentOfFraction, [this] { return model_.dropSensitivity(); },
         [this](double v) { model_.setDropSensitivity(v); }, box);
     box->add(sensitivity);
     box->add(new PanelNote(QStringLiteral("Plus haut = trouve aussi les drops moins marqués."), box));
     box->add(new ValueSlider(
-        QStringLiteral("Garder avant le drop"), 2, 60, 1, 15, formatter("%.0f s"), [this] { return model_.dropPre(); },
+        QStringLiteral("Garder avant le drop"), ProjectFile::dropPreRange.min, ProjectFile::dropPreRange.max, 1, 15, formatter("%.0f s"), [this] { return model_.dropPre(); },
         [this](double v) { model_.setDropMargins(v, model_.dropPost()); }, box));
     box->add(new ValueSlider(
-        QStringLiteral("Garder après le drop"), 5, 120, 1, 30, formatter("%.0f s"), [this] { return model_.dropPost(); },
+        QStringLiteral("Garder après le drop"), ProjectFile::dropPostRange.min, ProjectFile::dropPostRange.max, 1, 30, formatter("%.0f s"), [this] { return model_.dropPost(); },
         [this](double v) { model_.setDropMargins(model_.dropPre(), v); }, box));
     add(box);
     auto* rows = new QWidget(this);

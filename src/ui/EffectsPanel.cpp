@@ -63,11 +63,12 @@ void refreshSegmented(QWidget* root) {
 
 }  // namespace
 
-ValueSlider* EffectsPanel::slider(const QString& title, double EffectSettings::*field, double min, double max,
-                                  double step, Formatter text) {
+ValueSlider* EffectsPanel::slider(const QString& title, double EffectSettings::*field, double step, Formatter text) {
     const EffectSettings defaults;
+    // The range is the settings' own, the one project files are held to.
+    const Range range = EffectSettings::rangeOf(field);
     return new ValueSlider(
-        title, min, max, step, defaults.*field, text ? std::move(text) : percentOfFraction,
+        title, range.min, range.max, step, defaults.*field, text ? std::move(text) : percentOfFraction,
         [this, field] { return model_.effects().*field; },
         [this, field](double v) {
             EffectSettings e = model_.effects();
@@ -136,15 +137,15 @@ EffectsPanel::EffectsPanel(AppModel& model, QWidget* parent)
     section(1, QStringLiteral("Zoom et dézoom automatiques"), &E::zoomEnabled, body);
     body->addWidget(picker([](const E& e, const Uuid& id) { return e.zoomCameras.count(id) > 0; },
                            [this](int c) { model_.toggleZoomCamera(c); }));
-    body->addWidget(slider(QStringLiteral("Part zoom avant / dézoom"), &E::zoomInShare, 0, 1, 0.05, [](double v) {
+    body->addWidget(slider(QStringLiteral("Part zoom avant / dézoom"), &E::zoomInShare, 0.05, [](double v) {
         const int in = int(std::lround(v * 100));
         return QStringLiteral("%1 / %2 %").arg(in).arg(100 - in);
     }));
-    body->addWidget(slider(QStringLiteral("Force du zoom"), &E::zoomMax, 102, 140, 1, formatter("%.0f %%")));
+    body->addWidget(slider(QStringLiteral("Force du zoom"), &E::zoomMax, 1, formatter("%.0f %%")));
     body->addWidget(captioned(QStringLiteral("Vitesse"),
                               choices({QStringLiteral("Lent"), QStringLiteral("Rapide")}, &E::zoomStyle), this));
     body->addWidget(toggle(QStringLiteral("Zoom partiel (jamais à fond, plus doux)"), &E::zoomPartial, this));
-    partial_ = slider(QStringLiteral("Part du chemin"), &E::zoomPartialAmount, 0.2, 0.9, 0.05, nullptr);
+    partial_ = slider(QStringLiteral("Part du chemin"), &E::zoomPartialAmount, 0.05, nullptr);
     body->addWidget(partial_);
     auto* draw = new WrapButton("dice", QStringLiteral("Tire au sort d'autres zooms avant / arrière"), this);
     connect(draw, &QAbstractButton::clicked, this, [this] { model_.reshuffleEffects(); });
@@ -153,14 +154,14 @@ EffectsPanel::EffectsPanel(AppModel& model, QWidget* parent)
     section(2, QStringLiteral("Mouvement caméra épaule"), &E::shakeEnabled, body);
     body->addWidget(picker([](const E& e, const Uuid& id) { return e.shakeCameras.count(id) > 0; },
                            [this](int c) { model_.toggleShakeCamera(c); }));
-    body->addWidget(slider(QStringLiteral("Intensité"), &E::shakeIntensity, 0, 1, 0.05, nullptr));
-    body->addWidget(slider(QStringLiteral("Rapidité"), &E::shakeSpeed, 0, 1, 0.05, nullptr));
-    body->addWidget(slider(QStringLiteral("Ampleur des mouvements"), &E::shakeExtent, 0, 1, 0.05, nullptr));
+    body->addWidget(slider(QStringLiteral("Intensité"), &E::shakeIntensity, 0.05, nullptr));
+    body->addWidget(slider(QStringLiteral("Rapidité"), &E::shakeSpeed, 0.05, nullptr));
+    body->addWidget(slider(QStringLiteral("Ampleur des mouvements"), &E::shakeExtent, 0.05, nullptr));
 
     section(3, QStringLiteral("Flou d'objectif"), &E::lensEnabled, body);
     body->addWidget(picker([](const E& e, const Uuid& id) { return e.lensCameras.count(id) > 0; },
                            [this](int c) { model_.toggleEffectCamera(LookKind::lens, c); }));
-    body->addWidget(slider(QStringLiteral("Force du flou"), &E::lensAmount, 0, 1, 0.05, nullptr));
+    body->addWidget(slider(QStringLiteral("Force du flou"), &E::lensAmount, 0.05, nullptr));
     body->addWidget(captioned(QStringLiteral("Rendu"),
                               choices({QStringLiteral("Bokeh"), QStringLiteral("Doux")}, &E::lensStyle), this));
     body->addWidget(captioned(QStringLiteral("Animation"),
@@ -175,9 +176,9 @@ EffectsPanel::EffectsPanel(AppModel& model, QWidget* parent)
     section(4, QStringLiteral("Flou de mouvement"), &E::shutterEnabled, body);
     body->addWidget(picker([](const E& e, const Uuid& id) { return e.shutterCameras.count(id) > 0; },
                            [this](int c) { model_.toggleEffectCamera(LookKind::shutter, c); }));
-    body->addWidget(slider(QStringLiteral("Traînée"), &E::shutterTrail, 0.1, 0.95, 0.05, nullptr));
+    body->addWidget(slider(QStringLiteral("Traînée"), &E::shutterTrail, 0.05, nullptr));
     body->addWidget(new ValueSlider(
-        QStringLiteral("Saccades"), 1, 4, 1, EffectSettings{}.shutterStep,
+        QStringLiteral("Saccades"), E::shutterStepRange.min, E::shutterStepRange.max, 1, EffectSettings{}.shutterStep,
         [](double v) {
             const int n = int(std::lround(v));
             return n <= 1 ? QStringLiteral("fluide") : QStringLiteral("image tenue ×%1").arg(n);
@@ -196,11 +197,11 @@ EffectsPanel::EffectsPanel(AppModel& model, QWidget* parent)
     section(5, QStringLiteral("Effet VHS"), &E::vhsEnabled, body);
     body->addWidget(picker([](const E& e, const Uuid& id) { return e.vhsCameras.count(id) > 0; },
                            [this](int c) { model_.toggleEffectCamera(LookKind::vhs, c); }));
-    body->addWidget(slider(QStringLiteral("Intensité"), &E::vhsIntensity, 0, 1, 0.05, nullptr));
-    body->addWidget(slider(QStringLiteral("Couleurs qui bavent"), &E::vhsChroma, 0, 1, 0.05, nullptr));
-    body->addWidget(slider(QStringLiteral("Neige"), &E::vhsNoise, 0, 1, 0.05, nullptr));
-    body->addWidget(slider(QStringLiteral("Lignes"), &E::vhsScanlines, 0, 1, 0.05, nullptr));
-    body->addWidget(slider(QStringLiteral("Bande de tracking"), &E::vhsTracking, 0, 1, 0.05, nullptr));
+    body->addWidget(slider(QStringLiteral("Intensité"), &E::vhsIntensity, 0.05, nullptr));
+    body->addWidget(slider(QStringLiteral("Couleurs qui bavent"), &E::vhsChroma, 0.05, nullptr));
+    body->addWidget(slider(QStringLiteral("Neige"), &E::vhsNoise, 0.05, nullptr));
+    body->addWidget(slider(QStringLiteral("Lignes"), &E::vhsScanlines, 0.05, nullptr));
+    body->addWidget(slider(QStringLiteral("Bande de tracking"), &E::vhsTracking, 0.05, nullptr));
     body->addWidget(toggle(QStringLiteral("« PLAY ▶ » et la date à l'écran"), &E::vhsStamp, this));
 
     auto* foot = new PanelBox(QStringLiteral("Sur un plan précis"), this);

@@ -18,8 +18,7 @@ public:
     explicit EffectsPanel(AppModel& model, QWidget* parent = nullptr);
     void refresh() override;
     // A slider on a field of the effect settings.
-    ValueSlider* slider(const QString& title, double EffectSettings::*field, double min, double max, double step,
-                        Formatter text);
+    ValueSlider* slider(const QString& title, double EffectSettings::*field, double step, Formatter text);
     ValueSlider* partialAmount() const { return partial_; }
 
 private:

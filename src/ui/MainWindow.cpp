@@ -114,6 +114,11 @@ QAction* MainWindow::panelAction(RightPanel panel) const {
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {
+    // A save that failed is not given up without the user's word.
+    if (!model_.mayClose()) {
+        event->ignore();
+        return;
+    }
     model_.terminate();
     event->accept();
 }

@@ -48,14 +48,15 @@ SoundPanel::SoundPanel(AppModel& model, QWidget* parent) : PanelPage(QStringLite
 
     auto* levels = new PanelBox(QString(), this);
     levels->add(new ValueSlider(
-        QStringLiteral("Fondu quand une caméra se coupe"), 0, 3, 0.25, 0,
+        QStringLiteral("Fondu quand une caméra se coupe"), AudioSettings::rushFadeRange.min,
+        AudioSettings::rushFadeRange.max, 0.25, 0,
         [](double v) { return v <= 0 ? QStringLiteral("aucun") : formatValue("%.2g s", v); },
         [this] { return model_.audio().rushFade; }, store(&AudioSettings::rushFade), levels));
     levels->add(new PanelNote(QStringLiteral("Le son d'une caméra monte quand elle se met à filmer et descend quand elle "
                                              "s'arrête. Le son de table n'a pas de fondu."),
                               levels));
     levels->add(new ValueSlider(
-        QStringLiteral("Volume général"), -20, 6, 0.5, 0, formatter("%+.1f dB"),
+        QStringLiteral("Volume général"), AudioSettings::masterDbRange.min, AudioSettings::masterDbRange.max, 0.5, 0, formatter("%+.1f dB"),
         [this] { return model_.audio().masterDb; }, store(&AudioSettings::masterDb), levels));
     levels->add(new PanelNote(QStringLiteral("Le volume de chaque piste se règle dans la timeline, devant la piste."), levels));
     add(levels);

@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "edit/AudioSettings.h"
 #include "edit/TimeRange.h"
 #include "ui/ScreenModel.h"
 
@@ -42,7 +43,7 @@ double rulerStep(double pointsPerSecond);
 double sliderPosition(double zoom);
 double zoomAt(double position);
 // The range of a lane's level knob, in decibels.
-constexpr double levelMin = -30, levelMax = 6;
+constexpr double levelMin = AudioSettings::trackLevelRange.min, levelMax = AudioSettings::trackLevelRange.max;
 // Rounds a level to half decibels.
 double roundLevel(double db);
 

@@ -127,9 +127,9 @@ TEST_F(AppModelTest, TouchedRushSynchronisesAgainThenAppliesTheCuts) {
     });
     model->open(set, false);
     ASSERT_TRUE(main.waitUntil([&] { return model->pendingProject().has_value(); }));
-    const std::string before = *paths::readFile(file);
+    const std::string before = *paths::readFile(file, limits::projectBytes);
     model->save();
-    savedWhilePending = *paths::readFile(file) != before;
+    savedWhilePending = *paths::readFile(file, limits::projectBytes) != before;
     ASSERT_TRUE(settle());
     EXPECT_FALSE(savedWhilePending);
     EXPECT_NE(std::find(statuses.begin(), statuses.end(),
@@ -195,7 +195,7 @@ TEST_F(AppModelTest, VanishedFolderAsksWhereItWent) {
     const auto id = *model->currentProjectId();
     model->closeProject();
     const fs::path file = ProjectStore::directory() / (id + ".json");
-    const std::string bytes = *paths::readFile(file);
+    const std::string bytes = *paths::readFile(file, limits::projectBytes);
     const fs::path moved = home.root() / "ailleurs";
     fs::rename(set, moved);
     ProjectFile project = ProjectStore::list().at(0);
@@ -204,7 +204,7 @@ TEST_F(AppModelTest, VanishedFolderAsksWhereItWent) {
     model->openProject(project, false);
     EXPECT_EQ(dialogs.titles.back(), "Dossier du set introuvable");
     EXPECT_FALSE(model->currentProjectId());
-    EXPECT_EQ(*paths::readFile(file), bytes);
+    EXPECT_EQ(*paths::readFile(file, limits::projectBytes), bytes);
     EXPECT_EQ(model->projects().size(), 1u);
 
     dialogs.alerts = {0};

@@ -57,7 +57,7 @@ TEST_F(ExportCommandsTest, OnlyGradedCamerasGetACubeThatFfmpegReads) {
     EXPECT_FALSE(fs::exists(exports / "tiny-21 - MONTAGE 2 - Cam 1.cube"));
     EXPECT_NE(model->status().find(" + 1 LUT · "), std::string::npos) << model->status();
     EXPECT_EQ(viewer.shown.back().size(), 2u);
-    auto parsed = CubeLUT::parse(*paths::readFile(cube));
+    auto parsed = CubeLUT::parse(*paths::readFile(cube, limits::projectBytes));
     ASSERT_TRUE(parsed);
     EXPECT_EQ(parsed->size, 33);
     if (haveFFmpeg()) {
@@ -82,7 +82,7 @@ TEST_F(ExportCommandsTest, MltAndOtioTargetsWriteTheirFilesWithCubesAndDrops) {
     const fs::path mlt = exports / "tiny-21 - MONTAGE.mlt", cube = exports / "tiny-21 - MONTAGE - Cam 2.cube";
     ASSERT_TRUE(fs::exists(mlt));
     ASSERT_TRUE(fs::exists(cube));
-    const std::string text = *paths::readFile(mlt);
+    const std::string text = *paths::readFile(mlt, limits::projectBytes);
     EXPECT_TRUE(mltProblems(text).empty()) << joined(mltProblems(text));
     EXPECT_NE(text.find("<property name=\"av.file\">" + cube.string() + "</property>"), std::string::npos);
     EXPECT_EQ(model->status().rfind("Kdenlive / Shotcut (MLT) : 3 plans, ", 0), 0u) << model->status();
@@ -91,7 +91,8 @@ TEST_F(ExportCommandsTest, MltAndOtioTargetsWriteTheirFilesWithCubesAndDrops) {
     settings->setExportTarget(ExportTarget::otio);
     model->exportMontage();
     std::vector<std::string> problems;
-    const OtioTimeline read = readOtio(*paths::readFile(exports / "tiny-21 - MONTAGE.otio"), problems);
+    const OtioTimeline read =
+        readOtio(*paths::readFile(exports / "tiny-21 - MONTAGE.otio", limits::projectBytes), problems);
     EXPECT_TRUE(problems.empty()) << joined(problems);
     EXPECT_EQ(read.markers.size(), model->drops().size());
     ASSERT_FALSE(read.tracks.empty());
@@ -101,7 +102,7 @@ TEST_F(ExportCommandsTest, MltAndOtioTargetsWriteTheirFilesWithCubesAndDrops) {
     EXPECT_TRUE(fs::exists(exports / "tiny-21 - SYNCHRO.otio"));
     EXPECT_EQ(model->status(), "Synchro exportée : tiny-21 - SYNCHRO.otio dans exports");
     model->exportSynchro(ExportTarget::mlt);
-    EXPECT_TRUE(mltProblems(*paths::readFile(exports / "tiny-21 - SYNCHRO.mlt")).empty());
+    EXPECT_TRUE(mltProblems(*paths::readFile(exports / "tiny-21 - SYNCHRO.mlt", limits::projectBytes)).empty());
 }
 
 // Without a chosen folder the export goes to the downloads folder, made
@@ -127,7 +128,7 @@ TEST_F(ExportCommandsTest, CancelledDialogWritesNothingAndAFailedWriteSaysWhy) {
     dialogs.saves = {home.root() / "nulle part" / "x.xml"};
     model->exportMontage();
     ASSERT_TRUE(model->errorMessage());
-    EXPECT_EQ(model->errorMessage()->rfind("Impossible d'enregistrer le XML : ", 0), 0u);
+    EXPECT_EQ(model->errorMessage()->rfind("Impossible d'enregistrer le XML : ", 0), 0u) << *model->errorMessage();
     EXPECT_GT(model->errorMessage()->size(), std::string("Impossible d'enregistrer le XML : ").size());
     EXPECT_EQ(model->status(), status);
 }

@@ -59,13 +59,13 @@ TEST_F(PanelsTest, PanelOperationsHoldTheirLimitsAndSayWhatTheyDid) {
 TEST_F(PanelsTest, LutsComeInAndGradesGoOutAsCubes) {
     openSynced(generatedSet("tiny", 21));
     const fs::path source = home.root() / "Chaud.cube";
-    paths::writeAtomically(source, CubeLUT::identity(2).text("Chaud"));
+    ASSERT_TRUE(paths::writeAtomically(source, CubeLUT::identity(2).text("Chaud")));
     dialogs.files = {source};
     model->importLUT(1);
     EXPECT_EQ(model->grade(1).lut, "Chaud.cube");
 
     const fs::path broken = home.root() / "Cassé.cube";
-    paths::writeAtomically(broken, "LUT_3D_SIZE 2\n0 0 0\n");
+    ASSERT_TRUE(paths::writeAtomically(broken, "LUT_3D_SIZE 2\n0 0 0\n"));
     dialogs.files = {broken};
     model->importLUT(0);
     EXPECT_FALSE(model->grade(0).lut);
@@ -76,7 +76,7 @@ TEST_F(PanelsTest, LutsComeInAndGradesGoOutAsCubes) {
     model->setGrade(g, 0);
     dialogs.saves = {exports / "Cam 1.cube"};
     model->exportCube(0);
-    auto written = paths::readFile(exports / "Cam 1.cube");
+    auto written = paths::readFile(exports / "Cam 1.cube", limits::projectBytes);
     ASSERT_TRUE(written);
     EXPECT_TRUE(CubeLUT::parse(*written));
     EXPECT_EQ(model->toast(), "LUT exportée : Cam 1.cube");
@@ -128,7 +128,7 @@ TEST_F(PanelsTest, EveryChangeOfAJobArrivesOnTheMainThread) {
 TEST_F(PanelsTest, CrashOfTheLastRunIsToldOnceWithItsReport) {
     fs::create_directories(Log::crashFolder());
     const fs::path report = Log::crashFolder() / "Quorvel-2026-11-23-101010-42.crash";
-    paths::writeAtomically(report, "SIGSEGV\n");
+    ASSERT_TRUE(paths::writeAtomically(report, "SIGSEGV\n"));
     dialogs.alerts = {1};  // "Voir le rapport"
     model->checkPreviousCrash();
     ASSERT_EQ(dialogs.titles.size(), 1u);

@@ -105,7 +105,7 @@ TEST(Log, ACrashIsAnnouncedByTheNextLaunchOnly) {
     // date just stored by a tick: the launch goes a second back instead of
     // the test waiting for the clock.
     const auto stored = qv::paths::readSettings(qv::paths::settingsFile())["dernierLancement"].get<double>();
-    qv::paths::writeSetting(qv::paths::settingsFile(), "dernierLancement", qv::json::Json(stored - 1));
+    ASSERT_TRUE(qv::paths::writeSetting(qv::paths::settingsFile(), "dernierLancement", qv::json::Json(stored - 1)));
 
     pid_t child = fork();
     ASSERT_GE(child, 0);

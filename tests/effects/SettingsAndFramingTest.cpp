@@ -14,7 +14,7 @@ TEST(EffectSettingsJson, RoundTripAndTolerantReading) {
     s.vhsCameras = {Uuid::make()};
     s.zoomStyle = EffectSettings::ZoomStyle::punch;
     s.lensAnimation = EffectSettings::LensAnimation::focusOut;
-    s.shutterStep = 5;
+    s.shutterStep = 3;
     s.vhsStamp = false;
     s.seed = 0xFEDCBA9876543210ull;  // above the signed range
     Json j = s;

@@ -2,6 +2,10 @@
 // one row per case with the outcome it must give. Every case runs in a child
 // process limited to 4 GB of address space and a minute of time: an abort,
 // a signal, a hang or an XML that a strict parser refuses fails the row.
+// The rows at the end run the application model without a window
+// (quorvel-appprobe) over crafted project, settings and cache files, a full
+// disk and a project held by another program. Every child gets its own
+// homes under the row's folder.
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
@@ -12,11 +16,18 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <sys/mount.h>
+
+#include <chrono>
 #include <fcntl.h>
 #include <functional>
 
+#include "persistence/ProjectStore.h"
+#include "platform/Paths.h"
 #include "support/Fixtures.h"
 #include "support/XmemlCheck.h"
+#include "sync/FolderSync.h"
+#include "sync/MediaScanner.h"
 
 namespace fs = std::filesystem;
 
@@ -44,10 +55,15 @@ struct ChildRun {
 
 // The executable with its address space held to 4 GB (AddressSanitizer's
 // shadow memory needs more, so a sanitised build runs without the limit).
-ChildRun runProgram(const std::vector<std::string>& args, const fs::path& scratch) {
+// `during` runs in the parent once the child has started.
+ChildRun runProgram(const std::string& exe, const std::vector<std::string>& args, const fs::path& scratch,
+                    const std::function<void(pid_t)>& during = nullptr) {
     fs::path outFile = scratch / "stdout.txt", errFile = scratch / "stderr.txt";
     pid_t pid = fork();
     if (pid == 0) {
+        for (auto [name, sub] : {std::pair{"QUORVEL_PROJECTS_DIR", "projets"}, {"XDG_CONFIG_HOME", "config"},
+                                 {"XDG_STATE_HOME", "etat"}, {"XDG_DATA_HOME", "donnees"}, {"HOME", "maison"}})
+            setenv(name, (scratch / sub).c_str(), 1);
         int o = open(outFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
         int e = open(errFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
         int n = open("/dev/null", O_RDONLY);
@@ -61,14 +77,15 @@ ChildRun runProgram(const std::vector<std::string>& args, const fs::path& scratc
         // The journal of each case goes into its own folder, never the user's.
         setenv("XDG_STATE_HOME", (scratch / "etat").c_str(), 1);
         std::vector<char*> argv;
-        std::string exe = QUORVEL_EXE;
-        argv.push_back(exe.data());
+        std::string program = exe;
+        argv.push_back(program.data());
         std::vector<std::string> copy = args;
         for (auto& a : copy) argv.push_back(a.data());
         argv.push_back(nullptr);
-        execv(exe.c_str(), argv.data());
+        execv(program.c_str(), argv.data());
         _exit(127);
     }
+    if (during) during(pid);
     ChildRun r;
     int status = 0;
     // The child's end is awaited as an event; a minute without it is a hang.
@@ -131,9 +148,101 @@ struct Case {
     std::vector<std::string> stdoutHas, stderrHas;
     bool writesXml;
     std::function<void(const Place&, const ChildRun&)> check = nullptr;
+    const char* program = QUORVEL_EXE;
+    // Held by the test while the child runs (another program's lock, a
+    // mounted disk); nothing when the row cannot run here.
+    std::function<std::shared_ptr<void>(const Place&)> hold = nullptr;
+    std::function<void(pid_t, const Place&)> during = nullptr;
 };
 
 void PrintTo(const Case& c, std::ostream* os) { *os << c.name; }
+
+std::string expand(std::string s, const Place& p);
+
+// --- The project, settings and cache files the application rows craft.
+
+using Json = nlohmann::json;
+
+const char* const probe = QUORVEL_APPPROBE;
+const std::vector<std::string> probeOpen = {"{set}", "ouvrir"};
+
+fs::path projectFile(const Place& p) { return p.dir / "projets" / "projet-sonde.json"; }
+
+// A tmpfs of the test's, let go when the row is done.
+struct Mounted {
+    fs::path at;
+    ~Mounted() {
+        if (!at.empty()) umount2(at.c_str(), MNT_DETACH);
+    }
+};
+
+// A file of the child's homes, its folders made.
+void writeHomeFile(const fs::path& file, const std::string& text) {
+    fs::create_directories(file.parent_path());
+    test::writeText(file, text);
+}
+
+// A project of the row's set as the program writes one, `extra` laid over it.
+void writeProject(const Place& p, const Json& extra) {
+    ProjectFile project;
+    project.id = "projet-sonde";
+    project.name = "sonde";
+    project.folder = paths::standardized(p.set).string();
+    Json j = project.toJson();
+    j.update(extra);
+    writeHomeFile(projectFile(p), j.dump(2));
+}
+
+Json oneCut() { return Json::parse(R"([{"time": 1.0, "camera": 0, "effect": "auto", "looks": {}}])"); }
+
+Json storedProject(const Place& p) { return Json::parse(test::readText(projectFile(p)), nullptr, false); }
+
+// The set's true synchronisation written as its cache, one start replaced.
+void writeCache(const Place& p, double start) {
+    auto sources = MediaScanner::scan(p.set);
+    const ProjectStore::Stamps before = ProjectStore::stamps(sources);
+    SyncCache cache = ProjectStore::cache(FolderSync::run(sources, [](double, const std::string&) {}), before);
+    ASSERT_FALSE(cache.placed.empty());
+    cache.placed.back().start = start;
+    writeHomeFile(p.dir / "projets" / (ProjectStore::key(p.set) + ".sync.json"), cache.toJson().dump());
+}
+
+// The cache the run wrote anew: every start on the set's few seconds.
+void expectSaneCache(const Place& p, const ChildRun&) {
+    Json cache = Json::parse(test::readText(p.dir / "projets" / (ProjectStore::key(p.set) + ".sync.json")), nullptr, false);
+    ASSERT_TRUE(cache.is_object());
+    for (const Json& placed : cache["placed"]) EXPECT_LT(std::abs(placed["start"].get<double>()), 60.0);
+}
+
+// Files kept aside in `folder` whose name starts with `name`.
+std::vector<fs::path> keptAside(const fs::path& folder, const std::string& name) {
+    std::vector<fs::path> out;
+    std::error_code ec;
+    for (const auto& e : fs::directory_iterator(folder, ec))
+        if (e.path().filename().string().rfind(name + ".endommagé-", 0) == 0) out.push_back(e.path());
+    return out;
+}
+
+std::string insideSet(const std::string& target) {
+    return "Erreur d'écriture : « " + target +
+           " » est dans le dossier du set « set » : Quorvel n'écrit jamais parmi les rushes. Choisis un autre dossier.\n";
+}
+
+std::string readByProject(const std::string& target, const std::string& file) {
+    return "« " + target + " » est « " + file + " », un fichier que le projet lit : il n'est pas remplacé.";
+}
+
+// The row of a crafted number: the project opens, a cut is saved, the value
+// comes back held inside its control's range.
+Case craftedNumber(const char* name, Json extra, std::function<void(const Json&)> expect) {
+    return {name, [extra](const Place& p) { writeProject(p, extra); }, probeOpen, 0, {"COUPES : 1\n"}, {}, false,
+            [expect](const Place& p, const ChildRun& r) {
+                EXPECT_EQ(r.out.find("ERREUR"), std::string::npos) << r.out;
+                expect(storedProject(p));
+            },
+            probe};
+}
+
 
 const std::vector<std::string> plain = {"--cli", "{set}", "{out}"};
 
@@ -250,9 +359,8 @@ const std::vector<Case>& cases() {
 
         // Paths are judged before any work.
         {"output is a media file of the set",
-         [](const Place&) {}, {"--cli", "{set}", "{set}/Cam 1/clip 1.mp4"}, 1, {},
-         {"Erreur d'écriture : {set}/Cam 1/clip 1.mp4 n'est pas un fichier XML, il n'est pas remplacé\n"}, false,
-         [](const Place& p, const ChildRun&) { EXPECT_GT(fs::file_size(p.set / "Cam 1" / "clip 1.mp4"), 10000u); }},
+         [](const Place&) {}, {"--cli", "{set}", "{set}/Cam 1/clip 1.mp4"}, 1, {insideSet("{set}/Cam 1/clip 1.mp4")}, {},
+         false, [](const Place& p, const ChildRun&) { EXPECT_GT(fs::file_size(p.set / "Cam 1" / "clip 1.mp4"), 10000u); }},
         {"output is an existing document that is not XML",
          [](const Place& p) { test::writeText(p.dir / "notes.txt", "mes notes"); },
          {"--cli", "{set}", "{dir}/notes.txt"}, 1, {},
@@ -262,7 +370,7 @@ const std::vector<Case>& cases() {
          [](const Place& p) { test::writeText(p.out, "<?xml version=\"1.0\"?><vieux/>"); }, plain, 0, {}, {}, true},
         {"output in a folder that does not exist",
          [](const Place&) {}, {"--cli", "{set}", "{dir}/manque/out.xml"}, 1,
-         {"Erreur d'écriture : fichier ou dossier introuvable\n"}, {}, false,
+         {"Erreur d'écriture : fichier ou dossier introuvable : « {dir}/manque »\n"}, {}, false,
          [](const Place&, const ChildRun& r) { EXPECT_EQ(r.out.find("Synchro"), std::string::npos); }},
         {"empty set path", [](const Place&) {}, {"--cli", "", "{out}"}, 1,
          {"Usage : Quorvel --cli <dossier du set> <sortie.xml>\n"}, {}, false},
@@ -352,6 +460,163 @@ const std::vector<Case>& cases() {
         {"--rate asking drop-frame where there is none",
          [](const Place&) {}, {"--cli", "{set}", "{out}", "--rate", "25df"}, 1, {},
          {"Valeur invalide pour --rate : « 25df » (attendu : 23.976, 24, 25"}, false},
+        // No output of the command line lands on what the set owns, checked before any work.
+        {"--mlt onto a hard link of a rush",
+         [](const Place& p) { fs::create_hard_link(p.set / "Son 1" / "prise 1.wav", p.dir / "lien.mlt"); },
+         {"--cli", "{set}", "{out}", "--mlt", "{dir}/lien.mlt"}, 1,
+         {"Erreur d'écriture : " + readByProject("{dir}/lien.mlt", "{set}/Son 1/prise 1.wav") + "\n"}, {}, false,
+         [](const Place& p, const ChildRun& r) {
+             EXPECT_EQ(r.out.find("Synchro"), std::string::npos);
+             EXPECT_EQ(test::readText(p.dir / "lien.mlt"), test::readText(p.set / "Son 1" / "prise 1.wav"));
+         }},
+        {"--otio into the set through a link",
+         [](const Place& p) { fs::create_directory_symlink(p.set, p.dir / "raccourci"); },
+         {"--cli", "{set}", "{out}", "--otio", "{dir}/raccourci/set.otio"}, 1, {insideSet("{dir}/raccourci/set.otio")},
+         {}, false, [](const Place& p, const ChildRun&) { EXPECT_FALSE(fs::exists(p.set / "set.otio")); }},
+        {"--video onto a rush",
+         [](const Place&) {}, {"--cli", "{set}", "{out}", "--video", "{set}/Cam 1/clip 1.mp4"}, 1,
+         {insideSet("{set}/Cam 1/clip 1.mp4")}, {}, false,
+         [](const Place& p, const ChildRun& r) {
+             EXPECT_EQ(r.out.find("Synchro"), std::string::npos);
+             EXPECT_EQ(test::readText(p.set / "Cam 1" / "clip 1.mp4"),
+                       test::readText(test::generatedSet("tiny", 3) / "Cam 1" / "clip 1.mp4"));
+         }},
+        {"--video onto a link to a rush",
+         [](const Place& p) { fs::create_symlink(p.set / "Cam 1" / "clip 1.mp4", p.dir / "rendu.mp4"); },
+         {"--cli", "{set}", "{out}", "--video", "{dir}/rendu.mp4"}, 1,
+         {"Erreur d'écriture : " + readByProject("{dir}/rendu.mp4", "{set}/Cam 1/clip 1.mp4") + "\n"}, {}, false},
+        {"--video onto a folder", [](const Place&) {}, {"--cli", "{set}", "{out}", "--video", "{dir}"}, 1,
+         {"Erreur d'écriture : « {dir} » est un dossier\n"}, {}, false,
+         [](const Place&, const ChildRun& r) { EXPECT_EQ(r.out.find("Synchro"), std::string::npos); }},
+        {"--video into a missing folder", [](const Place&) {},
+         {"--cli", "{set}", "{out}", "--video", "{dir}/manque/rendu.mp4"}, 1,
+         {"Erreur d'écriture : fichier ou dossier introuvable : « {dir}/manque »\n"}, {}, false,
+         [](const Place&, const ChildRun& r) { EXPECT_EQ(r.out.find("Synchro"), std::string::npos); }},
+        {"--clips-drops inside the set", [](const Place&) {},
+         {"--cli", "{set}", "{out}", "--clips-drops", "{set}/Clips"}, 1, {insideSet("{set}/Clips")}, {}, false,
+         [](const Place& p, const ChildRun&) { EXPECT_FALSE(fs::exists(p.set / "Clips")); }},
+        {"--clips-drops into a folder that does not exist yet", [](const Place&) {},
+         {"--cli", "{set}", "{out}", "--clips-drops", "{dir}/nouveau/clips", "--marges-drop", "0.5-0.5"}, 0, {}, {},
+         true, [](const Place& p, const ChildRun&) { EXPECT_TRUE(fs::is_directory(p.dir / "nouveau" / "clips")); }},
+        {"--video interrupted by TERM", [](const Place&) {},
+         {"--cli", "{set}", "{out}", "--video", "{dir}/rendu.mp4", "--format", "9:16", "--codec", "hevc"}, 143, {},
+         {"Export vidéo interrompu (signal TERM) : le fichier partiel « .rendu.mp4.partiel » est supprimé.\n"}, true,
+         [](const Place& p, const ChildRun&) {
+             EXPECT_FALSE(fs::exists(p.dir / ".rendu.mp4.partiel"));
+             EXPECT_FALSE(fs::exists(p.dir / "rendu.mp4"));
+         },
+         QUORVEL_EXE, nullptr,
+         [](pid_t pid, const Place& p) {
+             // TERM as soon as the render has begun writing.
+             for (int i = 0; i < 6000 && !fs::exists(p.dir / ".rendu.mp4.partiel"); ++i)
+                 std::this_thread::sleep_for(std::chrono::milliseconds(10));
+             kill(pid, SIGTERM);
+         }},
+
+        // Numbers from project, settings and cache files stay inside what their control allows.
+        craftedNumber("grain size 1e12", {{"grades", {{"Cam 1", {{"grain", 50}, {"grainSize", 1e12}}}}}},
+                      [](const Json& j) {
+                          EXPECT_EQ(j["grades"]["Cam 1"]["grainSize"], 100);
+                          EXPECT_EQ(j["grades"]["Cam 1"]["grain"], 50);  // the rest is kept
+                      }),
+        craftedNumber("sharpen -1e12", {{"grades", {{"Cam 1", {{"sharpen", -1e12}}}}}},
+                      [](const Json& j) { EXPECT_EQ(j["grades"]["Cam 1"]["sharpen"], -100); }),
+        craftedNumber("hand placement 1e15", {{"handPlacements", {{"Son 1/prise 1.wav", 1e15}}}},
+                      [](const Json& j) { EXPECT_EQ(j["handPlacements"]["Son 1/prise 1.wav"], 172800); }),
+        craftedNumber("hand placement 1e300", {{"handPlacements", {{"Son 1/prise 1.wav", 1e300}}}},
+                      [](const Json& j) { EXPECT_EQ(j["handPlacements"]["Son 1/prise 1.wav"], 172800); }),
+        craftedNumber("hand placement 1e8", {{"handPlacements", {{"Son 1/prise 1.wav", 1e8}}}},
+                      [](const Json& j) { EXPECT_EQ(j["handPlacements"]["Son 1/prise 1.wav"], 172800); }),
+        {"sync cache start 1e308", [](const Place& p) { writeCache(p, 1e308); }, probeOpen, 0, {"COUPES : 1\n"}, {},
+         false, expectSaneCache, probe},
+        {"sync cache start 1e8", [](const Place& p) { writeCache(p, 1e8); }, probeOpen, 0, {"COUPES : 1\n"}, {}, false,
+         expectSaneCache, probe},
+        {"settings with a deeply nested value",
+         [](const Place& p) {
+             writeHomeFile(p.dir / "config" / "quorvel" / "settings.json",
+                           "{\"snapEnabled\": " + std::string(100000, '[') + std::string(100000, ']') + "}");
+         },
+         probeOpen, 0,
+         {"ERREUR : Réglages illisibles (imbrication trop profonde (plus de 64 niveaux)) : le fichier est gardé à part "
+          "sous « settings.json.endommagé-",
+          "COUPES : 1\n"},
+         {}, false,
+         [](const Place& p, const ChildRun&) {
+             EXPECT_EQ(keptAside(p.dir / "config" / "quorvel", "settings.json").size(), 1u);
+         },
+         probe},
+        {"settings file of 2 MB",
+         [](const Place& p) {
+             writeHomeFile(p.dir / "config" / "quorvel" / "settings.json", "{" + std::string(2 << 20, ' ') + "}");
+         },
+         probeOpen, 0, {"ERREUR : Réglages illisibles (fichier trop gros (2,0 Mo, 1,0 Mo au plus))"}, {}, false,
+         nullptr, probe},
+        {"project file of 4 GB",
+         [](const Place& p) {
+             fs::create_directories(p.dir / "projets");
+             int fd = open((p.dir / "projets" / "projet-gros.json").c_str(), O_WRONLY | O_CREAT, 0600);
+             ASSERT_EQ(ftruncate(fd, off_t{4} << 30), 0);  // sparse: no disk used
+             close(fd);
+         },
+         probeOpen, 0,
+         {"ERREUR : Le projet « projet-gros.json » est endommagé (fichier trop gros (4,0 Go, 256 Mo au plus)) : il est "
+          "gardé à part sous « projet-gros.json.endommagé-",
+          "COUPES : 1\n"},
+         {}, false,
+         [](const Place& p, const ChildRun&) {
+             auto kept = keptAside(p.dir / "projets", "projet-gros.json");
+             ASSERT_EQ(kept.size(), 1u);
+             EXPECT_EQ(fs::file_size(kept[0]), uintmax_t{4} << 30);
+         },
+         probe},
+        {"the set's own project cut in half",
+         [](const Place& p) {
+             writeProject(p, {{"cuts", oneCut()}});
+             std::string whole = test::readText(projectFile(p));
+             writeHomeFile(projectFile(p), whole.substr(0, whole.size() / 2));
+         },
+         probeOpen, 0,
+         {"ERREUR : Le projet « projet-sonde.json » est endommagé (pas du JSON lisible (fichier tronqué ou abîmé)) : il "
+          "est gardé à part sous « projet-sonde.json.endommagé-",
+          "COUPES : 1\n"},
+         {}, false,
+         [](const Place& p, const ChildRun&) { EXPECT_EQ(keptAside(p.dir / "projets", "projet-sonde.json").size(), 1u); },
+         probe},
+
+        // Saves that cannot lie, a second program, an id that is a path.
+        {"../ in a project id", [](const Place& p) { writeProject(p, {{"id", "../../evil"}}); }, probeOpen, 0,
+         {"COUPES : 1\n"}, {}, false,
+         [](const Place& p, const ChildRun&) {
+             EXPECT_FALSE(fs::exists(p.dir.parent_path() / "evil.json"));
+             EXPECT_FALSE(fs::exists(p.dir / "evil.json"));
+             EXPECT_EQ(storedProject(p)["id"], "projet-sonde");
+         },
+         probe},
+        {"full disk on save", [](const Place&) {}, {"{set}", "disque-plein"}, 0,
+         {"PIED : Sauvegarde impossible : plus de place sur le disque\nCOUPES : 0\n", "TOAST : Projet enregistré\nCOUPES : 1\n"},
+         {}, false, nullptr, probe,
+         [](const Place& p) -> std::shared_ptr<void> {
+             const fs::path disk = p.dir / "projets";
+             fs::create_directories(disk);
+             if (mount("tmpfs", disk.c_str(), "tmpfs", 0, "size=256k") != 0) return nullptr;
+             auto mounted = std::make_shared<Mounted>();
+             mounted->at = disk;
+             return mounted;
+         }},
+        {"project open in another program",
+         [](const Place& p) {
+             writeProject(p, {{"cuts", oneCut()}});
+         },
+         probeOpen, 0,
+         {"ERREUR : « sonde » est déjà ouvert dans une autre fenêtre de Quorvel : il s'ouvre ici en lecture seule",
+          "PIED : Lecture seule : ce projet est ouvert dans une autre fenêtre de Quorvel", "COUPES : 1\n"},
+         {}, false,
+         [](const Place& p, const ChildRun&) { EXPECT_EQ(storedProject(p)["cuts"][0]["time"], 1.0); },
+         probe,
+         [](const Place& p) -> std::shared_ptr<void> {
+             fs::create_directories(p.dir / "projets");
+             return std::shared_ptr<paths::FileLock>(paths::FileLock::tryTake(p.dir / "projets" / "projet-sonde.lock"));
+         }},
     };
     return table;
 }
@@ -380,9 +645,12 @@ TEST_P(HostileInput, GivesItsOutcome) {
     }
     c.make(p);
 
+    std::shared_ptr<void> held;
+    if (c.hold && !(held = c.hold(p))) GTEST_SKIP() << "cette machine ne permet pas ce cas (montage d'un tmpfs)";
     std::vector<std::string> args;
     for (const auto& a : c.args) args.push_back(expand(a, p));
-    ChildRun r = runProgram(args, p.dir);
+    ChildRun r = runProgram(c.program, args, p.dir,
+                            c.during ? std::function<void(pid_t)>([&](pid_t pid) { c.during(pid, p); }) : nullptr);
     ASSERT_TRUE(r.finished) << "hung; stderr: " << r.err;
     ASSERT_FALSE(r.signalled) << "aborted; stderr: " << r.err;
     EXPECT_EQ(r.status, c.status) << r.out << r.err;

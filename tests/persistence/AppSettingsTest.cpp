@@ -19,7 +19,7 @@ TEST(AppSettings, DefaultsThenEveryChangeIsWrittenAtOnce) {
     EXPECT_FALSE(fresh.exportFolderPath());
 
     // A key written by someone else (the log's launch date) must survive.
-    qv::paths::writeSetting(qv::paths::settingsFile(), "dernierLancement", qv::json::Json(12.0));
+    ASSERT_TRUE(qv::paths::writeSetting(qv::paths::settingsFile(), "dernierLancement", qv::json::Json(12.0)));
     fresh.setSnapEnabled(false);
     fresh.setVideoCodec(qv::VideoCodec::prores);
     fresh.setExportTarget(qv::ExportTarget::video);

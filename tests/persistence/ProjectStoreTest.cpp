@@ -22,10 +22,10 @@ TEST(ProjectStore, ListsNewestFirstAndSkipsWhatIsNotAProject) {
     TempHome home;
     EXPECT_TRUE(store::documents().empty());  // the folder does not exist yet
 
-    store::saveDocument({{"id", "projet-a"}, {"folder", "/tmp/set-a"}, {"savedAt", 10.0}});
-    store::saveDocument({{"id", "projet-b"}, {"folder", "/tmp/set-b"}, {"savedAt", 20.0}});
-    store::saveDocument({{"id", "projet-c"}, {"folder", "/tmp/set-a/"}, {"savedAt", 30.0}});
-    store::saveDocument({{"folder", "/tmp/set-a"}});  // no id: not written
+    ASSERT_TRUE(store::saveDocument({{"id", "projet-a"}, {"folder", "/tmp/set-a"}, {"savedAt", 10.0}}));
+    ASSERT_TRUE(store::saveDocument({{"id", "projet-b"}, {"folder", "/tmp/set-b"}, {"savedAt", 20.0}}));
+    ASSERT_TRUE(store::saveDocument({{"id", "projet-c"}, {"folder", "/tmp/set-a/"}, {"savedAt", 30.0}}));
+    EXPECT_FALSE(store::saveDocument({{"folder", "/tmp/set-a"}}));  // no id: not written
     fs::path dir = store::directory();
     TempHome::writeText(dir / "ancien.json", R"({"folder":"/tmp/set-a","savedAt":5})");
     TempHome::writeText(dir / "liste.json", "[1, 2]");
@@ -54,7 +54,7 @@ TEST(ProjectStore, ListsNewestFirstAndSkipsWhatIsNotAProject) {
 
 TEST(ProjectStore, SavesPrettyWithSortedKeysAndReferenceDates) {
     TempHome home;
-    store::saveDocument({{"id", "projet-1"}, {"zoom", 1.5}, {"folder", "/x"}, {"savedAt", 0.25}});
+    ASSERT_TRUE(store::saveDocument({{"id", "projet-1"}, {"zoom", 1.5}, {"folder", "/x"}, {"savedAt", 0.25}}));
     EXPECT_EQ(TempHome::readText(store::directory() / "projet-1.json"),
               "{\n  \"folder\": \"/x\",\n  \"id\": \"projet-1\",\n  \"savedAt\": 0.25,\n  \"zoom\": 1.5\n}");
 

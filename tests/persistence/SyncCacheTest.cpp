@@ -130,7 +130,7 @@ TEST_F(SetFixture, TakesPiecesAndSoundPicksComeBackAndOutOfBoundsValuesRefuseThe
     result.placed[2].follows = result.placed[1].item.url;
     result.placed[0].sound = {1, 0b1000};
     result.placed[0].placedBy = qv::PlacedBy::clock;
-    store::saveSync(store::cache(result), set);
+    store::saveSync(cacheNow(), set);
     auto restored = store::restore(*store::loadSync(set), scan(set));
     ASSERT_TRUE(restored);
     const auto& first = restored->placed[0];
@@ -145,7 +145,7 @@ TEST_F(SetFixture, TakesPiecesAndSoundPicksComeBackAndOutOfBoundsValuesRefuseThe
     EXPECT_EQ(restored->placed[1].placedBy, qv::PlacedBy::clock);
 
     // Read back, every value is held to what a synchronisation can give.
-    const Json good = store::cache(result).toJson();
+    const Json good = cacheNow().toJson();
     auto damaged = [&](const char* key, const Json& value) {
         Json j = good;
         j["placed"][0][key] = value;

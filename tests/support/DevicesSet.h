@@ -40,8 +40,8 @@ struct DevicesSet {
             auto j = json::parse(text);
             if (!j) return out;
             for (const auto& f : (*j)["files"])
-                d.truth[json::string(f, "path", "")] = {json::number(f, "start", 0), json::number(f, "duration", 0),
-                                                        json::number(f, "drift", 0), json::string(f, "expect", ""),
+                d.truth[json::string(f, "path", "")] = {json::number(f, "start", 0, limits::signedSetTime), json::number(f, "duration", 0, limits::signedSetTime),
+                                                        json::number(f, "drift", 0, {-1e4, 1e4}), json::string(f, "expect", ""),
                                                         json::string(f, "take", ""), json::string(f, "lane", ""),
                                                         json::string(f, "follows", "")};
             d.sources = MediaScanner::scan(d.folder);

@@ -72,8 +72,8 @@ void expectAsTheTruth(const std::string& preset) {
             continue;
         }
         ASSERT_NE(p, nullptr) << preset << " " << path;
-        const double middle = json::number(f, "duration", 0) / 2, drift = json::number(f, "drift", 0);
-        const double truthAt = json::number(f, "start", 0) + middle / (1 + drift * 1e-6);
+        const double middle = json::number(f, "duration", 0, limits::signedSetTime) / 2, drift = json::number(f, "drift", 0, {-1e4, 1e4});
+        const double truthAt = json::number(f, "start", 0, limits::signedSetTime) + middle / (1 + drift * 1e-6);
         const double placedAt = p->lineTime(middle) - reference->start;
         EXPECT_NEAR(placedAt, truthAt, json::boolean(f, "filtered", false) ? 0.002 : 0.001) << preset << " " << path;
     }

@@ -2,6 +2,7 @@
 #include "Recording.h"
 
 #include "Encode.h"
+#include "base/SystemError.h"
 #include "base/Text.h"
 
 namespace fs = std::filesystem;
@@ -97,7 +98,7 @@ Status writeRotation(const Ffmpeg& ffmpeg, const fs::path& file, const std::stri
     std::error_code ec;
     if (s) fs::rename(temp, file, ec);
     fs::remove(temp, ec);
-    if (s && ec) return Error{"Impossible d'écrire " + target + " : " + ec.message()};
+    if (s && ec) return Error{"Impossible d'écrire " + target + " : " + systemMessage(ec)};
     return s;
 }
 

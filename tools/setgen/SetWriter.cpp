@@ -14,6 +14,7 @@
 #include "Encode.h"
 #include "WaveFiles.h"
 #include "FrameTimes.h"
+#include "base/SystemError.h"
 #include "base/Json.h"
 #include "base/Text.h"
 
@@ -60,10 +61,10 @@ Status prepareFolder(const fs::path& folder) {
             if (!fs::exists(folder / "truth.json", ec) && !fs::exists(folder / markerName, ec))
                 return Error{"Le dossier de sortie n'est pas vide : " + folder.string()};
             for (const auto& entry : fs::directory_iterator(folder, ec)) fs::remove_all(entry.path(), ec);
-            if (ec) return Error{"Impossible de vider " + folder.string() + " : " + ec.message()};
+            if (ec) return Error{"Impossible de vider " + folder.string() + " : " + systemMessage(ec)};
         }
     } else if (!fs::create_directories(folder, ec)) {
-        return Error{"Impossible de créer " + folder.string() + " : " + ec.message()};
+        return Error{"Impossible de créer " + folder.string() + " : " + systemMessage(ec)};
     }
     std::ofstream(folder / markerName) << "quorvel-setgen\n";
     return Ok{};
@@ -240,7 +241,7 @@ Status writeSet(const SetPlan& plan, const fs::path& folder, std::ostream& log) 
         const fs::path target = folder / fs::path(f.path);
         std::error_code ec;
         fs::create_directories(target.parent_path(), ec);
-        if (ec) return Error{"Impossible de créer " + target.parent_path().string() + " : " + ec.message()};
+        if (ec) return Error{"Impossible de créer " + target.parent_path().string() + " : " + systemMessage(ec)};
 
         if (f.raw) {
             return writeBytes(target, *f.raw);
@@ -320,7 +321,7 @@ Status writeSet(const SetPlan& plan, const fs::path& folder, std::ostream& log) 
         if (f.truncate) {
             auto size = fs::file_size(target, ec);
             if (!ec) fs::resize_file(target, size / 2, ec);
-            if (ec) return Error{"Impossible de tronquer " + f.path + " : " + ec.message()};
+            if (ec) return Error{"Impossible de tronquer " + f.path + " : " + systemMessage(ec)};
         }
         return Ok{};
     };
@@ -352,7 +353,7 @@ Status writeSet(const SetPlan& plan, const fs::path& folder, std::ostream& log) 
     if (Status s = writeBytes(folder / "truth.json.tmp", text); !s) return s;
     std::error_code ec;
     fs::rename(folder / "truth.json.tmp", folder / "truth.json", ec);
-    if (ec) return Error{"Impossible d'écrire truth.json : " + ec.message()};
+    if (ec) return Error{"Impossible d'écrire truth.json : " + systemMessage(ec)};
     fs::remove(folder / markerName, ec);
 
     double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count();

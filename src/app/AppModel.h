@@ -365,12 +365,10 @@ private:
     void startPlayer(const std::vector<MediaSource>& sources);
     // Lays the hand placements over the automatic result, with a new player.
     void applyHand();
-    // The result as heard: the sync's, with the files placed by hand and
-    // each recorder's channel choice.
-    SyncResult heardResult() const;
-    // The automatic result with the hand placements and the cameras'
-    // picture offsets laid over it.
-    SyncResult placedResult() const;  // heardResult with the offsets
+    // The automatic result with what the user laid over it: the files
+    // placed by hand, each recorder's channel choice, the cameras' picture
+    // offsets. The one result the player, the timeline and the exports read.
+    SyncResult placedResult() const;
     // The project's picture settings; a new player when the offsets change.
     void applyPictures(const ProjectFile& project);
     void storePictures(ProjectFile& project) const;

@@ -2,7 +2,6 @@
 // format and each camera's framing, the effects and the cameras they apply
 // to, the grades and the imported LUTs and presets.
 #include "app/AppModel.h"
-#include "edit/HandPlacement.h"
 #include "looks/LookLibrary.h"
 #include "sync/SoundChoice.h"
 
@@ -18,14 +17,6 @@ int AppModel::channelChoices(const Uuid& source) const {
     for (size_t s = 0; s < sources_.size(); ++s)
         if (sources_[s].id == source) return SoundChoice::inputs(*automatic_, static_cast<int>(s));
     return 0;
-}
-
-SyncResult AppModel::heardResult() const {
-    SyncResult placed = folder_ ? HandPlacement::apply(*automatic_, edit_.hand(), *folder_) : *automatic_;
-    std::map<int, int> choices;
-    for (size_t s = 0; s < sources_.size(); ++s)
-        if (int c = channel(sources_[s].id); c > 0) choices[static_cast<int>(s)] = c;
-    return SoundChoice::apply(std::move(placed), choices);
 }
 
 void AppModel::setChannel(const Uuid& source, int choice) {

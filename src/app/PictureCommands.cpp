@@ -8,6 +8,8 @@
 #include "app/AppModel.h"
 #include "app/ConformCopies.h"
 #include "diagnostics/Log.h"
+#include "edit/HandPlacement.h"
+#include "sync/SoundChoice.h"
 
 namespace qv {
 
@@ -27,7 +29,11 @@ struct AppModel::Conform {
 };
 
 SyncResult AppModel::placedResult() const {
-    SyncResult placed = heardResult();
+    SyncResult hand = folder_ ? HandPlacement::apply(*automatic_, edit_.hand(), *folder_) : *automatic_;
+    std::map<int, int> choices;
+    for (size_t s = 0; s < sources_.size(); ++s)
+        if (int c = channel(sources_[s].id); c > 0) choices[static_cast<int>(s)] = c;
+    SyncResult placed = SoundChoice::apply(std::move(hand), choices);
     for (PlacedItem& p : placed.placed) {
         auto offset = pictureOffsets_.find(sources_.at(static_cast<size_t>(p.sourceIndex)).id);
         p.pictureOffset = offset == pictureOffsets_.end() || !p.item.hasVideo ? 0.0 : offset->second;

@@ -46,6 +46,7 @@
 #include "edit/PlayerControl.h"
 #include "edit/Scheduler.h"
 #include "playback/Angle.h"
+#include "playback/AngleWorker.h"
 #include "playback/AudioOutput.h"
 #include "playback/DecodePace.h"
 #include "playback/TrackReader.h"
@@ -68,11 +69,7 @@ public:
     };
 
     // What `configureVideo` last put on a camera's frames.
-    struct VideoState {
-        int division = 1;
-        bool looks = false;
-        bool operator==(const VideoState&) const = default;
-    };
+    using VideoState = qv::VideoState;
 
     // Where the time of the whole comes from.
     enum class ClockKind { none, sound, steady };
@@ -156,7 +153,6 @@ public:
     void settle();
 
 private:
-    struct VideoWorker;
     struct SoundSource;
     struct Mixer;
 
@@ -194,11 +190,9 @@ private:
     double prerollSince_ = 0;  // steady time of the start request
     double runningSince_ = 0;  // steady time of the common start
 
-    std::vector<std::unique_ptr<VideoWorker>> video_;  // by angle; null without a picture
+    std::vector<std::unique_ptr<AngleWorker>> video_;  // by angle; null without a picture
     std::optional<int> programAngle_;
-    std::atomic<bool> programPending_{false};  // written by the program angle's worker under its lock
-    std::atomic<double> programLateAt_{-1e300};  // written by the program angle's worker
-    std::atomic<int> glancesDue_{0};  // tiles still to show their key frame after a request
+    AngleOrder order_;  // shared with the workers
     std::vector<std::shared_ptr<const PreviewFrame>> shown_;
     int64_t shownCount_ = 0;
     std::vector<int64_t> shownByAngle_;

@@ -14,6 +14,7 @@ namespace qv {
 namespace {
 
 constexpr double kProgramGiveUp = 0.5;  // the program angle this late jumps to a key frame
+constexpr double kTileLead = 0.3;       // a tile jumps to the key frame this far ahead of the clock
 
 }  // namespace
 
@@ -46,41 +47,70 @@ void AngleWorker::applySize(const VideoState& st) {
     }
 }
 
-void AngleWorker::run() {
-    uint64_t seen = 0;
-    std::optional<VideoState> applied;
-    double lastStart = 0, lastEnd = 0;  // of the last frame handed over
-    DecodePace pace;
-    bool startDue = false;  // a request not yet begun: a tile begins once the program angle has its frame
-    reader->setInterrupt([this] { return requested.load() != working.load(); });
+void AngleWorker::setRole(bool onProgram, bool asTile, double clock) {
+    if (onProgram && !program && playing && ready) {
+        // Its frames so far are a tile's: keep the one on screen and
+        // decode every picture again from its end, or from the clock when
+        // the tile had jumped ahead to a key frame.
+        while (queue.size() > 1) queue.pop_back();
+        if (!queue.empty() && queue.front()->start > clock + 1e-6) queue.clear();
+        resync = queue.empty() ? clock : queue.front()->end;
+        ended = false;
+    }
+    program = onProgram;
+    tile = asTile;
+    const Lane want = asTile ? Lane::back : Lane::front;
+    if (want != lane) {
+        lane = want;
+        // The back thread may be starved mid-decode: stop it at the next picture.
+        if (busy && want == Lane::front) moving = true;
+    }
+    work.notify_all();
+}
+
+void AngleWorker::run(Lane me) {
+    Progress& p = progress_;
     std::unique_lock l(lock);
     for (;;) {
+        auto mine = [&] { return lane == me && !busy; };
         auto hasWork = [&] {
-            return quit || generation != seen || resync ||
-                   (!ended && (playing ? queue.size() < static_cast<size_t>(ahead) : !exact));
+            return quit || (mine() && (generation != p.seen || resync ||
+                                       (!ended && (playing ? queue.size() < static_cast<size_t>(ahead) : !exact))));
         };
         while (!hasWork()) {
-            pokeSeen = poke;
-            settled.notify_all();
+            if (mine()) {
+                pokeSeen = poke;
+                settled.notify_all();
+            }
             work.wait(l);
         }
         if (quit) break;
-        if (generation != seen) {
-            seen = generation;
-            lastStart = lastEnd = 0;
-            startDue = true;
+        if (generation != p.seen) {
+            p.seen = generation;
+            p.lastStart = p.lastEnd = 0;
+            p.startDue = true;
         }
         // After a request the program angle goes first, with both cores,
         // then every tile's key frame, then the tiles' own frames. Polled:
         // the threads do not know one another.
-        if (tile && order && (startDue ? order->programPending.load() : order->glancesDue.load() > 0)) {
+        if (tile && order && (p.startDue ? order->programPending.load() : order->glancesDue.load() > 0)) {
             work.wait_for(l, std::chrono::milliseconds(4));
             continue;
         }
-        const bool fresh = std::exchange(startDue, false);
+        // A tile playing on waits for the budget; it has done all it can now.
+        const bool charged = me == Lane::back && playing && budget && now && threadCpu;
+        if (charged && !p.startDue && !budget->open(now(), camera)) {
+            pokeSeen = poke;
+            settled.notify_all();
+            work.wait_for(l, std::chrono::milliseconds(5));
+            continue;
+        }
+        const bool fresh = std::exchange(p.startDue, false);
         const double floor = playing && !fresh ? playhead.load() : -1e300;
-        const uint64_t gen = seen;
+        const uint64_t gen = p.seen;
         working = gen;
+        moving = false;
+        busy = true;
         const double at = target;
         const VideoState st = state;
         const bool isTile = tile, isProgram = program;
@@ -91,32 +121,54 @@ void AngleWorker::run() {
         auto inStep = fresh ? std::exchange(windows, std::nullopt) : std::nullopt;
         l.unlock();
 
+        const double cpuBefore = charged ? threadCpu() : 0;
         if (inStep) reader->keepInStep(*inStep);
-        if (applied != st) {
+        if (p.applied != st) {
             applySize(st);
-            applied = st;
+            p.applied = st;
+        }
+        const double clockBefore = playhead.load();
+        bool restarted = false;
+        if (me == Lane::back && p.decoder != Lane::back) {
+            // Taken over from the front thread, whose decoder threads run at
+            // its priority: opened again here, and from the key frame before
+            // the clock up to it, as after a start.
+            reader->setDecoderThreads(1);
+            p.decoder = Lane::back;
+            if (isPlaying && !fresh && clockBefore > -1e299) {
+                p.pace.reset(clockBefore);
+                restarted = true;
+            }
         }
         std::optional<PreviewFrame> frame;
         bool preview = false;
         if (fresh) {
-            pace.reset(at);
-            if (isTile) {
+            p.pace.reset(at);
+            if (me == Lane::back) {
                 // The packets the codec takes ahead go at this cost too:
                 // a still needs every picture up to its frame.
-                reader->setCost(isPlaying ? pace.cost() : media::DecodeCost::noLoopFilter);
+                reader->setCost(isPlaying ? p.pace.cost() : media::DecodeCost::noLoopFilter);
                 frame = reader->keyFrameBefore(at);
                 preview = true;
-                --order->glancesDue;
+                if (order->glancesDue.load() > 0) --order->glancesDue;
+                // A 4K original without its preview copy: key frames only, from the next one.
+                if (isPlaying && reader->glancesOnly()) reader->skipToKeyFrame(at + kTileLead);
             } else {
+                reader->setDecoderThreads(frontThreads);
+                p.decoder = Lane::front;
                 reader->seek(at);
             }
         } else if (from) {
             reader->seek(*from);
         }
         if (!preview) {
+            // Far behind the clock: on from the next key frame, not through every picture.
+            if (me == Lane::back && isPlaying && !restarted && clockBefore > -1e299 && p.lastEnd > p.lastStart &&
+                p.pace.behind(p.lastEnd, p.lastEnd - p.lastStart, clockBefore))
+                reader->skipToKeyFrame(clockBefore + kTileLead);
             // Tiles while paused show the exact frame, deblocking aside.
             reader->setCost(!isTile ? media::DecodeCost::full
-                            : isPlaying ? pace.cost()
+                            : isPlaying ? p.pace.cost()
                                         : media::DecodeCost::noLoopFilter);
             frame = reader->read(floor);
         }
@@ -125,32 +177,47 @@ void AngleWorker::run() {
         if (frame && isProgram && isPlaying && clock >= frame->end) {
             order->programLateAt = clock;
             // Hopelessly behind (a machine far too busy): decoding every
-            // late picture would never catch up; the next key frame does.
-            if (clock - frame->end > kProgramGiveUp) reader->skipToKeyFrame(clock + 0.3);
+            // late picture would never catch up; the next key frame does,
+            // with the decoder spread over its threads again.
+            if (clock - frame->end > kProgramGiveUp) {
+                reader->setDecoderThreads(frontThreads);
+                p.decoder = Lane::front;
+                reader->skipToKeyFrame(clock + 0.3);
+            }
         }
         if (frame && !preview && isTile && isPlaying && clock > -1e299) {
             const double programLate = order->programLateAt;
             const bool starved = programLate <= clock && clock - programLate < 0.5;
-            const bool jump = pace.picture(frame->start, frame->end, clock, starved);
+            const bool jump = p.pace.picture(frame->start, frame->end, clock, starved) || reader->glancesOnly();
             // The next key frame a little ahead of the clock, so it comes before its time.
-            if (jump) reader->skipToKeyFrame(clock + 0.3);
+            if (jump) reader->skipToKeyFrame(clock + kTileLead);
         }
+        if (charged) budget->charge(now(), camera, threadCpu() - cpuBefore);
 
         l.lock();
+        busy = false;
+        if (lane != me) {
+            work.notify_all();  // the other thread takes over
+            // A still stopped half-way by the move: the other thread makes it again.
+            if (!isPlaying && generation == gen) {
+                p.startDue = true;
+                continue;
+            }
+        }
         if (generation != gen) continue;  // a newer request came meanwhile
         // Put on program while this tile's frame was decoded: it would
         // stand after the frames decoded again, out of order.
         if (resync) continue;
-        level = pace.level();
+        level = p.pace.level();
         if (preview && !frame) continue;  // no key frame to show: on to the frames themselves
         bool first = !ready;
-        if (frame && !preview && floor > lastEnd + 1e-6 && lastEnd > lastStart) {
-            skipped += std::max<int64_t>(0, std::llround((frame->start - lastEnd) / (lastEnd - lastStart)));
+        if (frame && !preview && floor > p.lastEnd + 1e-6 && p.lastEnd > p.lastStart) {
+            skipped += std::max<int64_t>(0, std::llround((frame->start - p.lastEnd) / (p.lastEnd - p.lastStart)));
         }
         if (frame) {
             if (!preview) {
-                lastStart = frame->start;
-                lastEnd = frame->end;
+                p.lastStart = frame->start;
+                p.lastEnd = frame->end;
             }
             // Frames that follow the key frame of a still picture replace it.
             if (!isPlaying && !preview) queue.clear();
@@ -171,11 +238,14 @@ void AngleWorker::run() {
 }
 
 void AngleWorker::start() {
-    thread = std::thread([this] {
-        // Pictures give way to the sound and the interface: a late tile
-        // degrades by itself, a late key press or a gap in the sound is lost.
-        platform::yieldToOthers(4);
-        run();
+    reader->setInterrupt([this] { return requested.load() != working.load() || moving.load(); });
+    // The front thread keeps the priority of the thread that makes the
+    // player: the interface's. The back one takes the lowest there is
+    // without privileges, and every thread it starts inherits it.
+    front_ = std::thread([this] { run(Lane::front); });
+    back_ = std::thread([this] {
+        platform::yieldToOthers(19);
+        run(Lane::back);
     });
 }
 
@@ -186,7 +256,8 @@ void AngleWorker::stop() {
         requested = generation + 1;  // a decode under way stops
         work.notify_all();
     }
-    thread.join();
+    front_.join();
+    back_.join();
 }
 
 }  // namespace qv

@@ -1,18 +1,29 @@
-// AngleWorker: one camera's decoder thread in the multicam player, and the
-// order in which the angles work after a request.
+// AngleWorker: one camera's decoding in the multicam player, and the order
+// in which the angles work after a request.
 //
 // The worker seeks its reader at every new request (generation), then
 // decodes in order: while playing until `ahead` frames wait, while paused
 // only the frame at the requested time.
 //
-// With a program angle set, the other angles are tiles: at a request a tile
-// first shows the key frame before the time (one cheap picture), waits for
-// the program angle's first frame (it goes first), then decodes at the cost
-// its own pace chooses while playing, or the exact frame while paused.
+// Program and tiles. The program angle decodes every picture on the
+// worker's front thread, at the priority of the sound and the interface,
+// its decoder spread over several cores. A tile (another angle is on
+// program) decodes on the back thread, at the lowest priority the system
+// gives without privileges, one decoder thread so its processor time is its
+// own, and while playing only as far as the tiles' budget allows
+// (TileBudget): it shows the key frame before the time first (one cheap
+// picture), waits for the program angle's first frame, then decodes at the
+// cost its own pace chooses (DecodePace) or the exact frame while paused. A
+// priority cannot be raised back without privileges, so a switch of the
+// program angle moves the work to the thread of the other priority: at
+// once, between two pictures, the reader handed over as it stands. A tile
+// that takes over from the front thread opens its decoder again on its own
+// thread and decodes on from the key frame before the clock.
 //
 // Threads. The owner (the player, on its thread) writes the fields under
 // `lock` and wakes the worker; the worker only calls `wakeup` after a first
-// picture, never into the owner.
+// picture, never into the owner. Only one of the two threads works at a
+// time (`busy`), so the reader and the working state below are never shared.
 #pragma once
 
 #include <atomic>
@@ -27,7 +38,9 @@
 #include <vector>
 
 #include "edit/TimeRange.h"
+#include "playback/AudioOutput.h"
 #include "playback/DecodePace.h"
+#include "playback/TileBudget.h"
 #include "playback/TrackReader.h"
 
 namespace qv {
@@ -51,16 +64,23 @@ struct AngleOrder {
 };
 
 struct AngleWorker {
+    enum class Lane { front, back };
+
+    // Set before start().
     int camera = 0;
     int fileWidth = 0, fileHeight = 0;
     int ahead = 8;
+    int frontThreads = 2;  // decoder threads of the front lane
     std::function<void()> wakeup;
-    std::unique_ptr<VideoTrackReader> reader;  // used by the thread only
+    std::unique_ptr<VideoTrackReader> reader;  // used by the working thread only
     AngleOrder* order = nullptr;               // the player's
+    TileBudget* budget = nullptr;              // the player's
+    TimeSource now;                            // the budget's time
+    std::function<double()> threadCpu;         // processor seconds of the calling thread
 
     std::mutex lock;
-    std::condition_variable work;     // a request or room in the queue
-    std::condition_variable settled;  // the thread has nothing left to do
+    std::condition_variable work;     // a request, room in the queue, or the other lane done
+    std::condition_variable settled;  // the working thread has nothing left to do
     // -- All the following fields are guarded by lock.
     uint64_t generation = 0;
     double target = 0;
@@ -77,29 +97,48 @@ struct AngleWorker {
     int64_t skipped = 0;  // frames passed over to catch up with the clock
     bool program = false;  // on the program monitor: every picture, at full cost
     bool tile = false;     // another angle is on program: decoded at reduced cost
+    Lane lane = Lane::front;  // the thread that should work: the back one for a tile
+    bool busy = false;        // a thread works outside the lock
     std::optional<double> resync;  // became the program angle: decode every picture again from here
     DecodePace::Level level = DecodePace::Level::light;  // the pace's, for the owner to read
     // The clock as the owner last saw it while playing: a decoder that
     // falls behind jumps to it instead of decoding late frames to the end.
     std::atomic<double> playhead{-1e300};
     // The request last made and the one being worked on: a decode on its
-    // way to a picture nobody wants any more stops (a seek during a seek).
+    // way to a picture nobody wants any more stops (a seek during a seek),
+    // and so does one whose work moves to the other thread.
     std::atomic<uint64_t> requested{0}, working{0};
-
-    std::thread thread;  // last, so it starts after everything above exists
+    std::atomic<bool> moving{false};
 
     // A new request: the picture at `at`, then on while `play`. Lock held.
     void request(double at, bool play);
-    // Starts the thread, below the sound and the interface.
+    // Puts the angle on program, on a tile or back to neither, the clock
+    // standing at `clock`. Lock held.
+    void setRole(bool onProgram, bool asTile, double clock);
+    // Starts both threads.
     void start();
-    // Stops the thread, a decode under way included, and waits for it.
+    // Stops them, a decode under way included, and waits for them.
     void stop();
 
 private:
+    // The work of one request as it goes on, touched only by the thread
+    // holding `busy`.
+    struct Progress {
+        uint64_t seen = 0;
+        std::optional<VideoState> applied;
+        double lastStart = 0, lastEnd = 0;  // of the last frame handed over
+        DecodePace pace;
+        bool startDue = false;  // a request not yet begun: a tile begins once the program angle has its frame
+        Lane decoder = Lane::front;  // the thread the reader's decoders were opened for
+    };
+
     // The picture handed over: through the look renderer when it has one.
     void finish(PreviewFrame& frame, const VideoState& st, const std::shared_ptr<LookRenderer>& looks);
     void applySize(const VideoState& st);
-    void run();
+    void run(Lane me);
+
+    Progress progress_;
+    std::thread front_, back_;  // last, so they start after everything above exists
 };
 
 }  // namespace qv

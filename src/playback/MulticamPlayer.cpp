@@ -11,6 +11,7 @@
 #include "looks/Image.h"
 #include "looks/LookRenderer.h"
 #include "playback/SoundMix.h"
+#include "platform/Processor.h"
 
 namespace qv {
 
@@ -19,6 +20,7 @@ namespace {
 constexpr double kTickSeconds = 1.0 / 30;
 constexpr double kStartWait = 0.15;  // longest hold of the clock at a start
 constexpr size_t kMixBlock = 1024;   // frames mixed at a time
+constexpr double kProgramLowLead = 0.1;  // the program angle's pictures ahead under this: the tiles give way
 
 }  // namespace
 
@@ -121,6 +123,13 @@ MulticamPlayer::MulticamPlayer(const std::vector<MediaSource>& sources, const Sy
       framesAhead_(std::max(1, options.framesAhead)) {
     if (!output_) output_ = std::make_unique<SilentAudioOutput>(now_);
     duration_ = result.duration();
+    const int cores = options.cores > 0 ? options.cores : platform::processorCores();
+    budget_ = std::make_unique<TileBudget>(TileBudget::ruleFor(cores), static_cast<int>(std::count_if(
+                                               sources.begin(), sources.end(),
+                                               [](const MediaSource& s) { return s.kind == SourceKind::camera; })));
+    const auto threadCpu = options.threadCpu ? options.threadCpu : platform::threadCpuSeconds;
+    // The program angle's decoder over several cores: a seek lands sooner.
+    const int frontThreads = std::clamp(cores, 1, 4);
     mixer_ = std::make_unique<Mixer>();
     mixer_->output = output_.get();
     mixer_->rate = output_->sampleRate();
@@ -158,6 +167,10 @@ MulticamPlayer::MulticamPlayer(const std::vector<MediaSource>& sources, const Sy
                     worker->fileHeight = angle.height;
                     worker->ahead = framesAhead_;
                     worker->order = &order_;
+                    worker->budget = budget_.get();
+                    worker->now = now_;
+                    worker->threadCpu = threadCpu;
+                    worker->frontThreads = frontThreads;
                     worker->wakeup = wakeup_;
                     worker->reader = std::move(reader);
                 }
@@ -236,6 +249,7 @@ void MulticamPlayer::restartWorkers(double at, bool playing) {
 
 void MulticamPlayer::start(double at) {
     output_->pause();
+    programWarm_ = false;
     startAt_ = at;
     prerolling_ = true;
     prerollSince_ = now_();
@@ -316,6 +330,7 @@ void MulticamPlayer::update() {
     // Set times are sums of doubles: a frame starting within a microsecond
     // of the clock is the one due, as the readers count it.
     const double due = t + 1e-6;
+    std::optional<bool> programPressed;
     for (size_t i = 0; i < video_.size(); ++i) {
         auto& worker = video_[i];
         if (!worker) continue;
@@ -341,6 +356,13 @@ void MulticamPlayer::update() {
             }
             if (playing_ && !prerolling_) worker->playhead = t;
             if (popped) worker->work.notify_all();
+            if (worker->program && playing_ && !prerolling_ && angles_[i].hasImage(t) && !worker->ended) {
+                // Short of pictures ahead once it had them all, or late just now: the tiles give way.
+                if (queue.size() >= static_cast<size_t>(framesAhead_)) programWarm_ = true;
+                const double lead = queue.empty() ? 0 : queue.back()->end - t;
+                const double late = order_.programLateAt;
+                programPressed = (programWarm_ && lead < kProgramLowLead) || (late <= t && t - late < 0.25);
+            }
         }
         if (show != shown_[i]) {
             if (show) {
@@ -351,6 +373,7 @@ void MulticamPlayer::update() {
             dirty = true;
         }
     }
+    if (playing_ && !prerolling_ && programAngle_) budget_->steer(now_(), programPressed.value_or(false));
     if (playing_ && currentTime_ >= duration_ - 0.02) {
         pause();
         return;
@@ -487,23 +510,13 @@ void MulticamPlayer::setProgramAngle(std::optional<int> angle) {
     order_.programPending = false;
     order_.glancesDue = 0;
     order_.programLateAt = -1e300;
+    programWarm_ = false;
     for (size_t i = 0; i < video_.size(); ++i) {
         auto& worker = video_[i];
         if (!worker) continue;
         std::lock_guard guard(worker->lock);
         const bool program = angle && static_cast<int>(i) == *angle;
-        if (program && !worker->program && worker->playing && worker->ready) {
-            // Its frames so far are a tile's: keep the one on screen and
-            // decode every picture again from its end.
-            auto& queue = worker->queue;
-            while (queue.size() > 1) queue.pop_back();
-            if (!queue.empty()) worker->resync = queue.front()->end;
-            else worker->resync = currentTime_;
-            worker->ended = false;
-        }
-        worker->program = program;
-        worker->tile = angle && !program;
-        worker->work.notify_all();
+        worker->setRole(program, angle && !program, currentTime_);
     }
 }
 

@@ -97,6 +97,8 @@ struct VideoReader::State : OpenStream {
     int outWidth = 0, outHeight = 0;  // display size asked for; 0 keeps the file's
     DecodeCost cost = DecodeCost::full;
     int threads = 2;
+    ff::CodecPtr nextCodec;  // opened for the next key frame (setThreads)
+    int nextThreads = 0;
     bool currentIsFirst = false;  // nothing lies before it
     bool glance = false;          // `current` was decoded alone: reading on must seek
     std::function<bool()> interrupted;
@@ -113,6 +115,21 @@ struct VideoReader::State : OpenStream {
     void pull() {
         pending = decoder->next();
         if (pending) lastStart = pendingStart = startOf(pending.get());
+        // The decoder met a key frame and went over to the waiting codec.
+        if (nextCodec && decoder->codec() == nextCodec.get()) {
+            codec = std::move(nextCodec);
+            threads = nextThreads;
+        }
+    }
+
+    // The codec waiting for a key frame takes over now: a jump flushes anyway.
+    void switchNow() {
+        if (!nextCodec) return;
+        decoder.reset();  // it refers to the codec
+        codec = std::move(nextCodec);
+        threads = nextThreads;
+        decoder = std::make_unique<ff::StreamDecoder>(format.get(), stream->index, codec.get());
+        applyCost();
     }
 
     // Makes the pending picture the current one and decodes the next.
@@ -136,6 +153,7 @@ struct VideoReader::State : OpenStream {
     // decoded, and the next read seeks again (`glance`).
     void seekBefore(double t, bool alone = false) {
         static constexpr double backoffs[] = {0, 1, 4, 16};
+        switchNow();
         current.reset();
         currentRaw.reset();
         pending.reset();
@@ -251,9 +269,22 @@ void VideoReader::setCost(DecodeCost cost) {
 
 DecodeCost VideoReader::cost() const { return s_->cost; }
 
-void VideoReader::setThreads(int threads) {
+void VideoReader::setThreads(int threads, bool atNextKeyFrame) {
     State& s = *s_;
     threads = std::max(1, threads);
+    if (atNextKeyFrame && threads != s.threads) {
+        if (s.nextCodec && s.nextThreads == threads) return;
+        ff::CodecPtr next = ff::openDecoder(s.stream, threads);
+        if (!next) return;
+        s.decoder->switchAtKeyFrame(next.get());
+        s.nextCodec = std::move(next);
+        s.nextThreads = threads;
+        return;
+    }
+    if (s.nextCodec) {  // a change that waited is called off
+        s.decoder->switchAtKeyFrame(nullptr);
+        s.nextCodec.reset();
+    }
     if (threads == s.threads) return;
     ff::CodecPtr codec = ff::openDecoder(s.stream, threads);
     if (!codec) return;  // the decoder open goes on serving
@@ -283,6 +314,7 @@ Result<std::shared_ptr<const VideoPicture>> VideoReader::keyFrameBefore(double s
 
 std::optional<double> VideoReader::keyFrameAfter(double seconds) {
     State& s = *s_;
+    s.switchNow();
     if (!s.decoder->seek(streamStamp(s.stream, seconds + s.origin), true)) {
         // Past the last key frame: the demuxer stays put, but the decoder
         // was flushed, so the next frameAt starts afresh.

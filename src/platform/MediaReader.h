@@ -73,11 +73,13 @@ public:
     // may flip what it reads; null never stops.
     void setInterrupt(std::function<bool()> interrupted);
 
-    // Frame threads of the decoder. Another count opens the decoder again at
-    // once, on the calling thread, whose priority its threads take; the next
-    // picture is then read after a jump to a key frame. With 1 the calling
-    // thread decodes alone, and its processor time is the decoder's.
-    void setThreads(int threads);
+    // Frame threads of the decoder. Another count opens the decoder again,
+    // on the calling thread, whose priority its threads take: at once, the
+    // next picture then read after a jump to a key frame; or with
+    // `atNextKeyFrame` where reading on meets one (or at the next jump), with
+    // no picture lost. With 1 the calling thread decodes alone, and its
+    // processor time is the decoder's.
+    void setThreads(int threads, bool atNextKeyFrame = false);
     int threads() const;
 
     // The key frame at or before `seconds`, the cheapest picture near it;

@@ -129,12 +129,12 @@ void AngleWorker::run(Lane me) {
         }
         const double clockBefore = playhead.load();
         bool restarted = false;
-        if (me == Lane::back && p.decoder != Lane::back) {
+        if (me == Lane::back && p.severalThreads) {
             // Taken over from the front thread, whose decoder threads run at
             // its priority: opened again here, and from the key frame before
             // the clock up to it, as after a start.
             reader->setDecoderThreads(1);
-            p.decoder = Lane::back;
+            p.severalThreads = p.oneAhead = false;
             if (isPlaying && !fresh && clockBefore > -1e299) {
                 p.pace.reset(clockBefore);
                 restarted = true;
@@ -155,7 +155,8 @@ void AngleWorker::run(Lane me) {
                 if (isPlaying && reader->glancesOnly()) reader->skipToKeyFrame(at + kTileLead);
             } else {
                 reader->setDecoderThreads(frontThreads);
-                p.decoder = Lane::front;
+                p.severalThreads = frontThreads > 1;
+                p.oneAhead = false;
                 reader->seek(at);
             }
         } else if (from) {
@@ -177,13 +178,13 @@ void AngleWorker::run(Lane me) {
         if (frame && isProgram && isPlaying && clock >= frame->end) {
             order->programLateAt = clock;
             // Hopelessly behind (a machine far too busy): decoding every
-            // late picture would never catch up; the next key frame does,
-            // with the decoder spread over its threads again.
-            if (clock - frame->end > kProgramGiveUp) {
-                reader->setDecoderThreads(frontThreads);
-                p.decoder = Lane::front;
-                reader->skipToKeyFrame(clock + 0.3);
-            }
+            // late picture would never catch up; the next key frame does.
+            if (clock - frame->end > kProgramGiveUp) reader->skipToKeyFrame(clock + 0.3);
+        }
+        // Landed: played on, one core is the program's share.
+        if (frame && me == Lane::front && isPlaying && p.severalThreads && !p.oneAhead) {
+            reader->setDecoderThreads(1, true);
+            p.oneAhead = true;
         }
         if (frame && !preview && isTile && isPlaying && clock > -1e299) {
             const double programLate = order->programLateAt;

@@ -6,8 +6,10 @@
 // only the frame at the requested time.
 //
 // Program and tiles. The program angle decodes every picture on the
-// worker's front thread, at the priority of the sound and the interface,
-// its decoder spread over several cores. A tile (another angle is on
+// worker's front thread, at the priority of the sound and the interface:
+// at a request with its decoder spread over several cores, so a seek lands
+// soon, then from the next key frame on one, so that while it plays it
+// never takes more than a core from the tiles. A tile (another angle is on
 // program) decodes on the back thread, at the lowest priority the system
 // gives without privileges, one decoder thread so its processor time is its
 // own, and while playing only as far as the tiles' budget allows
@@ -129,7 +131,8 @@ private:
         double lastStart = 0, lastEnd = 0;  // of the last frame handed over
         DecodePace pace;
         bool startDue = false;  // a request not yet begun: a tile begins once the program angle has its frame
-        Lane decoder = Lane::front;  // the thread the reader's decoders were opened for
+        bool severalThreads = true;  // the reader's decoder may still run frame threads (its priority theirs)
+        bool oneAhead = false;       // asked to go down to one decoder thread at the next key frame
     };
 
     // The picture handed over: through the look renderer when it has one.

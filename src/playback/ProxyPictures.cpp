@@ -29,10 +29,10 @@ void ProxyPictures::setInterrupt(std::function<bool()> interrupted) {
     if (chunk_) chunk_->setInterrupt(std::move(interrupted));
 }
 
-void ProxyPictures::setDecoderThreads(int threads) {
+void ProxyPictures::setDecoderThreads(int threads, bool atNextKeyFrame) {
     threads_ = threads;
-    original_.setDecoderThreads(threads);
-    if (chunk_) chunk_->setThreads(threads);
+    original_.setDecoderThreads(threads, atNextKeyFrame);
+    if (chunk_) chunk_->setThreads(threads, atNextKeyFrame);
 }
 
 std::optional<ProxyPictures::Shown> ProxyPictures::fromChunk(const TimelinePiece& piece, double t) {

@@ -41,7 +41,7 @@ public:
     // See VideoReader::setInterrupt: for the original and the chunks alike.
     void setInterrupt(std::function<bool()> interrupted);
     // See VideoReader::setThreads: for the original and the chunks alike.
-    void setDecoderThreads(int threads);
+    void setDecoderThreads(int threads, bool atNextKeyFrame = false);
     // A glance at t: the chunk's own picture where a chunk is made (a light
     // decode), else the original's key frame at or before t.
     Result<std::optional<std::pair<double, std::shared_ptr<const media::VideoPicture>>>> keyFrameBefore(double t);

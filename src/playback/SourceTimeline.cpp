@@ -123,9 +123,9 @@ void SourceReader::setInterrupt(std::function<bool()> interrupted) {
     if (video_) video_->setInterrupt(std::move(interrupted));
 }
 
-void SourceReader::setDecoderThreads(int threads) {
+void SourceReader::setDecoderThreads(int threads, bool atNextKeyFrame) {
     threads_ = threads;
-    if (video_) video_->setThreads(threads);
+    if (video_) video_->setThreads(threads, atNextKeyFrame);
 }
 
 void SourceReader::setCost(media::DecodeCost cost) {

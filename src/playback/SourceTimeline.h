@@ -95,7 +95,7 @@ public:
     // See VideoReader::setInterrupt, for every file of the line.
     void setInterrupt(std::function<bool()> interrupted);
     // See VideoReader::setThreads, for every file of the line (2 to begin with).
-    void setDecoderThreads(int threads);
+    void setDecoderThreads(int threads, bool atNextKeyFrame = false);
     // The key frame at or before t of the file under t, leaving the reader
     // there (see VideoReader::keyFrameBefore), with the set time it starts
     // at. Nothing where the line has no picture.

@@ -19,7 +19,9 @@ public:
     void keepInStep(const std::vector<TimeRange>& windows) override { reader_.keepInStep(windows); }
     void setCost(media::DecodeCost cost) override { reader_.setCost(cost); }
     void setInterrupt(std::function<bool()> interrupted) override { reader_.setInterrupt(std::move(interrupted)); }
-    void setDecoderThreads(int threads) override { reader_.setDecoderThreads(threads); }
+    void setDecoderThreads(int threads, bool atNextKeyFrame) override {
+        reader_.setDecoderThreads(threads, atNextKeyFrame);
+    }
     bool glancesOnly() const override { return glancesOnly_; }
 
     std::optional<PreviewFrame> keyFrameBefore(double time) override {

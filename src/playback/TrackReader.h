@@ -49,9 +49,10 @@ public:
     virtual void setCost(media::DecodeCost /*cost*/) {}
     // Decoder threads from now on (1: the calling thread alone, so a tile's
     // decoding takes its thread's priority and shows in its processor time).
-    // A decoder with another count is opened again at once, by the calling
-    // thread; reading goes on after a jump.
-    virtual void setDecoderThreads(int /*threads*/) {}
+    // A decoder with another count is opened again by the calling thread: at
+    // once, reading going on after a jump; or with `atNextKeyFrame` where
+    // reading on meets one, nothing lost.
+    virtual void setDecoderThreads(int /*threads*/, bool /*atNextKeyFrame*/ = false) {}
     // Whether the last picture came from an original so heavy (4K and up,
     // its preview copy not made yet) that a tile only glances at its key
     // frames there.

@@ -199,8 +199,8 @@ void AngleWorker::run(Lane me) {
         busy = false;
         if (lane != me) {
             work.notify_all();  // the other thread takes over
-            // A still stopped half-way by the move: the other thread makes it again.
-            if (!isPlaying && generation == gen) {
+            // A still the back thread left half-way for the move: the front one makes it again.
+            if (me == Lane::back && !isPlaying && generation == gen) {
                 p.startDue = true;
                 continue;
             }

@@ -1,12 +1,16 @@
 // Any text as the values of --montage and --range (one line each): the cuts
 // and the range are finite, the range lies in the set, the plans follow
-// each other in time.
+// each other in time. The whole text, one word a line, is also read as a
+// command line: it ends in one mode, never in an exception.
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 #include "entry/Cli.h"
+#include "entry/CommandLine.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::string text(reinterpret_cast<const char*>(data), size);
@@ -24,5 +28,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // end may end before it starts.
     for (const auto& s : qv::Segment::build(cuts, duration))
         if (!(s.start <= s.end) && s.start < duration) std::abort();
+
+    std::vector<std::string> words;
+    for (size_t from = 0; from <= text.size();) {
+        size_t to = std::min(text.find('\n', from), text.size());
+        words.push_back(text.substr(from, to - from));
+        from = to + 1;
+    }
+    const qv::CommandLine line = qv::CommandLine::read(words);
+    if (line.paths.size() > 2) std::abort();
     return 0;
 }

@@ -5,7 +5,7 @@ set -euo pipefail
 
 PACKAGES=(
   build-essential cmake ninja-build pkg-config git ccache
-  libavformat-dev libavcodec-dev libavutil-dev libswresample-dev libswscale-dev
+  libavformat-dev libavcodec-dev libavutil-dev libswresample-dev libswscale-dev libavfilter-dev
   ffmpeg
   libfftw3-dev libfftw3-bin
   libopencv-core-dev libopencv-imgproc-dev
@@ -19,6 +19,7 @@ PACKAGES=(
   desktop-file-utils xvfb xauth imagemagick
   libzimg-dev libebur128-dev
   melt appstream dpkg-dev
+  libcli11-dev lintian man-db bash-completion
   locales
 )
 

@@ -57,6 +57,18 @@ else
     failed+=("paquet (construction ou installation)")
 fi
 
+# Debian's policy checker on the package: any error (E:) or warning (W:)
+# fails the run, and so does lintian failing to run at all.
+echo "== lintian (build)"
+if deb="$(ls build/quorvel_*.deb 2>/dev/null | head -n 1)" && [ -n "$deb" ]; then
+    report="$(lintian --tag-display-limit 0 --fail-on error,warning "$deb" 2>&1)"
+    code=$?
+    [ -n "$report" ] && echo "$report"
+    if [ "$code" -ne 0 ] || grep -q '^[EW]: ' <<<"$report"; then failed+=("lintian"); fi
+else
+    failed+=("lintian (pas de paquet)")
+fi
+
 echo "== Tests (build)"
 (cd build && ctest --output-on-failure -j "$jobs" "$@") || failed+=("tests")
 

@@ -77,6 +77,7 @@ AppModel::~AppModel() {
     if (worker_.joinable()) worker_.join();
     if (autosaveTimer_) services_.main.cancel(autosaveTimer_);
     if (looksTimer_) services_.main.cancel(looksTimer_);
+    if (clipsTimer_) services_.main.cancel(clipsTimer_);
     if (player_) {
         player_->setTimeObserver({});
         player_->setFrameObserver({});
@@ -124,6 +125,7 @@ void AppModel::applyInStep() {
     // The plans as the exports cut them to the range.
     const TimeRange range = edit_.exportRange();
     std::vector<TimeRange> plans;
+    plans.reserve(edit_.segments().size());
     for (const Segment& s : edit_.segments()) {
         const double a = std::max(s.start, range.start), b = std::min(s.end, range.end);
         if (b - a >= 0.001) plans.push_back({a, b});
@@ -362,7 +364,9 @@ void AppModel::loadFolder(const fs::path& folder, std::optional<ProjectFile> pro
     MainThread& main = services_.main;
     startJob([this, alive, &main, folder, project = std::move(project), thenSync]() mutable {
         std::vector<MediaScanner::Refusal> refused;
-        auto sources = MediaScanner::scan(folder, &refused);
+        std::vector<MediaScanner::SetAside> setAside;
+        auto sources = MediaScanner::scan(folder, &refused, &setAside);
+        for (const auto& file : setAside) Log::write(file.message());
         main.post([this, alive, sources = std::move(sources), refused = std::move(refused),
                    project = std::move(project), thenSync]() mutable {
             if (!alive.lock()) return;
@@ -393,6 +397,7 @@ void AppModel::scanned(std::vector<MediaSource> sources, std::optional<ProjectFi
     setAutoSettings(std::move(autoSettings));
     framing_.clear();
     notify(Field::framing);
+    resetPictures();
     setGrades({});
     setEditedCamera(0);
     setAudioMode(soundCount() > 0 ? AudioSettings::Mode::table : AudioSettings::Mode::camera);
@@ -408,7 +413,7 @@ void AppModel::scanned(std::vector<MediaSource> sources, std::optional<ProjectFi
         for (const auto& n : unreadable) names += (names.empty() ? "" : ", ") + n;
         Log::write("Fichiers illisibles : " + names);
     }
-    if (auto odd = MediaScanner::unknownColours(sources_)) Log::write(*odd);
+    for (const std::string& line : MediaScanner::colourNotes(sources_)) Log::write(line);
     setStatus(sources_.empty() ? "Aucun rush trouvé dans ce dossier."
                                : std::to_string(sources_.size()) + " sources, " + std::to_string(files) +
                                      " fichiers. Clique sur Synchroniser.");
@@ -443,6 +448,7 @@ void AppModel::dropPlayer() {
 }
 
 void AppModel::resetSync() {
+    conform_.reset();
     dropPlayer();
     appliedFade_ = -1;
     result_.reset();
@@ -478,9 +484,11 @@ void AppModel::synchronize() {
         };
         FolderSync::Options options = FolderSync::defaultOptions();
         options.stop = stop.get();
+        // Stamped before reading (stats every file: off the main thread).
+        const ProjectStore::Stamps before = ProjectStore::stamps(sources);
         SyncResult result = FolderSync::run(sources, report, options);
         if (*stop) return;  // the model is going: nothing to install
-        SyncCache cache = ProjectStore::cache(result);  // stats every file: off the main thread
+        SyncCache cache = ProjectStore::cache(result, before);
         main.post([this, alive, result = std::move(result), cache = std::move(cache), folder]() mutable {
             if (!alive.lock()) return;
             install(std::move(result), sources_);
@@ -504,7 +512,7 @@ void AppModel::install(SyncResult result, const std::vector<MediaSource>& source
     Log::write("Synchro : " + std::to_string(placed) + " calés, " + std::to_string(unsynced) + " non calés, durée " +
                std::to_string(static_cast<long long>(std::llround(length))) + " s");
     automatic_ = std::move(result);
-    result_ = folder_ ? HandPlacement::apply(*automatic_, edit_.hand(), *folder_) : *automatic_;
+    result_ = placedResult();
     edit_.setResult(result_);
     notify(Field::result);
     setWorking(false);
@@ -543,7 +551,7 @@ void AppModel::applyHand() {
     dropPlayer();
     notify(Field::player);
     appliedFade_ = -1;
-    result_ = HandPlacement::apply(*automatic_, edit_.hand(), *folder_);
+    result_ = placedResult();
     edit_.setResult(result_);
     notify(Field::result);
     if (!result_->placed.empty()) startPlayer(sources_);
@@ -623,19 +631,23 @@ void AppModel::deleteProject(const std::string& id) {
 std::string AppModel::snapshotBytes() const {
     ProjectFile project = makeProject();
     project.savedAt = Date{};
-    return project.toJson().dump();
+    return project.toText(2);
 }
 
 void AppModel::save() {
     // A project whose set is not synchronised, or waits for a new
     // synchronisation, is never written over.
     if (!folder_ || !currentProjectId_ || !result_ || isWorking_ || pendingProject_) return;
+    // The file's own text, its date aside, is what is compared: the cuts,
+    // which may be a million, are written to text once for both.
     ProjectFile project = makeProject();
-    ProjectFile still = project;
-    still.savedAt = Date{};
-    std::string bytes = still.toJson().dump();
+    const std::string cuts = project.cutsText(2);
+    const Date savedAt = project.savedAt;
+    project.savedAt = Date{};
+    std::string bytes = project.toText(2, &cuts);
     if (lastSavedSnapshot_ == bytes) return;
-    ProjectStore::save(project);
+    project.savedAt = savedAt;
+    ProjectStore::save(project, &cuts);
     lastSavedSnapshot_ = std::move(bytes);
     savedAt_ = project.savedAt;
     notify(Field::savedAt);
@@ -665,10 +677,12 @@ ProjectFile AppModel::makeProject() const {
     p.zoom = edit_.zoom();
     p.viewStart = edit_.viewStart();
     p.handPlacements = edit_.hand();
+    storePictures(p);
     return p;
 }
 
 void AppModel::apply(const ProjectFile& project) {
+    applyPictures(project);
     // First, for the cuts are kept by the length of the line it makes.
     edit_.setHand(HandPlacements(project.handPlacements.begin(), project.handPlacements.end()));
     edit_.setCuts(keptCuts(project.cuts, sources_, duration()));

@@ -12,9 +12,9 @@
 #include <fstream>
 #include <iostream>
 #include <limits>
-#include <map>
 #include <numeric>
 #include <set>
+#include <tuple>
 
 #include "base/Format.h"
 #include "base/SafeText.h"
@@ -22,6 +22,7 @@
 #include "base/Text.h"
 #include "edit/AutoEditor.h"
 #include "edit/Cut.h"
+#include "entry/CliPicture.h"
 #include "entry/CliVideo.h"
 #include "export/MltExport.h"
 #include "export/OtioExport.h"
@@ -214,55 +215,6 @@ bool mayReplaceJson(const fs::path& output) {
 }
 
 
-struct Options {
-    std::vector<std::string> paths;              // the set folder and the output, in order
-    std::map<std::string, std::string> values;   // first value of each option
-    std::set<std::string> flags;
-};
-
-const std::set<std::string> valueOptions = {"--montage", "--range", "--format", "--cadrage", "--video", "--codec",
-                                            "--mlt", "--otio", "--loudness", "--clips-drops", "--marges-drop"};
-const std::set<std::string> flagOptions = {"--drops", "--auto", "--effets", "--son-tout", "--son-camera"};
-
-// Options may stand anywhere, before the folder too; what is not understood
-// is said on standard error and left out.
-Options readOptions(const std::vector<std::string>& args, std::ostream& err) {
-    Options o;
-    for (size_t i = 0; i < args.size(); ++i) {
-        const std::string& a = args[i];
-        if (valueOptions.count(a)) {
-            if (i + 1 == args.size()) err << "Option sans valeur ignorée : " << a << "\n";
-            else if (!o.values.emplace(a, args[i + 1]).second)
-                err << "Option répétée ignorée : " << a << " " << terminalSafe(args[i + 1]) << "\n";
-            ++i;
-        } else if (flagOptions.count(a)) {
-            o.flags.insert(a);
-        } else if (a.size() > 2 && a.rfind("--", 0) == 0) {
-            err << "Option inconnue ignorée : " << terminalSafe(a) << "\n";
-        } else if (o.paths.size() < 2) {
-            o.paths.push_back(a);
-        } else {
-            err << "Argument en trop ignoré : " << terminalSafe(a) << "\n";
-        }
-    }
-    // The edit's options shape a montage XML or a finished video; alone they do nothing.
-    if (!o.values.count("--montage") && !o.values.count("--video") && !o.values.count("--clips-drops"))
-        for (const char* only : {"--range", "--format", "--cadrage", "--effets", "--son-tout", "--son-camera"})
-            if (o.values.count(only) || o.flags.count(only))
-                err << "Option ignorée sans --montage : " << only << "\n";
-    if (o.values.count("--codec") && !o.values.count("--video") && !o.values.count("--clips-drops"))
-        err << "Option ignorée sans --video : --codec\n";
-    if (o.values.count("--loudness") && !o.values.count("--video") && !o.values.count("--clips-drops"))
-        err << "Option ignorée sans --video ni --clips-drops : --loudness\n";
-    return o;
-}
-
-std::optional<std::string> valueOf(const Options& o, const std::string& option) {
-    auto it = o.values.find(option);
-    if (it == o.values.end()) return std::nullopt;
-    return it->second;
-}
-
 // A number the run can use: finite, whatever the text says.
 std::optional<double> finiteNumber(std::string_view text) {
     auto v = parseDouble(text);
@@ -273,14 +225,14 @@ std::optional<double> finiteNumber(std::string_view text) {
 // The edit the options ask for, shared by the XML and the video: the
 // `--montage` cuts, else the automatic edit with `--auto`, else none (one
 // plan on the first camera). What cannot be used is said on `err`.
-VideoRequest editOf(const Options& args, const std::vector<MediaSource>& sources, const SyncResult& result,
+VideoRequest editOf(const CommandLine& line, const std::vector<MediaSource>& sources, const SyncResult& result,
                     std::ostream& err) {
     VideoRequest edit;
     const double duration = result.duration();
     std::vector<std::string> warnings;
-    if (auto cutsText = valueOf(args, "--montage")) edit.cuts = parseCuts(*cutsText, &warnings);
-    else if (args.flags.count("--auto")) edit.cuts = autoCuts(sources, result);
-    edit.range = parseRange(valueOf(args, "--range"), duration, &warnings);
+    if (line.montage) edit.cuts = parseCuts(*line.montage, &warnings);
+    else if (line.autoEdit) edit.cuts = autoCuts(sources, result);
+    edit.range = parseRange(line.range, duration, &warnings);
     for (const auto& w : warnings) err << w << "\n";
 
     const std::vector<int> cameras = cameraSourceIndices(sources);
@@ -291,18 +243,18 @@ VideoRequest editOf(const Options& args, const std::vector<MediaSource>& sources
         err << "Caméra " << n << " inexistante dans --montage : le set a " << cameras.size() << " caméra"
             << (cameras.size() > 1 ? "s" : "") << "\n";
 
-    if (args.flags.count("--son-tout")) edit.audio.mode = AudioSettings::Mode::all;
-    if (args.flags.count("--son-camera")) edit.audio.mode = AudioSettings::Mode::camera;
+    if (line.soundAll) edit.audio.mode = AudioSettings::Mode::all;
+    if (line.soundCamera) edit.audio.mode = AudioSettings::Mode::camera;
     edit.audio.rushFade = 1.0;
     edit.audio.cutFade = true;
     edit.audio.masterDb = 0;
 
-    if (auto raw = valueOf(args, "--format")) {
+    if (const auto& raw = line.format) {
         auto known = outputFormatFromRaw(*raw);
         if (!known) err << "Format inconnu ignoré : " << terminalSafe(*raw) << " (16:9 est pris)\n";
         edit.format = known.value_or(OutputFormat::landscape);
     }
-    if (auto raw = valueOf(args, "--cadrage")) {
+    if (const auto& raw = line.framing) {
         if (auto x = finiteNumber(*raw)) {
             for (const auto& s : sources)
                 if (s.kind == SourceKind::camera) edit.framing[s.id] = CameraFrame{1.0, *x, 0.0};
@@ -311,12 +263,9 @@ VideoRequest editOf(const Options& args, const std::vector<MediaSource>& sources
         }
     }
 
-    if (auto raw = valueOf(args, "--loudness")) {
-        edit.loudness = loudnessOf(*raw);
-        if (!edit.loudness) err << "Valeur de --loudness ignorée : " << terminalSafe(*raw) << " (-14 ou -23 ; le son reste tel quel)\n";
-    }
+    edit.loudness = line.loudness;
 
-    const bool drawn = args.flags.count("--effets") > 0;
+    const bool drawn = line.effects;
     edit.effectFor = [effects = edit.effects, drawn](const Segment& plan) {
         if (!drawn) return ResolvedEffect{};
         EffectCameras cameras;
@@ -328,11 +277,11 @@ VideoRequest editOf(const Options& args, const std::vector<MediaSource>& sources
 }
 
 std::string montage(const VideoRequest& edit, const std::string& setName, const std::vector<MediaSource>& sources,
-                    const SyncResult& result, std::ostream& out) {
+                    const SyncResult& result, const PremiereExport::PictureChoices& picture, std::ostream& out) {
     const double duration = result.duration();
     std::string document = PremiereExport::makeMontageXML(
         setName + " - MONTAGE", sources, result, Segment::build(edit.cuts, duration), cameraSourceIndices(sources),
-        edit.range, {}, {}, edit.audio, edit.effects, edit.effectFor, edit.format, edit.framing, false);
+        edit.range, {}, {}, edit.audio, edit.effects, edit.effectFor, edit.format, edit.framing, false, picture);
     out << "Montage : " << edit.cuts.size() << " coupes, plage " << shortest(edit.range.start) << "-"
         << shortest(edit.range.end) << " s\n";
     return document;
@@ -340,17 +289,17 @@ std::string montage(const VideoRequest& edit, const std::string& setName, const 
 
 // The timelines for the editors of Linux and OpenTimelineIO, beside the
 // xmeml or instead of it: the montage with `--montage`, else the synchro.
-int writeTimelines(const Options& options, const VideoRequest& edit, const std::string& setName,
-                   const std::vector<MediaSource>& sources, const SyncResult& result, std::ostream& out) {
-    auto mlt = options.values.find("--mlt"), otio = options.values.find("--otio");
-    if (mlt == options.values.end() && otio == options.values.end()) return 0;
-    const bool montage = options.values.count("--montage") > 0;
+int writeTimelines(const CommandLine& line, const VideoRequest& edit, const std::string& setName,
+                   const std::vector<MediaSource>& sources, const SyncResult& result,
+                   const PremiereExport::PictureChoices& picture, std::ostream& out) {
+    if (!line.mlt && !line.otio) return 0;
+    const bool montage = line.montage.has_value();
     const std::string name = setName + (montage ? " - MONTAGE" : " - SYNCHRO");
     const PremiereExport::Timeline timeline =
         montage ? PremiereExport::montageTimeline(sources, result, Segment::build(edit.cuts, result.duration()),
                                                   cameraSourceIndices(sources), edit.range, {}, edit.audio,
-                                                  edit.effects, edit.effectFor, false)
-                : PremiereExport::synchroTimeline(sources, result, {});
+                                                  edit.effects, edit.effectFor, false, picture)
+                : PremiereExport::synchroTimeline(sources, result, {}, picture);
     const double from = montage ? edit.range.start : 0;
     std::vector<TimelineMarker> markers;
     for (const Drop& d : DropDetector::detect(result, sources, 0.5))
@@ -366,14 +315,14 @@ int writeTimelines(const Options& options, const VideoRequest& edit, const std::
         out << label << " : " << terminalSafe(shown) << "\n";
         return 0;
     };
-    if (mlt != options.values.end()) {
+    if (line.mlt) {
         TimelineLook look;
-        if (montage) look = {edit.format, edit.framing, {}, edit.effects};
-        if (int status = write(mlt->second, "MLT", MltExport::write(name, sources, timeline, {}, look, markers)))
+        if (montage) look = {edit.format, edit.framing, {}, edit.effects, {}};
+        look.aliases = paths::plainNameLinks(MltExport::unnameable(sources));
+        if (int status = write(*line.mlt, "MLT", MltExport::write(name, sources, timeline, {}, look, markers)))
             return status;
     }
-    if (otio != options.values.end())
-        return write(otio->second, "OTIO", OtioExport::write(name, sources, timeline, {}, markers));
+    if (line.otio) return write(*line.otio, "OTIO", OtioExport::write(name, sources, timeline, {}, markers));
     return 0;
 }
 
@@ -435,16 +384,33 @@ TimeRange parseRange(const std::optional<std::string>& value, double duration, s
 int run(const std::vector<std::string>& arguments, std::ostream& out) { return run(arguments, out, std::cerr); }
 
 int run(const std::vector<std::string>& arguments, std::ostream& out, std::ostream& err) {
-    Options options = readOptions(arguments, err);
+    return run(CommandLine::read(arguments), out, err);
+}
+
+int run(const CommandLine& line, std::ostream& out, std::ostream& err) {
+    if (line.mode == CommandLine::Mode::help) {
+        out << CommandLine::help();
+        return 0;
+    }
+    if (line.mode == CommandLine::Mode::version) {
+        out << CommandLine::version() << "\n";
+        return 0;
+    }
+    if (line.error) {
+        err << *line.error << "\n";
+        return 1;
+    }
+    for (const auto& w : line.warnings) err << w << "\n";
+
     // With --mlt or --otio the xmeml may be left out: the folder alone will do.
-    const bool timelineOnly = options.paths.size() == 1 && (options.values.count("--mlt") || options.values.count("--otio"));
-    if ((options.paths.size() < 2 && !timelineOnly) || options.paths[0].empty() ||
-        (!timelineOnly && options.paths[1].empty())) {
+    const bool timelineOnly = line.paths.size() == 1 && (line.mlt || line.otio);
+    if ((line.paths.size() < 2 && !timelineOnly) || line.paths[0].empty() ||
+        (!timelineOnly && line.paths[1].empty())) {
         out << "Usage : Quorvel --cli <dossier du set> <sortie.xml>\n";
         return 1;
     }
-    const std::string& folderText = options.paths[0];
-    const std::string outputText = timelineOnly ? std::string() : options.paths[1];
+    const std::string& folderText = line.paths[0];
+    const std::string outputText = timelineOnly ? std::string() : line.paths[1];
     fs::path folder = fs::absolute(folderText);
     fs::path output = timelineOnly ? fs::path() : fs::absolute(outputText);
 
@@ -463,8 +429,8 @@ int run(const std::vector<std::string>& arguments, std::ostream& out, std::ostre
     // Every output is judged: the xmeml and the timelines beside it.
     std::vector<std::pair<std::string, bool>> outputs;  // path, is JSON
     if (!timelineOnly) outputs.push_back({outputText, false});
-    if (auto v = valueOf(options, "--mlt")) outputs.push_back({*v, false});
-    if (auto v = valueOf(options, "--otio")) outputs.push_back({*v, true});
+    if (line.mlt) outputs.push_back({*line.mlt, false});
+    if (line.otio) outputs.push_back({*line.otio, true});
     for (const auto& [text, isJson] : outputs) {
         const fs::path file = fs::absolute(text);
         if (!(isJson ? mayReplaceJson(file) : mayReplace(file))) {
@@ -480,8 +446,10 @@ int run(const std::vector<std::string>& arguments, std::ostream& out, std::ostre
     }
 
     std::vector<MediaScanner::Refusal> refused;
-    std::vector<MediaSource> sources = MediaScanner::scan(folder, &refused);
+    std::vector<MediaScanner::SetAside> setAside;
+    std::vector<MediaSource> sources = MediaScanner::scan(folder, &refused, &setAside);
     for (const auto& r : refused) err << terminalSafe(r.message()) << "\n";
+    reportSetAside(setAside, err);
     err.flush();
     printListing(sources, out);
     out.flush();
@@ -493,24 +461,29 @@ int run(const std::vector<std::string>& arguments, std::ostream& out, std::ostre
     bar.finish();
     printSyncReport(sources, result, elapsed, out, err);
 
-    if (options.flags.count("--auto")) printAutoStatistics(sources, result, out);
-    if (options.flags.count("--drops")) printDrops(sources, result, out);
+    if (line.autoEdit) printAutoStatistics(sources, result, out);
+    if (line.drops) printDrops(sources, result, out);
 
-    VideoRequest edit = editOf(options, sources, result, err);
+    VideoRequest edit = editOf(line, sources, result, err);
+    const PremiereExport::PictureChoices picture =
+        pictureChoices(line.rate ? rateOf(*line.rate) : std::nullopt, line.constantRate, sources, result, out, err,
+                       [&](double f, const std::string& text) { bar.show(f, text); });
+    bar.finish();
+    edit.rate = picture.rate;
     std::string document;
-    if (valueOf(options, "--montage"))
-        document = montage(edit, folderName(folder), sources, result, out);
+    if (line.montage)
+        document = montage(edit, folderName(folder), sources, result, picture, out);
     else
-        document = PremiereExport::makeXML(folderName(folder) + " - SYNC", sources, result, {}, {});
+        document = PremiereExport::makeXML(folderName(folder) + " - SYNC", sources, result, {}, {}, picture);
     out.flush();
     int status = timelineOnly ? 0 : writeOutput(output, outputText, document, out);
-    if (status == 0) status = writeTimelines(options, edit, folderName(folder), sources, result, out);
+    if (status == 0) status = writeTimelines(line, edit, folderName(folder), sources, result, picture, out);
     if (status != 0) return status;
 
     // The finished video of the same edit.
-    if (auto video = valueOf(options, "--video")) {
-        edit.file = *video;
-        edit.codec = valueOf(options, "--codec").value_or("");
+    if (line.video) {
+        edit.file = *line.video;
+        edit.codec = line.codec;
         edit.sources = sources;
         edit.result = result;
         status = exportVideo(edit, out, [&](double f, const std::string& text) { bar.show(f, text); });
@@ -519,29 +492,18 @@ int run(const std::vector<std::string>& arguments, std::ostream& out, std::ostre
     }
 
     // The clips of the drops, vertical unless a format is asked.
-    if (auto folderOfClips = valueOf(options, "--clips-drops")) {
+    if (const auto& folderOfClips = line.clipsFolder) {
         ClipsRequest clips;
         clips.edit = std::move(edit);
-        clips.edit.codec = valueOf(options, "--codec").value_or("");
+        clips.edit.codec = line.codec;
         clips.edit.sources = sources;
         clips.edit.result = result;
-        if (!valueOf(options, "--format")) clips.edit.format = OutputFormat::portrait;
+        if (!line.format) clips.edit.format = OutputFormat::portrait;
         clips.folder = fs::absolute(*folderOfClips);
         clips.setName = folderName(folder);
         clips.drops = DropDetector::detect(result, sources, 0.5);
         clips.onsets = DropDetector::onsets(result, sources);
-        if (auto raw = valueOf(options, "--marges-drop")) {
-            // "avant-après" in seconds, as the drops panel's margins.
-            auto parts = split(*raw, '-');
-            auto pre = parts.size() == 2 ? finiteNumber(parts[0]) : std::nullopt;
-            auto post = parts.size() == 2 ? finiteNumber(parts[1]) : std::nullopt;
-            if (pre && post && *pre >= 0 && *post > 0) {
-                clips.pre = *pre;
-                clips.post = *post;
-            } else {
-                err << "Valeur de --marges-drop ignorée : " << terminalSafe(*raw) << " (attendu : avant-après, en secondes ; 15-30 est pris)\n";
-            }
-        }
+        if (line.dropMargins) std::tie(clips.pre, clips.post) = *line.dropMargins;
         if (!clips.drops.empty() && !fs::is_directory(clips.folder, ec)) {
             out << "Les clips des drops ont échoué : dossier introuvable « " << terminalSafe(*folderOfClips) << " ».\n";
             return 1;

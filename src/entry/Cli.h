@@ -11,14 +11,18 @@
 
 #include "edit/Cut.h"
 #include "edit/TimeRange.h"
+#include "entry/CommandLine.h"
 
 namespace qv::CLI {
 
-// `arguments` are what follows "--cli". Returns the process's exit status:
-// 0 when the file was written, 1 on the usage message, a set folder that
-// cannot be read, an output that may not be replaced or a write failure.
-// Warnings about ignored arguments and unreadable files go to `err`
-// (standard error by default), one line each.
+// The run of a read command line (`--help` and `--version` are answered
+// here too). Returns the process's exit status: 0 when the files were
+// written, 1 on the usage message, a value that cannot be used, a set folder
+// that cannot be read, an output that may not be replaced or a write
+// failure. Warnings about ignored arguments and unreadable files go to
+// `err` (standard error by default), one line each.
+int run(const CommandLine& line, std::ostream& out, std::ostream& err);
+// The same from the words that follow "--cli".
 int run(const std::vector<std::string>& arguments, std::ostream& out);
 int run(const std::vector<std::string>& arguments, std::ostream& out, std::ostream& err);
 

@@ -44,6 +44,7 @@ VideoRender::Job jobOf(VideoRequest& request) {
     job.format = request.format;
     job.framing = request.framing;
     job.loudness = request.loudness;
+    job.rate = request.rate;
     return job;
 }
 
@@ -75,6 +76,8 @@ std::optional<double> loudnessOf(const std::string& text) {
     if (text == "-23" || text == "\u221223") return -23.0;
     return std::nullopt;
 }
+
+bool isCodecName(const std::string& text) { return !text.empty() && codecOf(text, {}).has_value(); }
 
 int exportVideo(VideoRequest request, std::ostream& out,
                 const std::function<void(double, const std::string&)>& progress) {

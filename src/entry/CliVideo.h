@@ -17,6 +17,7 @@
 #include "effects/EffectSettings.h"
 #include "effects/MotionFX.h"
 #include "effects/Reframe.h"
+#include "export/PremiereExport.h"
 #include "music/DropDetector.h"
 #include "sync/Media.h"
 #include "sync/SyncResult.h"
@@ -36,6 +37,8 @@ struct VideoRequest {
     OutputFormat format = OutputFormat::landscape;
     std::map<Uuid, CameraFrame> framing;
     std::optional<double> loudness;  // LUFS; none: the mix as it is
+    // The set's rate (`--rate`); none: the one covering the most camera time.
+    std::optional<PremiereExport::SequenceRate> rate;
 };
 
 // The clips of the drops (`--clips-drops <folder>`): `edit` gives the
@@ -51,6 +54,9 @@ struct ClipsRequest {
 
 // "-14" or "-23" (a typographic minus too) as a loudness target.
 std::optional<double> loudnessOf(const std::string& text);
+
+// "h264", "hevc" or "prores": the names `--codec` knows.
+bool isCodecName(const std::string& text);
 
 // Prints "Vidéo : {path}" and returns 0, or "L'export vidéo a échoué :
 // {message}" and returns 1. `progress` gets the fraction done and the time

@@ -43,6 +43,18 @@ struct FilePlan {
     int bFrames = 3;
     double gopSeconds = 2;
     bool bitsInP = false;
+    // How the camera lays its frames out beyond their size: spacing that
+    // follows light and heat (a phone, FrameTimes.h), interlaced fields with
+    // a bar sweeping across (a camcorder), or anamorphic pixels (HDV): then
+    // `width` is the display width and `storedWidth` what the file stores.
+    bool variableRate = false;
+    bool interlaced = false;
+    int storedWidth = 0;
+    // What an action camera writes beside a chapter, by file name (empty:
+    // nothing): a light copy of it with the same timing (.LRV) and a
+    // thumbnail (.THM).
+    std::string previewCopy;
+    std::string thumbnail;
 
     // Sound: one stream per microphone, none for a file without sound.
     int sampleRate = 48000;

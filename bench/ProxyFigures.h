@@ -1,9 +1,9 @@
 // The proxy figures of the player benchmark, for one set: how soon after a
 // seek every angle has its chunk around the play head, how fast the whole
-// set's proxies are made (both workers, as while nothing plays), and one
-// camera's first 20 s made by our writer against the ffmpeg executable
-// with the same settings, on one thread each. The chunks are left in
-// `cache` for the play from proxies that follows.
+// set's proxies are made (every worker, as while nothing plays), 4K and
+// smaller files apart, and one camera's first 20 s made by our writer
+// against the ffmpeg executable with the same settings, on one thread each.
+// The chunks are left in `cache` for the play from proxies that follows.
 #pragma once
 
 #include <sys/resource.h>
@@ -13,6 +13,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
+#include <mutex>
 #include <thread>
 
 #include "base/Text.h"
@@ -20,6 +22,7 @@
 #include "platform/ProxyWriter.h"
 #include "playback/Proxies.h"
 #include "playback/ProxyEncoder.h"
+#include "platform/Processor.h"
 #include "sync/AudioLoader.h"
 
 namespace proxybench {
@@ -55,7 +58,29 @@ inline void printProxyFigures(const std::vector<qv::MediaSource>& sources, const
         end = std::max(end, f.at + f.duration);
     }
     fs::remove_all(cache);
-    qv::ProxyMaker maker(qv::ProxyCache(cache), qv::proxyEncoder(), {});
+    // Each chunk's time, 4K files apart from the others.
+    std::mutex timesLock;
+    std::map<fs::path, bool> fourK;
+    double footageBy[2] = {0, 0}, chunkSecondsBy[2] = {0, 0};
+    for (const auto& f : files) {
+        fourK[f.path] = f.fourK;
+        footageBy[f.fourK] += f.duration;
+    }
+    auto timed = [&, inner = qv::proxyEncoder()](const fs::path& original) -> qv::Result<qv::ProxyMaker::ChunkWriter> {
+        auto writer = inner(original);
+        if (!writer) return writer.error();
+        const int k = fourK.count(original) && fourK.at(original) ? 1 : 0;
+        return qv::ProxyMaker::ChunkWriter([&, k, w = std::move(writer).value()](const fs::path& out, double from,
+                                                                                double to, const std::atomic<bool>& cancel) {
+            const auto c0 = Clock::now();
+            auto outcome = w(out, from, to, cancel);
+            std::lock_guard guard(timesLock);
+            chunkSecondsBy[k] += secondsSince(c0);
+            return outcome;
+        });
+    };
+    qv::ProxyMaker maker(qv::ProxyCache(cache), timed, {});
+    const int workers = qv::ProxyMaker::workersFor(qv::platform::processorCores(), false, 0);
     // The user opens the set at its start, then seeks to 60 % of it.
     auto t0 = Clock::now();
     const double cpu0 = processorSeconds();
@@ -75,7 +100,13 @@ inline void printProxyFigures(const std::vector<qv::MediaSource>& sources, const
     const double whole = secondsSince(t0);
     const double cpu = processorSeconds() - cpu0;
     const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
-    std::printf("copies d'aperçu : %.2f × temps réel par caméra\n", footage / whole);
+    std::printf("copies d'aperçu : %.2f × temps réel par caméra (%d ouvriers)\n", footage / whole, workers);
+    // Chunks of both kinds are made side by side: a kind's share of the
+    // workers' time is the time it would have taken alone.
+    for (int k : {1, 0})
+        if (footageBy[k] > 0 && chunkSecondsBy[k] > 0)
+            std::printf("  copies d'aperçu %s : %.2f × temps réel par caméra\n", k ? "4K" : "HD et moins",
+                        footageBy[k] / (chunkSecondsBy[k] / workers));
     // On a loaded machine the workers, at the lowest priority, get what is
     // left: the processor time tells what free cores would give.
     std::printf("  (%zu fichiers, %.0f s d'images en %.1f s, %d échecs ; processeur %.1f s, soit %.2f × sur %u cœurs"

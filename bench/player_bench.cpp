@@ -6,9 +6,11 @@
 // proxies are made (bench/ProxyFigures.h).
 // With a program angle (the first camera), the originals' line gives the
 // program's pictures shown against those due, the fewest pictures a second
-// of any tile, and the median seek.
+// of any tile, and the median seek; beside it, how fast one core decodes the
+// program's own stream (whether the machine can show all of it at all), and
+// what the tiles took of their processor budget.
 // Usage: player_bench [--secondes N] [--sans-copies] <set folder>... (e.g.
-// the sets of quorvel-setgen --preset realcam and --preset multicam).
+// the sets of quorvel-setgen --preset realcam, realnoise and phone4k).
 #include <algorithm>
 #include <atomic>
 #include <cmath>
@@ -24,6 +26,7 @@
 #include "entry/SetTruth.h"
 #include "platform/MediaReader.h"
 #include "platform/Process.h"
+#include "platform/Processor.h"
 #include "playback/MulticamPlayer.h"
 #include "ProxyFigures.h"
 #include "playback/Proxies.h"
@@ -66,6 +69,19 @@ double decodeOnly(const std::vector<fs::path>& files, double seconds, int divisi
     return seconds / secondsSince(t0);
 }
 
+// One camera's stream decoded on one thread at full cost for `seconds`, as
+// the program angle plays it (converted at 1/`division`): the share of real
+// time one core keeps up with.
+double oneCore(const fs::path& file, double seconds, int division) {
+    auto reader = media::VideoReader::open(file, 1);
+    if (!reader) return 0;
+    reader->setOutputSize(reader->width() / division, reader->height() / division);
+    const double rate = reader->frameRate() > 0 ? reader->frameRate() : 25;
+    const double cpu0 = platform::threadCpuSeconds();
+    for (long n = 0; n < static_cast<long>(seconds * rate); ++n) (void)reader->frameAt((n + 0.5) / rate);
+    return seconds / std::max(1e-9, platform::threadCpuSeconds() - cpu0);
+}
+
 // The same with the ffmpeg executable, one process per file.
 double ffmpegDecode(const std::vector<fs::path>& files, double seconds) {
     fs::path ffmpeg = process::findExecutable(AudioLoader::ffmpegCandidates);
@@ -93,9 +109,27 @@ struct PlayFigures {
     int64_t programShown = 0;
     double programExpected = 0;
     double tileRate = 0;
+    TileBudget::Figures budget;  // over the play
+    double played = 0;           // seconds of the set played
     std::vector<double> exactSeeks;
     std::vector<double> programSeeks;  // until the program angle alone shows the exact frame
 };
+
+// The first placed file of camera `camera` (from 0); null without one.
+const PlacedItem* firstFile(const std::vector<MediaSource>& sources, const SyncResult& result, int camera) {
+    int seen = -1;
+    for (size_t s = 0; s < sources.size(); ++s) {
+        if (sources[s].kind != SourceKind::camera || ++seen != camera) continue;
+        for (const PlacedItem& p : result.placed)
+            if (p.sourceIndex == static_cast<int>(s)) return &p;
+    }
+    return nullptr;
+}
+
+double programRate(const std::vector<MediaSource>& sources, const SyncResult& result, int camera) {
+    const PlacedItem* file = firstFile(sources, result, camera);
+    return file && file->item.frameRate > 0 ? file->item.frameRate : 25;
+}
 
 PlayFigures playFor(const std::vector<MediaSource>& sources, const SyncResult& result, const ProxyCache* proxies,
                     double seconds, int division, std::optional<int> program = std::nullopt) {
@@ -117,6 +151,7 @@ PlayFigures playFor(const std::vector<MediaSource>& sources, const SyncResult& r
         player.update();
     }
     const double played = player.currentTime();
+    figures.played = played - std::min(played, 0.0);
     figures.cpu = (processorSeconds() - cpu0) / secondsSince(t0);
     player.pause();
     const auto counters = player.counters();
@@ -127,7 +162,8 @@ PlayFigures playFor(const std::vector<MediaSource>& sources, const SyncResult& r
         double covered = 0;
         for (const auto& r : angle.ranges) covered += std::max(0.0, std::min(r.end, played) - std::max(r.start, 0.0));
         figures.programShown = counters.shownByAngle[static_cast<size_t>(*program)];
-        figures.programExpected = std::floor(covered * 25);
+        figures.programExpected = std::floor(covered * programRate(sources, result, *program));
+        figures.budget = player.tileBudget();
         figures.tileRate = 1e9;
         for (const auto& a : player.cameraAngles()) {
             if (a.id == *program || !a.hasPlayer) continue;
@@ -188,6 +224,9 @@ void originals(const std::vector<MediaSource>& sources, const SyncResult& result
                 static_cast<long long>(f.shown), static_cast<long long>(f.dropped), f.cpu,
                 percentile(f.seeks, 0.95) * 1000, percentile(f.programSeeks, 0.5) * 1000,
                 percentile(f.exactSeeks, 0.5) * 1000, cameras);
+    std::printf("  (vignettes : %.2f cœur(s) de processeur en moyenne, budget donné %.2f, %.2f cœur(s) à la fin)\n",
+                f.budget.spent / std::max(1e-9, f.played), f.budget.granted / std::max(1e-9, f.played),
+                f.budget.rate);
 }
 
 struct LoadedSet {
@@ -225,11 +264,14 @@ int main(int argc, char** argv) {
         return 1;
     }
     std::setvbuf(stdout, nullptr, _IOLBF, 0);  // each figure as soon as it is known
+    bool failed = false;
     for (const fs::path& set : sets) {
         auto loaded = loadSet(set);
+        // A heavy set not generated yet leaves the others' figures standing.
         if (!loaded) {
-            std::fprintf(stderr, "set illisible ou sans truth.json : %s\n", set.c_str());
-            return 1;
+            std::printf("set %s : illisible ou sans truth.json, passé\n", set.c_str());
+            failed = true;
+            continue;
         }
         const auto& sources = loaded->sources;
         const auto& result = loaded->result;
@@ -243,6 +285,9 @@ int main(int argc, char** argv) {
                     " ffmpeg (décodage sans conversion) : %.2f ×\n",
                     cameras, decodeSeconds, decodeOnly(cameraFiles, decodeSeconds, 4),
                     ffmpegDecode(cameraFiles, decodeSeconds));
+        if (const PlacedItem* program = firstFile(sources, result, 0))
+            std::printf("décodage du programme (caméra 1, %d × %d) sur un cœur : %.2f × temps réel\n",
+                        program->item.width, program->item.height, oneCore(program->item.url, decodeSeconds, 4));
 
         originals(sources, result, seconds, cameras);
         std::printf("charge du système %.2f\n", loadNow());
@@ -256,5 +301,5 @@ int main(int argc, char** argv) {
         std::printf("charge du système %.2f\n", loadNow());
         fs::remove_all(cache);
     }
-    return 0;
+    return failed ? 1 : 0;
 }

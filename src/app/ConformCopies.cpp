@@ -90,7 +90,7 @@ std::map<fs::path, fs::path> makeNow(const ProxyCache& cache, const std::vector<
     std::condition_variable changed;
     bool woken = false;
     ProxyMaker::Options options;
-    options.workers = 1;
+    options.cores = 1;  // one worker: each copy is full size and takes a core of its own
     options.wakeup = [&] {
         std::lock_guard guard(lock);
         woken = true;

@@ -5,6 +5,7 @@
 #include "diagnostics/Log.h"
 #include "playback/ProxyEncoder.h"
 #include "playback/TimelineTracks.h"
+#include "platform/Processor.h"
 
 namespace qv {
 
@@ -17,7 +18,7 @@ struct MulticamAppPlayer::Wake {
 
 MulticamAppPlayer::MulticamAppPlayer(const std::vector<MediaSource>& sources, const SyncResult& result,
                                      MainThread& main, std::unique_ptr<AudioOutput> output, TimeSource now)
-    : wake_(std::make_shared<Wake>()), proxies_(std::make_unique<ProxyCache>()) {
+    : wake_(std::make_shared<Wake>()), proxies_(std::make_unique<ProxyCache>()), now_(now) {
     MulticamPlayer::Options options;
     options.opener = timelineTracks(proxies_.get());
     options.output = std::move(output);
@@ -81,11 +82,32 @@ AppPlayer::PreviewWork MulticamAppPlayer::previewWork() const {
     return work;
 }
 
+void MulticamAppPlayer::measureLoad() {
+    if (!player_->isPlaying()) {
+        loadSince_ = -1;
+        return;
+    }
+    const double now = now_();
+    const double cpu = platform::processCpuSeconds(), proxyCpu = maker_->processorSeconds();
+    if (loadSince_ >= 0 && now - loadSince_ >= 1.0) {
+        const double load = ((cpu - loadCpu_) - (proxyCpu - loadProxyCpu_)) / (now - loadSince_);
+        maker_->setPlayerLoad(load);
+    } else if (loadSince_ >= 0) {
+        return;
+    }
+    loadSince_ = now;
+    loadCpu_ = cpu;
+    loadProxyCpu_ = proxyCpu;
+}
+
 void MulticamAppPlayer::changed() {
     // New pictures while paused must repaint without touching the model.
     if (frames_) frames_();
     const double t = player_->currentTime();
-    if (maker_) maker_->setPlayhead(t, player_->isPlaying());
+    if (maker_) {
+        maker_->setPlayhead(t, player_->isPlaying());
+        measureLoad();
+    }
     if (t == reported_) return;
     reported_ = t;
     if (observer_) observer_(t);

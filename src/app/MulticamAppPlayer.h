@@ -2,7 +2,9 @@
 // It forwards the model's orders to MulticamPlayer and keeps the player's
 // rule on threads: the decoder and mixer threads only wake the main thread
 // (one pending post at a time), and the main thread pulls their frames with
-// `update()`; the model hears of each new clock time from there.
+// `update()`; the model hears of each new clock time from there. While it
+// plays it tells the proxy maker how many cores it takes, so the preview
+// copies use the others.
 #pragma once
 
 #include <memory>
@@ -67,6 +69,11 @@ private:
     std::function<void(double)> observer_;
     std::function<void()> frames_;
     double reported_ = -1;
+    // The player's processor use while it plays, for the proxy workers:
+    // the process's time less the workers' own, over a second or more.
+    void measureLoad();
+    TimeSource now_;
+    double loadSince_ = -1, loadCpu_ = 0, loadProxyCpu_ = 0;
 };
 
 }  // namespace qv

@@ -139,7 +139,7 @@ void AppModel::conformVariableRate() {
     auto conform = std::make_shared<Conform>();
     conform->files = static_cast<int>(files.size());
     ProxyMaker::Options options;
-    options.workers = 1;
+    options.cores = 1;  // one worker: each copy is full size and takes a core of its own
     std::weak_ptr<bool> alive = alive_;
     MainThread& main = services_.main;
     options.wakeup = [this, alive, &main] {

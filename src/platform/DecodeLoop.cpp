@@ -1,6 +1,7 @@
 #include "platform/DecodeLoop.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace qv::ff {
 
@@ -52,6 +53,13 @@ FramePtr StreamDecoder::next() {
             continue;
         }
         if (packet_->stream_index == stream_) {
+            if (switchTo_ && (packet_->flags & AV_PKT_FLAG_KEY)) {
+                loop_.decode(nullptr, keep);  // every picture the old codec holds, before the key frame's
+                switchTo_->skip_frame = codec_->skip_frame;
+                switchTo_->skip_loop_filter = codec_->skip_loop_filter;
+                codec_ = std::exchange(switchTo_, nullptr);
+                loop_ = DecodeLoop(codec_);
+            }
             if (skipBefore_ != AV_NOPTS_VALUE && packet_->pts != AV_NOPTS_VALUE && packet_->pts >= skipBefore_) {
                 codec_->skip_frame = skipBase_;
                 skipBefore_ = AV_NOPTS_VALUE;
@@ -106,7 +114,10 @@ void StreamDecoder::setSkipFrame(AVDiscard skip) {
     }
 }
 
+void StreamDecoder::switchAtKeyFrame(AVCodecContext* codec) { switchTo_ = codec; }
+
 bool StreamDecoder::seek(int64_t timestamp, bool forward) {
+    switchTo_ = nullptr;
     if (skipBefore_ != AV_NOPTS_VALUE) codec_->skip_frame = skipBase_;
     skipBefore_ = AV_NOPTS_VALUE;
     ready_.clear();

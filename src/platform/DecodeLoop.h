@@ -67,10 +67,19 @@ public:
     // decoding on.
     FramePtr nextAlone();
 
+    // From the next key packet on, `codec` decodes instead (another thread
+    // count, say): the codec in use first gives every picture it holds, so
+    // nothing is lost and no seek is needed. It takes the skip settings of
+    // the one it replaces. The caller owns both and frees the old one once
+    // `codec()` has changed; a seek drops the change.
+    void switchAtKeyFrame(AVCodecContext* codec);
+    AVCodecContext* codec() const { return codec_; }
+
 private:
     AVFormatContext* format_;
     int stream_;
     AVCodecContext* codec_;
+    AVCodecContext* switchTo_ = nullptr;
     DecodeLoop loop_;
     int64_t skipBefore_ = AV_NOPTS_VALUE;
     AVDiscard skipBase_ = AVDISCARD_DEFAULT;  // the codec's own setting, put back after

@@ -358,12 +358,13 @@ Result<media::RgbaFrame> HdrConverter::toRgba(const AVFrame* in, int width, int 
     return out;
 }
 
-Result<FramePtr> HdrConverter::toYuv(const AVFrame* in) {
+Result<FramePtr> HdrConverter::toYuv(const AVFrame* in, int width, int height) {
     if (in->width <= 0 || in->height <= 0) return Error{"Image vide."};
-    if (Status s = s_->linearise(in, in->width, in->height); !s) return s.error();
+    if (width <= 0 || height <= 0) width = in->width, height = in->height;
+    if (Status s = s_->linearise(in, width, height); !s) return s.error();
     // 4:2:0 needs even sizes; an odd picture keeps all its chroma.
-    const bool even = in->width % 2 == 0 && in->height % 2 == 0;
-    FramePtr out = newFrame(even ? AV_PIX_FMT_YUV420P : AV_PIX_FMT_YUV444P, in->width, in->height);
+    const bool even = width % 2 == 0 && height % 2 == 0;
+    FramePtr out = newFrame(even ? AV_PIX_FMT_YUV420P : AV_PIX_FMT_YUV444P, width, height);
     if (!out) return Error{"Mémoire insuffisante."};
     if (Status s = s_->display(out.get()); !s) return s.error();
     av_frame_copy_props(out.get(), in);

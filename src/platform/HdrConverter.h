@@ -53,10 +53,11 @@ public:
     // at `width` × `height` as 8-bit RGBA.
     Result<media::RgbaFrame> toRgba(const AVFrame* in, int width, int height);
 
-    // `in` at its own size as 8-bit BT.709 limited-range YUV (4:2:0, or
-    // 4:4:4 when a side is odd), tagged so, with its time stamps: what an
-    // encoder takes.
-    Result<FramePtr> toYuv(const AVFrame* in);
+    // `in` at `width` × `height` (0 × 0: its own size) as 8-bit BT.709
+    // limited-range YUV (4:2:0, or 4:4:4 when a side is odd), tagged so,
+    // with its time stamps: what an encoder takes. Scaled in linear light,
+    // before the tone curve, so a small copy of a 4K picture costs little.
+    Result<FramePtr> toYuv(const AVFrame* in, int width = 0, int height = 0);
 
 private:
     struct State;

@@ -99,6 +99,9 @@ struct VideoReader::State : OpenStream {
     ff::FramePtr currentRaw;      // the current picture until it is asked for: skipped ones are never converted
     int outWidth = 0, outHeight = 0;  // display size asked for; 0 keeps the file's
     DecodeCost cost = DecodeCost::full;
+    int threads = 2;
+    ff::CodecPtr nextCodec;  // opened for the next key frame (setThreads)
+    int nextThreads = 0;
     bool currentIsFirst = false;  // nothing lies before it
     bool glance = false;          // `current` was decoded alone: reading on must seek
     std::function<bool()> interrupted;
@@ -115,6 +118,21 @@ struct VideoReader::State : OpenStream {
     void pull() {
         pending = ff::nextWhole(*decoder, deinterlacer);
         if (pending) lastStart = pendingStart = startOf(pending.get());
+        // The decoder met a key frame and went over to the waiting codec.
+        if (nextCodec && decoder->codec() == nextCodec.get()) {
+            codec = std::move(nextCodec);
+            threads = nextThreads;
+        }
+    }
+
+    // The codec waiting for a key frame takes over now: a jump flushes anyway.
+    void switchNow() {
+        if (!nextCodec) return;
+        decoder.reset();  // it refers to the codec
+        codec = std::move(nextCodec);
+        threads = nextThreads;
+        decoder = std::make_unique<ff::StreamDecoder>(format.get(), stream->index, codec.get());
+        applyCost();
     }
 
     // Decoding starts again elsewhere: nothing held for the picture before.
@@ -144,6 +162,7 @@ struct VideoReader::State : OpenStream {
     // decoded, and the next read seeks again (`glance`).
     void seekBefore(double t, bool alone = false) {
         static constexpr double backoffs[] = {0, 1, 4, 16};
+        switchNow();
         current.reset();
         currentRaw.reset();
         pending.reset();
@@ -187,6 +206,15 @@ struct VideoReader::State : OpenStream {
         promote();
     }
 
+    // What `cost` skips, told to the codec; read by it for every packet sent
+    // from now on (frame threads take the value with each packet).
+    void applyCost() {
+        codec->skip_loop_filter = cost == DecodeCost::full ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
+        decoder->setSkipFrame(cost == DecodeCost::light     ? AVDISCARD_NONREF
+                              : cost == DecodeCost::anchors ? AVDISCARD_BIDIR
+                                                            : AVDISCARD_DEFAULT);
+    }
+
     // The current picture in RGBA at the size asked for, turned upright.
     bool convertCurrent() {
         if (!currentRaw) return true;
@@ -210,12 +238,12 @@ VideoReader::~VideoReader() = default;
 VideoReader::VideoReader(VideoReader&&) noexcept = default;
 VideoReader& VideoReader::operator=(VideoReader&&) noexcept = default;
 
-Result<VideoReader> VideoReader::open(const std::filesystem::path& file) {
+Result<VideoReader> VideoReader::open(const std::filesystem::path& file, int threads) {
     auto s = std::make_unique<State>();
-    // Two frame threads: the program angle and a seek use both cores, while
-    // a tile whose queue is full leaves its second thread idle. One count for
-    // all, since any tile may go on program at a key press.
-    if (Status st = s->open(file, ff::isPictureStream, Error{file.filename().string() + " ne contient pas d'image."}, 2); !st)
+    s->threads = std::max(1, threads);
+    if (Status st = s->open(file, ff::isPictureStream, Error{file.filename().string() + " ne contient pas d'image."},
+                            s->threads);
+        !st)
         return st.error();
     s->origin = ff::timeZero(s->format.get(), 0);
     AVRational r = s->stream->avg_frame_rate.num > 0 ? s->stream->avg_frame_rate : s->stream->r_frame_rate;
@@ -253,16 +281,42 @@ Result<std::shared_ptr<const VideoPicture>> VideoReader::frameAt(double seconds)
 void VideoReader::setCost(DecodeCost cost) {
     if (cost == s_->cost) return;
     s_->cost = cost;
-    // Read by the codec for every packet sent from now on (frame threads
-    // take the value with each packet), so a change never needs a flush.
-    AVCodecContext* c = s_->codec.get();
-    c->skip_loop_filter = cost == DecodeCost::full ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
-    s_->decoder->setSkipFrame(cost == DecodeCost::light     ? AVDISCARD_NONREF
-                              : cost == DecodeCost::anchors ? AVDISCARD_BIDIR
-                                                            : AVDISCARD_DEFAULT);
+    s_->applyCost();  // a change never needs a flush
 }
 
 DecodeCost VideoReader::cost() const { return s_->cost; }
+
+void VideoReader::setThreads(int threads, bool atNextKeyFrame) {
+    State& s = *s_;
+    threads = std::max(1, threads);
+    if (atNextKeyFrame && threads != s.threads) {
+        if (s.nextCodec && s.nextThreads == threads) return;
+        ff::CodecPtr next = ff::openDecoder(s.stream, threads);
+        if (!next) return;
+        s.decoder->switchAtKeyFrame(next.get());
+        s.nextCodec = std::move(next);
+        s.nextThreads = threads;
+        return;
+    }
+    if (s.nextCodec) {  // a change that waited is called off
+        s.decoder->switchAtKeyFrame(nullptr);
+        s.nextCodec.reset();
+    }
+    if (threads == s.threads) return;
+    ff::CodecPtr codec = ff::openDecoder(s.stream, threads);
+    if (!codec) return;  // the decoder open goes on serving
+    s.decoder.reset();  // it refers to the codec
+    s.codec = std::move(codec);
+    s.decoder = std::make_unique<ff::StreamDecoder>(s.format.get(), s.stream->index, s.codec.get());
+    s.threads = threads;
+    s.applyCost();
+    s.current.reset();
+    s.currentRaw.reset();
+    s.pending.reset();
+    s.glance = false;
+}
+
+int VideoReader::threads() const { return s_->threads; }
 
 void VideoReader::setInterrupt(std::function<bool()> interrupted) { s_->interrupted = std::move(interrupted); }
 
@@ -277,6 +331,7 @@ Result<std::shared_ptr<const VideoPicture>> VideoReader::keyFrameBefore(double s
 
 std::optional<double> VideoReader::keyFrameAfter(double seconds) {
     State& s = *s_;
+    s.switchNow();
     if (!s.seekDecoder(streamStamp(s.stream, seconds + s.origin), true)) {
         // Past the last key frame: the demuxer stays put, but the decoder
         // was flushed, so the next frameAt starts afresh.

@@ -47,10 +47,10 @@ public:
     VideoReader(VideoReader&&) noexcept;
     VideoReader& operator=(VideoReader&&) noexcept;
 
-    // Opens the first video stream (cover art does not count). Fails with a
-    // French message naming the file when it is missing, unreadable or has
-    // no picture.
-    static Result<VideoReader> open(const std::filesystem::path& file);
+    // Opens the first video stream (cover art does not count), decoded by
+    // `threads` frame threads. Fails with a French message naming the file
+    // when it is missing, unreadable or has no picture.
+    static Result<VideoReader> open(const std::filesystem::path& file, int threads = 2);
 
     // The picture whose interval [start, end) holds `seconds`; the first
     // picture for earlier times and the last for later ones. Reading forward
@@ -72,6 +72,15 @@ public:
     // not the one asked for (a caller whose request went stale). Any thread
     // may flip what it reads; null never stops.
     void setInterrupt(std::function<bool()> interrupted);
+
+    // Frame threads of the decoder. Another count opens the decoder again,
+    // on the calling thread, whose priority its threads take: at once, the
+    // next picture then read after a jump to a key frame; or with
+    // `atNextKeyFrame` where reading on meets one (or at the next jump), with
+    // no picture lost. With 1 the calling thread decodes alone, and its
+    // processor time is the decoder's.
+    void setThreads(int threads, bool atNextKeyFrame = false);
+    int threads() const;
 
     // The key frame at or before `seconds`, the cheapest picture near it;
     // the reader stays there, so `frameAt(seconds)` decodes on from it.

@@ -119,12 +119,13 @@ struct ProxyWriter::State {
     // The picture as the proxy holds it. Pictures of other depths and
     // colours come here the same way, scaled and converted in one pass.
     bool toProxyPicture(const AVFrame* input) {
-        // HDR and wide gamut become BT.709 SDR first: the proxy is tagged BT.709.
+        // HDR and wide gamut become BT.709 SDR first, at the proxy's size
+        // (scaled in linear light, as the player does): the proxy is tagged BT.709.
         const AVFrame* frame = input;
         ff::FramePtr sdr;
         if (const auto road = media::colourRoad(ff::colourTagsOf(input));
             road == media::ColourRoad::hdr || road == media::ColourRoad::wideGamut) {
-            if (auto converted = hdr.toYuv(input)) frame = (sdr = std::move(converted).value()).get();
+            if (auto converted = hdr.toYuv(input, width, height)) frame = (sdr = std::move(converted).value()).get();
             else ff::noticeHdrFallback(file, converted.error().message);
         }
         scaler.reset(sws_getCachedContext(scaler.release(), frame->width, frame->height,

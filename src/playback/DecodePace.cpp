@@ -1,6 +1,7 @@
 #include "playback/DecodePace.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace qv {
 
@@ -22,6 +23,34 @@ void DecodePace::reset(double clock) {
     earlySince_ = -1;
     starvedSince_ = -1;
     recoveredAt_ = -1e300;
+    jumped_ = false;
+}
+
+bool DecodePace::jump() {
+    jumped_ = true;
+    return true;
+}
+
+bool DecodePace::late(double clock) {
+    const bool afterJump = std::exchange(jumped_, false);
+    earlySince_ = -1;
+    // The start's own delay: the pictures up to the requested one come
+    // after the program angle's.
+    if (clock - changedAt_ < rule_.settle - kSlack) return level_ == Level::keyFrames && jump();
+    const Level before = level_;
+    if (level_ == Level::light) level_ = Level::anchors;
+    else if (level_ == Level::anchors && afterJump) level_ = Level::keyFrames;
+    if (level_ != before) {
+        // A step up that fails within its own hold was too early: wait longer next time.
+        if (clock - recoveredAt_ < hold_) hold_ = std::min(hold_ * 2, rule_.longestHold);
+        changedAt_ = clock;
+    }
+    return jump();
+}
+
+bool DecodePace::behind(double next, double length, double clock) {
+    if (length <= 0 || clock - next <= std::max(2 * length, 0.1) + kSlack) return false;
+    return late(clock);
 }
 
 bool DecodePace::picture(double start, double end, double clock, bool starved) {
@@ -38,30 +67,24 @@ bool DecodePace::picture(double start, double end, double clock, bool starved) {
         if (clock - starvedSince_ >= rule_.starvedLong - kSlack) {
             if (level_ != Level::keyFrames) changedAt_ = clock;
             level_ = Level::keyFrames;
-            return true;
         }
-        return false;
+        jumped_ = false;
+        return level_ == Level::keyFrames && jump();
     }
     if (!starved) starvedSince_ = -1;
-    if (clock >= end) {
-        // Late: its time had passed before it could be shown.
-        earlySince_ = -1;
-        if (level_ == Level::keyFrames) return true;
-        if (clock - changedAt_ < rule_.settle - kSlack) return false;
-        // A step up that fails within its own hold was too early: wait longer next time.
-        if (clock - recoveredAt_ < hold_) hold_ = std::min(hold_ * 2, rule_.longestHold);
-        level_ = level_ == Level::light ? Level::anchors : Level::keyFrames;
-        changedAt_ = clock;
-        return level_ == Level::keyFrames;
+    if (clock >= end) return late(clock);  // its time had passed before it could be shown
+    jumped_ = false;
+    if (start >= clock) {  // early; just in time is neither
+        if (earlySince_ < 0) earlySince_ = clock;
+        if (level_ != Level::light && clock - earlySince_ >= hold_ - kSlack &&
+            clock - changedAt_ >= hold_ - kSlack) {
+            level_ = level_ == Level::keyFrames ? Level::anchors : Level::light;
+            changedAt_ = recoveredAt_ = clock;
+            earlySince_ = clock;
+            return false;
+        }
     }
-    if (start < clock) return false;  // just in time: neither late nor early
-    if (earlySince_ < 0) earlySince_ = clock;
-    if (level_ != Level::light && clock - earlySince_ >= hold_ - kSlack && clock - changedAt_ >= hold_ - kSlack) {
-        level_ = level_ == Level::keyFrames ? Level::anchors : Level::light;
-        changedAt_ = recoveredAt_ = clock;
-        earlySince_ = clock;
-    }
-    return false;
+    return level_ == Level::keyFrames && jump();
 }
 
 }  // namespace qv

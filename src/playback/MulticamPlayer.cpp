@@ -4,7 +4,6 @@
 #include <chrono>
 #include <cmath>
 #include <condition_variable>
-#include <deque>
 #include <mutex>
 #include <thread>
 #include <utility>
@@ -12,7 +11,7 @@
 #include "looks/Image.h"
 #include "looks/LookRenderer.h"
 #include "playback/SoundMix.h"
-#include "platform/ThreadPriority.h"
+#include "platform/Processor.h"
 
 namespace qv {
 
@@ -21,212 +20,9 @@ namespace {
 constexpr double kTickSeconds = 1.0 / 30;
 constexpr double kStartWait = 0.15;  // longest hold of the clock at a start
 constexpr size_t kMixBlock = 1024;   // frames mixed at a time
-constexpr double kProgramGiveUp = 0.5;  // the program angle this late jumps to a key frame
+constexpr double kProgramLowLead = 0.1;  // the program angle's pictures ahead under this: the tiles give way
 
 }  // namespace
-
-// One camera's decoder thread. It seeks its reader at every new request
-// (generation), then decodes in order: while playing until `ahead` frames
-// wait, while paused only the frame at the requested time.
-//
-// With a program angle set, the other angles are tiles: at a request a tile
-// first shows the key frame before the time (one cheap picture), waits for
-// the program angle's first frame (it goes first), then decodes at the cost
-// its own pace chooses while playing, or the exact frame while paused.
-struct MulticamPlayer::VideoWorker {
-    int camera = 0;
-    int fileWidth = 0, fileHeight = 0;
-    int ahead = 8;
-    std::function<void()> wakeup;
-    std::unique_ptr<VideoTrackReader> reader;  // used by the thread only
-    std::atomic<bool>* programPending = nullptr;  // the player's: the program angle has not its first frame yet
-    std::atomic<double>* programLateAt = nullptr;  // the player's: clock when the program angle last came late
-    std::atomic<int>* glancesDue = nullptr;  // the player's: tiles still to show their key frame
-
-    std::mutex lock;
-    std::condition_variable work;     // a request or room in the queue
-    std::condition_variable settled;  // the thread has nothing left to do
-    // -- All the following fields are guarded by lock.
-    uint64_t generation = 0;
-    double target = 0;
-    bool playing = false;
-    bool quit = false;
-    VideoState state;
-    std::shared_ptr<LookRenderer> renderer;  // set only while `state.looks`
-    std::optional<std::vector<TimeRange>> windows;  // for the reader at the next request
-    std::deque<std::shared_ptr<const PreviewFrame>> queue;
-    bool ready = false;  // a picture for `target` is queued (a tile's key frame counts), or there is none
-    bool exact = false;  // the frame-exact picture for `target` is queued, or there is none
-    bool ended = false;  // nothing more to read in this generation
-    uint64_t poke = 0, pokeSeen = 0;
-    int64_t skipped = 0;  // frames passed over to catch up with the clock
-    bool program = false;  // on the program monitor: every picture, at full cost
-    bool tile = false;     // another angle is on program: decoded at reduced cost
-    std::optional<double> resync;  // became the program angle: decode every picture again from here
-    DecodePace::Level level = DecodePace::Level::light;  // the pace's, for the owner to read
-    // The clock as the owner last saw it while playing: a decoder that
-    // falls behind jumps to it instead of decoding late frames to the end.
-    std::atomic<double> playhead{-1e300};
-    // The request last made and the one being worked on: a decode on its
-    // way to a picture nobody wants any more stops (a seek during a seek).
-    std::atomic<uint64_t> requested{0}, working{0};
-
-    std::thread thread;  // last, so it starts after everything above exists
-
-    void request(double at, bool play) {  // lock held
-        playhead = -1e300;
-        requested = ++generation;
-        target = at;
-        playing = play;
-        queue.clear();
-        ready = exact = false;
-        ended = false;
-        resync.reset();
-        if (program && programPending) *programPending = true;
-        work.notify_all();
-    }
-
-    // The picture handed over: through the look renderer when it has one.
-    void finish(PreviewFrame& frame, const VideoState& st, const std::shared_ptr<LookRenderer>& looks) {
-        if (st.looks && looks && !frame.rgba.empty()) {
-            Image image = Image::fromRgba8(frame.rgba.data(), frame.width, frame.height, frame.width * 4);
-            frame.rgba = looks->process(std::move(image), camera, frame.start).toRgba8();
-        }
-    }
-
-    void applySize(const VideoState& st) {
-        if (st.division < 2 && !st.looks) {
-            reader->setOutputSize(0, 0);
-        } else {
-            reader->setOutputSize(std::max(2, static_cast<int>(std::lround(double(fileWidth) / st.division))),
-                                  std::max(2, static_cast<int>(std::lround(double(fileHeight) / st.division))));
-        }
-    }
-
-    void run() {
-        uint64_t seen = 0;
-        std::optional<VideoState> applied;
-        double lastStart = 0, lastEnd = 0;  // of the last frame handed over
-        DecodePace pace;
-        bool startDue = false;  // a request not yet begun: a tile begins once the program angle has its frame
-        reader->setInterrupt([this] { return requested.load() != working.load(); });
-        std::unique_lock l(lock);
-        for (;;) {
-            auto hasWork = [&] {
-                return quit || generation != seen || resync ||
-                       (!ended && (playing ? queue.size() < static_cast<size_t>(ahead) : !exact));
-            };
-            while (!hasWork()) {
-                pokeSeen = poke;
-                settled.notify_all();
-                work.wait(l);
-            }
-            if (quit) break;
-            if (generation != seen) {
-                seen = generation;
-                lastStart = lastEnd = 0;
-                startDue = true;
-            }
-            // After a request the program angle goes first, with both cores,
-            // then every tile's key frame, then the tiles' own frames. Polled:
-            // the threads do not know one another.
-            if (tile && programPending && (startDue ? programPending->load() : glancesDue->load() > 0)) {
-                work.wait_for(l, std::chrono::milliseconds(4));
-                continue;
-            }
-            const bool fresh = std::exchange(startDue, false);
-            const double floor = playing && !fresh ? playhead.load() : -1e300;
-            const uint64_t gen = seen;
-            working = gen;
-            const double at = target;
-            const VideoState st = state;
-            const bool isTile = tile, isProgram = program;
-            const bool isPlaying = playing;
-            const std::optional<double> from = resync;
-            resync.reset();
-            auto looks = renderer;
-            auto inStep = fresh ? std::exchange(windows, std::nullopt) : std::nullopt;
-            l.unlock();
-
-            if (inStep) reader->keepInStep(*inStep);
-            if (applied != st) {
-                applySize(st);
-                applied = st;
-            }
-            std::optional<PreviewFrame> frame;
-            bool preview = false;
-            if (fresh) {
-                pace.reset(at);
-                if (isTile) {
-                    // The packets the codec takes ahead go at this cost too:
-                    // a still needs every picture up to its frame.
-                    reader->setCost(isPlaying ? pace.cost() : media::DecodeCost::noLoopFilter);
-                    frame = reader->keyFrameBefore(at);
-                    preview = true;
-                    --*glancesDue;
-                } else {
-                    reader->seek(at);
-                }
-            } else if (from) {
-                reader->seek(*from);
-            }
-            if (!preview) {
-                // Tiles while paused show the exact frame, deblocking aside.
-                reader->setCost(!isTile ? media::DecodeCost::full
-                                : isPlaying ? pace.cost()
-                                            : media::DecodeCost::noLoopFilter);
-                frame = reader->read(floor);
-            }
-            if (frame) finish(*frame, st, looks);
-            const double clock = playhead.load();
-            if (frame && isProgram && isPlaying && clock >= frame->end) {
-                *programLateAt = clock;
-                // Hopelessly behind (a machine far too busy): decoding every
-                // late picture would never catch up; the next key frame does.
-                if (clock - frame->end > kProgramGiveUp) reader->skipToKeyFrame(clock + 0.3);
-            }
-            if (frame && !preview && isTile && isPlaying && clock > -1e299) {
-                const double programLate = *programLateAt;
-                const bool starved = programLate <= clock && clock - programLate < 0.5;
-                const bool jump = pace.picture(frame->start, frame->end, clock, starved);
-                // The next key frame a little ahead of the clock, so it comes before its time.
-                if (jump) reader->skipToKeyFrame(clock + 0.3);
-            }
-
-            l.lock();
-            if (generation != gen) continue;  // a newer request came meanwhile
-            // Put on program while this tile's frame was decoded: it would
-            // stand after the frames decoded again, out of order.
-            if (resync) continue;
-            level = pace.level();
-            if (preview && !frame) continue;  // no key frame to show: on to the frames themselves
-            bool first = !ready;
-            if (frame && !preview && floor > lastEnd + 1e-6 && lastEnd > lastStart) {
-                skipped += std::max<int64_t>(0, std::llround((frame->start - lastEnd) / (lastEnd - lastStart)));
-            }
-            if (frame) {
-                if (!preview) {
-                    lastStart = frame->start;
-                    lastEnd = frame->end;
-                }
-                // Frames that follow the key frame of a still picture replace it.
-                if (!isPlaying && !preview) queue.clear();
-                queue.push_back(std::make_shared<const PreviewFrame>(std::move(*frame)));
-            } else {
-                ended = true;
-            }
-            ready = true;
-            exact = exact || !preview;
-            if (isProgram && programPending) *programPending = false;
-            // The exact still after a tile's key frame must be pulled too.
-            if ((first || (!isPlaying && !preview)) && wakeup) {
-                l.unlock();
-                wakeup();
-                l.lock();
-            }
-        }
-    }
-};
 
 // Sound of one source on the time line, for the mixer and the fades.
 struct MulticamPlayer::SoundSource {
@@ -327,6 +123,13 @@ MulticamPlayer::MulticamPlayer(const std::vector<MediaSource>& sources, const Sy
       framesAhead_(std::max(1, options.framesAhead)) {
     if (!output_) output_ = std::make_unique<SilentAudioOutput>(now_);
     duration_ = result.duration();
+    const int cores = options.cores > 0 ? options.cores : platform::processorCores();
+    budget_ = std::make_unique<TileBudget>(TileBudget::ruleFor(cores), static_cast<int>(std::count_if(
+                                               sources.begin(), sources.end(),
+                                               [](const MediaSource& s) { return s.kind == SourceKind::camera; })));
+    const auto threadCpu = options.threadCpu ? options.threadCpu : platform::threadCpuSeconds;
+    // The program angle's decoder over several cores: a seek lands sooner.
+    const int frontThreads = std::clamp(cores, 1, 4);
     mixer_ = std::make_unique<Mixer>();
     mixer_->output = output_.get();
     mixer_->rate = output_->sampleRate();
@@ -355,17 +158,19 @@ MulticamPlayer::MulticamPlayer(const std::vector<MediaSource>& sources, const Sy
                 angle.height = files.front().item.height;
                 if (!clockSource_) clockSource_ = source.id;
             }
-            std::unique_ptr<VideoWorker> worker;
+            std::unique_ptr<AngleWorker> worker;
             if (!files.empty() && opener.video) {
                 if (auto reader = opener.video(files, duration_)) {
-                    worker = std::make_unique<VideoWorker>();
+                    worker = std::make_unique<AngleWorker>();
                     worker->camera = angle.id;
                     worker->fileWidth = angle.width;
                     worker->fileHeight = angle.height;
                     worker->ahead = framesAhead_;
-                    worker->programPending = &programPending_;
-                    worker->programLateAt = &programLateAt_;
-                    worker->glancesDue = &glancesDue_;
+                    worker->order = &order_;
+                    worker->budget = budget_.get();
+                    worker->now = now_;
+                    worker->threadCpu = threadCpu;
+                    worker->frontThreads = frontThreads;
                     worker->wakeup = wakeup_;
                     worker->reader = std::move(reader);
                 }
@@ -404,28 +209,15 @@ MulticamPlayer::MulticamPlayer(const std::vector<MediaSource>& sources, const Sy
         if (!worker) continue;
         std::lock_guard guard(worker->lock);
         worker->request(0, false);
-        worker->thread = std::thread([w = worker.get()] {
-            // Pictures give way to the sound and the interface: a late tile
-            // degrades by itself, a late key press or a gap in the sound is lost.
-            platform::yieldToOthers(4);
-            w->run();
-        });
+        worker->start();
     }
     mixer_->thread = std::thread([m = mixer_.get()] { m->run(); });
 }
 
 MulticamPlayer::~MulticamPlayer() {
     if (scheduler_ && tick_) scheduler_->cancel(tick_);
-    for (auto& worker : video_) {
-        if (!worker) continue;
-        {
-            std::lock_guard guard(worker->lock);
-            worker->quit = true;
-            worker->requested = worker->generation + 1;  // a decode under way stops
-            worker->work.notify_all();
-        }
-        worker->thread.join();
-    }
+    for (auto& worker : video_)
+        if (worker) worker->stop();
     {
         std::lock_guard guard(mixer_->lock);
         mixer_->quit = true;
@@ -457,6 +249,7 @@ void MulticamPlayer::restartWorkers(double at, bool playing) {
 
 void MulticamPlayer::start(double at) {
     output_->pause();
+    programWarm_ = false;
     startAt_ = at;
     prerolling_ = true;
     prerollSince_ = now_();
@@ -537,6 +330,7 @@ void MulticamPlayer::update() {
     // Set times are sums of doubles: a frame starting within a microsecond
     // of the clock is the one due, as the readers count it.
     const double due = t + 1e-6;
+    std::optional<bool> programPressed;
     for (size_t i = 0; i < video_.size(); ++i) {
         auto& worker = video_[i];
         if (!worker) continue;
@@ -562,6 +356,13 @@ void MulticamPlayer::update() {
             }
             if (playing_ && !prerolling_) worker->playhead = t;
             if (popped) worker->work.notify_all();
+            if (worker->program && playing_ && !prerolling_ && angles_[i].hasImage(t) && !worker->ended) {
+                // Short of pictures ahead once it had them all, or late just now: the tiles give way.
+                if (queue.size() >= static_cast<size_t>(framesAhead_)) programWarm_ = true;
+                const double lead = queue.empty() ? 0 : queue.back()->end - t;
+                const double late = order_.programLateAt;
+                programPressed = (programWarm_ && lead < kProgramLowLead) || (late <= t && t - late < 0.25);
+            }
         }
         if (show != shown_[i]) {
             if (show) {
@@ -572,6 +373,7 @@ void MulticamPlayer::update() {
             dirty = true;
         }
     }
+    if (playing_ && !prerolling_ && programAngle_) budget_->steer(now_(), programPressed.value_or(false));
     if (playing_ && currentTime_ >= duration_ - 0.02) {
         pause();
         return;
@@ -669,8 +471,8 @@ void MulticamPlayer::holdTilesForProgram() {
     // Before any request goes out: a tile asked before the program angle
     // must not begin ahead of it.
     const bool program = programAngle_ && video_[static_cast<size_t>(*programAngle_)] != nullptr;
-    programPending_ = program;
-    glancesDue_ = program ? static_cast<int>(std::count_if(video_.begin(), video_.end(), [](const auto& w) {
+    order_.programPending = program;
+    order_.glancesDue = program ? static_cast<int>(std::count_if(video_.begin(), video_.end(), [](const auto& w) {
         return w != nullptr;
     })) - 1 : 0;
 }
@@ -705,26 +507,16 @@ void MulticamPlayer::setProgramAngle(std::optional<int> angle) {
     if (angle == programAngle_) return;
     programAngle_ = angle;
     // A wait for the program angle that went away would never end.
-    programPending_ = false;
-    glancesDue_ = 0;
-    programLateAt_ = -1e300;
+    order_.programPending = false;
+    order_.glancesDue = 0;
+    order_.programLateAt = -1e300;
+    programWarm_ = false;
     for (size_t i = 0; i < video_.size(); ++i) {
         auto& worker = video_[i];
         if (!worker) continue;
         std::lock_guard guard(worker->lock);
         const bool program = angle && static_cast<int>(i) == *angle;
-        if (program && !worker->program && worker->playing && worker->ready) {
-            // Its frames so far are a tile's: keep the one on screen and
-            // decode every picture again from its end.
-            auto& queue = worker->queue;
-            while (queue.size() > 1) queue.pop_back();
-            if (!queue.empty()) worker->resync = queue.front()->end;
-            else worker->resync = currentTime_;
-            worker->ended = false;
-        }
-        worker->program = program;
-        worker->tile = angle && !program;
-        worker->work.notify_all();
+        worker->setRole(program, angle && !program, currentTime_);
     }
 }
 

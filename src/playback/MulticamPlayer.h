@@ -17,14 +17,17 @@
 //
 // Program and tiles. Eight cameras of real weight cost more to decode than
 // two cores have. Once the owner names the angle on the program monitor,
-// that angle decodes every picture and the others become tiles: each
-// decodes at reduced cost (pictures nothing refers to skipped, no
-// deblocking), steps down to key and P frames and then to jumps between key
-// frames when its own pictures come late or the program angle does, and
-// steps back up by itself (DecodePace). At a seek a tile first shows the key
-// frame before the target, then waits for the program angle's frame before
-// decoding its own exact one. A tile catching up keeps its last picture.
-// Decoder threads run at a lower priority than the sound and the interface.
+// that angle decodes every picture, at the priority of the sound and the
+// interface, and the others become tiles: at the lowest priority, under a
+// budget of processor time that steers itself from the program angle's
+// pictures ahead (TileBudget), each decodes at reduced cost (pictures
+// nothing refers to skipped, no deblocking), jumps to the next key frame
+// when it falls behind, down to key frames alone, and steps back up by
+// itself (DecodePace). Naming another program angle moves the work to
+// threads of the other priority at once (AngleWorker). At a seek a tile
+// first shows the key frame before the target, then waits for the program
+// angle's frame before decoding its own exact one. A tile catching up keeps
+// its last picture.
 //
 // Threads. Every public call is for the owner's thread (the main thread).
 // Worker threads never call into the owner: they only call `wakeup`, after
@@ -46,6 +49,7 @@
 #include "edit/PlayerControl.h"
 #include "edit/Scheduler.h"
 #include "playback/Angle.h"
+#include "playback/AngleWorker.h"
 #include "playback/AudioOutput.h"
 #include "playback/DecodePace.h"
 #include "playback/TrackReader.h"
@@ -65,14 +69,12 @@ public:
         Scheduler* scheduler = nullptr;        // null: the owner calls update() itself
         std::function<void()> wakeup;          // any thread; must only post update() to the owner
         int framesAhead = 8;                   // decoded frames kept ready per angle while playing
+        int cores = 0;                         // the machine's cores; 0: as the system says
+        std::function<double()> threadCpu;     // processor seconds of the calling thread; null: the system's
     };
 
     // What `configureVideo` last put on a camera's frames.
-    struct VideoState {
-        int division = 1;
-        bool looks = false;
-        bool operator==(const VideoState&) const = default;
-    };
+    using VideoState = qv::VideoState;
 
     // Where the time of the whole comes from.
     enum class ClockKind { none, sound, steady };
@@ -142,6 +144,8 @@ public:
     // The frame an angle shows now; null where it shows nothing.
     std::shared_ptr<const PreviewFrame> shownFrame(int angle) const;
     Counters counters() const;  // owner's thread
+    // What the tiles took of their processor budget, and its rate now.
+    TileBudget::Figures tileBudget() const { return budget_->figures(); }
 
     ClockKind clockKind() const { return clockKind_; }
     // The source whose time line is the clock: the first camera that has a
@@ -156,7 +160,6 @@ public:
     void settle();
 
 private:
-    struct VideoWorker;
     struct SoundSource;
     struct Mixer;
 
@@ -194,11 +197,11 @@ private:
     double prerollSince_ = 0;  // steady time of the start request
     double runningSince_ = 0;  // steady time of the common start
 
-    std::vector<std::unique_ptr<VideoWorker>> video_;  // by angle; null without a picture
+    std::unique_ptr<TileBudget> budget_;  // shared with the workers, which stop first
+    std::vector<std::unique_ptr<AngleWorker>> video_;  // by angle; null without a picture
     std::optional<int> programAngle_;
-    std::atomic<bool> programPending_{false};  // written by the program angle's worker under its lock
-    std::atomic<double> programLateAt_{-1e300};  // written by the program angle's worker
-    std::atomic<int> glancesDue_{0};  // tiles still to show their key frame after a request
+    AngleOrder order_;  // shared with the workers
+    bool programWarm_ = false;  // the program angle has had all its pictures ahead since the start
     std::vector<std::shared_ptr<const PreviewFrame>> shown_;
     int64_t shownCount_ = 0;
     std::vector<int64_t> shownByAngle_;

@@ -8,6 +8,7 @@
 #include "base/SystemError.h"
 #include "base/Text.h"
 #include "platform/Paths.h"
+#include "platform/Processor.h"
 #include "platform/ThreadPriority.h"
 #include "playback/SourceTimeline.h"
 
@@ -100,16 +101,37 @@ std::vector<ProxyFile> ProxyMaker::candidates(const std::vector<MediaSource>& so
             // A chapter with its camera's own light copy needs none made.
             if (piece.video && piece.item.previewCopy.empty() &&
                 std::max(piece.item.width, piece.item.height) > proxyWidth)
-                files.push_back({piece.item.url, piece.at + piece.pictureOffset, piece.duration});
+                files.push_back({piece.item.url, piece.at + piece.pictureOffset, piece.duration,
+                                 fourK(piece.item.width, piece.item.height)});
     }
     return files;
 }
 
+int ProxyMaker::workersFor(int cores, bool playing, double playerLoad) {
+    cores = std::max(1, cores);
+    const int still = cores <= 2 ? cores : cores - 1;
+    if (!playing) return still;
+    const int idle = static_cast<int>(std::floor(cores - std::max(0.0, playerLoad) + 1e-9));
+    return std::clamp(idle, 1, still);
+}
+
 ProxyMaker::ProxyMaker(ProxyCache cache, OpenWriter open, Options options)
     : cache_(std::move(cache)), open_(std::move(open)), options_(std::move(options)) {
-    options_.workers = std::max(1, options_.workers);
-    options_.playingWorkers = std::clamp(options_.playingWorkers, 0, options_.workers);
+    if (options_.cores <= 0) options_.cores = platform::processorCores();
 }
+
+int ProxyMaker::allowed() const { return workersFor(options_.cores, playing_, playerLoad_); }
+
+void ProxyMaker::setPlayerLoad(double cores) {
+    {
+        std::lock_guard guard(lock_);
+        if (cores == playerLoad_) return;
+        playerLoad_ = cores;
+    }
+    wake_.notify_all();
+}
+
+double ProxyMaker::processorSeconds() const { return cpu_.load(); }
 
 ProxyMaker::~ProxyMaker() { stopWorkers(); }
 
@@ -192,7 +214,7 @@ void ProxyMaker::start(std::vector<ProxyFile> files) {
                          " ; les originaux sont lus.");
     }
     if (progress_.finished) return;
-    for (int w = 0; w < options_.workers; ++w) {
+    for (int w = 0, n = workersFor(options_.cores, false, 0); w < n; ++w) {
         workers_.push_back(std::make_unique<Worker>());
         Worker& worker = *workers_.back();
         worker.thread = std::thread([this, &worker, w] { work(worker, w); });
@@ -258,7 +280,9 @@ std::optional<ProxyMaker::Job> ProxyMaker::pick(int openFile, int next) const {
 
 void ProxyMaker::work(Worker& self, int worker) {
     // Proxies only make the preview lighter: they must never slow the rest.
-    platform::yieldToOthers(19);
+    // The first keeps a share beside the tiles, the others take idle cores.
+    if (worker == 0) platform::yieldToOthers(19);
+    else platform::runWhenIdle();
     using Kind = media::ChunkOutcome::Kind;
     int openFile = -1, next = -1;
     ChunkWriter writer;
@@ -267,7 +291,7 @@ void ProxyMaker::work(Worker& self, int worker) {
         std::optional<Job> job;
         wake_.wait(l, [&] {
             if (stopping_ || progress_.finished) return true;
-            if (worker >= (playing_ ? options_.playingWorkers : options_.workers)) return false;
+            if (worker >= allowed()) return false;
             job = pick(openFile, next);
             return job.has_value();
         });
@@ -299,7 +323,9 @@ void ProxyMaker::work(Worker& self, int worker) {
         const fs::path target = cache_.chunkPath(stem, job->index);
         fs::path part = target;
         part += ".part";
+        const double cpuBefore = platform::threadCpuSeconds();
         if (writer) outcome = writer(part, from, from + cache_.chunkLength(), self.abort);
+        cpu_.fetch_add(platform::threadCpuSeconds() - cpuBefore);
         std::error_code ec;
         // The original must still be the one the chunk is named after.
         if (outcome.made() && cache_.stem(file.path) != stem) {
@@ -366,7 +392,13 @@ ProxyMaker::Progress ProxyMaker::progress() const {
 std::string ProxyMaker::status() const {
     std::lock_guard guard(lock_);
     if (progress_.finished || progress_.total == 0) return {};
-    return "Préparation de l'aperçu : " + std::to_string(progress_.done * 100 / progress_.total) + " %";
+    const std::string percent = std::to_string(progress_.done * 100 / progress_.total) + " %";
+    // On 4K the originals are too heavy to play beside one another: say why the tiles wait.
+    for (const FileState& f : files_)
+        if (f.file.fourK && std::count(f.chunks.begin(), f.chunks.end(), Chunk::pending) +
+                                    std::count(f.chunks.begin(), f.chunks.end(), Chunk::working) > 0)
+            return "Aperçu 4K en préparation : " + percent;
+    return "Préparation de l'aperçu : " + percent;
 }
 
 bool ProxyMaker::readyAround(double time) const {

@@ -8,6 +8,7 @@
 // finished video and the XML always use the originals.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <condition_variable>
 #include <filesystem>
@@ -64,11 +65,17 @@ private:
     double chunkLength_;
 };
 
+// Pictures of 4K and more (wider than 2560 on their long side): their
+// preview copies are essential, and until one is made a tile only glances
+// at the original's key frames.
+inline bool fourK(int width, int height) { return std::max(width, height) > 2560; }
+
 // A camera file worth a proxy, where it stands on the set's time line.
 struct ProxyFile {
     std::filesystem::path path;
     double at = 0;
     double duration = 0;
+    bool fourK = false;
 };
 
 // Makes the missing chunks of a list of files on worker threads of the
@@ -79,10 +86,15 @@ struct ProxyFile {
 // open while its next chunk is at most two steps further out than the
 // nearest one: that spares a seek and the decoding up to the chunk's start.
 // A jump of the head (a seek, not play moving on) abandons the chunks being
-// made elsewhere when some under the new head are missing. While nothing
-// plays every worker runs; while playing only one does, so the preview keeps
-// the processor. A chunk is written under a temporary name and renamed when
-// whole, so a half-made one is never read.
+// made elsewhere when some under the new head are missing.
+//
+// The workers follow the machine: all its cores but one while nothing plays
+// (two on a machine of two, since at the lowest priority the second costs
+// the interface nothing), and while playing as many as the player leaves
+// idle, one at least. The first worker runs at nice 19 beside the tiles, so
+// one chunk always advances; the others only on cores nothing else wants.
+// A chunk is written under a temporary name and renamed when whole, so a
+// half-made one is never read.
 //
 // Failures never stop the preview, they only leave originals playing: a file
 // that cannot be read (gone, changed, damaged) is given up with one line in
@@ -99,8 +111,7 @@ public:
     using OpenWriter = std::function<Result<ChunkWriter>(const std::filesystem::path& original)>;
 
     struct Options {
-        int workers = 2;         // while nothing plays
-        int playingWorkers = 1;  // while playing
+        int cores = 0;  // the machine's cores; 0: as the system says
         std::function<void()> wakeup;                  // after each chunk, from a worker
         std::function<void(const std::string&)> log;   // one French line per failure
     };
@@ -119,6 +130,10 @@ public:
     static std::vector<ProxyFile> candidates(const std::vector<MediaSource>& sources, const SyncResult& result,
                                              int proxyWidth = media::ProxyOptions{}.width);
 
+    // Workers at work on a machine of `cores`, while playing or not, the
+    // player taking `playerLoad` cores (processor seconds per second).
+    static int workersFor(int cores, bool playing, double playerLoad);
+
     ProxyMaker(ProxyCache cache, OpenWriter open, Options options);
     ~ProxyMaker();
     ProxyMaker(const ProxyMaker&) = delete;
@@ -129,9 +144,14 @@ public:
     void start(std::vector<ProxyFile> files);
     // Where the user is on the set's time line, and whether it plays.
     void setPlayhead(double time, bool playing);
+    // The cores the player takes while it plays, as last measured.
+    void setPlayerLoad(double cores);
+    // Processor seconds the workers have taken, chunk by chunk.
+    double processorSeconds() const;
 
     Progress progress() const;
-    // "Préparation de l'aperçu : {n} %" while working, else empty.
+    // "Préparation de l'aperçu : {n} %" while working, "Aperçu 4K en
+    // préparation : {n} %" while a 4K file still waits for chunks; else empty.
     std::string status() const;
     // Whether every file with a picture at `time` has its chunk there made
     // (or given up, so that its original plays).
@@ -169,9 +189,12 @@ private:
     const Chunk* chunkUnder(const FileState& f, double t) const;
     void count(Chunk before, Chunk after);               // lock held
 
+    int allowed() const;  // workers that may work now; lock held
+
     ProxyCache cache_;
     OpenWriter open_;
     Options options_;
+    std::atomic<double> cpu_{0};
     bool stopping_ = false;  // guarded by lock_
     mutable std::mutex lock_;
     std::condition_variable wake_;
@@ -179,6 +202,7 @@ private:
     std::vector<FileState> files_;
     double head_ = 0;
     bool playing_ = false;
+    double playerLoad_ = 0;
     Progress progress_;
     std::vector<std::unique_ptr<Worker>> workers_;
 };

@@ -29,6 +29,12 @@ void ProxyPictures::setInterrupt(std::function<bool()> interrupted) {
     if (chunk_) chunk_->setInterrupt(std::move(interrupted));
 }
 
+void ProxyPictures::setDecoderThreads(int threads, bool atNextKeyFrame) {
+    threads_ = threads;
+    original_.setDecoderThreads(threads, atNextKeyFrame);
+    if (chunk_) chunk_->setThreads(threads, atNextKeyFrame);
+}
+
 std::optional<ProxyPictures::LightCopy> ProxyPictures::lightCopy(const TimelinePiece& piece, double fileTime) {
     // A camera's own preview copy covers its whole chapter with the same timing.
     if (!piece.item.previewCopy.empty()) return LightCopy{piece.item.previewCopy, 0, piece.duration};
@@ -52,7 +58,7 @@ std::optional<ProxyPictures::Shown> ProxyPictures::fromChunk(const TimelinePiece
         // moment it is renamed into place.
         std::error_code ec;
         if (!fs::is_regular_file(path, ec)) return std::nullopt;
-        auto opened = media::VideoReader::open(path);
+        auto opened = media::VideoReader::open(path, threads_);
         if (!opened) {
             unusable_[name] = true;
             return std::nullopt;
@@ -89,16 +95,25 @@ std::optional<ProxyPictures::Shown> ProxyPictures::fromChunk(const TimelinePiece
 
 Result<std::optional<std::pair<double, std::shared_ptr<const media::VideoPicture>>>> ProxyPictures::keyFrameBefore(
     double t) {
-    if (const TimelinePiece* piece = original_.line().pictureAt(t)) {
-        if (auto shown = fromChunk(*piece, t)) return std::optional(std::make_pair(shown->start, shown->picture));
+    const TimelinePiece* piece = original_.line().pictureAt(t);
+    lastFromProxy_ = false;
+    if (piece) {
+        if (auto shown = fromChunk(*piece, t)) {
+            lastFromProxy_ = true;
+            return std::optional(std::make_pair(shown->start, shown->picture));
+        }
     }
     return original_.keyFrameBefore(t);
 }
 
 Result<ProxyPictures::Shown> ProxyPictures::pictureAt(double t) {
     const TimelinePiece* piece = original_.line().pictureAt(t);
+    lastFromProxy_ = false;
     if (!piece) return Shown{};
-    if (auto shown = fromChunk(*piece, t)) return *shown;
+    if (auto shown = fromChunk(*piece, t)) {
+        lastFromProxy_ = true;
+        return *shown;
+    }
     auto picture = original_.pictureAt(t);
     if (!picture) return picture.error();
     Shown shown;

@@ -41,10 +41,14 @@ public:
     void setCost(media::DecodeCost cost);
     // See VideoReader::setInterrupt: for the original and the chunks alike.
     void setInterrupt(std::function<bool()> interrupted);
+    // See VideoReader::setThreads: for the original and the chunks alike.
+    void setDecoderThreads(int threads, bool atNextKeyFrame = false);
     // A glance at t: the chunk's own picture where a chunk is made (a light
     // decode), else the original's key frame at or before t.
     Result<std::optional<std::pair<double, std::shared_ptr<const media::VideoPicture>>>> keyFrameBefore(double t);
     std::optional<double> keyFrameAfter(double t) { return original_.keyFrameAfter(t); }
+    // Whether the last picture given came from a proxy chunk.
+    bool lastFromProxy() const { return lastFromProxy_; }
 
 private:
     // A light copy of part of a file: its path, and the stretch of the
@@ -66,6 +70,8 @@ private:
     std::string chunkName_;
     int outWidth_ = 0, outHeight_ = 0;
     media::DecodeCost cost_ = media::DecodeCost::full;
+    int threads_ = 2;
+    bool lastFromProxy_ = false;
     std::function<bool()> interrupted_;
 };
 

@@ -125,7 +125,7 @@ Status SourceReader::openVideo(const TimelinePiece* piece) {
     if (piece == videoPiece_) return Ok{};
     video_.reset();
     videoPiece_ = nullptr;
-    auto opened = media::VideoReader::open(piece->item.url);
+    auto opened = media::VideoReader::open(piece->item.url, threads_);
     if (!opened) return opened.error();
     video_.emplace(std::move(opened).value());
     video_->setOutputSize(outWidth_, outHeight_);
@@ -138,6 +138,11 @@ Status SourceReader::openVideo(const TimelinePiece* piece) {
 void SourceReader::setInterrupt(std::function<bool()> interrupted) {
     interrupted_ = interrupted;
     if (video_) video_->setInterrupt(std::move(interrupted));
+}
+
+void SourceReader::setDecoderThreads(int threads, bool atNextKeyFrame) {
+    threads_ = threads;
+    if (video_) video_->setThreads(threads, atNextKeyFrame);
 }
 
 void SourceReader::setCost(media::DecodeCost cost) {

@@ -116,6 +116,8 @@ public:
     void setCost(media::DecodeCost cost);
     // See VideoReader::setInterrupt, for every file of the line.
     void setInterrupt(std::function<bool()> interrupted);
+    // See VideoReader::setThreads, for every file of the line (2 to begin with).
+    void setDecoderThreads(int threads, bool atNextKeyFrame = false);
     // The key frame at or before t of the file under t, leaving the reader
     // there (see VideoReader::keyFrameBefore), with the set time it starts
     // at. Nothing where the line has no picture.
@@ -143,6 +145,7 @@ private:
     std::optional<media::VideoReader> video_;
     int outWidth_ = 0, outHeight_ = 0;
     media::DecodeCost cost_ = media::DecodeCost::full;
+    int threads_ = 2;
     std::function<bool()> interrupted_;
     struct SoundFile {
         const TimelinePiece* piece = nullptr;

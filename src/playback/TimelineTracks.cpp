@@ -19,10 +19,15 @@ public:
     void keepInStep(const std::vector<TimeRange>& windows) override { reader_.keepInStep(windows); }
     void setCost(media::DecodeCost cost) override { reader_.setCost(cost); }
     void setInterrupt(std::function<bool()> interrupted) override { reader_.setInterrupt(std::move(interrupted)); }
+    void setDecoderThreads(int threads, bool atNextKeyFrame) override {
+        reader_.setDecoderThreads(threads, atNextKeyFrame);
+    }
+    bool glancesOnly() const override { return glancesOnly_; }
 
     std::optional<PreviewFrame> keyFrameBefore(double time) override {
         next_ = time;
         auto key = reader_.keyFrameBefore(time);
+        noteHeavy(reader_.line().pictureAt(time));
         if (!key || !*key) return std::nullopt;
         const auto& [start, picture] = **key;
         PreviewFrame frame;
@@ -58,6 +63,7 @@ public:
             }
             // From the proxy chunk under next_ when one is made, else the original.
             auto shown = reader_.pictureAt(next_);
+            noteHeavy(piece);
             if (!shown || !shown->picture) {
                 // The file went away or holds nothing readable: a hole in this angle.
                 next_ = piece->pictureEnd();
@@ -78,8 +84,13 @@ public:
     }
 
 private:
+    void noteHeavy(const TimelinePiece* piece) {
+        glancesOnly_ = piece && !reader_.lastFromProxy() && fourK(piece->item.width, piece->item.height);
+    }
+
     ProxyPictures reader_;
     double next_ = 0;
+    bool glancesOnly_ = false;
 };
 
 class TimelineSound : public SoundTrackReader {

@@ -47,6 +47,16 @@ public:
     // Pictures decoded from now on at this cost; a reader that cannot skip
     // work keeps decoding everything.
     virtual void setCost(media::DecodeCost /*cost*/) {}
+    // Decoder threads from now on (1: the calling thread alone, so a tile's
+    // decoding takes its thread's priority and shows in its processor time).
+    // A decoder with another count is opened again by the calling thread: at
+    // once, reading going on after a jump; or with `atNextKeyFrame` where
+    // reading on meets one, nothing lost.
+    virtual void setDecoderThreads(int /*threads*/, bool /*atNextKeyFrame*/ = false) {}
+    // Whether the last picture came from an original so heavy (4K and up,
+    // its preview copy not made yet) that a tile only glances at its key
+    // frames there.
+    virtual bool glancesOnly() const { return false; }
     // Asked while a read decodes its way to a far picture: true gives up
     // (the read then answers with a picture short of it), for a request
     // that went stale. Only the reader's own thread calls it.

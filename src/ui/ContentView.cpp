@@ -332,9 +332,6 @@ ContentView::ContentView(AppModel& model, ModelObject& object, QWidget* parent)
     f->addWidget(saveProblem_);
     previewLabel_ = makeLabel(QString(), Theme::text(11), Theme::gray2(), footer_);
     previewLabel_->setObjectName("previewWork");
-    previewLabel_->setToolTip(QStringLiteral("Copies légères des caméras lourdes, faites autour de la tête de lecture "
-                                             "d'abord, pour que tous les angles jouent ensemble. Là où une copie "
-                                             "manque encore, l'original est lu."));
     f->addWidget(previewLabel_);
     previewBar_ = new QProgressBar(footer_);
     previewBar_->setRange(0, 1000);
@@ -407,7 +404,16 @@ void ContentView::refreshPreviewWork() {
                                                               .arg(work.failedFiles);
         line = line.isEmpty() ? QStringLiteral("Aperçu : ") + originals : line + QStringLiteral(" · ") + originals;
     }
-    if (previewLabel_->text() != line) previewLabel_->setText(line);
+    if (previewLabel_->text() != line) {
+        previewLabel_->setText(line);
+        QString tip = QStringLiteral("Copies légères des caméras lourdes, faites autour de la tête de lecture d'abord, "
+                                     "pour que tous les angles jouent ensemble. Là où une copie manque encore, "
+                                     "l'original est lu.");
+        if (line.startsWith(QStringLiteral("Aperçu 4K")))
+            tip += QStringLiteral(" Les originaux 4K sont trop lourds pour jouer côte à côte : en attendant leur "
+                                  "copie, leurs vignettes ne montrent que leurs images clés.");
+        previewLabel_->setToolTip(tip);
+    }
     previewLabel_->setVisible(!line.isEmpty());
     previewBar_->setVisible(!work.line.empty());
     previewBar_->setValue(static_cast<int>(work.share * 1000));

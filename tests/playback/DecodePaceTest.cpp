@@ -1,6 +1,7 @@
-// The pace of a tile, on the clock of play alone: late pictures step it
-// down (never faster than the settle time), early ones for a while step it
-// back up, and a step up that fails soon makes the next one wait longer.
+// The pace of a tile, on the clock of play alone: a tile behind jumps to the
+// next key frame and steps down (key frames alone when even the first
+// picture after a jump is late), early pictures for a while step it back up,
+// and a step up that fails soon makes the next one wait longer.
 #include <gtest/gtest.h>
 
 #include "playback/DecodePace.h"
@@ -10,15 +11,18 @@ namespace {
 
 using Level = DecodePace::Level;
 
-// Pictures ready 0.2 s before their time, every 0.1 s of play in [from, to].
-void early(DecodePace& pace, double from, double to) {
+// Pictures ready 0.2 s before their time, every 0.1 s of play in [from, to];
+// whether each asked for a jump.
+std::vector<bool> early(DecodePace& pace, double from, double to) {
+    std::vector<bool> jumps;
     for (int k = 0; from + k * 0.1 <= to + 1e-9; ++k) {
         const double clock = from + k * 0.1;
-        EXPECT_FALSE(pace.picture(clock + 0.2, clock + 0.3, clock));
+        jumps.push_back(pace.picture(clock + 0.2, clock + 0.3, clock));
     }
+    return jumps;
 }
 
-TEST(DecodePace, LatePicturesStepDownToKeyFramesAndEarlyOnesStepBackUp) {
+TEST(DecodePace, ATileBehindJumpsAndStepsDownThenEarlyPicturesStepItBackUp) {
     DecodePace pace;
     pace.reset(10);
     EXPECT_EQ(pace.level(), Level::light);
@@ -27,28 +31,38 @@ TEST(DecodePace, LatePicturesStepDownToKeyFramesAndEarlyOnesStepBackUp) {
     // Late within the settle time of the reset: the start's own delay, kept.
     EXPECT_FALSE(pace.picture(10.0, 10.08, 10.2));
     EXPECT_EQ(pace.level(), Level::light);
-    EXPECT_FALSE(pace.picture(10.1, 10.18, 10.6));
+    // Late after it: a jump to the next key frame, on key and P frames.
+    EXPECT_TRUE(pace.picture(10.1, 10.18, 10.6));
     EXPECT_EQ(pace.level(), Level::anchors);
     EXPECT_EQ(pace.cost(), media::DecodeCost::anchors);
-    EXPECT_FALSE(pace.picture(10.7, 10.86, 10.9));  // the step has not told yet
+    // The key frame after the jump in time, then a picture late again: a
+    // jump, and the level holds, since the jump kept it up for a while.
+    EXPECT_FALSE(pace.picture(10.9, 11.0, 10.7));
+    EXPECT_TRUE(pace.picture(11.0, 11.1, 11.2));
     EXPECT_EQ(pace.level(), Level::anchors);
-    // Still late: key frames only, each late picture asks for a jump.
-    EXPECT_TRUE(pace.picture(11.0, 11.16, 11.2));
+    // Even the first picture after a jump late: key frames alone, each
+    // followed by a jump, early or not.
+    EXPECT_TRUE(pace.picture(11.5, 11.6, 11.7));
     EXPECT_EQ(pace.level(), Level::keyFrames);
-    EXPECT_TRUE(pace.picture(11.3, 11.4, 11.5));
+    EXPECT_TRUE(pace.picture(11.8, 11.9, 11.85));
 
-    // Shown in time but not early: neither way.
-    EXPECT_FALSE(pace.picture(11.6, 11.8, 11.7));
-    EXPECT_EQ(pace.level(), Level::keyFrames);
     // Early for two seconds of play: one step up, two more: light again.
-    early(pace, 11.8, 13.7);
+    auto jumps = early(pace, 11.9, 13.8);
     EXPECT_EQ(pace.level(), Level::keyFrames);
-    early(pace, 13.85, 13.85);
+    EXPECT_EQ(std::count(jumps.begin(), jumps.end(), false), 0);
+    early(pace, 13.9, 13.9);
     EXPECT_EQ(pace.level(), Level::anchors);
-    early(pace, 13.95, 15.75);
+    jumps = early(pace, 14.0, 15.8);
+    EXPECT_EQ(std::count(jumps.begin(), jumps.end(), true), 0);
     EXPECT_EQ(pace.level(), Level::anchors);
     early(pace, 15.9, 15.9);
     EXPECT_EQ(pace.level(), Level::light);
+
+    // A tile whose next picture is well behind the clock jumps rather than
+    // decoding up to it; a little behind, it decodes on.
+    EXPECT_FALSE(pace.behind(16.4, 0.04, 16.47));
+    EXPECT_TRUE(pace.behind(16.4, 0.04, 16.6));
+    EXPECT_EQ(pace.level(), Level::anchors);
 }
 
 TEST(DecodePace, AStepUpThatFailsSoonWaitsTwiceAsLongAndAResetForgetsIt) {

@@ -286,6 +286,22 @@ TEST_F(TilePlaybackTest, ReadersGiveTheKeyFrameBeforeJumpToTheOneAfterAndStopWhe
     auto whole = reader->frameAt(9.5);
     ASSERT_TRUE(whole.ok());
     EXPECT_EQ(frameOf(**whole), 237);
+
+    // Down to one decoder thread at the next key frame (at 4 s): reading on
+    // across it loses no picture, and a jump makes the change at once.
+    auto reopened = media::VideoReader::open(clip.item.url, 2);
+    ASSERT_TRUE(reopened.ok());
+    (void)reopened->frameAt(3.0);
+    reopened->setThreads(1, true);
+    for (long n = 76; n <= 110; ++n) {
+        auto p = reopened->frameAt((n + 0.5) / 25);
+        ASSERT_TRUE(p.ok());
+        ASSERT_EQ(frameOf(**p), n);
+    }
+    EXPECT_EQ(reopened->threads(), 1);
+    reopened->setThreads(2, true);
+    (void)reopened->keyFrameBefore(2.5);
+    EXPECT_EQ(reopened->threads(), 2);
 }
 
 // Three sources of constant sound: every captured sample tells the gains.

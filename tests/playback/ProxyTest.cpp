@@ -187,11 +187,13 @@ TEST(ProxyTest, ChunksAreMadeFromThePlayHeadOutward) {
     for (const char* name : {"a.mp4", "b.mp4"}) test::writeText(dir / name, name);
     Recorder recorder;
     recorder.gate = false;
-    ProxyMaker maker(ProxyCache(dir / "proxies"), recorder.open(), ProxyMaker::Options{1, 1, {}, {}});
+    ProxyMaker maker(ProxyCache(dir / "proxies"), recorder.open(), ProxyMaker::Options{1, {}, {}});
     // a: 0 to 20 s (chunks at 0, 4, 8, 12, 16); b: 10 to 22 s (10, 14, 18).
     maker.setPlayhead(13, false);
-    maker.start({{dir / "a.mp4", 0, 20}, {dir / "b.mp4", 10, 12}});
+    maker.start({{dir / "a.mp4", 0, 20, true}, {dir / "b.mp4", 10, 12}});
     EXPECT_FALSE(maker.readyAround(13));
+    // a is a 4K file: the footer says why the tiles wait.
+    EXPECT_EQ(maker.status(), "Aperçu 4K en préparation : 0 %");
     recorder.release();
     waitFinished(maker);
     using Call = std::pair<std::string, double>;
@@ -203,6 +205,7 @@ TEST(ProxyTest, ChunksAreMadeFromThePlayHeadOutward) {
     EXPECT_EQ(recorder.calls, expected);
     EXPECT_TRUE(maker.readyAround(13));
     EXPECT_EQ(maker.progress().done, 8);
+    EXPECT_EQ(maker.status(), "");
 
     // A seek abandons the chunk being made at the old head: the one under
     // the new head comes first, the abandoned one later. Play moving on
@@ -210,7 +213,7 @@ TEST(ProxyTest, ChunksAreMadeFromThePlayHeadOutward) {
     Recorder second;
     second.gate = false;
     test::writeText(dir / "c.mp4", "c");
-    ProxyMaker moved(ProxyCache(dir / "proxies"), second.open(), ProxyMaker::Options{1, 1, {}, {}});
+    ProxyMaker moved(ProxyCache(dir / "proxies"), second.open(), ProxyMaker::Options{1, {}, {}});
     moved.start({{dir / "c.mp4", 0, 40}});
     while (second.begunCount() == 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     moved.setPlayhead(2, true);
@@ -227,6 +230,31 @@ TEST(ProxyTest, ChunksAreMadeFromThePlayHeadOutward) {
     ASSERT_EQ(second.calls.size(), 10u);
     EXPECT_EQ(second.calls[0].second, 28);
     EXPECT_EQ(moved.progress().done, 10);
+}
+
+TEST(ProxyTest, WorkersFollowTheMachine) {
+    // A machine of 16 cores, nothing playing: all of them but one at work.
+    test::TempDir dir;
+    test::writeText(dir / "long.mp4", "x");
+    Recorder recorder;
+    recorder.gate = false;
+    ProxyMaker maker(ProxyCache(dir / "proxies"), recorder.open(), ProxyMaker::Options{16, {}, {}});
+    maker.start({{dir / "long.mp4", 0, 120}});
+    while (recorder.begunCount() < 15) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_EQ(recorder.begunCount(), 15u);
+    recorder.release();
+    waitFinished(maker);
+    EXPECT_EQ(maker.progress().done, 30);
+
+    // Playing: the cores the player leaves idle, and one worker whatever it takes.
+    EXPECT_EQ(ProxyMaker::workersFor(8, false, 0), 7);
+    EXPECT_EQ(ProxyMaker::workersFor(8, true, 2.5), 5);
+    EXPECT_EQ(ProxyMaker::workersFor(16, true, 0.2), 15);
+    EXPECT_EQ(ProxyMaker::workersFor(16, true, 40), 1);
+    // Two cores: both while nothing plays, at the lowest priority.
+    EXPECT_EQ(ProxyMaker::workersFor(2, false, 0), 2);
+    EXPECT_EQ(ProxyMaker::workersFor(2, true, 1.2), 1);
 }
 
 TEST(ProxyTest, ReusedWhileTheOriginalKeepsItsStateStaleOnesGo) {
@@ -267,7 +295,7 @@ TEST(ProxyTest, WhereNoChunkCanBeMadeTheOriginalPlaysAndTheLogSaysWhy) {
     test::writeText(dir / "not a folder", "");
     LogLines blockedLog;
     ProxyMaker blocked(ProxyCache(dir / "not a folder" / "proxies"), proxyEncoder(small),
-                       ProxyMaker::Options{2, 1, {}, blockedLog.sink()});
+                       ProxyMaker::Options{2, {}, blockedLog.sink()});
     blocked.start({{clip, 0, 9}, {other, 0, 9}, {dir / "missing.mp4", 0, 9}});
     EXPECT_TRUE(blocked.progress().finished);
     EXPECT_TRUE(blocked.progress().folderFailed);
@@ -284,7 +312,7 @@ TEST(ProxyTest, WhereNoChunkCanBeMadeTheOriginalPlaysAndTheLogSaysWhy) {
     fs::create_symlink("/dev/full", part);
     LogLines fullLog;
     {
-        ProxyMaker maker(full, proxyEncoder(small), ProxyMaker::Options{1, 1, {}, fullLog.sink()});
+        ProxyMaker maker(full, proxyEncoder(small), ProxyMaker::Options{1, {}, fullLog.sink()});
         maker.start({{clip, 0, 9}, {other, 0, 9}});
         waitFinished(maker);
         EXPECT_TRUE(maker.progress().folderFailed);
@@ -315,7 +343,7 @@ TEST(ProxyTest, WhereNoChunkCanBeMadeTheOriginalPlaysAndTheLogSaysWhy) {
                 return inner(out, from, to, cancel);
             });
     };
-    ProxyMaker maker(cache, vanishing, ProxyMaker::Options{1, 1, {}, vanishLog.sink()});
+    ProxyMaker maker(cache, vanishing, ProxyMaker::Options{1, {}, vanishLog.sink()});
     maker.start({{clip, 0, 9}, {other, 0, 9}});
     waitFinished(maker);
     ASSERT_EQ(maker.progress().failed.size(), 1u);

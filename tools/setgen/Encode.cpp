@@ -84,10 +84,15 @@ std::vector<std::string> cameraCodecArgs(const Picture& picture) {
     const Grain& g = picture.grain;
     const int gop = std::max(1, static_cast<int>(std::lround(g.gopSeconds * picture.fpsNum / picture.fpsDen)));
     const int kbps = std::max(100, g.bitrateKbps);
-    return {"-c:v", "libx264", "-preset", "superfast", "-profile:v", "high", "-pix_fmt", "yuv420p",
-            "-b:v", cformat("%dk", kbps), "-maxrate", cformat("%dk", kbps * 6 / 5), "-bufsize", cformat("%dk", kbps),
-            "-g", std::to_string(gop), "-keyint_min", std::to_string(gop), "-sc_threshold", "0",
-            "-bf", std::to_string(std::max(0, g.bFrames)), "-threads", "1"};
+    std::vector<std::string> args = {
+        "-c:v", "libx264", "-preset", "superfast", "-profile:v", "high", "-pix_fmt", "yuv420p",
+        "-b:v", cformat("%dk", kbps), "-maxrate", cformat("%dk", kbps * 6 / 5), "-bufsize", cformat("%dk", kbps),
+        "-g", std::to_string(gop), "-keyint_min", std::to_string(gop), "-sc_threshold", "0",
+        "-bf", std::to_string(std::max(0, g.bFrames)), "-threads", "1"};
+    // Grain that no picture predicts: the anchors pay for it, the B-frames
+    // between them are coded coarsely and nothing refers to them.
+    if (g.bitsInP) args.insert(args.end(), {"-x264-params", "pbratio=2.2:b-pyramid=none"});
+    return args;
 }
 
 }  // namespace

@@ -34,12 +34,14 @@ Status writeFloatWav(const std::filesystem::path& file, const std::vector<float>
 // What makes a generated picture as heavy as a real camera's: slow moving
 // detail under grain that is new every frame (so it costs bits in every
 // frame), encoded as H.264 High with B-frames, a fixed GOP and a camera's
-// bit rate. Drawn from `seed`, so a seed gives the same bytes.
+// bit rate. Drawn from `seed`, so a seed gives the same bytes. A 10-bit
+// recording with grain keeps its HEVC, at this bit rate and GOP.
 struct Grain {
     int strength = 0;       // noise amplitude on 8-bit levels; 0 leaves the picture light
     int bitrateKbps = 0;    // mean bit rate of the picture
     double gopSeconds = 2;  // distance between key frames
     int bFrames = 3;
+    bool bitsInP = false;  // B-frames coarse and unreferenced: P-frames carry most of the bits
     uint64_t seed = 1;
 
     bool on() const { return strength > 0; }

@@ -1,5 +1,6 @@
 // Presets of real weight: phones and action cameras with HDR and odd tags,
-// and full-HD cameras that write as much grain and as many bits as real ones.
+// full-HD cameras that write as much grain and as many bits as real ones, and
+// 4K phones beside them.
 #include "PresetBuilder.h"
 
 namespace qv::setgen {
@@ -58,6 +59,52 @@ SetPlan realcam(Builder& b) {
     return b.take();
 }
 
+// Footage of the same weight where grain covers the whole picture and no
+// picture predicts it: eight full-HD cameras at 25 fps, 25 Mbit/s, two
+// B-frames coded coarsely between anchors that carry most of the bits, a
+// key frame every 2 s. Skipping the B-frames saves the decoder little here.
+SetPlan realnoise(Builder& b) {
+    b.addMusic(62, 1);
+    b.pictureSize(1920, 1080);
+    for (int c = 1; c <= 8; ++c) {
+        b.rate(c, 25, 1);
+        FilePlan& file = b.camera(c, 1, 0.1 * c, 60);
+        realFootage(file, 25);
+        file.grain = 24;
+        file.bFrames = 2;
+        file.bitsInP = true;
+    }
+    b.recorder(1, "prise 1.wav", 0, 62);
+    b.recorder(2, "prise 1.wav", 0.3, 61.5);
+    return b.take();
+}
+
+// What a crowd of phones brings back beside the cameras: four phones
+// filming 3840 × 2160 HEVC 10-bit in HLG at 29.97 fps and 50 Mbit/s (a key
+// frame a second), started late as phones are, and four full-HD cameras.
+// The phones come first, so the first camera on program is a 4K one.
+SetPlan phone4k(Builder& b) {
+    b.addMusic(32, 1);
+    for (int c = 1; c <= 4; ++c) {
+        b.rate(c, 30000, 1001);
+        b.pictureSize(3840, 2160);
+        FilePlan& file = b.camera(c, 1, uniform(b.rng(), 0.2, 3.0), uniform(b.rng(), 26, 29));
+        file.recording = Recording::hlg;
+        file.note = "phone-4k-hlg";
+        file.grain = 6;
+        file.bitrateKbps = 50000;
+        file.gopSeconds = 1;
+        file.bFrames = 2;
+    }
+    b.pictureSize(1920, 1080);
+    for (int c = 5; c <= 8; ++c) {
+        b.rate(c, 25, 1);
+        realFootage(b.camera(c, 1, 0.1 * c, 31.5), uniform(b.rng(), 20, 25));
+    }
+    b.recorder(1, "prise 1.wav", 0, 32);
+    return b.take();
+}
+
 // The same kind of files, small and short, for the tests: three cameras of
 // 320 × 180 over twelve seconds, one of them in two clips.
 SetPlan realsmall(Builder& b) {
@@ -74,7 +121,8 @@ SetPlan realsmall(Builder& b) {
 }  // namespace
 
 const NamedPresets& footagePresets() {
-    static const NamedPresets list = {{"hdr", hdr}, {"realcam", realcam}, {"realsmall", realsmall}};
+    static const NamedPresets list = {{"hdr", hdr},             {"realcam", realcam},     {"realnoise", realnoise},
+                                      {"phone4k", phone4k},     {"realsmall", realsmall}};
     return list;
 }
 

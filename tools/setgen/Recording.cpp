@@ -1,6 +1,9 @@
 // 10-bit and HDR recordings through the ffmpeg executable.
 #include "Recording.h"
 
+#include <algorithm>
+#include <cmath>
+
 #include "Encode.h"
 #include "base/SystemError.h"
 #include "base/Text.h"
@@ -81,6 +84,14 @@ std::vector<std::string> tenBitCodecArgs(const Picture& picture) {
         case Recording::unknownTransfer: tag("bt709", "log100", "bt709"); break;
         case Recording::untagged10:
         case Recording::sdr: break;
+    }
+    // A phone's weight: its bit rate held by the buffer, a key frame every GOP.
+    const Grain& g = picture.grain;
+    if (g.on()) {
+        const int kbps = std::max(100, g.bitrateKbps);
+        const int gop = std::max(1, static_cast<int>(std::lround(g.gopSeconds * picture.fpsNum / picture.fpsDen)));
+        params += cformat(":bitrate=%d:vbv-maxrate=%d:vbv-bufsize=%d:keyint=%d:min-keyint=%d:scenecut=0:bframes=%d",
+                          kbps, kbps * 6 / 5, kbps, gop, gop, std::max(0, g.bFrames));
     }
     std::vector<std::string> args = {"-c:v", "libx265", "-preset", "ultrafast", "-pix_fmt", "yuv420p10le",
                                      "-x265-params", params, "-tag:v", "hvc1"};

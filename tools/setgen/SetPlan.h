@@ -37,6 +37,12 @@ struct FilePlan {
     // 0 keeps the light synthetic picture.
     int grain = 0;
     int bitrateKbps = 0;
+    // How the encoder spends those bits (with grain only): B-frames between
+    // anchors, seconds between key frames, and P-frames carrying most of the
+    // bits (B-frames coarse and never referred to), as on grain-heavy footage.
+    int bFrames = 3;
+    double gopSeconds = 2;
+    bool bitsInP = false;
     // How the camera lays its frames out beyond their size: spacing that
     // follows light and heat (a phone, FrameTimes.h), interlaced fields with
     // a bar sweeping across (a camcorder), or anamorphic pixels (HDV): then

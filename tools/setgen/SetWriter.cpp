@@ -296,6 +296,9 @@ Status writeSet(const SetPlan& plan, const fs::path& folder, std::ostream& log) 
             if (f.grain > 0) {
                 picture.grain.strength = f.grain;
                 picture.grain.bitrateKbps = f.bitrateKbps;
+                picture.grain.bFrames = f.bFrames;
+                picture.grain.gopSeconds = f.gopSeconds;
+                picture.grain.bitsInP = f.bitsInP;
                 picture.grain.seed = plan.seed * 1000003u + i;
             }
             encoded = encodeVideo(*ffmpeg, target, f.path, picture, temps.paths(), sound, date);

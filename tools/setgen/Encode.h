@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "Recording.h"
+#include "SetPlan.h"
 #include "base/Result.h"
 
 namespace qv::setgen {
@@ -58,6 +59,9 @@ struct Picture {
     int rotation = 0;  // degrees of display rotation in the file's metadata; width × height is then the
                        // upright picture, stored turned
     Grain grain;               // off: the light synthetic picture
+    // Not empty: a textured scene seen through the lens, with these pans
+    // and faults (SetPlan.h); the frame code stays on top of good pictures.
+    std::vector<PictureEvent> events;
 };
 
 struct SoundFormat {

@@ -181,5 +181,6 @@ void realFootage(FilePlan& f, double mbps);
 
 // The families kept in files of their own.
 const NamedPresets& footagePresets();
+const NamedPresets& visionPresets();
 
 }  // namespace qv::setgen

@@ -122,6 +122,14 @@ json::Json truthOf(const SetPlan& plan, const std::vector<std::optional<Music>>&
         if (!f.note.empty()) o["case"] = f.note;
         if (f.recording != Recording::sdr) o["recording"] = recordingName(f.recording);
         if (f.rotation != 0) o["rotation"] = f.rotation;
+        if (!f.events.empty()) {
+            // What the camera saw, on the file's own time line.
+            static const char* const names[] = {"pan", "black", "blur", "shake", "hand", "frozen"};
+            json::Json events = json::Json::array();
+            for (const PictureEvent& e : f.events)
+                events.push_back({{"what", names[static_cast<int>(e.what)]}, {"from", e.from}, {"to", e.to}});
+            o["events"] = std::move(events);
+        }
         files.push_back(std::move(o));
     }
     j["files"] = std::move(files);
@@ -230,6 +238,7 @@ Status writeSet(const SetPlan& plan, const fs::path& folder, std::ostream& log) 
                 picture.grain.bitrateKbps = f.bitrateKbps;
                 picture.grain.seed = plan.seed * 1000003u + i;
             }
+            picture.events = f.events;
             encoded = encodeVideo(*ffmpeg, target, f.path, picture, temps.paths(), sound, date);
         } else {
             if (temps.paths().empty()) return Error{"Fichier son sans micro : " + f.path};

@@ -90,11 +90,11 @@ Result<FileMeasures> measureFile(const std::filesystem::path& file, const std::f
     FileMeasures out;
     if (samples.empty()) return out;
     const auto slotOf = [](double t) { return static_cast<size_t>(std::max(0.0, std::floor(t / slotSeconds))); };
-    out.slots.resize(slotOf(samples.back().time) + 1);
+    out.halves.resize(slotOf(samples.back().time) + 1);
     // Each slot's pictures, then its steps; samples and steps come in time order.
     size_t s = 0, st = 0;
-    for (size_t k = 0; k < out.slots.size(); ++k) {
-        SlotMeasures& slot = out.slots[k];
+    for (size_t k = 0; k < out.halves.size(); ++k) {
+        SlotMeasures& slot = out.halves[k];
         std::vector<float> level, crushed, clipped, detail, contrast, colour, jitter;
         for (; s < samples.size() && slotOf(samples[s].time) == k; ++s) {
             const PictureLook& l = samples[s].look;

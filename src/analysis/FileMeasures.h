@@ -31,7 +31,7 @@ struct SlotMeasures {
 };
 
 struct FileMeasures {
-    std::vector<SlotMeasures> slots;
+    std::vector<SlotMeasures> halves;
     bool operator==(const FileMeasures&) const = default;
 };
 

@@ -40,7 +40,7 @@ constexpr float frozenChange = 0.1f;
 constexpr int frozenSlots = 2;
 
 // A slot without a picture of its own (key frames only, far apart) takes the
-// grade of the nearest measured one within this many slots.
+// grade of the nearest measured one within this many halves.
 constexpr int fillReach = 3;
 
 float spreadOf(const SlotMeasures& s) { return s.contrast + s.colour; }
@@ -95,7 +95,7 @@ CameraTypical typicalOf(const std::vector<const FileMeasures*>& files) {
     std::vector<float> detail, spread;
     for (const FileMeasures* f : files) {
         if (!f) continue;
-        for (const SlotMeasures& s : f->slots) {
+        for (const SlotMeasures& s : f->halves) {
             if (!s.measured() || isBlack(s)) continue;
             detail.push_back(s.detail);
             spread.push_back(spreadOf(s));
@@ -105,18 +105,18 @@ CameraTypical typicalOf(const std::vector<const FileMeasures*>& files) {
 }
 
 std::vector<SlotGrade> gradeFile(const FileMeasures& file, const CameraTypical& typical) {
-    const size_t n = file.slots.size();
+    const size_t n = file.halves.size();
     std::vector<SlotGrade> grades(n);
     std::vector<bool> measured(n);
     for (size_t k = 0; k < n; ++k) {
-        measured[k] = file.slots[k].measured();
-        if (measured[k]) grades[k] = gradeSlot(file.slots[k], typical);
+        measured[k] = file.halves[k].measured();
+        if (measured[k]) grades[k] = gradeSlot(file.halves[k], typical);
     }
-    // Frozen: a run of slots whose pictures did not change, unless something
+    // Frozen: a run of halves whose pictures did not change, unless something
     // worse already names them (a black picture does not change either).
     for (size_t k = 0; k < n;) {
         size_t end = k;
-        while (end < n && file.slots[end].change >= 0 && file.slots[end].change < frozenChange) ++end;
+        while (end < n && file.halves[end].change >= 0 && file.halves[end].change < frozenChange) ++end;
         if (end - k >= static_cast<size_t>(frozenSlots))
             for (size_t j = k; j < end; ++j)
                 if (grades[j].grade != PictureGrade::unusable) grades[j] = unusable(PictureFault::frozen);

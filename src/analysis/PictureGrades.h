@@ -52,7 +52,7 @@ struct PictureStretch {
 };
 
 // For each camera (a position in `cameraSources`), its weak and unusable
-// stretches in time order, neighbouring slots of the same grade and fault
+// stretches in time order, neighbouring halves of the same grade and fault
 // merged. `measuresOf` gives a placed file's measures, or null when it has
 // none (not analysed yet, or no picture): such a file counts as good.
 using CameraPictures = std::vector<std::vector<PictureStretch>>;

@@ -21,28 +21,7 @@ double faultOverlap(const SetTruth::File& file, double from, double to) {
     return sum;
 }
 
-int cameraOf(const VideoRender::Job& job, int sourceIndex) {
-    auto it = std::find(job.cameraSources.begin(), job.cameraSources.end(), sourceIndex);
-    return it == job.cameraSources.end() ? -1 : static_cast<int>(it - job.cameraSources.begin());
-}
-
 }  // namespace
-
-MeasuresByPath measureCameras(const VideoRender::Job& job) {
-    MeasuresByPath out;
-    for (const PlacedItem& p : job.result.placed) {
-        if (cameraOf(job, p.sourceIndex) < 0 || !p.item.hasVideo) continue;
-        if (auto m = analysis::measureFile(p.item.url)) out[p.item.url.string()] = std::move(m).value();
-    }
-    return out;
-}
-
-analysis::CameraPictures picturesOf(const VideoRender::Job& job, const MeasuresByPath& measures) {
-    return analysis::cameraPictures(job.result, job.cameraSources, [&](const MediaItem& item) {
-        auto it = measures.find(item.url.string());
-        return it == measures.end() ? nullptr : &it->second;
-    });
-}
 
 PictureScore scorePictures(const SetTruth& truth, const std::filesystem::path& set, const VideoRender::Job& job,
                            const MeasuresByPath& measures) {

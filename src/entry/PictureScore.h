@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "analysis/PictureGrades.h"
+#include "analysis/CameraAnalysis.h"
 #include "edit/Cut.h"
 #include "entry/SetTruth.h"
 
@@ -25,19 +25,12 @@ struct PictureScore {
     double falseShare() const { return good ? static_cast<double>(falseAlarms) / good : 0.0; }
 };
 
-// Measures of each camera file of `job`, by path.
-using MeasuresByPath = std::map<std::string, analysis::FileMeasures>;
-
-// Every camera file of `job` measured; files that fail are left out.
-MeasuresByPath measureCameras(const VideoRender::Job& job);
+using analysis::MeasuresByPath;
 
 // The grades of `measures` set against `truth`, half-second by half-second
 // of each file's own time line.
 PictureScore scorePictures(const SetTruth& truth, const std::filesystem::path& set, const VideoRender::Job& job,
                            const MeasuresByPath& measures);
-
-// The cameras' stretches for the editor, from `measures`.
-analysis::CameraPictures picturesOf(const VideoRender::Job& job, const MeasuresByPath& measures);
 
 // Seconds of `plans` that show a camera while the truth says its picture is
 // faulty, and each camera's seconds on screen.

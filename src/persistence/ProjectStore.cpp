@@ -143,7 +143,7 @@ std::vector<Json> documents() {
     for (; !ec && it != fs::directory_iterator(); it.increment(ec)) {
         const fs::path& p = it->path();
         std::string name = p.filename().string();
-        if (p.extension() != ".json" || endsWith(name, ".sync.json")) continue;
+        if (p.extension() != ".json" || endsWith(name, ".sync.json") || endsWith(name, ".pictures.json")) continue;
         auto text = paths::readFile(p);
         if (!text) continue;
         auto doc = json::parse(*text);

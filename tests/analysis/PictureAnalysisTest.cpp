@@ -27,7 +27,7 @@ const VisionSet* visionSet() {
         auto truth = SetTruth::read(folder);
         if (!truth) return std::nullopt;
         VisionSet s{folder, *truth, truth->placedJob(folder), {}};
-        s.measures = measureCameras(s.job);
+        s.measures = analysis::measureCameras(s.job.result, s.job.cameraSources);
         return s;
     }();
     return set ? &*set : nullptr;
@@ -55,7 +55,7 @@ TEST(PictureAnalysis, FindsTheFaultsAndLeavesGoodShotsAndPansAlone) {
     EXPECT_LE(score.falseShare(), 0.05);
 
     // Each fault is named for what it is, at least over most of its stretch.
-    const auto pictures = picturesOf(s->job, s->measures);
+    const auto pictures = analysis::picturesOf(s->job.result, s->job.cameraSources, s->measures);
     const std::map<std::string, analysis::PictureFault> named = {
         {"black", analysis::PictureFault::black}, {"blur", analysis::PictureFault::blur},
         {"shake", analysis::PictureFault::shake}, {"hand", analysis::PictureFault::blocked},
@@ -79,7 +79,7 @@ TEST(PictureAnalysis, FindsTheFaultsAndLeavesGoodShotsAndPansAlone) {
 TEST(PictureAnalysis, TheAutomaticEditShowsNoFaultAndKeepsTheShares) {
     const VisionSet* s = visionSet();
     ASSERT_TRUE(s) << "jeu « vision » introuvable";
-    const auto pictures = picturesOf(s->job, s->measures);
+    const auto pictures = analysis::picturesOf(s->job.result, s->job.cameraSources, s->measures);
     const double duration = s->job.result.duration();
     const auto plans = Segment::build(autoEdit(*s, pictures), duration);
     const PlanScore score = scorePlans(s->truth, s->folder, s->job, plans);
@@ -94,7 +94,7 @@ TEST(PictureAnalysis, TheAutomaticEditShowsNoFaultAndKeepsTheShares) {
     EXPECT_GT(scorePlans(s->truth, s->folder, s->job, blind).onFaults, 1.0);
 
     // Same inputs, same analysis, same seed: the same cuts; another seed, another edit.
-    const auto again = autoEdit(*s, picturesOf(s->job, s->measures));
+    const auto again = autoEdit(*s, analysis::picturesOf(s->job.result, s->job.cameraSources, s->measures));
     const auto first = autoEdit(*s, pictures);
     ASSERT_EQ(again.size(), first.size());
     for (size_t i = 0; i < first.size(); ++i) {

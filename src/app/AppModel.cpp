@@ -75,6 +75,7 @@ AppModel::~AppModel() {
     alive_.reset();
     stopSync_->store(true);
     if (worker_.joinable()) worker_.join();
+    pictureJob_.reset();
     if (autosaveTimer_) services_.main.cancel(autosaveTimer_);
     if (looksTimer_) services_.main.cancel(looksTimer_);
     if (player_) {
@@ -444,6 +445,7 @@ void AppModel::dropPlayer() {
 
 void AppModel::resetSync() {
     dropPlayer();
+    stopPictures();
     appliedFade_ = -1;
     result_.reset();
     automatic_.reset();
@@ -517,6 +519,55 @@ void AppModel::install(SyncResult result, const std::vector<MediaSource>& source
     computeDrops();
     onsets_ = DropDetector::onsets(*result_, sources_);
     if (demoPending_ && player_) applyDemoScene();
+    if (placed > 0) startPictures();
+}
+
+// --- The picture analysis
+
+void AppModel::startPictures() {
+    if (!result_ || !folder_) return;
+    if (!pictureJob_) pictureJob_ = std::make_unique<PictureJob>([this](std::function<void()> f) { postBack(std::move(f)); });
+    picturesProgress_ = 0;
+    notify(Field::pictures);
+    // What an earlier run posted before it was stopped is dropped.
+    const int run = ++picturesRun_;
+    pictureJob_->start(
+        *folder_, *result_, cameraSources(),
+        [this, run](double f) {
+            if (run != picturesRun_) return;
+            picturesProgress_ = f;
+            notify(Field::pictures);
+        },
+        [this, run](analysis::MeasuresByPath measures) {
+            if (run != picturesRun_) return;
+            pictureMeasures_ = std::move(measures);
+            picturesProgress_.reset();
+            Log::write("Analyse des images : " + std::to_string(pictureMeasures_.size()) + " fichiers");
+            refreshPictures();
+        });
+}
+
+void AppModel::stopPictures() {
+    if (pictureJob_) pictureJob_->stop();
+    ++picturesRun_;
+    pictureMeasures_.clear();
+    pictures_.clear();
+    picturesProgress_.reset();
+    notify(Field::pictures);
+}
+
+void AppModel::refreshPictures() {
+    pictures_ = result_ ? analysis::picturesOf(*result_, cameraSources(), pictureMeasures_) : analysis::CameraPictures{};
+    notify(Field::pictures);
+}
+
+std::string AppModel::picturesLine() const {
+    if (!picturesProgress_) return {};
+    return "Analyse des images : " + std::to_string(static_cast<int>(*picturesProgress_ * 100)) + " %";
+}
+
+analysis::CameraPictures AppModel::picturesForAuto(const AutoSettings& settings) const {
+    return settings.avoidUnusable ? pictures_ : analysis::CameraPictures{};
 }
 
 void AppModel::startPlayer(const std::vector<MediaSource>& sources) {
@@ -553,6 +604,8 @@ void AppModel::applyHand() {
     }
     computeDrops();
     onsets_ = DropDetector::onsets(*result_, sources_);
+    // The files moved on the time line: their stretches move with them.
+    refreshPictures();
 }
 
 std::optional<std::string> AppModel::handKey(const MediaItem& item) const {
@@ -729,7 +782,8 @@ void AppModel::runAuto(bool newDraw) {
     const TimeRange r = edit_.exportRange();
     std::vector<std::vector<TimeRange>> ranges;
     for (const auto& angle : player_->angles()) ranges.push_back(angle.ranges);
-    std::vector<Cut> generated = AutoEditor::generate(r, ranges, allowed, edit_.drops(), onsets_, settings, weights);
+    std::vector<Cut> generated =
+        AutoEditor::generate(r, ranges, allowed, edit_.drops(), onsets_, settings, weights, picturesForAuto(settings));
     if (generated.empty()) {
         showToast("Aucune caméra choisie ne filme sur cette plage");
         return;

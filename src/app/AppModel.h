@@ -28,6 +28,8 @@
 #include <thread>
 #include <vector>
 
+#include "analysis/CameraAnalysis.h"
+#include "app/PictureJob.h"
 #include "app/Ports.h"
 #include "edit/AutoEditor.h"
 #include "edit/EditModel.h"
@@ -47,7 +49,8 @@ public:
         selectedSegment, audio, effects, grades, editedCamera, drops, dropSensitivity, format, framing,
         autoSettings, dropMargins, previewDivision, zoom, toast, viewStart, range, levels, muted,
         currentProjectId, projectName, projects, showNewProject, savedAt, prefill,
-        clipDrops, clipsJob
+        clipDrops, clipsJob,
+        pictures  // the picture analysis: its progress, then its stretches
     };
 
     static constexpr double autosaveDelay = 1.5;  // seconds after the last change
@@ -136,6 +139,19 @@ public:
     const std::string& prefillName() const { return prefillName_; }
     const std::optional<std::filesystem::path>& prefillFolder() const { return prefillFolder_; }
     void setPrefill(std::string name, std::optional<std::filesystem::path> folder);
+
+    // --- The picture analysis of the set, made in the background after each
+    // synchronisation (app/PictureJob.h).
+    // Each camera's weak and unusable stretches, by camera number; empty
+    // until the analysis ends.
+    const analysis::CameraPictures& pictures() const { return pictures_; }
+    // The share done while the analysis runs; nothing otherwise.
+    std::optional<double> picturesProgress() const { return picturesProgress_; }
+    // "Analyse des images : 40 %" while it runs, else empty.
+    std::string picturesLine() const;
+    // What the automatic editor is given: the stretches, unless the user
+    // asked it not to look at the pictures.
+    analysis::CameraPictures picturesForAuto(const AutoSettings& settings) const;
 
     // --- Plain state and derived values.
     AppSettings& settings() { return services_.settings; }
@@ -279,6 +295,10 @@ private:
     void startPlayer(const std::vector<MediaSource>& sources);
     // Lays the hand placements over the automatic result, with a new player.
     void applyHand();
+    void startPictures();
+    void stopPictures();
+    // The stretches again from the measures, after the files moved.
+    void refreshPictures();
 
     Services services_;
     EditModel edit_;
@@ -333,6 +353,13 @@ private:
     std::set<int> clipDrops_;
     struct ClipsRun;
     std::shared_ptr<ClipsRun> clipsRun_;
+
+    // The picture analysis.
+    analysis::MeasuresByPath pictureMeasures_;
+    analysis::CameraPictures pictures_;
+    std::optional<double> picturesProgress_;
+    int picturesRun_ = 0;  // which run's posts are still wanted
+    std::unique_ptr<PictureJob> pictureJob_;
 };
 
 }  // namespace qv

@@ -40,6 +40,7 @@ void to_json(Json& j, const AutoSettings& s) {
     j["fasterOnDrops"] = s.fasterOnDrops;
     j["weights"] = std::move(weights);
     j["seed"] = s.seed;
+    j["avoidUnusable"] = s.avoidUnusable;
 }
 
 void from_json(const Json& j, AutoSettings& s) {
@@ -50,6 +51,7 @@ void from_json(const Json& j, AutoSettings& s) {
     s.snapToBeat = json::boolean(j, "snapToBeat", d.snapToBeat);
     s.fasterOnDrops = json::boolean(j, "fasterOnDrops", d.fasterOnDrops);
     s.seed = json::unsignedInteger(j, "seed", d.seed);
+    s.avoidUnusable = json::boolean(j, "avoidUnusable", d.avoidUnusable);
     // One bad entry spoils the whole collection, as a typed decode would.
     s.cameras = json::uuidSet(j, "cameras");
     if (const Json* v = json::field(j, "weights"); v && v->is_object()) {
@@ -152,7 +154,8 @@ std::vector<Cut> generate(TimeRange range, const std::vector<std::vector<TimeRan
 
     std::vector<Cut> cuts;
     std::map<int, double> shown;  // seconds on screen per camera
-    std::map<int, double> lost;   // seconds a camera filmed an unusable picture
+    std::map<int, double> lost;   // seconds a camera is not owed: its picture unusable or weak
+    std::map<int, double> cover;  // seconds a camera is owed for standing in meanwhile
     std::optional<int> current;
     double t = lo;
     while (t < endLimit) {
@@ -216,7 +219,8 @@ std::vector<Cut> generate(TimeRange range, const std::vector<std::vector<TimeRan
             const double s = share(c);
             const double own = std::max(elapsed - (lost.count(c) ? lost[c] : 0.0), 0.001);
             const double achieved = shown.count(c) ? shown[c] / own : 0;
-            double w = std::max(s, 0.001) * std::max(1 + 4 * (s - achieved) / std::max(s, 0.05), 0.1);
+            const double covered = cover.count(c) ? cover[c] / own : 0;
+            double w = std::max(s, 0.001) * std::max(1 + 4 * (s + covered - achieved) / std::max(s, 0.05), 0.1);
             if (weakAt(c, t)) w *= weakWeight;
             weightsNow.push_back(w);
             sum += w;
@@ -247,8 +251,18 @@ std::vector<Cut> generate(TimeRange range, const std::vector<std::vector<TimeRan
             cuts.push_back(cut);
         }
         shown[chosen] += e - t;
-        for (int c : allowed)
-            if (lostAt(c, t)) lost[c] += e - t;
+        // A camera is not owed the time its picture is unusable, and only
+        // part of the time it is weak; the cameras that stand in for it share
+        // that time by their weights, so none is held back afterwards.
+        std::map<int, double> gone;
+        double lostShare = 0;
+        for (int c : allowed) {
+            gone[c] = lostAt(c, t) ? 1.0 : (weakAt(c, t) && filming(c, t)) ? 1 - weakWeight : 0.0;
+            lost[c] += (e - t) * gone[c];
+            lostShare += share(c) * gone[c];
+        }
+        if (lostShare > 0 && lostShare < 1)
+            for (int c : allowed) cover[c] += (e - t) * share(c) * (1 - gone[c]) * lostShare / (1 - lostShare);
         current = chosen;
         t = e;
     }

@@ -35,6 +35,9 @@ struct AutoSettings {
     std::map<Uuid, double> weights;  // percent; a camera without entry has 100
     uint64_t seed = 1;
 
+    // The picture analysis: unusable stretches are left out, weak ones drawn less.
+    bool avoidUnusable = true;
+
     bool operator==(const AutoSettings&) const = default;
 };
 

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "analysis/PictureGrades.h"
 #include "edit/AudioSettings.h"
 #include "edit/Cut.h"
 #include "edit/TimeRange.h"
@@ -47,6 +48,7 @@ struct ClipsRequest {
     std::vector<Drop> drops;
     std::vector<double> onsets;
     double pre = 15, post = 30;
+    analysis::CameraPictures pictures;  // empty: pictures not looked at
 };
 
 // "-14" or "-23" (a typographic minus too) as a loudness target.

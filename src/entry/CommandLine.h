@@ -43,6 +43,9 @@ struct CommandLine {
     std::optional<std::pair<double, double>> dropMargins;  // seconds before and after a drop
     std::optional<double> loudness;      // LUFS
 
+    // --sans-analyse: the automatic edits leave the pictures unlooked at.
+    bool noAnalysis = false;
+
     // The window.
     std::optional<std::string> open;
 

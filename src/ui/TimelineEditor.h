@@ -138,6 +138,7 @@ private:
     // The pointer (TimelineMouse.cpp).
     Hit hitTest(QPointF pos) const;
     QString toolTipAt(QPointF pos) const;
+    QString pictureTipAt(QPointF pos) const;
     void planMenu(int plan, QPoint globalPos);
     void setLevelFromX(const Track& track, double x);
     // Placing by hand (TimelineHand.cpp).

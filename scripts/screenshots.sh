@@ -101,6 +101,13 @@ done
 panel_shot panel-etalonnage-forte-cam-2 --panneau etalo --camera 2 --etalo-fort
 panel_shot panel-etalonnage-roues --panneau etalo --camera 2 --etalo-fort --roues
 panel_shot panel-recadrage-9-16 --panneau recadrage --format 9:16 --camera 2 --cadrage 0.5
+# A phone first among seven 25 fps cameras, its second clip at a variable
+# rate: the export panel's rate and warning; then a camera's picture moved
+# two frames, in its row and in the sound panel.
+phones="$sets/Phone au premier rang"
+make_set rates 1 "$phones"
+warehouse=$phones panel_shot panel-export-cadence --panneau export
+warehouse=$phones panel_shot camera-decalage-image --panneau son --camera 3 --decalage 2
 # A real video export of the whole set, photographed by the tool as it
 # passes 40 %, then cancelled.
 rm -f "$out/panel-export-video-en-cours.png"

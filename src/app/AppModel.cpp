@@ -78,6 +78,7 @@ AppModel::~AppModel() {
     pictureJob_.reset();
     if (autosaveTimer_) services_.main.cancel(autosaveTimer_);
     if (looksTimer_) services_.main.cancel(looksTimer_);
+    if (clipsTimer_) services_.main.cancel(clipsTimer_);
     if (player_) {
         player_->setTimeObserver({});
         player_->setFrameObserver({});
@@ -125,6 +126,7 @@ void AppModel::applyInStep() {
     // The plans as the exports cut them to the range.
     const TimeRange range = edit_.exportRange();
     std::vector<TimeRange> plans;
+    plans.reserve(edit_.segments().size());
     for (const Segment& s : edit_.segments()) {
         const double a = std::max(s.start, range.start), b = std::min(s.end, range.end);
         if (b - a >= 0.001) plans.push_back({a, b});
@@ -363,7 +365,9 @@ void AppModel::loadFolder(const fs::path& folder, std::optional<ProjectFile> pro
     MainThread& main = services_.main;
     startJob([this, alive, &main, folder, project = std::move(project), thenSync]() mutable {
         std::vector<MediaScanner::Refusal> refused;
-        auto sources = MediaScanner::scan(folder, &refused);
+        std::vector<MediaScanner::SetAside> setAside;
+        auto sources = MediaScanner::scan(folder, &refused, &setAside);
+        for (const auto& file : setAside) Log::write(file.message());
         main.post([this, alive, sources = std::move(sources), refused = std::move(refused),
                    project = std::move(project), thenSync]() mutable {
             if (!alive.lock()) return;
@@ -394,6 +398,7 @@ void AppModel::scanned(std::vector<MediaSource> sources, std::optional<ProjectFi
     setAutoSettings(std::move(autoSettings));
     framing_.clear();
     notify(Field::framing);
+    resetPictures();
     setGrades({});
     setEditedCamera(0);
     setAudioMode(soundCount() > 0 ? AudioSettings::Mode::table : AudioSettings::Mode::camera);
@@ -409,7 +414,7 @@ void AppModel::scanned(std::vector<MediaSource> sources, std::optional<ProjectFi
         for (const auto& n : unreadable) names += (names.empty() ? "" : ", ") + n;
         Log::write("Fichiers illisibles : " + names);
     }
-    if (auto odd = MediaScanner::unknownColours(sources_)) Log::write(*odd);
+    for (const std::string& line : MediaScanner::colourNotes(sources_)) Log::write(line);
     setStatus(sources_.empty() ? "Aucun rush trouvé dans ce dossier."
                                : std::to_string(sources_.size()) + " sources, " + std::to_string(files) +
                                      " fichiers. Clique sur Synchroniser.");
@@ -444,8 +449,9 @@ void AppModel::dropPlayer() {
 }
 
 void AppModel::resetSync() {
+    conform_.reset();
     dropPlayer();
-    stopPictures();
+    stopAnalysis();
     appliedFade_ = -1;
     result_.reset();
     automatic_.reset();
@@ -480,9 +486,11 @@ void AppModel::synchronize() {
         };
         FolderSync::Options options = FolderSync::defaultOptions();
         options.stop = stop.get();
+        // Stamped before reading (stats every file: off the main thread).
+        const ProjectStore::Stamps before = ProjectStore::stamps(sources);
         SyncResult result = FolderSync::run(sources, report, options);
         if (*stop) return;  // the model is going: nothing to install
-        SyncCache cache = ProjectStore::cache(result);  // stats every file: off the main thread
+        SyncCache cache = ProjectStore::cache(result, before);
         main.post([this, alive, result = std::move(result), cache = std::move(cache), folder]() mutable {
             if (!alive.lock()) return;
             install(std::move(result), sources_);
@@ -506,7 +514,7 @@ void AppModel::install(SyncResult result, const std::vector<MediaSource>& source
     Log::write("Synchro : " + std::to_string(placed) + " calés, " + std::to_string(unsynced) + " non calés, durée " +
                std::to_string(static_cast<long long>(std::llround(length))) + " s");
     automatic_ = std::move(result);
-    result_ = folder_ ? HandPlacement::apply(*automatic_, edit_.hand(), *folder_) : *automatic_;
+    result_ = placedResult();
     edit_.setResult(result_);
     notify(Field::result);
     setWorking(false);
@@ -519,55 +527,7 @@ void AppModel::install(SyncResult result, const std::vector<MediaSource>& source
     computeDrops();
     onsets_ = DropDetector::onsets(*result_, sources_);
     if (demoPending_ && player_) applyDemoScene();
-    if (placed > 0) startPictures();
-}
-
-// --- The picture analysis
-
-void AppModel::startPictures() {
-    if (!result_ || !folder_) return;
-    if (!pictureJob_) pictureJob_ = std::make_unique<PictureJob>([this](std::function<void()> f) { postBack(std::move(f)); });
-    picturesProgress_ = 0;
-    notify(Field::pictures);
-    // What an earlier run posted before it was stopped is dropped.
-    const int run = ++picturesRun_;
-    pictureJob_->start(
-        *folder_, *result_, cameraSources(),
-        [this, run](double f) {
-            if (run != picturesRun_) return;
-            picturesProgress_ = f;
-            notify(Field::pictures);
-        },
-        [this, run](analysis::MeasuresByPath measures) {
-            if (run != picturesRun_) return;
-            pictureMeasures_ = std::move(measures);
-            picturesProgress_.reset();
-            Log::write("Analyse des images : " + std::to_string(pictureMeasures_.size()) + " fichiers");
-            refreshPictures();
-        });
-}
-
-void AppModel::stopPictures() {
-    if (pictureJob_) pictureJob_->stop();
-    ++picturesRun_;
-    pictureMeasures_.clear();
-    pictures_.clear();
-    picturesProgress_.reset();
-    notify(Field::pictures);
-}
-
-void AppModel::refreshPictures() {
-    pictures_ = result_ ? analysis::picturesOf(*result_, cameraSources(), pictureMeasures_) : analysis::CameraPictures{};
-    notify(Field::pictures);
-}
-
-std::string AppModel::picturesLine() const {
-    if (!picturesProgress_) return {};
-    return "Analyse des images : " + std::to_string(static_cast<int>(*picturesProgress_ * 100)) + " %";
-}
-
-analysis::CameraPictures AppModel::picturesForAuto(const AutoSettings& settings) const {
-    return settings.avoidUnusable ? pictures_ : analysis::CameraPictures{};
+    if (placed > 0) startAnalysis();
 }
 
 void AppModel::startPlayer(const std::vector<MediaSource>& sources) {
@@ -594,7 +554,7 @@ void AppModel::applyHand() {
     dropPlayer();
     notify(Field::player);
     appliedFade_ = -1;
-    result_ = HandPlacement::apply(*automatic_, edit_.hand(), *folder_);
+    result_ = placedResult();
     edit_.setResult(result_);
     notify(Field::result);
     if (!result_->placed.empty()) startPlayer(sources_);
@@ -605,7 +565,7 @@ void AppModel::applyHand() {
     computeDrops();
     onsets_ = DropDetector::onsets(*result_, sources_);
     // The files moved on the time line: their stretches move with them.
-    refreshPictures();
+    refreshAnalysis();
 }
 
 std::optional<std::string> AppModel::handKey(const MediaItem& item) const {
@@ -676,19 +636,23 @@ void AppModel::deleteProject(const std::string& id) {
 std::string AppModel::snapshotBytes() const {
     ProjectFile project = makeProject();
     project.savedAt = Date{};
-    return project.toJson().dump();
+    return project.toText(2);
 }
 
 void AppModel::save() {
     // A project whose set is not synchronised, or waits for a new
     // synchronisation, is never written over.
     if (!folder_ || !currentProjectId_ || !result_ || isWorking_ || pendingProject_) return;
+    // The file's own text, its date aside, is what is compared: the cuts,
+    // which may be a million, are written to text once for both.
     ProjectFile project = makeProject();
-    ProjectFile still = project;
-    still.savedAt = Date{};
-    std::string bytes = still.toJson().dump();
+    const std::string cuts = project.cutsText(2);
+    const Date savedAt = project.savedAt;
+    project.savedAt = Date{};
+    std::string bytes = project.toText(2, &cuts);
     if (lastSavedSnapshot_ == bytes) return;
-    ProjectStore::save(project);
+    project.savedAt = savedAt;
+    ProjectStore::save(project, &cuts);
     lastSavedSnapshot_ = std::move(bytes);
     savedAt_ = project.savedAt;
     notify(Field::savedAt);
@@ -718,10 +682,12 @@ ProjectFile AppModel::makeProject() const {
     p.zoom = edit_.zoom();
     p.viewStart = edit_.viewStart();
     p.handPlacements = edit_.hand();
+    storePictures(p);
     return p;
 }
 
 void AppModel::apply(const ProjectFile& project) {
+    applyPictures(project);
     // First, for the cuts are kept by the length of the line it makes.
     edit_.setHand(HandPlacements(project.handPlacements.begin(), project.handPlacements.end()));
     edit_.setCuts(keptCuts(project.cuts, sources_, duration()));

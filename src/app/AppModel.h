@@ -33,6 +33,7 @@
 #include "app/Ports.h"
 #include "edit/AutoEditor.h"
 #include "edit/EditModel.h"
+#include "export/SetRate.h"
 #include "looks/ColorGrade.h"
 #include "music/DropDetector.h"
 #include "persistence/AppSettings.h"
@@ -50,6 +51,7 @@ public:
         autoSettings, dropMargins, previewDivision, zoom, toast, viewStart, range, levels, muted,
         currentProjectId, projectName, projects, showNewProject, savedAt, prefill,
         clipDrops, clipsJob,
+        pictureOffsets, frameRate, conform,
         pictures  // the picture analysis: its progress, then its stretches
     };
 
@@ -256,7 +258,42 @@ public:
     void cancelDropClips();
     bool isExportingClips() const { return clipsRun_ != nullptr; }
     double clipsProgress() const;            // of the whole job, 0 to 1
-    std::string clipsProgressLine() const;   // "Clips des drops : 2 / 5 · 34 %"
+    // "Clips des drops : 2 / 5 · 34 %"; the status line shows it, a tick
+    // of `clipsTick` behind, while the clips are made.
+    std::string clipsProgressLine() const;
+    static constexpr double clipsTick = 0.25;  // seconds
+
+    // --- The cameras' pictures (PictureCommands.cpp).
+    // Seconds each camera's picture is shown later than its sound, by source
+    // id; the player, the video and every timeline file follow it.
+    static constexpr int maxOffsetFrames = 10;
+    const std::map<Uuid, double>& pictureOffsets() const { return pictureOffsets_; }
+    double pictureOffset(int camera) const;
+    // Held within ±maxOffsetFrames frames of the camera's own rate.
+    void setPictureOffset(int camera, double seconds);
+    // What makes up for a camera `metres` from the speakers, whose sound
+    // comes that much late at 343 m/s.
+    static double offsetForDistance(double metres);
+    // Nominal rate of the camera's first placed picture; 25 without one.
+    double cameraFrameRate(int camera) const;
+    // The set's rate: the user's choice, else the most frequent.
+    PremiereExport::SequenceRate frameRate() const;
+    const std::optional<PremiereExport::SequenceRate>& frameRateChoice() const { return frameRateChoice_; }
+    void setFrameRateChoice(std::optional<PremiereExport::SequenceRate> rate);
+    bool dropFrame() const { return dropFrame_; }
+    void setDropFrame(bool drop);
+    std::vector<PremiereExport::RateShare> rateShares() const;
+    // "Cam 3/clip 2.mp4" for each placed camera file whose rate varies.
+    std::vector<std::string> variableRateFiles() const;
+    // The rate and the constant-rate copies every export writes with.
+    PremiereExport::PictureChoices pictureChoices() const;
+    // Makes the missing constant-rate copies in the background.
+    void conformVariableRate();
+    bool isConforming() const;
+    // "Copies à cadence fixe : 40 %" while they are made, else empty.
+    std::string conformStatus() const;
+    // How many variable-rate files have their copy.
+    int conformedCount() const;
 
     // The demonstration scenes of the command line.
     bool hasArgument(const std::string& flag) const;
@@ -284,7 +321,10 @@ private:
                                        std::string& error) const;
     void exportFinished(const std::filesystem::path& url, VideoOutcome outcome);
     VideoJob videoJob() const;
+    struct ClipsRun;
+    bool chooseClipFiles(ClipsRun& run);
     void startNextClip();
+    void tickClips();
     void clipFinished(VideoOutcome outcome);
     void applyDemoScene();
     std::set<Uuid> allCameras() const;
@@ -295,10 +335,19 @@ private:
     void startPlayer(const std::vector<MediaSource>& sources);
     // Lays the hand placements over the automatic result, with a new player.
     void applyHand();
-    void startPictures();
-    void stopPictures();
+    // The automatic result with the hand placements and the cameras'
+    // picture offsets laid over it.
+    SyncResult placedResult() const;
+    // The project's picture settings; a new player when the offsets change.
+    void applyPictures(const ProjectFile& project);
+    void storePictures(ProjectFile& project) const;
+    void resetPictures();
+    void conformChanged();
+
+    void startAnalysis();
+    void stopAnalysis();
     // The stretches again from the measures, after the files moved.
-    void refreshPictures();
+    void refreshAnalysis();
 
     Services services_;
     EditModel edit_;
@@ -351,8 +400,14 @@ private:
     bool demoPending_ = false;
     bool tutoPending_ = false;  // --tuto, applied once the first player stands
     std::set<int> clipDrops_;
-    struct ClipsRun;
     std::shared_ptr<ClipsRun> clipsRun_;
+    Scheduler::TimerId clipsTimer_ = 0;
+
+    std::map<Uuid, double> pictureOffsets_;
+    std::optional<PremiereExport::SequenceRate> frameRateChoice_;
+    bool dropFrame_ = false;
+    struct Conform;
+    std::shared_ptr<Conform> conform_;
 
     // The picture analysis.
     analysis::MeasuresByPath pictureMeasures_;

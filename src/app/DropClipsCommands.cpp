@@ -18,6 +18,8 @@ struct AppModel::ClipsRun {
     fs::path folder;
     VideoCodec codec = VideoCodec::h264;
     std::vector<fs::path> written;
+
+    std::string extension() const { return fileExtension(codec); }
 };
 
 void AppModel::toggleClipDrop(int dropId) {
@@ -73,7 +75,6 @@ void AppModel::exportDropClips() {
     auto run = std::make_shared<ClipsRun>();
     run->clips = DropClips::plan(request);
     run->codec = codec;
-    run->folder = services_.settings.exportFolder();
     if (run->clips.empty()) {
         showToast("Aucun drop : aucun clip");
         return;
@@ -83,17 +84,55 @@ void AppModel::exportDropClips() {
         notify(Field::errorMessage);
         return;
     }
-    std::error_code ec;
-    fs::create_directories(run->folder, ec);
+    if (!chooseClipFiles(*run)) return;
     Log::write("Clips des drops : " + std::to_string(run->clips.size()) + " vers " + run->folder.string());
     clipsRun_ = std::move(run);
     notify(Field::clipsJob);
     startNextClip();
 }
 
+// Where the clips go and under which names, as every export decides it:
+// without a dialog the export folder, and a name already taken there gets
+// " 2", " 3"…; with one the user picks the folder and says whether clips
+// of the same names are replaced. False when the user cancels.
+bool AppModel::chooseClipFiles(ClipsRun& run) {
+    AppSettings& settings = services_.settings;
+    const bool ask = settings.askWhereToSave();
+    if (ask) {
+        auto chosen = services_.dialogs.chooseFolder("Où enregistrer les clips des drops ?");
+        if (!chosen) return false;
+        run.folder = *chosen;
+    } else {
+        run.folder = settings.exportFolder();
+    }
+    std::error_code ec;
+    fs::create_directories(run.folder, ec);
+
+    size_t taken = 0;
+    for (const DropClips::Clip& clip : run.clips) taken += fs::exists(fs::symlink_status(run.folder / clip.fileName, ec));
+    bool keepBoth = !ask;
+    if (ask && taken > 0) {
+        const std::string n = std::to_string(taken);
+        const int answer = services_.dialogs.alert(
+            taken == 1 ? "Un clip du même nom existe déjà" : n + " clips du même nom existent déjà",
+            "Le dossier « " + run.folder.filename().string() + " » contient déjà " +
+                (taken == 1 ? "un clip de ce set portant le même nom." : n + " clips de ce set portant les mêmes noms."),
+            {"Remplacer", "Garder les deux", "Annuler"});
+        if (answer != 0 && answer != 1) return false;
+        keepBoth = answer == 1;
+    }
+    if (keepBoth)
+        for (DropClips::Clip& clip : run.clips) {
+            const fs::path name = clip.fileName;
+            clip.fileName = AppSettings::uniqueIn(run.folder, name.stem().string(), run.extension()).filename().string();
+        }
+    return true;
+}
+
 void AppModel::startNextClip() {
     const DropClips::Clip& clip = clipsRun_->clips[clipsRun_->next];
     setStatus(clipsProgressLine());
+    tickClips();
     std::weak_ptr<bool> alive = alive_;
     services_.exporter->start(clip.job, clipsRun_->codec, clipsRun_->folder / clip.fileName, true,
                               [this, alive](VideoOutcome outcome) {
@@ -101,8 +140,26 @@ void AppModel::startNextClip() {
                               });
 }
 
+// The footer follows the job as the drops panel does, from the same line.
+// It ticks outside the project's state: the autosave is not pushed back.
+void AppModel::tickClips() {
+    if (clipsTimer_) services_.main.cancel(clipsTimer_);
+    clipsTimer_ = services_.main.schedule(clipsTick, [this] {
+        clipsTimer_ = 0;
+        if (!clipsRun_) return;
+        std::string line = clipsProgressLine();
+        if (line != status_) {
+            status_ = std::move(line);
+            if (onChange_) onChange_(Field::status);
+        }
+        tickClips();
+    });
+}
+
 void AppModel::clipFinished(VideoOutcome outcome) {
     if (!clipsRun_) return;
+    if (clipsTimer_) services_.main.cancel(clipsTimer_);
+    clipsTimer_ = 0;
     ClipsRun& run = *clipsRun_;
     const size_t total = run.clips.size();
     const std::string made = std::to_string(run.written.size()) + " sur " + std::to_string(total);

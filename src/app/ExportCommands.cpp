@@ -93,7 +93,7 @@ std::optional<std::string> AppModel::montageXML(const std::string& name) const {
     return PremiereExport::makeMontageXML(
         name, sources_, *result_, edit_.segments(), cameraSources(), edit_.exportRange(), levels_, muted_, audio_,
         effects_, [this](const Segment& plan) { return edit_.resolvedEffect(plan); }, format_, framing_,
-        services_.settings.trackPerCamera());
+        services_.settings.trackPerCamera(), pictureChoices());
 }
 
 void AppModel::exportMontage() {
@@ -146,10 +146,12 @@ void AppModel::exportMontageXML(ExportTarget target) {
     if (target == ExportTarget::mlt || target == ExportTarget::otio) {
         const auto timeline = PremiereExport::montageTimeline(
             sources_, *result_, edit_.segments(), cameraSources(), r, levels_, audio_, effects_,
-            [this](const Segment& plan) { return edit_.resolvedEffect(plan); }, services_.settings.trackPerCamera());
+            [this](const Segment& plan) { return edit_.resolvedEffect(plan); }, services_.settings.trackPerCamera(),
+            pictureChoices());
         const auto markers = dropMarkers(drops(), r.start, r.end - r.start);
         if (target == ExportTarget::mlt) {
-            TimelineLook look{format_, framing_, writeCubes(), effects_};
+            TimelineLook look{format_, framing_, writeCubes(), effects_,
+                              paths::plainNameLinks(MltExport::unnameable(sources_))};
             data = MltExport::write(name, sources_, timeline, muted_, look, markers);
         } else {
             data = OtioExport::write(name, sources_, timeline, muted_, markers);
@@ -191,11 +193,13 @@ void AppModel::exportSynchro(ExportTarget target) {
     if (player_) player_->pause();
     auto url = destination(folderName() + " - SYNCHRO", timelineExtension(target), hintFor(target));
     if (!url) return;
-    const auto timeline = PremiereExport::synchroTimeline(sources_, *result_, levels_);
+    const auto timeline = PremiereExport::synchroTimeline(sources_, *result_, levels_, pictureChoices());
     const auto markers = dropMarkers(drops(), 0, timeline.duration);
     const std::string name = url->stem().string();
+    TimelineLook plain;
+    if (target == ExportTarget::mlt) plain.aliases = paths::plainNameLinks(MltExport::unnameable(sources_));
     std::string data = target == ExportTarget::mlt
-                           ? MltExport::write(name, sources_, timeline, muted_, TimelineLook{}, markers)
+                           ? MltExport::write(name, sources_, timeline, muted_, plain, markers)
                            : OtioExport::write(name, sources_, timeline, muted_, markers);
     if (auto error = writeFile(*url, data)) {
         Log::write("ERREUR export : " + *error);
@@ -214,7 +218,7 @@ void AppModel::exportXML() {
     if (player_) player_->pause();
     auto url = destination(folderName() + " - SYNC", "xml", premiereHint);
     if (!url) return;
-    std::string data = PremiereExport::makeXML(url->stem().string(), sources_, *result_, levels_, muted_);
+    std::string data = PremiereExport::makeXML(url->stem().string(), sources_, *result_, levels_, muted_, pictureChoices());
     if (auto error = writeFile(*url, data)) {
         Log::write("ERREUR export : " + *error);
         errorMessage_ = "Impossible d'enregistrer le XML : " + *error;
@@ -242,6 +246,7 @@ VideoJob AppModel::videoJob() const {
     job.framing = framing_;
     job.looks = lookSnapshot(true);
     job.loudness = loudnessTarget(services_.settings.outputLoudness());
+    job.rate = frameRate();
     return job;
 }
 

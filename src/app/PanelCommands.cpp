@@ -66,7 +66,9 @@ LookRenderer::Snapshot AppModel::lookSnapshot(bool enabled) const {
         ColorGrade g = grade(c);
         if (g != ColorGrade::neutral) snapshot.grades[c] = g;
     }
-    for (const Segment& plan : edit_.segments())
+    const auto& plans = edit_.segments();
+    snapshot.plans.reserve(plans.size());
+    for (const Segment& plan : plans)
         snapshot.plans.push_back({plan.start, plan.end, plan.camera, edit_.resolvedEffect(plan)});
     snapshot.effects = effects_;
     return snapshot;

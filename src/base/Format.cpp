@@ -1,5 +1,6 @@
 #include "base/Format.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "base/Text.h"
@@ -36,6 +37,11 @@ std::string fileTime(double t) {
 std::string countdown(double t) {
     long long s = wholeSeconds(t, std::ceil);
     return cformat("%lld:%02lld", s / 60, s % 60);
+}
+
+std::string percent(double fraction) {
+    const double held = fraction > 0 ? std::min(fraction, 1.0) : 0.0;
+    return cformat("%d %%", static_cast<int>(std::floor(held * 100 + 1e-9)));
 }
 
 }  // namespace qv::Format

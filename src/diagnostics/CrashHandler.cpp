@@ -1,11 +1,14 @@
 #include "diagnostics/CrashHandler.h"
 
 #include <execinfo.h>
+#include <link.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cstdint>
 #include <cstring>
 #include <ctime>
 
@@ -20,6 +23,17 @@ constexpr const char* kSignalNames[] = {"SIGSEGV", "SIGBUS", "SIGFPE", "SIGILL",
 constexpr size_t kSignalCount = sizeof kSignals / sizeof kSignals[0];
 constexpr size_t kAltStackSize = 64 * 1024;
 
+// The program and the libraries loaded at installation, so that the
+// handler can tell each address of the stack as a file and an offset in it,
+// the form `addr2line -e {file} {offset}` reads, without asking the loader
+// (which takes locks).
+struct Module {
+    char path[512] = {};
+    uintptr_t base = 0;      // load address: an offset is an address less this
+    uintptr_t begin = 0, end = 0;  // the mapped segments, first byte to past the last
+};
+constexpr size_t kMaxModules = 256;
+
 // Everything the handler reads is prepared here at installation: it may not
 // allocate, lock or call anything that does.
 struct State {
@@ -27,12 +41,48 @@ struct State {
     struct sigaction previous[kSignalCount] = {};
     stack_t previousStack = {};
     std::atomic<bool> reporting{false};
+    Module modules[kMaxModules];
+    size_t moduleCount = 0;
 };
 State state;
 
+int collectModule(struct dl_phdr_info* info, size_t, void*) {
+    if (state.moduleCount >= kMaxModules) return 1;
+    Module& m = state.modules[state.moduleCount];
+    m = Module{};
+    m.base = info->dlpi_addr;
+    bool any = false;
+    for (int i = 0; i < info->dlpi_phnum; ++i) {
+        const ElfW(Phdr)& ph = info->dlpi_phdr[i];
+        if (ph.p_type != PT_LOAD) continue;
+        const uintptr_t from = info->dlpi_addr + ph.p_vaddr, to = from + ph.p_memsz;
+        m.begin = any ? std::min(m.begin, from) : from;
+        m.end = any ? std::max(m.end, to) : to;
+        any = true;
+    }
+    if (!any) return 0;
+    // The program itself comes first, without a name: its file is /proc/self/exe.
+    const char* name = info->dlpi_name;
+    if (!name || !*name) {
+        ssize_t n = readlink("/proc/self/exe", m.path, sizeof m.path - 1);
+        m.path[n > 0 ? n : 0] = '\0';
+    } else {
+        std::strncpy(m.path, name, sizeof m.path - 1);
+    }
+    if (!m.path[0]) return 0;  // the vDSO: no file to read
+    ++state.moduleCount;
+    return 0;
+}
+
+const Module* moduleOf(uintptr_t address) {
+    for (size_t i = 0; i < state.moduleCount; ++i)
+        if (address >= state.modules[i].begin && address < state.modules[i].end) return &state.modules[i];
+    return nullptr;
+}
+
 // A small writer into a fixed buffer, for numbers and text without stdio.
 struct Buffer {
-    char data[512];
+    char data[1024];
     size_t length = 0;
 
     void text(const char* s) {
@@ -118,11 +168,30 @@ void writeReport(int index, const siginfo_t* info) {
         head.text("\nAdresse : 0x");
         head.number(reinterpret_cast<uintptr_t>(info->si_addr), 1, 16);
     }
-    head.text("\n\nPile d'appels :\n");
+    head.text("\n\nPile d'appels (fichier+décalage, lisible par addr2line -f -C -e fichier décalage) :\n");
     paths::writeAll(fd, head.data, head.length);
 
     void* frames[64];
-    int count = backtrace(frames, 64);
+    const int count = backtrace(frames, 64);
+    for (int i = 0; i < count; ++i) {
+        const uintptr_t address = reinterpret_cast<uintptr_t>(frames[i]);
+        Buffer line;
+        line.text("#");
+        line.number(static_cast<unsigned long long>(i), 2);
+        line.text(" 0x");
+        line.number(address, 1, 16);
+        if (const Module* m = moduleOf(address)) {
+            line.text(" ");
+            line.text(m->path);
+            line.text("+0x");
+            line.number(address - m->base, 1, 16);
+        }
+        line.text("\n");
+        paths::writeAll(fd, line.data, line.length);
+    }
+    // The names the dynamic symbol tables know, for the libraries above all.
+    const char names[] = "\nSymboles :\n";
+    paths::writeAll(fd, names, sizeof names - 1);
     backtrace_symbols_fd(frames, count, fd);
     fsync(fd);
     ::close(fd);
@@ -160,6 +229,8 @@ CrashHandler::CrashHandler(const std::filesystem::path& folder) {
     // now rather than inside the handler.
     void* warmUp[2];
     backtrace(warmUp, 2);
+    state.moduleCount = 0;
+    dl_iterate_phdr(collectModule, nullptr);
 
     altStack_ = std::make_unique<char[]>(kAltStackSize);
     stack_t stack{};

@@ -30,15 +30,18 @@ struct Line {
     std::string text;
 };
 
+// Only a regular file is written. A FIFO, a device or a socket put in the
+// log's place would block the writer thread (and the exit that drains it)
+// or swallow lines: the open never waits and anything else is left alone.
 void append(const Line& line) {
     std::error_code ec;
     fs::create_directories(line.file.parent_path(), ec);
     struct stat st {};
-    if (::stat(line.file.c_str(), &st) == 0 && static_cast<uintmax_t>(st.st_size) > sizeLimit)
+    if (::stat(line.file.c_str(), &st) == 0 && S_ISREG(st.st_mode) && static_cast<uintmax_t>(st.st_size) > sizeLimit)
         ::unlink(line.file.c_str());
-    int fd = ::open(line.file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+    int fd = ::open(line.file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0644);
     if (fd < 0) return;
-    paths::writeAll(fd, line.text.data(), line.text.size());
+    if (::fstat(fd, &st) == 0 && S_ISREG(st.st_mode)) paths::writeAll(fd, line.text.data(), line.text.size());
     ::close(fd);
 }
 

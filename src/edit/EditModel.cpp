@@ -76,6 +76,7 @@ void EditModel::setPlayer(std::shared_ptr<PlayerControl> player) {
 
 void EditModel::setResult(std::optional<SyncResult> result) {
     result_ = std::move(result);
+    plans_.reset();  // the last plan ends with the set
     notify(Change::context);
 }
 
@@ -91,7 +92,24 @@ double EditModel::duration() const { return result_ ? result_->duration() : 0; }
 // --- State
 
 void EditModel::assignCuts(std::vector<Cut> cuts) {
+    // The last step must stay true of the cuts it goes back to: the first
+    // change after `record` hands it the cuts as they were; a step told
+    // against the cuts now (after an undo) takes its own whole first.
+    if (stepOpen_) {
+        history_.back().whole = std::move(cuts_);
+        stepOpen_ = false;
+    } else if (!history_.empty() && history_.back().compact) {
+        Step& last = history_.back();
+        last.whole = restored(last);
+        last.compact = false;
+        last.middle.clear();
+    }
+    replaceCuts(std::move(cuts));
+}
+
+void EditModel::replaceCuts(std::vector<Cut> cuts) {
     cuts_ = std::move(cuts);
+    plans_.reset();
     notify(Change::cuts);
 }
 
@@ -122,7 +140,8 @@ void EditModel::revertToAutomatic(const std::string& key) {
 }
 
 void EditModel::setCuts(std::vector<Cut> cuts) {
-    sortByTime(cuts);
+    const auto earlier = [](const Cut& a, const Cut& b) { return a.time < b.time; };
+    if (!std::is_sorted(cuts.begin(), cuts.end(), earlier)) sortByTime(cuts);
     assignCuts(std::move(cuts));
 }
 
@@ -139,6 +158,7 @@ void EditModel::setMarks(std::optional<double> in, std::optional<double> out) {
 
 void EditModel::clearEdit() {
     history_.clear();
+    stepOpen_ = false;
     assignHand({});
     selected_.reset();
     inPoint_.reset();
@@ -150,17 +170,52 @@ void EditModel::clearEdit() {
 
 // --- Questions
 
+bool EditModel::implicitFirstPlan() const { return cuts_.empty() || cuts_.front().time > startTolerance; }
+
+size_t EditModel::cutsUpTo(double t) const {
+    const double limit = t + startTolerance;
+    return static_cast<size_t>(std::partition_point(cuts_.begin(), cuts_.end(),
+                                                    [limit](const Cut& c) { return c.time <= limit; }) -
+                               cuts_.begin());
+}
+
+const std::vector<Segment>& EditModel::segments() const {
+    if (!plans_) plans_ = Segment::build(cuts_, duration());
+    return *plans_;
+}
+
+std::optional<Segment> EditModel::segment(int index) const {
+    const int count = segmentCount();
+    if (index < 0 || index >= count) return std::nullopt;
+    // The cut that starts the plan; none for the implicit first one.
+    const int first = implicitFirstPlan() ? 1 : 0;
+    const int cut = index - first;
+    Segment s;
+    s.id = index;
+    if (cut >= 0) {
+        const Cut& c = cuts_[static_cast<size_t>(cut)];
+        s.start = c.time;
+        s.camera = c.camera;
+        s.cutIndex = cut;
+        s.effect = c.effect;
+        s.looks = c.looks;
+    }
+    s.end = index + 1 < count ? cuts_[static_cast<size_t>(cut + 1)].time : duration();
+    return s;
+}
+
 int EditModel::activeCamera(double t) const {
-    for (auto it = cuts_.rbegin(); it != cuts_.rend(); ++it)
-        if (it->time <= t + startTolerance) return it->camera;
-    return 0;
+    const size_t k = cutsUpTo(t);
+    return k > 0 ? cuts_[k - 1].camera : 0;
 }
 
 std::optional<int> EditModel::segmentIndex(double t) const {
-    const std::vector<Segment> plans = segments();
-    for (auto it = plans.rbegin(); it != plans.rend(); ++it)
-        if (it->start <= t + startTolerance) return it->id;
-    return std::nullopt;
+    const int k = static_cast<int>(cutsUpTo(t));
+    if (implicitFirstPlan()) {
+        if (k > 0) return k;
+        return 0 <= t + startTolerance ? std::optional<int>(0) : std::nullopt;
+    }
+    return k > 0 ? std::optional<int>(k - 1) : std::nullopt;
 }
 
 bool EditModel::hasFeed(int camera, double t) const {
@@ -209,22 +264,26 @@ void EditModel::liveCut(int camera, double t) {
     if (activeCamera(t) == camera) return;
     record();
     // Two presses a few milliseconds apart mean one cut: the later wins.
-    std::vector<Cut> next;
-    next.reserve(cuts_.size() + 1);
-    for (const Cut& c : cuts_)
-        if (std::abs(c.time - t) > replaceWindow) next.push_back(c);
+    // The cuts are in time order: those it replaces stand together.
+    const auto kept = [t](const Cut& c) { return std::abs(c.time - t) > replaceWindow; };
+    const auto from = std::partition_point(cuts_.begin(), cuts_.end(),
+                                           [&](const Cut& c) { return c.time < t && kept(c); });
+    const auto to = std::partition_point(from, cuts_.end(), [&](const Cut& c) { return c.time < t || !kept(c); });
     Cut cut;
     cut.time = t;
     cut.camera = camera;
+    std::vector<Cut> next;
+    next.reserve(cuts_.size() + 1);
+    next.insert(next.end(), cuts_.begin(), from);
     next.push_back(cut);
-    sortByTime(next);
+    next.insert(next.end(), to, cuts_.end());
     assignCuts(std::move(next));
 }
 
 void EditModel::switchCamera(int planIndex, int camera) {
-    const std::vector<Segment> plans = segments();
-    if (planIndex < 0 || static_cast<size_t>(planIndex) >= plans.size() || !player_) return;
-    const Segment& plan = plans[planIndex];
+    const std::optional<Segment> found = segment(planIndex);
+    if (!found || !player_) return;
+    const Segment& plan = *found;
     // A plan left beyond the set's end by changed rushes has start > end;
     // the test below is then false and the probe falls back to its start.
     const double now = player_->currentTime();
@@ -252,8 +311,11 @@ void EditModel::switchCamera(int planIndex, int camera) {
 void EditModel::addEdit(double t) {
     const double d = duration();
     if (!(t > minGap && t < d - minGap)) return;
-    const std::vector<Segment> plans = segments();
-    if (std::any_of(plans.begin(), plans.end(), [t](const Segment& s) { return std::abs(s.start - t) < minGap; }))
+    // No plan may start within minGap of t; the implicit first one starts
+    // at 0, which t > minGap already keeps away.
+    const auto after = std::partition_point(cuts_.begin(), cuts_.end(), [t](const Cut& c) { return c.time < t; });
+    if ((after != cuts_.end() && std::abs(after->time - t) < minGap) ||
+        (after != cuts_.begin() && std::abs(std::prev(after)->time - t) < minGap))
         return;
     record();
     // The new plan shows the same picture and starts without the effect of
@@ -262,18 +324,16 @@ void EditModel::addEdit(double t) {
     cut.time = t;
     cut.camera = activeCamera(t);
     std::vector<Cut> next = cuts_;
-    next.push_back(cut);
-    sortByTime(next);
+    next.insert(next.begin() + (after - cuts_.begin()), cut);
     assignCuts(std::move(next));
     select(segmentIndex(t));
 }
 
 std::optional<Segment> EditModel::targetPlan() const {
     if (!player_) return std::nullopt;
-    const std::vector<Segment> plans = segments();
     std::optional<int> index = selected_ ? selected_ : segmentIndex(player_->currentTime());
-    if (!index || *index < 0 || static_cast<size_t>(*index) >= plans.size()) return std::nullopt;
-    return plans[*index];
+    if (!index) return std::nullopt;
+    return segment(*index);
 }
 
 void EditModel::deleteSegmentCut() {
@@ -347,9 +407,43 @@ void EditModel::toggleLook(LookKind kind) {
     showToast("Plan " + std::to_string(plan->id + 1) + " : " + lookName(kind) + " " + (now ? "coupé" : "activé"));
 }
 
+// The cuts a compact step brings back, from the cuts it was told against.
+std::vector<Cut> EditModel::restored(const Step& step) const {
+    std::vector<Cut> cuts;
+    cuts.reserve(step.front + step.middle.size() + step.back);
+    cuts.insert(cuts.end(), cuts_.begin(), cuts_.begin() + static_cast<long>(step.front));
+    cuts.insert(cuts.end(), step.middle.begin(), step.middle.end());
+    cuts.insert(cuts.end(), cuts_.end() - static_cast<long>(step.back), cuts_.end());
+    return cuts;
+}
+
+void EditModel::closeLastStep() {
+    if (history_.empty() || history_.back().compact) return;
+    Step& last = history_.back();
+    stepOpen_ = false;
+    last.compact = true;
+    if (!last.whole) {
+        last.front = cuts_.size();  // no cut changed since it began
+        return;
+    }
+    const std::vector<Cut>& before = *last.whole;
+    const size_t most = std::min(before.size(), cuts_.size());
+    size_t front = 0;
+    while (front < most && before[front] == cuts_[front]) ++front;
+    size_t back = 0;
+    while (back < most - front && before[before.size() - 1 - back] == cuts_[cuts_.size() - 1 - back]) ++back;
+    last.front = front;
+    last.back = back;
+    last.middle.assign(before.begin() + static_cast<long>(front), before.end() - static_cast<long>(back));
+    last.whole.reset();
+}
+
 void EditModel::record() {
+    closeLastStep();
     if (history_.size() >= historyLimit) history_.pop_front();
-    history_.push_back({cuts_, hand_});
+    history_.push_back({});
+    history_.back().hand = hand_;
+    stepOpen_ = true;
 }
 
 void EditModel::undo() {
@@ -359,8 +453,11 @@ void EditModel::undo() {
     }
     Step last = std::move(history_.back());
     history_.pop_back();
+    stepOpen_ = false;
+    std::vector<Cut> cuts = last.whole ? std::move(*last.whole) : last.compact ? restored(last) : cuts_;
     assignHand(std::move(last.hand));
-    assignCuts(std::move(last.cuts));
+    // The step before is told against exactly these cuts.
+    replaceCuts(std::move(cuts));
     select(std::nullopt);
 }
 

@@ -46,9 +46,16 @@ public:
     // What changed, for observers.
     enum class Change { cuts, selection, range, toast, view, rightPanel, context, hand };
 
-    // What one undo step brings back.
+    // What one undo step brings back. With a million cuts a step cannot
+    // hold them all: once the next step begins, it keeps only the stretch
+    // of cuts that differs from the state the next step goes back to.
+    //   state before:  | front | middle | back |
+    //   state after:   | front |  ...   | back |   (front, back shared)
     struct Step {
-        std::vector<Cut> cuts;
+        std::optional<std::vector<Cut>> whole;  // the cuts as they were, until the next step begins
+        bool compact = false;                   // then: `front` and `back` cuts kept from the state after
+        size_t front = 0, back = 0;
+        std::vector<Cut> middle;
         HandPlacements hand;
     };
 
@@ -98,8 +105,13 @@ public:
     // Forgets cuts, history, selection and marks, as when a set is unloaded.
     void clearEdit();
 
-    // --- Questions; none records history.
-    std::vector<Segment> segments() const { return Segment::build(cuts_, duration()); }
+    // --- Questions; none records history. Times are found by halving, so
+    // they cost the same with ten cuts or a million.
+    // The plans, built once per change of the cuts or of the set's length.
+    const std::vector<Segment>& segments() const;
+    // Plan `index` alone, without building the others; nothing out of range.
+    std::optional<Segment> segment(int index) const;
+    int segmentCount() const { return static_cast<int>(cuts_.size()) + (implicitFirstPlan() ? 1 : 0); }
     int activeCamera(double t) const;
     std::optional<int> segmentIndex(double t) const;
     bool hasFeed(int camera, double t) const;
@@ -154,7 +166,15 @@ public:
     void togglePanel(RightPanel panel);
 
 private:
+    // Segment::build's rule: no cut at the very start means a plan on camera 0 stands first.
+    bool implicitFirstPlan() const;
+    // The number of cuts at or before `t` (within the start tolerance).
+    size_t cutsUpTo(double t) const;
+    // The last step, kept whole while it is open, told against the cuts now.
+    void closeLastStep();
+    std::vector<Cut> restored(const Step& step) const;
     void assignCuts(std::vector<Cut> cuts);
+    void replaceCuts(std::vector<Cut> cuts);  // no bookkeeping of the history
     void assignHand(HandPlacements hand);
     void notify(Change change);
     // The plan that keys and menus act on: the selected one, else the one
@@ -176,7 +196,9 @@ private:
     double dropPre_ = 15, dropPost_ = 30;
 
     std::vector<Cut> cuts_;
+    mutable std::optional<std::vector<Segment>> plans_;  // segments(), until the cuts or the length change
     std::deque<Step> history_;  // oldest first
+    bool stepOpen_ = false;     // the last step has not seen its first change of cuts yet
     HandPlacements hand_;
     std::optional<int> selected_;
     std::optional<double> inPoint_, outPoint_;

@@ -23,6 +23,7 @@
 #include "base/Text.h"
 #include "edit/AutoEditor.h"
 #include "edit/Cut.h"
+#include "entry/CliPicture.h"
 #include "entry/CliVideo.h"
 #include "export/MltExport.h"
 #include "export/OtioExport.h"
@@ -297,11 +298,11 @@ VideoRequest editOf(const CommandLine& line, const std::vector<MediaSource>& sou
 }
 
 std::string montage(const VideoRequest& edit, const std::string& setName, const std::vector<MediaSource>& sources,
-                    const SyncResult& result, std::ostream& out) {
+                    const SyncResult& result, const PremiereExport::PictureChoices& picture, std::ostream& out) {
     const double duration = result.duration();
     std::string document = PremiereExport::makeMontageXML(
         setName + " - MONTAGE", sources, result, Segment::build(edit.cuts, duration), cameraSourceIndices(sources),
-        edit.range, {}, {}, edit.audio, edit.effects, edit.effectFor, edit.format, edit.framing, false);
+        edit.range, {}, {}, edit.audio, edit.effects, edit.effectFor, edit.format, edit.framing, false, picture);
     out << "Montage : " << edit.cuts.size() << " coupes, plage " << shortest(edit.range.start) << "-"
         << shortest(edit.range.end) << " s\n";
     return document;
@@ -311,15 +312,16 @@ std::string montage(const VideoRequest& edit, const std::string& setName, const 
 // xmeml or instead of it: the montage with `--montage` or `--auto`, else
 // the synchro.
 int writeTimelines(const CommandLine& line, const VideoRequest& edit, const std::string& setName,
-                   const std::vector<MediaSource>& sources, const SyncResult& result, std::ostream& out) {
+                   const std::vector<MediaSource>& sources, const SyncResult& result,
+                   const PremiereExport::PictureChoices& picture, std::ostream& out) {
     if (!line.mlt && !line.otio) return 0;
     const bool montage = line.montage.has_value() || line.autoEdit;
     const std::string name = setName + (montage ? " - MONTAGE" : " - SYNCHRO");
     const PremiereExport::Timeline timeline =
         montage ? PremiereExport::montageTimeline(sources, result, Segment::build(edit.cuts, result.duration()),
                                                   cameraSourceIndices(sources), edit.range, {}, edit.audio,
-                                                  edit.effects, edit.effectFor, false)
-                : PremiereExport::synchroTimeline(sources, result, {});
+                                                  edit.effects, edit.effectFor, false, picture)
+                : PremiereExport::synchroTimeline(sources, result, {}, picture);
     const double from = montage ? edit.range.start : 0;
     std::vector<TimelineMarker> markers;
     for (const Drop& d : DropDetector::detect(result, sources, 0.5))
@@ -337,7 +339,8 @@ int writeTimelines(const CommandLine& line, const VideoRequest& edit, const std:
     };
     if (line.mlt) {
         TimelineLook look;
-        if (montage) look = {edit.format, edit.framing, {}, edit.effects};
+        if (montage) look = {edit.format, edit.framing, {}, edit.effects, {}};
+        look.aliases = paths::plainNameLinks(MltExport::unnameable(sources));
         if (int status = write(*line.mlt, "MLT", MltExport::write(name, sources, timeline, {}, look, markers)))
             return status;
     }
@@ -465,8 +468,10 @@ int run(const CommandLine& line, std::ostream& out, std::ostream& err) {
     }
 
     std::vector<MediaScanner::Refusal> refused;
-    std::vector<MediaSource> sources = MediaScanner::scan(folder, &refused);
+    std::vector<MediaScanner::SetAside> setAside;
+    std::vector<MediaSource> sources = MediaScanner::scan(folder, &refused, &setAside);
     for (const auto& r : refused) err << terminalSafe(r.message()) << "\n";
+    reportSetAside(setAside, err);
     err.flush();
     printListing(sources, out);
     out.flush();
@@ -479,22 +484,27 @@ int run(const CommandLine& line, std::ostream& out, std::ostream& err) {
     printSyncReport(sources, result, elapsed, out, err);
 
     // The automatic edits (the whole set's, the drops') look at the pictures first.
-    analysis::CameraPictures pictures;
-    if ((line.autoEdit || line.clipsFolder) && !line.noAnalysis) pictures = analysePictures(sources, result, bar, out);
+    analysis::CameraPictures stretches;
+    if ((line.autoEdit || line.clipsFolder) && !line.noAnalysis) stretches = analysePictures(sources, result, bar, out);
 
-    if (line.autoEdit) printAutoStatistics(sources, result, pictures, out);
+    if (line.autoEdit) printAutoStatistics(sources, result, stretches, out);
     if (line.drops) printDrops(sources, result, out);
 
-    VideoRequest edit = editOf(line, sources, result, pictures, err);
+    VideoRequest edit = editOf(line, sources, result, stretches, err);
+    const PremiereExport::PictureChoices picture =
+        pictureChoices(line.rate ? rateOf(*line.rate) : std::nullopt, line.constantRate, sources, result, out, err,
+                       [&](double f, const std::string& text) { bar.show(f, text); });
+    bar.finish();
+    edit.rate = picture.rate;
     std::string document;
     // The automatic edit is written as the montage, as a hand-given one.
     if (line.montage || line.autoEdit)
-        document = montage(edit, folderName(folder), sources, result, out);
+        document = montage(edit, folderName(folder), sources, result, picture, out);
     else
-        document = PremiereExport::makeXML(folderName(folder) + " - SYNC", sources, result, {}, {});
+        document = PremiereExport::makeXML(folderName(folder) + " - SYNC", sources, result, {}, {}, picture);
     out.flush();
     int status = timelineOnly ? 0 : writeOutput(output, outputText, document, out);
-    if (status == 0) status = writeTimelines(line, edit, folderName(folder), sources, result, out);
+    if (status == 0) status = writeTimelines(line, edit, folderName(folder), sources, result, picture, out);
     if (status != 0) return status;
 
     // The finished video of the same edit.
@@ -520,7 +530,7 @@ int run(const CommandLine& line, std::ostream& out, std::ostream& err) {
         clips.setName = folderName(folder);
         clips.drops = DropDetector::detect(result, sources, 0.5);
         clips.onsets = DropDetector::onsets(result, sources);
-        clips.pictures = pictures;
+        clips.pictures = stretches;
         if (line.dropMargins) std::tie(clips.pre, clips.post) = *line.dropMargins;
         if (!clips.drops.empty() && !fs::is_directory(clips.folder, ec)) {
             out << "Les clips des drops ont échoué : dossier introuvable « " << terminalSafe(*folderOfClips) << " ».\n";

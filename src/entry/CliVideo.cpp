@@ -44,6 +44,7 @@ VideoRender::Job jobOf(VideoRequest& request) {
     job.format = request.format;
     job.framing = request.framing;
     job.loudness = request.loudness;
+    job.rate = request.rate;
     return job;
 }
 

@@ -18,6 +18,7 @@
 #include "effects/EffectSettings.h"
 #include "effects/MotionFX.h"
 #include "effects/Reframe.h"
+#include "export/PremiereExport.h"
 #include "music/DropDetector.h"
 #include "sync/Media.h"
 #include "sync/SyncResult.h"
@@ -37,6 +38,8 @@ struct VideoRequest {
     OutputFormat format = OutputFormat::landscape;
     std::map<Uuid, CameraFrame> framing;
     std::optional<double> loudness;  // LUFS; none: the mix as it is
+    // The set's rate (`--rate`); none: the one covering the most camera time.
+    std::optional<PremiereExport::SequenceRate> rate;
 };
 
 // The clips of the drops (`--clips-drops <folder>`): `edit` gives the

@@ -10,6 +10,7 @@
 
 #include "base/SafeText.h"
 #include "base/Text.h"
+#include "entry/CliPicture.h"
 #include "entry/CliVideo.h"
 
 // The parser's namespace; `CLI` inside qv is the run without a screen.
@@ -115,6 +116,14 @@ void declare(cli11::App& app, CommandLine& line) {
               [](const std::string& v) { return CLI::loudnessOf(v).has_value(); },
               [&line](const std::string& v) { line.loudness = CLI::loudnessOf(v); });
 
+    app.add_option("--rate", line.rate, "la cadence des XML, MLT, OTIO et de la vidéo")
+        ->option_text("25|29.97|29.97df|...")
+        ->check(accepted(line, "--rate", "23.976, 24, 25, 29.97, 30, 50, 59.94 ou 60 ; 29.97df ou 59.94df pour le drop-frame",
+                         [](const std::string& v) { return CLI::rateOf(v).has_value(); }))
+        ->group(withoutScreen);
+    app.add_flag("--cfr", line.constantRate, "copie les fichiers à cadence variable en fixe")
+        ->group(withoutScreen);
+
     // The window reads its own options again from the whole line (the demo
     // family, the scenes of screenshots); they are declared here for the
     // help and so that their values are not taken for paths.
@@ -187,7 +196,8 @@ std::string helpOf(const cli11::App& app) {
     }
     text += "\nAprès « -- », chaque mot est un chemin, même s'il commence par un tiret.\n"
             "Une option inconnue est signalée sur la sortie d'erreur, puis ignorée ; une\n"
-            "valeur invalide de --codec, --loudness ou --marges-drop arrête tout d'emblée.\n"
+            "valeur invalide de --codec, --loudness, --marges-drop ou --rate arrête tout\n"
+            "d'emblée.\n"
             "Statut de sortie : 0 quand tout est écrit, 1 sinon. Voir aussi : man quorvel.\n";
     return text;
 }
@@ -208,6 +218,12 @@ CommandLine CommandLine::read(const std::vector<std::string>& arguments) {
         if (word == "--") {
             words.insert(words.end(), arguments.begin() + static_cast<long>(i), arguments.end());
             break;
+        }
+        // The self check takes the word behind it as its folder, whatever it
+        // looks like: `--selftest --cli x y` checks the folder "--cli".
+        if (word == "--selftest" && i + 1 < arguments.size() && arguments[i + 1] != "--") {
+            words.push_back(word + "=" + arguments[++i]);
+            continue;
         }
         const size_t equals = word.find('=');
         const cli11::Option* opt = word.starts_with("-") ? app.get_option_no_throw(word.substr(0, equals)) : nullptr;

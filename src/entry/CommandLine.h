@@ -43,6 +43,11 @@ struct CommandLine {
     std::optional<std::pair<double, double>> dropMargins;  // seconds before and after a drop
     std::optional<double> loudness;      // LUFS
 
+    // The cameras' pictures: the set's rate (--rate, checked: "25",
+    // "29.97df"...) and --cfr, constant-rate copies of variable-rate files.
+    std::optional<std::string> rate;
+    bool constantRate = false;
+
     // --sans-analyse: the automatic edits leave the pictures unlooked at.
     bool noAnalysis = false;
 

@@ -6,9 +6,11 @@
 #include <string>
 #include <vector>
 
+#include "diagnostics/Log.h"
 #include "entry/Cli.h"
 #include "entry/CommandLine.h"
 #include "entry/SelfTest.h"
+#include "platform/Notices.h"
 #ifdef QUORVEL_WITH_UI
 #include "ui/Application.h"
 #endif
@@ -17,6 +19,8 @@ int main(int argc, char** argv) {
     std::setlocale(LC_ALL, "");
     const std::vector<std::string> args(argv + 1, argv + argc);
     const qv::CommandLine line = qv::CommandLine::read(args);
+    // What the media layer works around while reading goes to the journal.
+    qv::media::setNoticeSink([](const std::string& message) { qv::Log::write(message); });
 
     using Mode = qv::CommandLine::Mode;
     // Help, version and a refused value are answered like the run without a

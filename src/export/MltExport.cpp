@@ -113,8 +113,15 @@ std::string Writer::producerFor(pugi::xml_node root, const MediaItem& item, pugi
     p.append_attribute("out").set_value(num(length - 1).c_str());
     property(p, "length", num(length));
     property(p, "eof", "pause");
-    property(p, "resource", item.url.string());
+    const auto alias = look_.aliases.find(item.url.string());
+    property(p, "resource", alias != look_.aliases.end() ? alias->second.string() : item.url.string());
     property(p, "mlt_service", "avformat");
+    // Fields and pixels as probed, so the editor reads the file as the program does.
+    if (item.picture.interlaced()) {
+        property(p, "force_progressive", "0");
+        property(p, "force_tff", item.picture.fields == media::FieldOrder::topFirst ? "1" : "0");
+    }
+    if (item.picture.anamorphic()) property(p, "force_aspect_ratio", cformat("%.6f", item.picture.pixelAspect));
     property(p, "seekable", "1");
     property(p, "shotcut:caption", item.fileName());
     property(p, "kdenlive:clipname", item.fileName());
@@ -347,6 +354,14 @@ Profile profileOf(const Timeline& timeline, OutputFormat format) {
     p.rateNum = timeline.rate.ntsc ? timeline.rate.timebase * 1000 : timeline.rate.timebase;
     p.rateDen = timeline.rate.ntsc ? 1001 : 1;
     return p;
+}
+
+std::vector<std::filesystem::path> unnameable(const std::vector<MediaSource>& sources) {
+    std::vector<std::filesystem::path> files;
+    for (const MediaSource& s : sources)
+        for (const MediaItem& item : s.items)
+            if (xmlSafe(item.url.string()) != item.url.string()) files.push_back(item.url);
+    return files;
 }
 
 std::string write(const std::string& title, const std::vector<MediaSource>& sources, const Timeline& timeline,

@@ -6,8 +6,11 @@
 // and the drops markers and guides.
 //
 // A pure function of its arguments; any thread. Numbers are written
-// independently of the process locale. A path that is not valid UTF-8
-// cannot be told in an XML document: its bad bytes become U+FFFD.
+// independently of the process locale. A path that is not valid UTF-8, or
+// holds control characters, cannot be told in an XML document: such a file
+// is named by the alias the caller gives for it (a link with a plain name,
+// paths::plainNameLink), else its bad bytes become U+FFFD and the reference
+// leads nowhere.
 #pragma once
 
 #include <filesystem>
@@ -32,6 +35,10 @@ struct TimelineLook {
     std::map<Uuid, CameraFrame> framing;          // crop per camera source id
     std::map<Uuid, std::filesystem::path> cubes;  // grade LUT per camera source id
     EffectSettings effects;                       // the shake's speed for its key frames
+
+    // Files named through another path, by their own path: the names that
+    // MLT XML cannot hold (MltExport::unnameable).
+    std::map<std::string, std::filesystem::path> aliases;
 };
 
 namespace MltExport {
@@ -47,6 +54,9 @@ struct Profile {
     int rateNum = 25, rateDen = 1;
 };
 Profile profileOf(const PremiereExport::Timeline& timeline, OutputFormat format);
+
+// The files of `sources` whose path XML cannot carry as it is.
+std::vector<std::filesystem::path> unnameable(const std::vector<MediaSource>& sources);
 
 }  // namespace MltExport
 

@@ -6,6 +6,7 @@
 #include <cmath>
 
 #include "export/PremiereExport.h"
+#include "export/SetRate.h"
 
 namespace qv::PremiereExport {
 
@@ -14,15 +15,20 @@ namespace {
 // Below this length (seconds) a piece of a plan or a file is not worth a clip.
 constexpr double minimumClip = 0.001;
 
+// The part of file `p` inside [a, b] of the set, shifted so that lo is time
+// 0; nothing when too short. A drifting file is in step at its middle.
+std::optional<ExportClip> cut(const PlacedItem& p, double a, double b, double lo, const Uuid& group) {
+    const double s = std::max(a, p.start), e = std::min(b, p.start + p.item.duration);
+    if (!(e - s > minimumClip)) return std::nullopt;
+    return ExportClip{p.item, p.sourceIndex, s - lo, p.sourceIn(s, e), e - s, group, std::nullopt};
+}
+
 // The sound of one source inside [lo, hi], shifted so that lo is time 0.
 std::vector<ExportClip> trimmed(const SyncResult& result, int sourceIndex, double lo, double hi) {
     std::vector<ExportClip> out;
     for (const PlacedItem& p : result.placed) {
         if (p.sourceIndex != sourceIndex || p.item.audioChannels < 1) continue;
-        double s = std::max(p.start, lo);
-        double e = std::min(p.start + p.item.duration, hi);
-        if (!(e - s > minimumClip)) continue;
-        out.push_back({p.item, sourceIndex, s - lo, p.sourceIn(s, e), e - s, Uuid::make(), std::nullopt});
+        if (auto clip = cut(p, lo, hi, lo, Uuid::make())) out.push_back(std::move(*clip));
     }
     return out;
 }
@@ -75,13 +81,16 @@ Timeline montageTimeline(const std::vector<MediaSource>& sources, const SyncResu
                          const std::vector<Segment>& segments, const std::vector<int>& cameraSources,
                          TimeRange range, const std::map<Uuid, double>& levels, const AudioSettings& audio,
                          const EffectSettings& effects,
-                         const std::function<ResolvedEffect(const Segment&)>& effectFor, bool trackPerCamera) {
+                         const std::function<ResolvedEffect(const Segment&)>& effectFor, bool trackPerCamera,
+                         const PictureChoices& choices) {
     const double lo = range.start, hi = range.end;
 
     // Picture: each plan cut to the range and to the files of its camera. The
     // motion keeps the whole plan's start and length, so a clip cut short by
-    // the range or a file's end shows its own stretch of the same curve.
-    std::vector<ExportClip> picture;
+    // the range or a file's end shows its own stretch of the same curve. A
+    // camera's picture stands its offset later than its sound, which is cut
+    // from the same plan and shares the picture's group.
+    std::vector<ExportClip> picture, following;
     for (const Segment& plan : segments) {
         if (plan.camera < 0 || static_cast<size_t>(plan.camera) >= cameraSources.size()) continue;
         const double a = std::max(plan.start, lo), b = std::min(plan.end, hi);
@@ -91,24 +100,19 @@ Timeline montageTimeline(const std::vector<MediaSource>& sources, const SyncResu
         const int source = cameraSources[static_cast<size_t>(plan.camera)];
         for (const PlacedItem& p : result.placed) {
             if (p.sourceIndex != source || !p.item.hasVideo) continue;
-            const double s = std::max(a, p.start), e = std::min(b, p.start + p.item.duration);
-            if (!(e - s > minimumClip)) continue;
-            // A drifting camera is in step with the set at the plan's middle.
-            ExportClip clip{p.item, source, s - lo, p.sourceIn(s, e), e - s, Uuid::make(), std::nullopt};
-            if (effect.hasMotion()) clip.motion = ClipMotion{effect, plan.start - lo, plan.end - plan.start};
-            picture.push_back(std::move(clip));
+            const Uuid group = Uuid::make();
+            PlacedItem shown = p;
+            shown.start += p.pictureOffset;
+            if (auto clip = cut(shown, a, b, lo, group)) {
+                if (effect.hasMotion()) clip->motion = ClipMotion{effect, plan.start - lo, plan.end - plan.start};
+                picture.push_back(std::move(*clip));
+            }
+            if (p.item.audioChannels < 1) continue;
+            if (auto sound = cut(p, a, b, lo, group)) following.push_back(std::move(*sound));
         }
     }
 
-    double frameRate = 25;
-    if (!picture.empty()) {
-        frameRate = picture.front().item.frameRate;
-    } else {
-        auto firstVideo = std::find_if(result.placed.begin(), result.placed.end(),
-                                       [](const PlacedItem& p) { return p.item.hasVideo; });
-        if (firstVideo != result.placed.end()) frameRate = firstVideo->item.frameRate;
-    }
-    const SequenceRate rate = SequenceRate::closest(frameRate);
+    const SequenceRate rate = choices.rate.value_or(setRate(sources, result));
     const double frame = 1 / rate.fps();
     const double length = hi - lo;
 
@@ -127,6 +131,7 @@ Timeline montageTimeline(const std::vector<MediaSource>& sources, const SyncResu
     } else {
         video.push_back(Track{Kind::video, picture, 1, {}, {}});
     }
+    video = withCopies(std::move(video), choices);
 
     std::vector<Track> tableTracks;
     for (size_t s = 0; s < sources.size(); ++s) {
@@ -144,9 +149,6 @@ Timeline montageTimeline(const std::vector<MediaSource>& sources, const SyncResu
     } else {
         // The sound that follows the cut shares its picture's group, so a cut
         // moved in the editing program moves both.
-        std::vector<ExportClip> following;
-        for (const ExportClip& c : picture)
-            if (c.item.audioChannels >= 1) following.push_back(c);
         if (!following.empty()) cameraTracks = soundTracks(following);
     }
     for (Track& t : cameraTracks) t.fades = fades(t.clips, length, audio, frame);
@@ -169,9 +171,10 @@ std::string makeMontageXML(const std::string& name, const std::vector<MediaSourc
                            const std::map<Uuid, double>& levels, const std::set<Uuid>& muted,
                            const AudioSettings& audio, const EffectSettings& effects,
                            const std::function<ResolvedEffect(const Segment&)>& effectFor, OutputFormat format,
-                           const std::map<Uuid, CameraFrame>& framing, bool trackPerCamera) {
+                           const std::map<Uuid, CameraFrame>& framing, bool trackPerCamera,
+                           const PictureChoices& picture) {
     Timeline t = montageTimeline(sources, result, segments, cameraSources, range, levels, audio, effects, effectFor,
-                                 trackPerCamera);
+                                 trackPerCamera, picture);
     return render(name, sources, t.rate, t.video, t.audio, t.duration, t.levels, muted, effects, format, framing);
 }
 

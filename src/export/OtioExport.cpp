@@ -29,6 +29,17 @@ Json item(const char* schema, const std::string& name, const Json& range) {
             {"enabled", true}};
 }
 
+// The file's fields and pixel shape where they are not plain, under the
+// program's own name as the format asks of metadata.
+Json pictureMetadata(const MediaItem& file) {
+    Json picture = Json::object();
+    if (file.picture.interlaced())
+        picture["field_order"] = file.picture.fields == media::FieldOrder::topFirst ? "upper" : "lower";
+    if (file.picture.anamorphic()) picture["pixel_aspect_ratio"] = file.picture.pixelAspect;
+    if (picture.empty()) return Json::object();
+    return {{"quorvel", picture}};
+}
+
 Json gap(int64_t frames, double rate) { return item("Gap.1", "", timeRange(0, frames, rate)); }
 
 Json track(const Track& t, const std::string& name, const std::vector<MediaSource>& sources,
@@ -41,7 +52,7 @@ Json track(const Track& t, const std::string& name, const std::vector<MediaSourc
         if (f.start > cursor) children.push_back(gap(f.start - cursor, rate));
         Json clip = item("Clip.1", c.item.fileName(), timeRange(f.in, f.end - f.start, rate));
         clip["media_reference"] = {{"OTIO_SCHEMA", "ExternalReference.1"},
-                                   {"metadata", Json::object()},
+                                   {"metadata", pictureMetadata(c.item)},
                                    {"name", xmlSafe(c.item.fileName())},
                                    {"available_range", timeRange(0, frames(c.item.duration, rate), rate)},
                                    {"target_url", pathURL(c.item.url)}};

@@ -8,6 +8,7 @@
 
 #include "base/SafeText.h"
 #include "base/Text.h"
+#include "export/SetRate.h"
 
 namespace qv::PremiereExport {
 
@@ -185,6 +186,31 @@ std::vector<Track> wholeClips(std::vector<Track> tracks, SequenceRate rate) {
     return tracks;
 }
 
+std::vector<Track> withCopies(std::vector<Track> tracks, const PictureChoices& choices) {
+    if (choices.copies.empty()) return tracks;
+    std::map<Uuid, MediaItem> made;  // original id to the copy's item
+    for (Track& t : tracks) {
+        if (t.kind != Kind::video) continue;
+        for (ExportClip& c : t.clips) {
+            auto copy = choices.copies.find(c.item.url);
+            if (copy == choices.copies.end()) continue;
+            auto [it, fresh] = made.try_emplace(c.item.id, c.item);
+            if (fresh) {
+                MediaItem& item = it->second;
+                item.id = Uuid::make();
+                item.url = copy->second;
+                item.frameRate = SequenceRate::closest(c.item.frameRate).fps();
+                item.audioChannels = 0;
+                item.sampleRate = 0;
+                item.picture = {};  // whole frames of square pixels at a constant rate
+                item.previewCopy.clear();
+            }
+            c.item = it->second;
+        }
+    }
+    return tracks;
+}
+
 namespace {
 
 // A number that cannot be written (NaN, infinite) is written as 0.
@@ -231,6 +257,45 @@ void audioLevel(pugi::xml_node parent, double db) {
     el(p, "valuemin", "0");
     el(p, "valuemax", "3.98109");
     el(p, "value", cformat("%.5f", finite(std::min(std::pow(10.0, db / 20), 3.98109))));  // capped at +12 dB
+}
+
+// How the importers name a file's fields.
+const char* fieldDominance(const MediaItem& item) {
+    switch (item.picture.fields) {
+        case media::FieldOrder::topFirst: return "upper";
+        case media::FieldOrder::bottomFirst: return "lower";
+        default: return "none";
+    }
+}
+
+// How the importers name a file's pixel shape, and whether it is the
+// widescreen form of standard definition (their "anamorphic").
+struct PixelShape {
+    const char* name = "square";
+    bool anamorphic = false;
+};
+
+PixelShape pixelShape(const MediaItem& item) {
+    if (!item.picture.anamorphic()) return {};
+    struct Known {
+        double aspect;
+        bool hd;
+        PixelShape shape;
+    };
+    static const Known known[] = {
+        {4.0 / 3, true, {"HD-(1440x1080)", false}}, {1.5, true, {"HD-(1280x1080)", false}},
+        {10.0 / 11, false, {"NTSC-601", false}},    {40.0 / 33, false, {"NTSC-601", true}},
+        {12.0 / 11, false, {"PAL-601", false}},     {16.0 / 11, false, {"PAL-601", true}},
+    };
+    const double aspect = item.picture.pixelAspect;
+    const bool hd = item.height >= 720;
+    const Known* best = nullptr;
+    for (const Known& k : known)
+        if (k.hd == hd && (!best || std::abs(k.aspect - aspect) < std::abs(best->aspect - aspect))) best = &k;
+    if (!best) return {};
+    // 720-line HD shares the 4:3 pixel of 1440 × 1080 under its own name.
+    if (best->aspect == 4.0 / 3 && item.height < 1000) return {"HD-(960x720)", false};
+    return best->shape;
 }
 
 struct Slot {
@@ -346,7 +411,7 @@ std::string Writer::run(const std::string& name, const std::vector<Track>& video
     rateElement(timecode, rate_);
     el(timecode, "string", "00:00:00:00");
     el(timecode, "frame", "0");
-    el(timecode, "displayformat", rate_.ntsc ? "DF" : "NDF");
+    el(timecode, "displayformat", rate_.dropFrame && rate_.canDropFrame() ? "DF" : "NDF");
 
     std::ostringstream out;
     doc.save(out, "    ", pugi::format_indent, pugi::encoding_utf8);
@@ -441,11 +506,13 @@ void Writer::fileDefinition(pugi::xml_node parent, const MediaItem& item, const 
     if (item.hasVideo) {
         pugi::xml_node chars = el(el(media, "video"), "samplecharacteristics");
         rateElement(chars, fileRate);
-        el(chars, "width", num(item.width));
+        // The stored size, its pixels named: an importer widens them itself.
+        const PixelShape shape = pixelShape(item);
+        el(chars, "width", num(item.storedWidth()));
         el(chars, "height", num(item.height));
-        el(chars, "anamorphic", "FALSE");
-        el(chars, "pixelaspectratio", "square");
-        el(chars, "fielddominance", "none");
+        el(chars, "anamorphic", shape.anamorphic ? "TRUE" : "FALSE");
+        el(chars, "pixelaspectratio", shape.name);
+        el(chars, "fielddominance", fieldDominance(item));
     }
     if (item.audioChannels >= 1) {
         pugi::xml_node audio = el(media, "audio");
@@ -527,31 +594,44 @@ std::string render(const std::string& name, const std::vector<MediaSource>& sour
 }
 
 Timeline synchroTimeline(const std::vector<MediaSource>& sources, const SyncResult& result,
-                         const std::map<Uuid, double>& levels) {
-    // Each file's own id as its group links its picture and its sound.
-    std::vector<ExportClip> clips;
-    for (const PlacedItem& p : result.placed)
-        clips.push_back({p.item, p.sourceIndex, p.start, 0, p.item.duration, p.item.id, std::nullopt});
+                         const std::map<Uuid, double>& levels, const PictureChoices& picture) {
+    // Each file's own id as its group links its picture and its sound. The
+    // picture stands its camera's offset later; what would fall before the
+    // sequence's start is cut.
+    std::vector<ExportClip> pictures, sounds;
+    for (const PlacedItem& p : result.placed) {
+        if (p.item.hasVideo) {
+            ExportClip c{p.item, p.sourceIndex, p.start + p.pictureOffset, 0, p.item.duration, p.item.id, std::nullopt};
+            if (c.start < 0) {
+                c.sourceIn = -c.start;
+                c.duration += c.start;
+                c.start = 0;
+            }
+            if (c.duration > 0) pictures.push_back(std::move(c));
+        }
+        if (p.item.audioChannels >= 1)
+            sounds.push_back({p.item, p.sourceIndex, p.start, 0, p.item.duration, p.item.id, std::nullopt});
+    }
 
-    auto firstVideo = std::find_if(clips.begin(), clips.end(), [](const ExportClip& c) { return c.item.hasVideo; });
-    SequenceRate rate = SequenceRate::closest(firstVideo != clips.end() ? firstVideo->item.frameRate : 25.0);
+    const SequenceRate rate = picture.rate.value_or(setRate(sources, result));
 
-    auto clipsOf = [&](size_t source, auto&& keep) {
+    auto clipsOf = [&](const std::vector<ExportClip>& clips, size_t source) {
         std::vector<ExportClip> out;
         for (const ExportClip& c : clips)
-            if (static_cast<size_t>(c.sourceIndex) == source && keep(c.item)) out.push_back(c);
+            if (static_cast<size_t>(c.sourceIndex) == source) out.push_back(c);
         return out;
     };
 
     std::vector<Track> video;
     for (size_t s = 0; s < sources.size(); ++s) {
         if (sources[s].kind == SourceKind::audio) continue;
-        for (auto& lane : lanes(clipsOf(s, [](const MediaItem& i) { return i.hasVideo; }), rate)) {
+        for (auto& lane : lanes(clipsOf(pictures, s), rate)) {
             Track t;
             t.clips = std::move(lane);
             video.push_back(std::move(t));
         }
     }
+    video = withCopies(std::move(video), picture);
 
     // Recorders first: the sound of the set leads, the cameras' sound follows.
     std::vector<size_t> order(sources.size());
@@ -561,7 +641,7 @@ Timeline synchroTimeline(const std::vector<MediaSource>& sources, const SyncResu
     });
     std::vector<Track> audio;
     for (size_t s : order)
-        for (const auto& lane : lanes(clipsOf(s, [](const MediaItem& i) { return i.audioChannels >= 1; }), rate))
+        for (const auto& lane : lanes(clipsOf(sounds, s), rate))
             for (Track& t : soundTracks(lane)) audio.push_back(std::move(t));
 
     // The sequence ends where its last clip does: clips stop on their file's
@@ -580,8 +660,8 @@ Timeline synchroTimeline(const std::vector<MediaSource>& sources, const SyncResu
 }
 
 std::string makeXML(const std::string& name, const std::vector<MediaSource>& sources, const SyncResult& result,
-                    const std::map<Uuid, double>& levels, const std::set<Uuid>& muted) {
-    Timeline t = synchroTimeline(sources, result, levels);
+                    const std::map<Uuid, double>& levels, const std::set<Uuid>& muted, const PictureChoices& picture) {
+    Timeline t = synchroTimeline(sources, result, levels, picture);
     return render(name, sources, t.rate, t.video, t.audio, t.duration, t.levels, muted, EffectSettings{},
                   OutputFormat::landscape, {});
 }

@@ -3,13 +3,14 @@
 // its synchronised place; `makeMontageXML` builds the tracks of an edit. Both
 // end in the same `render`, which knows nothing of edits.
 //
-// Pure functions of their arguments, except for the sequence's random uuid;
-// any thread. Times are seconds, turned into frames of the sequence by
-// round(seconds x real rate), half away from zero. Numbers are written
-// independently of the process locale.
+// Pure functions of their arguments, except for random uuids (the sequence,
+// the constant-rate copies); any thread. Times are seconds, turned into
+// frames of the sequence by round(seconds x real rate), half away from zero.
+// Numbers are written independently of the process locale.
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <optional>
@@ -31,8 +32,18 @@ namespace qv::PremiereExport {
 struct SequenceRate {
     int timebase = 25;  // nominal rate
     bool ntsc = false;  // real rate is timebase x 1000 / 1001
+    // Time codes counted drop-frame, as the user may ask at 29.97 and
+    // 59.94; never set at any other rate (23.976 has no drop-frame form).
+    bool dropFrame = false;
 
     double fps() const { return ntsc ? timebase * 1000.0 / 1001.0 : timebase; }
+    bool canDropFrame() const { return ntsc && (timebase == 30 || timebase == 60); }
+    // This rate counted drop-frame when it can be and `drop` asks for it.
+    SequenceRate counted(bool drop) const {
+        SequenceRate r = *this;
+        r.dropFrame = drop && canDropFrame();
+        return r;
+    }
 
     // The rate of the table nearest to `rate` (earlier entry on a tie);
     // (25, not ntsc) for a rate that is not above 0 or not a number.
@@ -118,6 +129,21 @@ std::vector<Track> soundTracks(const std::vector<ExportClip>& lane);
 // "file://localhost/..." with the path percent-escaped as in a file URL.
 std::string pathURL(const std::filesystem::path& path);
 
+// What the cameras' pictures ask of a timeline beyond its clips: the set's
+// rate (none: the one setRate chooses, SetRate.h) and, per original file,
+// the constant-rate copy that stands in for its picture. A camera's picture
+// offset comes with its placement (PlacedItem::pictureOffset).
+struct PictureChoices {
+    std::optional<SequenceRate> rate;
+    std::map<std::filesystem::path, std::filesystem::path> copies;
+};
+
+// The video clips of `tracks` whose file has a constant-rate copy in
+// `choices` point at the copy: a picture file of its own (one id per copy),
+// at the standard rate nearest the original's, with no sound; the sound
+// clips stay on the original, linked as before.
+std::vector<Track> withCopies(std::vector<Track> tracks, const PictureChoices& choices);
+
 // The tracks of a timeline before any file form is chosen: what the xmeml,
 // MLT and OpenTimelineIO writers all lay out the same way.
 struct Timeline {
@@ -130,9 +156,10 @@ struct Timeline {
 
 // Every placed file on its place: one video track per lane of each camera,
 // all sound (recorders first) on audio tracks, picture and sound of one file
-// sharing a group.
+// sharing a group. A camera's picture stands its offset later than its
+// sound, cut where it would begin before the sequence.
 Timeline synchroTimeline(const std::vector<MediaSource>& sources, const SyncResult& result,
-                         const std::map<Uuid, double>& levels);
+                         const std::map<Uuid, double>& levels, const PictureChoices& picture = {});
 
 // The tracks of an edit over `range`, as makeMontageXML lays them out; the
 // levels already hold `audio.masterDb`.
@@ -140,7 +167,8 @@ Timeline montageTimeline(const std::vector<MediaSource>& sources, const SyncResu
                          const std::vector<Segment>& segments, const std::vector<int>& cameraSources,
                          TimeRange range, const std::map<Uuid, double>& levels, const AudioSettings& audio,
                          const EffectSettings& effects,
-                         const std::function<ResolvedEffect(const Segment&)>& effectFor, bool trackPerCamera);
+                         const std::function<ResolvedEffect(const Segment&)>& effectFor, bool trackPerCamera,
+                         const PictureChoices& picture = {});
 
 // The picture size of a timeline: the format's, or in landscape the most
 // common size among the video clips (the first met on a tie), 1920 x 1080
@@ -166,7 +194,7 @@ bool isSecondOfPair(const Track& track);
 // one file linked.
 std::string makeXML(const std::string& name, const std::vector<MediaSource>& sources,
                     const SyncResult& result, const std::map<Uuid, double>& levels,
-                    const std::set<Uuid>& muted);
+                    const std::set<Uuid>& muted, const PictureChoices& picture = {});
 
 // The edited sequence over `range` (seconds on the set's time line), which
 // becomes sequence time 0. `segments`: the plans of the whole edit in time
@@ -189,7 +217,8 @@ std::string makeMontageXML(const std::string& name, const std::vector<MediaSourc
                            const AudioSettings& audio, const EffectSettings& effects,
                            const std::function<ResolvedEffect(const Segment&)>& effectFor = {},
                            OutputFormat format = OutputFormat::landscape,
-                           const std::map<Uuid, CameraFrame>& framing = {}, bool trackPerCamera = false);
+                           const std::map<Uuid, CameraFrame>& framing = {}, bool trackPerCamera = false,
+                           const PictureChoices& picture = {});
 
 // The document itself. `duration`: sequence length in seconds. `levels`: gain
 // in dB per source id; `muted`: sources whose audio clips are disabled;

@@ -1,8 +1,11 @@
 #include "looks/LookLibrary.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <map>
 #include <mutex>
+#include <optional>
 
 #include "base/Json.h"
 #include "base/Text.h"
@@ -14,11 +17,36 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// What identifies one version of a file: a file written again, or another
+// file moved into its place, has another stamp.
+struct FileStamp {
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = 0;
+    struct timespec modified {};
+    bool operator==(const FileStamp& o) const {
+        return device == o.device && inode == o.inode && size == o.size && modified.tv_sec == o.modified.tv_sec &&
+               modified.tv_nsec == o.modified.tv_nsec;
+    }
+};
+
+std::optional<FileStamp> stampOf(const std::string& path) {
+    struct stat st {};
+    if (::stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return std::nullopt;
+    return FileStamp{st.st_dev, st.st_ino, st.st_size, st.st_mtim};
+}
+
 // Parsed LUTs by full path, so that a library moved by the environment
-// never answers with another folder's file.
+// never answers with another folder's file. A file that failed to read or
+// parse is remembered as null with its stamp: grades bake often, and a bad
+// file is read again only once it has changed.
 struct LutCache {
+    struct Entry {
+        FileStamp stamp;
+        std::shared_ptr<const CubeLUT> lut;  // null: the file was refused
+    };
     std::mutex mutex;
-    std::map<std::string, std::shared_ptr<const CubeLUT>> entries;  // guarded by mutex
+    std::map<std::string, Entry> entries;  // guarded by mutex
 };
 
 LutCache& cache() {
@@ -70,14 +98,17 @@ std::shared_ptr<const CubeLUT> lut(const std::string& name) {
     const std::string path = (lutFolder() / name).string();
     LutCache& c = cache();
     std::lock_guard lock(c.mutex);
-    if (auto it = c.entries.find(path); it != c.entries.end()) return it->second;
-    auto text = paths::readFile(path);
-    if (!text) return nullptr;
-    auto parsed = CubeLUT::parse(*text);
-    if (!parsed) return nullptr;
-    auto entry = std::make_shared<const CubeLUT>(std::move(*parsed));
-    c.entries.emplace(path, entry);
-    return entry;
+    const std::optional<FileStamp> stamp = stampOf(path);
+    if (!stamp) {
+        c.entries.erase(path);
+        return nullptr;
+    }
+    if (auto it = c.entries.find(path); it != c.entries.end() && it->second.stamp == *stamp) return it->second.lut;
+    std::shared_ptr<const CubeLUT> lut;
+    if (auto text = paths::readFile(path))
+        if (auto parsed = CubeLUT::parse(*text)) lut = std::make_shared<const CubeLUT>(std::move(*parsed));
+    c.entries[path] = {*stamp, lut};
+    return lut;
 }
 
 std::string presetText(const Preset& preset) {

@@ -40,8 +40,10 @@ std::filesystem::path base();
 // when the folder does not exist.
 std::vector<std::string> luts();
 
-// The parsed LUT of that file name, from the cache or read now. Null when
-// the file is missing or refused; failures are not cached.
+// The parsed LUT of that file name, from the cache while the file keeps its
+// stamp (device, inode, size, modification time), else read now. Null when
+// the file is missing or refused; a refused file is not read again until it
+// changes.
 std::shared_ptr<const CubeLUT> lut(const std::string& name);
 
 // All presets that read, sorted by name in natural order. A file without a

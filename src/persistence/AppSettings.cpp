@@ -144,7 +144,10 @@ fs::path AppSettings::exportFolder() const {
 fs::path AppSettings::downloads() { return paths::downloads(); }
 
 fs::path AppSettings::uniqueURL(const std::string& name, const std::string& ext) const {
-    fs::path folder = exportFolder();
+    return uniqueIn(exportFolder(), name, ext);
+}
+
+fs::path AppSettings::uniqueIn(const fs::path& folder, const std::string& name, const std::string& ext) {
     fs::path candidate = folder / (name + "." + ext);
     std::error_code ec;
     for (int n = 2; fs::exists(fs::symlink_status(candidate, ec)); ++n)

@@ -82,6 +82,9 @@ public:
     // "{name}.{ext}" in exportFolder(), or "{name} {n}.{ext}" with the first
     // n from 2 whose file does not exist yet. Creates nothing.
     std::filesystem::path uniqueURL(const std::string& name, const std::string& ext) const;
+    // The same rule in any folder.
+    static std::filesystem::path uniqueIn(const std::filesystem::path& folder, const std::string& name,
+                                          const std::string& ext);
 
 private:
     void writeBool(const char* key, bool& field, bool value);

@@ -117,7 +117,9 @@ std::optional<ProjectFile::CutData> ProjectFile::CutData::fromJson(const Json& j
 
 // --- ProjectFile ----------------------------------------------------------
 
-Json ProjectFile::toJson() const {
+Json ProjectFile::toJson() const { return document(true); }
+
+Json ProjectFile::document(bool withCuts) const {
     Json j = Json::object();
     j["version"] = version;
     if (id) j["id"] = *id;
@@ -125,7 +127,8 @@ Json ProjectFile::toJson() const {
     j["folder"] = folder;
     j["savedAt"] = ProjectStore::referenceSeconds(savedAt);
     Json cutArray = Json::array();
-    for (const CutData& c : cuts) cutArray.push_back(c.toJson());
+    if (withCuts)
+        for (const CutData& c : cuts) cutArray.push_back(c.toJson());
     j["cuts"] = std::move(cutArray);
     j["levels"] = levels;
     j["muted"] = sortedNames(muted);
@@ -156,7 +159,82 @@ Json ProjectFile::toJson() const {
     j["zoom"] = zoom;
     j["viewStart"] = viewStart;
     if (!handPlacements.empty()) j["handPlacements"] = handPlacements;
+    if (!pictureOffsets.empty()) j["pictureOffsets"] = pictureOffsets;
+    if (frameRate) j["frameRate"] = *frameRate;
+    if (dropFrame) j["dropFrame"] = true;
     return j;
+}
+
+namespace {
+
+// A number as nlohmann writes it (its own shortest form, "null" when not
+// finite), without making a value and a string for each one.
+void appendNumber(std::string& out, double v) {
+    if (!std::isfinite(v)) {
+        out += "null";
+        return;
+    }
+    char digits[64];
+    const char* end = nlohmann::detail::to_chars(digits, digits + sizeof digits, v);
+    out.append(digits, static_cast<size_t>(end - digits));
+}
+
+}  // namespace
+
+std::string ProjectFile::cutsText(int indent) const {
+    if (cuts.empty()) return "[]";
+    auto dump = [indent](const Json& v) { return v.dump(indent, ' ', false, Json::error_handler_t::replace); };
+    // Each cut as nlohmann writes an object of four sorted keys, in a list
+    // one level below the document; the parts that repeat are written once.
+    const bool pretty = indent >= 0;
+    const std::string colon = pretty ? ": " : ":";
+    auto line = [&](int depth) { return pretty ? "\n" + std::string(static_cast<size_t>(depth * indent), ' ') : ""; };
+    const std::string open = line(2) + "{" + line(3) + "\"camera\"" + colon;
+    const std::string effectKey = "," + line(3) + "\"effect\"" + colon, looksKey = "," + line(3) + "\"looks\"" + colon;
+    const std::string timeKey = "," + line(3) + "\"time\"" + colon, close = line(2) + "}";
+    std::map<PlanEffect, std::string> effects;
+    const std::string noLooks = dump(Json(PlanLooks{}));
+    std::string list = "[";
+    list.reserve(cuts.size() * (pretty ? 110 : 60));
+    for (size_t i = 0; i < cuts.size(); ++i) {
+        const CutData& c = cuts[i];
+        auto effect = effects.find(c.effect);
+        if (effect == effects.end()) effect = effects.emplace(c.effect, dump(Json(c.effect))).first;
+        if (i > 0) list += ",";
+        list += open;
+        list += std::to_string(c.camera);
+        list += effectKey;
+        list += effect->second;
+        list += looksKey;
+        if (c.looks == PlanLooks{}) {
+            list += noLooks;
+        } else {
+            std::string looks = dump(Json(c.looks));
+            if (pretty)  // nested one level deeper than it was dumped
+                for (size_t n = looks.find('\n'); n != std::string::npos; n = looks.find('\n', n + 1))
+                    looks.insert(n + 1, std::string(static_cast<size_t>(3 * indent), ' '));
+            list += looks;
+        }
+        list += timeKey;
+        appendNumber(list, c.time);
+        list += close;
+    }
+    list += line(1) + "]";
+    return list;
+}
+
+std::string ProjectFile::toText(int indent, const std::string* cutList) const {
+    auto dump = [indent](const Json& v) { return v.dump(indent, ' ', false, Json::error_handler_t::replace); };
+    std::string text = dump(document(false));
+    if (cuts.empty()) return text;
+    // The empty list stands where the cuts go: keys are sorted and "cuts"
+    // is never the first, nor a key of anything nested.
+    const std::string empty = indent >= 0 ? "\n" + std::string(static_cast<size_t>(indent), ' ') + "\"cuts\": []"
+                                          : ",\"cuts\":[]";
+    const size_t at = text.find(empty);
+    if (at == std::string::npos) return dump(toJson());
+    text.replace(at + empty.size() - 2, 2, cutList ? *cutList : cutsText(indent));
+    return text;
 }
 
 ProjectFile ProjectFile::fromJson(const Json& j, Date readAt) {
@@ -221,6 +299,12 @@ ProjectFile ProjectFile::fromJson(const Json& j, Date readAt) {
     p.zoom = readKey(j, "zoom", p.zoom, asDouble);
     p.viewStart = readKey(j, "viewStart", p.viewStart, asDouble);
     p.handPlacements = readKey(j, "handPlacements", p.handPlacements, asDoubles);
+    p.pictureOffsets = readKey(j, "pictureOffsets", p.pictureOffsets, asDoubles);
+    p.frameRate = readKey(j, "frameRate", p.frameRate, asOptionalText);
+    p.dropFrame = readKey(j, "dropFrame", p.dropFrame, [](const Json& v) -> std::optional<bool> {
+        if (v.is_boolean()) return v.get<bool>();
+        return std::nullopt;
+    });
     return p;
 }
 

@@ -83,14 +83,33 @@ struct ProjectFile {
     // seconds. Written only when there is one, so older files read alike.
     std::map<std::string, double> handPlacements;
 
+    // The cameras' pictures: each camera's picture offset in seconds (its
+    // picture later than its sound when above 0), the set's frame rate as
+    // the user chose it ("25", "29.97"...; absent: chosen from the
+    // cameras) and whether time codes count drop-frame. Written only when
+    // set, so older files read alike.
+    std::map<std::string, double> pictureOffsets;
+    std::optional<std::string> frameRate;
+    bool dropFrame = false;
+
     bool operator==(const ProjectFile&) const = default;
 
     // Keys are sorted by nlohmann's object type; arrays of names are written
     // sorted whatever their order here.
     json::Json toJson() const;
+    // The same document as text, byte for byte what toJson().dump(indent)
+    // gives (with bad UTF-8 replaced), but the cuts are written straight to
+    // text: an edit may hold a million of them and the autosave encodes
+    // the project after each burst of changes. -1: compact. `cutList`, when
+    // given, is cutsText(indent) of these cuts, made once for two texts.
+    std::string toText(int indent = -1, const std::string* cutList = nullptr) const;
+    std::string cutsText(int indent) const;
     // Any JSON value reads: one that is not an object gives the defaults.
     // A missing or unreadable `savedAt` becomes `readAt`.
     static ProjectFile fromJson(const json::Json& j, Date readAt = std::chrono::system_clock::now());
+
+private:
+    json::Json document(bool withCuts) const;
 };
 
 // --- From names to the live state and back -------------------------------

@@ -169,13 +169,21 @@ std::optional<Json> latestDocument(const fs::path& folder) {
     return std::nullopt;
 }
 
-void saveDocument(const Json& project) {
-    const Json* id = json::field(project, "id");
-    if (!id || !id->is_string() || id->get_ref<const std::string&>().empty()) return;
+namespace {
+
+void saveText(const std::string& id, const std::string& text) {
     fs::path dir = directory();
     std::error_code ec;
     fs::create_directories(dir, ec);
-    paths::writeAtomically(dir / (id->get<std::string>() + ".json"), dumpText(project, 2));
+    paths::writeAtomically(dir / (id + ".json"), text);
+}
+
+}  // namespace
+
+void saveDocument(const Json& project) {
+    const Json* id = json::field(project, "id");
+    if (!id || !id->is_string() || id->get_ref<const std::string&>().empty()) return;
+    saveText(id->get<std::string>(), dumpText(project, 2));
 }
 
 std::vector<ProjectFile> list() {
@@ -190,7 +198,9 @@ std::optional<ProjectFile> latest(const fs::path& folder) {
     return std::nullopt;
 }
 
-void save(const ProjectFile& project) { saveDocument(project.toJson()); }
+void save(const ProjectFile& project, const std::string* cutList) {
+    if (project.id && !project.id->empty()) saveText(*project.id, project.toText(2, cutList));
+}
 
 void remove(const std::string& id) {
     if (id.empty()) return;
@@ -243,17 +253,29 @@ std::vector<SyncCandidate> candidatesOf(const SyncCache& cache, const std::strin
 
 }  // namespace
 
-SyncCache cache(const SyncResult& result) {
+Stamps stamps(const std::vector<MediaSource>& sources) {
+    Stamps out;
+    for (const MediaSource& s : sources)
+        for (const MediaItem& item : s.items)
+            if (auto stamp = SyncCache::FileStamp::of(item.url)) out.emplace(stamp->path, *stamp);
+    return out;
+}
+
+SyncCache cache(const SyncResult& result, const Stamps& before) {
     SyncCache out;
+    auto stampOf = [&](const MediaItem& item) -> const SyncCache::FileStamp* {
+        auto found = before.find(item.url.string());
+        return found == before.end() ? nullptr : &found->second;
+    };
     for (const auto& p : result.placed) {
-        auto stamp = SyncCache::FileStamp::of(p.item.url);
+        const SyncCache::FileStamp* stamp = stampOf(p.item);
         if (!stamp) continue;
         out.placed.push_back({*stamp, p.start, p.score, p.anchorName, p.ambiguous, binary(p.waveform),
                               binary(p.bass), p.drift});
-        keepCandidates(out, out.placed.back().file.path, p.candidates);
+        keepCandidates(out, stamp->path, p.candidates);
     }
     for (const auto& u : result.unsynced)
-        if (auto stamp = SyncCache::FileStamp::of(u.item.url)) {
+        if (const SyncCache::FileStamp* stamp = stampOf(u.item)) {
             out.unsynced.push_back(*stamp);
             keepCandidates(out, stamp->path, u.candidates);
         }

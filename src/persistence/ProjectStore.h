@@ -10,6 +10,7 @@
 #pragma once
 
 #include <filesystem>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -46,7 +47,8 @@ void saveDocument(const json::Json& project);
 // file's reading rule.
 std::vector<ProjectFile> list();
 std::optional<ProjectFile> latest(const std::filesystem::path& folder);
-void save(const ProjectFile& project);
+// `cutList`: the project's cutsText(2), when the caller has it already.
+void save(const ProjectFile& project, const std::string* cutList = nullptr);
 
 // Removes `{id}.json`; the set's cache stays.
 void remove(const std::string& id);
@@ -61,9 +63,15 @@ void saveSync(const SyncCache& cache, const std::filesystem::path& folder);
 // Nothing when the file is missing or does not decode.
 std::optional<SyncCache> loadSync(const std::filesystem::path& folder);
 
-// Stamps every placed and unsynced file as it is now; a file that cannot be
-// stamped is left out (and `restore` will then refuse the cache).
-SyncCache cache(const SyncResult& result);
+// The stamp of every file of `sources` as it is now, by path. Taken before
+// the synchronisation reads them: a recording that grows while it runs then
+// no longer matches its stamp, and the next opening analyses it again.
+using Stamps = std::map<std::string, SyncCache::FileStamp>;
+Stamps stamps(const std::vector<MediaSource>& sources);
+
+// The result under the stamps its files had `before` it was computed; a file
+// without one is left out (and `restore` will then refuse the cache).
+SyncCache cache(const SyncResult& result, const Stamps& before);
 
 // The stored result, trusted only when the cache names exactly the files of
 // `sources` and each still has its stamp (path, size and modification time,

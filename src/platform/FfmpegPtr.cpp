@@ -52,6 +52,13 @@ int64_t streamStamp(const AVStream* s, double seconds) {
     return av_rescale_q(std::llround(seconds * AV_TIME_BASE), AV_TIME_BASE_Q, s->time_base);
 }
 
+double pixelAspect(AVFormatContext* ctx, AVStream* s) {
+    const AVRational sar = av_guess_sample_aspect_ratio(ctx, s, nullptr);
+    if (sar.num <= 0 || sar.den <= 0) return 1;
+    const double aspect = av_q2d(sar);
+    return aspect >= 0.25 && aspect <= 4 ? aspect : 1;
+}
+
 bool isPictureStream(const AVStream* s) {
     return s->codecpar->codec_type == AVMEDIA_TYPE_VIDEO && !(s->disposition & AV_DISPOSITION_ATTACHED_PIC);
 }

@@ -56,6 +56,10 @@ std::string errorText(int code);
 // A real picture stream: cover art attached to a sound file does not count.
 bool isPictureStream(const AVStream* s);
 
+// Width over height of a stored pixel of picture stream `s`; 1 when the
+// file says nothing, or nothing a camera would write.
+double pixelAspect(AVFormatContext* ctx, AVStream* s);
+
 // `seconds` on the container's clock as a time stamp of stream `s`.
 int64_t streamStamp(const AVStream* s, double seconds);
 

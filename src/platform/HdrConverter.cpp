@@ -10,6 +10,8 @@ extern "C" {
 #include <algorithm>
 #include <cstring>
 
+#include "platform/Notices.h"
+
 namespace qv::ff {
 
 namespace {
@@ -201,7 +203,7 @@ float hable(float x) {
     return (x * (x * a + b * c) + d * e) / (x * (x * a + b) + d * f) - e / f;
 }
 
-double signalPeak(const AVFrame* f) {
+double signalPeak(const AVFrame* f, int transfer) {
     if (const AVFrameSideData* sd = av_frame_get_side_data(f, AV_FRAME_DATA_CONTENT_LIGHT_LEVEL)) {
         const auto* light = reinterpret_cast<const AVContentLightMetadata*>(sd->data);
         if (light->MaxCLL > 0) return light->MaxCLL / referenceWhite;
@@ -211,9 +213,17 @@ double signalPeak(const AVFrame* f) {
         if (display->has_luminance && av_q2d(display->max_luminance) > 0)
             return av_q2d(display->max_luminance) / referenceWhite;
     }
-    // A thousand cd/m², the usual grading display: the curve sees linear
-    // light, whatever the transfer was.
-    return 10;
+    // Without metadata, the most the transfer can carry: PQ codes absolute
+    // light up to 10 000 cd/m²; HLG is relative, graded for a display of
+    // about 1 000.
+    return transfer == AVCOL_TRC_SMPTE2084 ? 100 : 10;
+}
+
+void noticeHdrFallback(const std::filesystem::path& file, const std::string& reason) {
+    std::string why = reason;
+    while (!why.empty() && (why.back() == '.' || why.back() == ' ')) why.pop_back();
+    media::noticeOnce("hdr-fallback:" + file.string(),
+                      "Couleurs HDR non converties, lues comme BT.709 : " + file.string() + " (" + why + ")");
 }
 
 struct HdrConverter::State {
@@ -276,7 +286,7 @@ struct HdrConverter::State {
             light = newFrame(AV_PIX_FMT_GBRPF32, width, height);
             if (!light) return Error{"Mémoire insuffisante."};
         }
-        const double peak = signalPeak(in);  // side data stays with the original
+        const double peak = signalPeak(in, tags.transfer);  // side data stays with the original
         FramePtr copy;
         if (!aligned(in)) {
             copy = newFrame(static_cast<AVPixelFormat>(in->format), in->width, in->height);

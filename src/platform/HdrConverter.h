@@ -16,7 +16,9 @@
 // size, format and tags stay the same.
 #pragma once
 
+#include <filesystem>
 #include <memory>
+#include <string>
 
 #include "base/Result.h"
 #include "platform/ColourTags.h"
@@ -30,10 +32,15 @@ namespace qv::ff {
 media::ColourTags colourTagsOf(const AVFrame* f, const AVCodecParameters* stream = nullptr);
 
 // The Hable curve with its usual constants, and the signal peak a picture is
-// mapped from (content light level, else mastering display, else ten times
-// the reference white), both in units of the 100 cd/m² reference white.
+// mapped from (content light level, else mastering display, else the top of
+// its transfer: 10 000 cd/m² for PQ, 1 000 for HLG), both in units of the
+// 100 cd/m² reference white. `transfer` is the picture's H.273 code.
 float hable(float x);
-double signalPeak(const AVFrame* f);
+double signalPeak(const AVFrame* f, int transfer);
+
+// Tells the journal, once per file, that its HLG, PQ or wide-gamut pictures
+// could not be converted (`reason`) and are read as BT.709 instead.
+void noticeHdrFallback(const std::filesystem::path& file, const std::string& reason);
 
 class HdrConverter {
 public:

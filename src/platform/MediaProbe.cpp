@@ -93,6 +93,61 @@ double packetSpan(AVFormatContext* ctx) {
     return span;
 }
 
+// How many frame times the probe looks at, at most: from an index, which
+// costs nothing to read; from packets, about two seconds, which costs a few
+// megabytes of a camcorder's stream (those keep a constant rate anyway:
+// phones, the variable ones, write indexed MP4 and MOV).
+constexpr size_t sampledFrames = 4000;
+constexpr size_t sampledPackets = 48;
+
+// The spread of frame durations (see PictureTags::frameSpread) from the
+// presentation times of a sample of frames, in any order.
+double spreadOf(std::vector<int64_t> times) {
+    std::sort(times.begin(), times.end());
+    std::vector<int64_t> steps;
+    for (size_t i = 1; i < times.size(); ++i)
+        if (times[i] > times[i - 1]) steps.push_back(times[i] - times[i - 1]);
+    if (steps.size() < 8) return 0;
+    std::sort(steps.begin(), steps.end());
+    auto at = [&](double q) { return static_cast<double>(steps[static_cast<size_t>(q * (steps.size() - 1))]); };
+    const double median = at(0.5);
+    return median > 0 ? (at(0.9) - at(0.1)) / median : 0;
+}
+
+// The frame spread of picture stream `s`: from the container's index when
+// it holds (nearly) every frame, so nothing is read; otherwise from the
+// packets at the start of the file, which the caller's reading position
+// must still be. Keyframe-only indexes (Matroska cues) are not enough.
+double frameSpread(AVFormatContext* ctx, AVStream* s, double duration, double rate) {
+    const int entries = avformat_index_get_entries_count(s);
+    const double expected = duration * rate;
+    if (entries >= 8 && entries >= 0.9 * expected) {
+        std::vector<int64_t> times;
+        for (int i = 0; i < entries && times.size() < sampledFrames; ++i)
+            if (const AVIndexEntry* e = avformat_index_get_entry(s, i)) times.push_back(e->timestamp);
+        return spreadOf(std::move(times));
+    }
+    ff::PacketPtr packet(av_packet_alloc());
+    if (!packet) return 0;
+    std::vector<int64_t> times;
+    for (size_t read = 0; times.size() < sampledPackets && read < 20 * sampledPackets; ++read) {
+        if (av_read_frame(ctx, packet.get()) < 0) break;
+        if (packet->stream_index == s->index && packet->pts != AV_NOPTS_VALUE) times.push_back(packet->pts);
+        av_packet_unref(packet.get());
+    }
+    return spreadOf(std::move(times));
+}
+
+FieldOrder fieldOrderOf(const AVCodecParameters* par) {
+    switch (par->field_order) {
+        case AV_FIELD_TT:
+        case AV_FIELD_TB: return FieldOrder::topFirst;
+        case AV_FIELD_BB:
+        case AV_FIELD_BT: return FieldOrder::bottomFirst;
+        default: return FieldOrder::progressive;
+    }
+}
+
 }  // namespace
 
 std::string mediaFormats() { return ff::mediaDemuxers; }
@@ -130,13 +185,18 @@ Result<ProbeInfo> probe(const std::filesystem::path& file) {
     if (!ctx) return Error{whyUnreadable(file)};
 
     ProbeInfo info;
+    AVStream* picture = nullptr;
 
     for (unsigned i = 0; i < ctx->nb_streams; ++i) {
-        const AVStream* s = ctx->streams[i];
+        AVStream* s = ctx->streams[i];
         const AVCodecParameters* par = s->codecpar;
         if (ff::isPictureStream(s) && !info.hasVideo) {
             info.hasVideo = true;
-            double w = par->width, h = par->height;
+            picture = s;
+            info.picture.fields = fieldOrderOf(par);
+            info.picture.pixelAspect = ff::pixelAspect(ctx.get(), s);
+            // Anamorphic pixels widen the stored picture before any turn.
+            double w = par->width * info.picture.pixelAspect, h = par->height;
             if (const uint8_t* m = av_stream_get_side_data(s, AV_PKT_DATA_DISPLAYMATRIX, nullptr)) {
                 double degrees = av_display_rotation_get(reinterpret_cast<const int32_t*>(m));
                 if (std::isfinite(degrees)) {
@@ -185,9 +245,14 @@ Result<ProbeInfo> probe(const std::filesystem::path& file) {
     // Fewer bytes than the claimed length could hold: the header lies, and
     // what the packets really span is the file's length.
     int64_t bytes = ctx->pb ? avio_size(ctx->pb) : -1;
-    if (bytes >= 0 && info.duration > 0 && static_cast<double>(bytes) < info.duration * minBytesPerSecond)
-        info.duration = std::min(info.duration, packetSpan(ctx.get()));
+    const bool lying = bytes >= 0 && info.duration > 0 && static_cast<double>(bytes) < info.duration * minBytesPerSecond;
+    if (lying) info.duration = std::min(info.duration, packetSpan(ctx.get()));
     if (!(info.duration > 0) || !std::isfinite(info.duration)) return Error{"fichier tronqué"};
+    if (picture) {
+        // The packets were read to the end for the length: start again.
+        if (lying) avformat_seek_file(ctx.get(), -1, INT64_MIN, 0, 0, AVSEEK_FLAG_BACKWARD);
+        info.picture.frameSpread = frameSpread(ctx.get(), picture, info.duration, info.frameRate);
+    }
     return info;
 }
 

@@ -10,6 +10,7 @@
 
 #include "base/Result.h"
 #include "platform/ColourTags.h"
+#include "platform/PictureTags.h"
 
 namespace qv::media {
 
@@ -22,6 +23,9 @@ struct ProbeInfo {
     int audioChannels = 0;       // highest over audio streams
     double sampleRate = 0;       // highest over audio streams
     std::optional<std::chrono::system_clock::time_point> creationTime;
+    // Fields, pixel shape and frame-time regularity of the first video
+    // stream; the display size above already widens anamorphic pixels.
+    PictureTags picture;
 };
 
 // Sound streams outside these bounds are not taken as sound: decoding them
@@ -30,7 +34,9 @@ constexpr int minSampleRate = 4000;
 constexpr int maxSampleRate = 768000;
 constexpr int maxChannels = 64;
 
-// Opens the file and reads its streams. A duration that the header claims
+// Opens the file and reads its streams. Frame times are judged on a bounded
+// sample without decoding: the container's index where it lists every
+// frame (MP4, MOV), else the time stamps of the first few hundred packets. A duration that the header claims
 // beyond what the packets span gives way to the packets. Fails, with the
 // reason in French as the message ("fichier tronqué", "pas un fichier vidéo
 // ou audio", "accès refusé"...), for anything that is not a plain local media

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/DecodeLoop.h"
+#include "platform/Deinterlacer.h"
 #include "platform/FfmpegPtr.h"
 #include "platform/RgbaConverter.h"
 
@@ -86,10 +87,12 @@ struct OpenStream {
 
 struct VideoReader::State : OpenStream {
     ff::RgbaConverter converter;
+    std::unique_ptr<ff::Deinterlacer> deinterlacer;  // made at the first interlaced picture
     double origin = 0;
     double nominal = 0.04;  // one frame at the nominal rate
     int turns = 0;
-    int width = 0, height = 0;
+    int width = 0, height = 0;  // display size: upright, anamorphic pixels widened
+    int wideWidth = 0;          // the stored picture's width widened, before any turn; 0 for square pixels
     double rate = 0;
 
     std::shared_ptr<VideoPicture> current;
@@ -110,8 +113,14 @@ struct VideoReader::State : OpenStream {
     }
 
     void pull() {
-        pending = decoder->next();
+        pending = ff::nextWhole(*decoder, deinterlacer);
         if (pending) lastStart = pendingStart = startOf(pending.get());
+    }
+
+    // Decoding starts again elsewhere: nothing held for the picture before.
+    bool seekDecoder(int64_t stamp, bool forward = false) {
+        if (deinterlacer) deinterlacer->reset();
+        return decoder->seek(stamp, forward);
     }
 
     // Makes the pending picture the current one and decodes the next.
@@ -141,7 +150,7 @@ struct VideoReader::State : OpenStream {
         glance = false;
         for (double b : backoffs) {
             if (t - b <= 0) break;
-            if (!decoder->seek(streamStamp(stream, t - b + origin))) break;
+            if (!seekDecoder(streamStamp(stream, t - b + origin))) break;
             if (alone) {
                 ff::FramePtr key = decoder->nextAlone();
                 if (!key || startOf(key.get()) > t + 1e-6) continue;
@@ -163,7 +172,7 @@ struct VideoReader::State : OpenStream {
             }
         }
         int64_t begin = stream->start_time != AV_NOPTS_VALUE ? stream->start_time : 0;
-        if (!decoder->seek(begin)) {
+        if (!seekDecoder(begin)) {
             // A file that cannot seek is read again from the top.
             format = ff::openInput(file.string());
             if (!format) return;
@@ -183,7 +192,12 @@ struct VideoReader::State : OpenStream {
         if (!currentRaw) return true;
         // Scaled before turning: the coded picture's axes are swapped by odd turns.
         bool swap = turns % 2 != 0;
-        auto rgba = converter.convert(currentRaw.get(), swap ? outHeight : outWidth, swap ? outWidth : outHeight);
+        int w = swap ? outHeight : outWidth, h = swap ? outWidth : outHeight;
+        // Anamorphic pixels are widened to square ones at the file's own size too.
+        if ((w <= 0 || h <= 0) && wideWidth > 0 && currentRaw->width == stream->codecpar->width)
+            w = wideWidth, h = currentRaw->height;
+        auto rgba = converter.convert(currentRaw.get(), w, h);
+        if (auto failure = converter.takeHdrFailure()) ff::noticeHdrFallback(file, *failure);
         if (!rgba) return false;
         current->frame = rotate(std::move(rgba).value(), turns);
         currentRaw.reset();
@@ -208,7 +222,10 @@ Result<VideoReader> VideoReader::open(const std::filesystem::path& file) {
     s->rate = r.num > 0 && r.den > 0 ? av_q2d(r) : 0;
     if (s->rate > 0) s->nominal = 1 / s->rate;
     s->turns = quarterTurns(s->stream);
-    const int w = s->stream->codecpar->width, h = s->stream->codecpar->height;
+    int w = s->stream->codecpar->width;
+    const int h = s->stream->codecpar->height;
+    if (const double aspect = ff::pixelAspect(s->format.get(), s->stream); aspect != 1)
+        w = s->wideWidth = std::max(2, static_cast<int>(std::lround(w * aspect)));
     s->width = s->turns % 2 ? h : w;
     s->height = s->turns % 2 ? w : h;
     return VideoReader(std::move(s));
@@ -260,7 +277,7 @@ Result<std::shared_ptr<const VideoPicture>> VideoReader::keyFrameBefore(double s
 
 std::optional<double> VideoReader::keyFrameAfter(double seconds) {
     State& s = *s_;
-    if (!s.decoder->seek(streamStamp(s.stream, seconds + s.origin), true)) {
+    if (!s.seekDecoder(streamStamp(s.stream, seconds + s.origin), true)) {
         // Past the last key frame: the demuxer stays put, but the decoder
         // was flushed, so the next frameAt starts afresh.
         s.current.reset();

@@ -8,6 +8,8 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <vector>
 
@@ -190,6 +192,44 @@ void writeSetting(const std::filesystem::path& file, const std::string& key, con
     else
         all.erase(key);
     writeAtomically(file, all.dump(2, ' ', false, json::Json::error_handler_t::replace) + "\n");
+}
+
+std::optional<std::filesystem::path> plainNameLink(const std::filesystem::path& file) {
+    namespace fs = std::filesystem;
+    std::error_code ec;
+    const fs::path target = fs::absolute(file, ec);
+    if (ec) return std::nullopt;
+    uint64_t hash = 0xcbf29ce484222325ull;
+    for (unsigned char c : target.native()) hash = (hash ^ c) * 0x100000001b3ull;
+    auto plain = [](const std::string& text) {
+        std::string out;
+        for (char c : text) {
+            const bool kept = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
+                              c == '_' || c == ' ';
+            out += kept ? c : '_';
+        }
+        return out;
+    };
+    std::string extension = target.extension().string();
+    extension = extension.size() > 1 ? "." + plain(extension.substr(1)) : "";
+    char hex[17];
+    std::snprintf(hex, sizeof hex, "%016llx", static_cast<unsigned long long>(hash));
+    const fs::path folder = cacheHome() / "quorvel" / "liens";
+    const fs::path link = folder / (std::string(hex) + " " + plain(target.stem().string()).substr(0, 60) + extension);
+
+    if (fs::read_symlink(link, ec) == target) return link;
+    fs::create_directories(folder, ec);
+    fs::remove(link, ec);  // a stale link of another life of the cache
+    fs::create_symlink(target, link, ec);
+    if (ec) return std::nullopt;
+    return link;
+}
+
+std::map<std::string, std::filesystem::path> plainNameLinks(const std::vector<std::filesystem::path>& files) {
+    std::map<std::string, std::filesystem::path> links;
+    for (const auto& f : files)
+        if (auto link = plainNameLink(f)) links[f.string()] = *link;
+    return links;
 }
 
 bool writeAll(int fd, const char* p, size_t n) {

@@ -6,9 +6,11 @@
 #pragma once
 
 #include <filesystem>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "base/Json.h"
 
@@ -55,6 +57,15 @@ std::filesystem::path standardized(const std::filesystem::path& p);
 // Nothing when the path is not a regular file or cannot be read.
 std::optional<std::string> readFile(const std::filesystem::path& file);
 bool writeAtomically(const std::filesystem::path& file, std::string_view bytes);
+
+// A symbolic link to `file` under cacheHome()/quorvel/liens, with a name
+// any format can hold: the FNV-1a hash of the path's bytes and what is
+// plain ASCII of its name (the extension kept, for readers that look at
+// it). Made once and reused; nothing when it cannot be made. Deleting the
+// cache loses only the links.
+std::optional<std::filesystem::path> plainNameLink(const std::filesystem::path& file);
+// The links of `files` by each file's path; files without one are left out.
+std::map<std::string, std::filesystem::path> plainNameLinks(const std::vector<std::filesystem::path>& files);
 
 // Writes all `n` bytes to `fd`, retrying short writes and interruptions.
 // Async-signal-safe (only write(2)), so the crash handler may use it.

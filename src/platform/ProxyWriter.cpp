@@ -7,10 +7,12 @@ extern "C" {
 #include <libswscale/swscale.h>
 }
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
 #include "platform/DecodeLoop.h"
+#include "platform/Deinterlacer.h"
 #include "platform/FfmpegPtr.h"
 #include "platform/HdrConverter.h"
 #include "platform/RgbaConverter.h"
@@ -56,6 +58,7 @@ struct ProxyWriter::State {
     AVStream* source = nullptr;
     ff::CodecPtr decoder;
     std::unique_ptr<ff::StreamDecoder> frames;
+    std::unique_ptr<ff::Deinterlacer> deinterlacer;  // made at the first interlaced picture
     const AVCodec* h264 = nullptr;
     double origin = 0;
     int width = 0, height = 0;
@@ -82,8 +85,24 @@ struct ProxyWriter::State {
     // (not the one kept past the last chunk's end).
     std::pair<ff::FramePtr, bool> pull() {
         if (ahead) return {std::move(ahead), false};
-        return {frames->next(), true};
+        return {ff::nextWhole(*frames, deinterlacer), true};
     }
+
+    bool onGrid() const { return options.rateNum > 0 && options.rateDen > 0; }
+    // Where the picture stream ends on the file's time line; infinite when
+    // the file does not say.
+    double streamEnd() const {
+        const double tb = av_q2d(source->time_base);
+        if (source->duration != AV_NOPTS_VALUE && source->duration > 0) {
+            const int64_t start = source->start_time != AV_NOPTS_VALUE ? source->start_time : 0;
+            return static_cast<double>(start + source->duration) * tb - origin;
+        }
+        if (input->duration != AV_NOPTS_VALUE && input->duration > 0)
+            return static_cast<double>(input->duration) / AV_TIME_BASE;
+        return std::numeric_limits<double>::infinity();
+    }
+    int writeGrid(const std::function<int(const AVFrame*, int64_t)>& emit, double from, double to,
+                  const std::atomic<bool>& cancel);
 
     ChunkOutcome writeChunk(const std::filesystem::path& out, double from, double to, const std::atomic<bool>& cancel);
 
@@ -93,6 +112,7 @@ struct ProxyWriter::State {
         lastRaw = AV_NOPTS_VALUE;
         int64_t begin = source->start_time != AV_NOPTS_VALUE ? source->start_time : 0;
         int64_t target = from > 0 ? ff::streamStamp(source, from + origin) : begin;
+        if (deinterlacer) deinterlacer->reset();
         return frames->seek(std::max(target, begin));
     }
 
@@ -103,8 +123,10 @@ struct ProxyWriter::State {
         const AVFrame* frame = input;
         ff::FramePtr sdr;
         if (const auto road = media::colourRoad(ff::colourTagsOf(input));
-            road == media::ColourRoad::hdr || road == media::ColourRoad::wideGamut)
+            road == media::ColourRoad::hdr || road == media::ColourRoad::wideGamut) {
             if (auto converted = hdr.toYuv(input)) frame = (sdr = std::move(converted).value()).get();
+            else ff::noticeHdrFallback(file, converted.error().message);
+        }
         scaler.reset(sws_getCachedContext(scaler.release(), frame->width, frame->height,
                                           static_cast<AVPixelFormat>(frame->format), width, height,
                                           AV_PIX_FMT_YUV420P, SWS_BILINEAR, nullptr, nullptr, nullptr));
@@ -133,16 +155,19 @@ Result<ProxyWriter> ProxyWriter::open(const std::filesystem::path& original, con
     s->source = s->input->streams[index];
     s->decoder = ff::openDecoder(s->source, options.threads);
     if (!s->decoder) return Error{"Impossible de décoder " + s->name};
-    s->decoder->skip_loop_filter = AVDISCARD_ALL;
+    if (options.lightDecode) s->decoder->skip_loop_filter = AVDISCARD_ALL;
     s->frames = std::make_unique<ff::StreamDecoder>(s->input.get(), index, s->decoder.get());
     s->origin = ff::timeZero(s->input.get(), 0);
 
     s->h264 = avcodec_find_encoder_by_name("libx264");
     if (!s->h264) return Error{"Cet ordinateur ne sait pas écrire en H.264"};
-    // Never wider than the original: a proxy only ever makes decoding lighter.
-    s->width = std::max(2, std::min(options.width, s->decoder->width) / 2 * 2);
-    s->height = std::max(2, static_cast<int>(std::lround(double(s->width) * s->decoder->height /
-                                                         std::max(1, s->decoder->width) / 2)) * 2);
+    // Never wider than the original: a proxy only ever makes decoding
+    // lighter. Anamorphic pixels become square at the display aspect.
+    const int displayWidth = std::max(
+        1, static_cast<int>(std::lround(s->decoder->width * ff::pixelAspect(s->input.get(), s->source))));
+    const int width = options.width > 0 ? std::min(options.width, displayWidth) : displayWidth;
+    s->width = std::max(2, width / 2 * 2);
+    s->height = std::max(2, static_cast<int>(std::lround(double(s->width) * s->decoder->height / displayWidth / 2)) * 2);
     s->scaled.reset(av_frame_alloc());
     s->packet.reset(av_packet_alloc());
     if (!s->scaled || !s->packet) return Error{"Mémoire insuffisante"};
@@ -174,7 +199,7 @@ ChunkOutcome ProxyWriter::State::writeChunk(const std::filesystem::path& out, do
     };
     auto writeError = [&](int r) { return failed(Kind::outputFailed, "Impossible d'écrire " + outName + " : " + ff::errorText(r)); };
 
-    const bool continuing = s.positioned && std::abs(from - s.position) < 1e-9;
+    const bool continuing = !s.onGrid() && s.positioned && std::abs(from - s.position) < 1e-9;
     if (!continuing && !s.seekTo(from)) return failed(Kind::inputFailed, "Impossible de lire " + s.name);
 
     ff::CodecPtr encoder(avcodec_alloc_context3(s.h264));
@@ -182,8 +207,8 @@ ChunkOutcome ProxyWriter::State::writeChunk(const std::filesystem::path& out, do
     encoder->width = s.width;
     encoder->height = s.height;
     encoder->pix_fmt = AV_PIX_FMT_YUV420P;
-    encoder->time_base = s.source->time_base;
-    encoder->framerate = s.source->avg_frame_rate;
+    encoder->time_base = s.onGrid() ? AVRational{s.options.rateDen, s.options.rateNum} : s.source->time_base;
+    encoder->framerate = s.onGrid() ? AVRational{s.options.rateNum, s.options.rateDen} : s.source->avg_frame_rate;
     encoder->gop_size = s.options.gop;
     encoder->max_b_frames = 0;
     encoder->thread_count = s.options.threads;
@@ -191,10 +216,10 @@ ChunkOutcome ProxyWriter::State::writeChunk(const std::filesystem::path& out, do
     encoder->colorspace = AVCOL_SPC_BT709;
     encoder->color_primaries = AVCOL_PRI_BT709;
     encoder->color_trc = AVCOL_TRC_BT709;
-    // The fastest settings, and a stream that eight monitors decode at once
-    // without effort.
-    av_opt_set(encoder->priv_data, "preset", "ultrafast", 0);
-    av_opt_set(encoder->priv_data, "tune", "fastdecode", 0);
+    // For previews the fastest settings, and a stream that eight monitors
+    // decode at once without effort.
+    av_opt_set(encoder->priv_data, "preset", s.options.preset.c_str(), 0);
+    if (s.options.lightDecode) av_opt_set(encoder->priv_data, "tune", "fastdecode", 0);
     av_opt_set(encoder->priv_data, "crf", std::to_string(s.options.crf).c_str(), 0);
 
     AVFormatContext* rawOut = nullptr;
@@ -208,7 +233,7 @@ ChunkOutcome ProxyWriter::State::writeChunk(const std::filesystem::path& out, do
     if (!stream || avcodec_parameters_from_context(stream->codecpar, encoder.get()) < 0)
         return failed(Kind::outputFailed, "Impossible d'écrire " + outName);
     stream->time_base = encoder->time_base;
-    stream->avg_frame_rate = s.source->avg_frame_rate;
+    stream->avg_frame_rate = encoder->framerate;
     // The picture is shown turned as the original is.
     size_t matrixSize = 0;
     if (const uint8_t* matrix = av_stream_get_side_data(s.source, AV_PKT_DATA_DISPLAYMATRIX, &matrixSize)) {
@@ -233,46 +258,52 @@ ChunkOutcome ProxyWriter::State::writeChunk(const std::filesystem::path& out, do
         return r == AVERROR(EINVAL) ? failed(Kind::inputFailed, "Impossible de décoder " + s.name) : writeError(r);
     };
 
-    ff::FramePtr held = continuing ? std::move(s.last) : nullptr;
-    bool started = false;
-    for (;;) {
-        auto [frame, fresh] = s.pull();
-        if (!frame) break;
-        if (cancel) return failed(Kind::cancelled, "Copie de " + s.name + " interrompue");
-        const int64_t raw = fresh ? s.rawStamp(frame.get()) : s.lastRaw;
-        if (fresh) {
-            if (s.lastRaw != AV_NOPTS_VALUE && raw <= s.lastRaw) continue;  // a repeated stamp
-            s.lastRaw = raw;
+    if (s.onGrid()) {
+        const int r = s.writeGrid(emit, from, to, cancel);
+        if (r == AVERROR_EXIT) return failed(Kind::cancelled, "Copie de " + s.name + " interrompue");
+        if (r < 0) return emitFailed(r);
+    } else {
+        ff::FramePtr held = continuing ? std::move(s.last) : nullptr;
+        bool started = false;
+        for (;;) {
+            auto [frame, fresh] = s.pull();
+            if (!frame) break;
+            if (cancel) return failed(Kind::cancelled, "Copie de " + s.name + " interrompue");
+            const int64_t raw = fresh ? s.rawStamp(frame.get()) : s.lastRaw;
+            if (fresh) {
+                if (s.lastRaw != AV_NOPTS_VALUE && raw <= s.lastRaw) continue;  // a repeated stamp
+                s.lastRaw = raw;
+            }
+            const double t = s.timeOf(raw);
+            if (!started) {
+                if (t <= from + edge) {
+                    held = std::move(frame);
+                    continue;
+                }
+                started = true;
+                // Without a picture before `from` (a seek that landed late), the
+                // first one found stands for the start.
+                if (!held) {
+                    if (int r = emit(frame.get(), 0); r < 0) return emitFailed(r);
+                    s.last = std::move(frame);
+                    continue;
+                }
+                if (int r = emit(held.get(), 0); r < 0) return emitFailed(r);
+                s.last = std::move(held);
+            }
+            if (t >= to - edge) {
+                s.ahead = std::move(frame);
+                break;
+            }
+            if (int r = emit(frame.get(), raw - zero); r < 0) return emitFailed(r);
+            s.last = std::move(frame);
         }
-        const double t = s.timeOf(raw);
-        if (!started) {
-            if (t <= from + edge) {
-                held = std::move(frame);
-                continue;
-            }
-            started = true;
-            // Without a picture before `from` (a seek that landed late), the
-            // first one found stands for the start.
-            if (!held) {
-                if (int r = emit(frame.get(), 0); r < 0) return emitFailed(r);
-                s.last = std::move(frame);
-                continue;
-            }
+        if (cancel) return failed(Kind::cancelled, "Copie de " + s.name + " interrompue");
+        // The stream ended before passing `from`: its last picture holds the stretch.
+        if (!started && held) {
             if (int r = emit(held.get(), 0); r < 0) return emitFailed(r);
             s.last = std::move(held);
         }
-        if (t >= to - edge) {
-            s.ahead = std::move(frame);
-            break;
-        }
-        if (int r = emit(frame.get(), raw - zero); r < 0) return emitFailed(r);
-        s.last = std::move(frame);
-    }
-    if (cancel) return failed(Kind::cancelled, "Copie de " + s.name + " interrompue");
-    // The stream ended before passing `from`: its last picture holds the stretch.
-    if (!started && held) {
-        if (int r = emit(held.get(), 0); r < 0) return emitFailed(r);
-        s.last = std::move(held);
     }
     if (lastOut < 0) return failed(Kind::inputFailed, "Impossible de décoder " + s.name);
     if (int r = encode(encoder.get(), nullptr, output.get(), stream, s.packet.get()); r < 0) return writeError(r);
@@ -281,6 +312,47 @@ ChunkOutcome ProxyWriter::State::writeChunk(const std::filesystem::path& out, do
     s.positioned = true;
     s.position = to;
     return {};
+}
+
+int ProxyWriter::State::writeGrid(const std::function<int(const AVFrame*, int64_t)>& emit, double from, double to,
+                                  const std::atomic<bool>& cancel) {
+    const double step = static_cast<double>(options.rateDen) / options.rateNum;
+    double end = std::min(to, streamEnd());
+    int64_t n = 0;  // grid steps from `from`
+    ff::FramePtr held;
+    double lastStart = from;
+    auto gridTime = [&] { return from + static_cast<double>(n) * step; };
+    // The held picture for every grid time before `limit`.
+    auto holdUntil = [&](double limit) -> int {
+        while (held && gridTime() < limit - edge && gridTime() < end - edge) {
+            if (cancel) return AVERROR_EXIT;
+            if (int r = emit(held.get(), n); r < 0) return r;
+            ++n;
+            if (options.progress && n % 25 == 0 && std::isfinite(end) && end > from)
+                options.progress(std::clamp((gridTime() - from) / (end - from), 0.0, 1.0));
+        }
+        return 0;
+    };
+    for (;;) {
+        auto [frame, fresh] = pull();
+        if (!frame) break;
+        if (cancel) return AVERROR_EXIT;
+        const int64_t raw = fresh ? rawStamp(frame.get()) : lastRaw;
+        if (fresh) {
+            if (lastRaw != AV_NOPTS_VALUE && raw <= lastRaw) continue;  // a repeated stamp
+            lastRaw = raw;
+        }
+        const double t = timeOf(raw);
+        // The first picture stands for the grid times before it, as the
+        // readers show it there.
+        if (int r = holdUntil(held ? t : from); r < 0) return r;
+        if (t >= to - edge) break;
+        held = std::move(frame);
+        lastStart = t;
+    }
+    // A file that does not tell its length ends one step after its last picture.
+    if (!std::isfinite(end)) end = std::min(to, lastStart + step);
+    return holdUntil(end);
 }
 
 Status writeProxy(const std::filesystem::path& in, const std::filesystem::path& out, const ProxyOptions& options,

@@ -1,15 +1,16 @@
-// Small copies of camera files for the preview, written in chunks: the
-// pictures a file shows over a stretch of its time line, scaled to a fixed
-// width (height by the picture's aspect, even), in H.264 MP4 made to be
-// cheap to write and to decode (short GOP, no B-frames, no CABAC nor
-// deblocking). A chunk's time 0 stands at the start of its stretch and its
+// Copies of camera files written in chunks: the pictures a file shows over a
+// stretch of its time line, scaled to a fixed width (height by the display
+// aspect, even, pixels square) and deinterlaced, in H.264 MP4. Preview
+// copies are made to be cheap to write and to decode (short GOP, no
+// B-frames, no CABAC nor deblocking); the options also make full-size
+// copies at a constant rate for editing programs. A chunk's time 0 stands at the start of its stretch and its
 // first picture is the one the original shows there, so the chunk shows the
 // same frame as the original at every time of the stretch. The rotation the
 // original is shown with is kept.
 //
-// The original is decoded without its loop filter: a preview of a quarter
-// of the size cannot show the difference, and it is the dearest part of
-// decoding a heavy file.
+// For a light copy the original is decoded without its loop filter: a
+// preview of a quarter of the size cannot show the difference, and it is the
+// dearest part of decoding a heavy file.
 //
 // A writer belongs to one thread; different writers may run on different
 // threads.
@@ -17,6 +18,7 @@
 
 #include <atomic>
 #include <filesystem>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <string>
@@ -26,10 +28,21 @@
 namespace qv::media {
 
 struct ProxyOptions {
-    int width = 640;
+    int width = 640;   // never wider than the original; 0 keeps its display width
     int gop = 12;      // frames between key frames
     int crf = 26;
     int threads = 1;   // encoder and decoder threads each
+    std::string preset = "ultrafast";  // of the H.264 encoder
+    bool lightDecode = true;  // a stream cheap to decode; the original read without its deblocking
+
+    // A constant rate of rateNum / rateDen pictures a second: each picture
+    // of the copy is the one the original shows at its time, so a variable
+    // rate becomes constant without moving any picture by a whole step.
+    // 0 keeps the original's own picture times.
+    int rateNum = 0, rateDen = 1;
+    // Told the share of the stretch written so far, now and then, on the
+    // writer's thread.
+    std::function<void(double)> progress{};
 };
 
 // How a chunk went. An input failure concerns the original (gone, damaged),

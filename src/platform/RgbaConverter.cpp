@@ -29,8 +29,11 @@ Result<media::RgbaFrame> RgbaConverter::convert(const AVFrame* f, int width, int
     if (f->width <= 0 || f->height <= 0) return Error{"Image vide."};
     if (width <= 0 || height <= 0) width = f->width, height = f->height;
     if (const auto road = media::colourRoad(colourTagsOf(f));
-        road == media::ColourRoad::hdr || road == media::ColourRoad::wideGamut)
-        if (auto sdr = hdr_.toRgba(f, width, height)) return sdr;
+        road == media::ColourRoad::hdr || road == media::ColourRoad::wideGamut) {
+        auto sdr = hdr_.toRgba(f, width, height);
+        if (sdr) return sdr;
+        hdrFailure_ = sdr.error().message;
+    }
     if (!sws_ || f->width != w_ || f->height != h_ || f->format != format_ || width != outW_ || height != outH_) {
         // Pictures at their size keep every detail; smaller ones (previews)
         // average the pixels they cover, which is also the fast way down.

@@ -1,6 +1,10 @@
 // Decoded pictures to 8-bit RGBA. Private to the platform layer.
 #pragma once
 
+#include <optional>
+#include <string>
+#include <utility>
+
 #include "base/Result.h"
 #include "platform/FfmpegPtr.h"
 #include "platform/HdrConverter.h"
@@ -29,9 +33,14 @@ public:
     // At `width` × `height` when both are above 0, else at the picture's size.
     Result<media::RgbaFrame> convert(const AVFrame* f, int width = 0, int height = 0);
 
+    // Why the last HLG, PQ or wide-gamut picture took the plain road, once:
+    // the reader that owns the converter tells the journal.
+    std::optional<std::string> takeHdrFailure() { return std::exchange(hdrFailure_, std::nullopt); }
+
 private:
     SwsPtr sws_;
     HdrConverter hdr_;
+    std::optional<std::string> hdrFailure_;
     int w_ = 0, h_ = 0, format_ = -1, outW_ = 0, outH_ = 0;
 };
 

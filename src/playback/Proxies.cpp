@@ -32,7 +32,8 @@ std::string pathKey(const fs::path& file) {
 
 // ---------------------------------------------------------------- cache
 
-ProxyCache::ProxyCache(fs::path folder) : folder_(std::move(folder)) {}
+ProxyCache::ProxyCache(fs::path folder, double chunkLength)
+    : folder_(std::move(folder)), chunkLength_(chunkLength > 0 ? chunkLength : chunkSeconds) {}
 
 fs::path ProxyCache::defaultFolder() { return paths::cacheHome() / "quorvel" / "proxies"; }
 
@@ -41,8 +42,10 @@ std::optional<std::string> ProxyCache::stem(const fs::path& file) const {
     auto size = fs::file_size(file, sizeError);
     auto modified = fs::last_write_time(file, timeError);
     if (sizeError || timeError) return std::nullopt;
-    std::string state = std::to_string(size) + " " + std::to_string(modified.time_since_epoch().count()) +
-                        " chunks " + std::to_string(static_cast<int>(chunkSeconds * 1000));
+    const std::string cutting =
+        std::isfinite(chunkLength_) ? std::to_string(std::llround(chunkLength_ * 1000)) : std::string("whole");
+    std::string state =
+        std::to_string(size) + " " + std::to_string(modified.time_since_epoch().count()) + " chunks " + cutting;
     return pathKey(file) + "-" + hex(fnv1a(state));
 }
 
@@ -62,12 +65,14 @@ std::optional<fs::path> ProxyCache::findChunk(const fs::path& file, int index) c
     return chunkPath(*s, index);
 }
 
-int ProxyCache::chunkCount(double duration) {
-    return std::max(1, static_cast<int>(std::ceil(duration / chunkSeconds - 1e-9)));
+int ProxyCache::chunkCount(double duration) const {
+    if (!std::isfinite(chunkLength_)) return 1;
+    return std::max(1, static_cast<int>(std::ceil(duration / chunkLength_ - 1e-9)));
 }
 
-int ProxyCache::chunkAt(double fileTime) {
-    return std::max(0, static_cast<int>(std::floor((fileTime + 1e-6) / chunkSeconds)));
+int ProxyCache::chunkAt(double fileTime) const {
+    if (!std::isfinite(chunkLength_)) return 0;
+    return std::max(0, static_cast<int>(std::floor((fileTime + 1e-6) / chunkLength_)));
 }
 
 void ProxyCache::removeStale(const fs::path& file) const {
@@ -91,8 +96,10 @@ std::vector<ProxyFile> ProxyMaker::candidates(const std::vector<MediaSource>& so
         if (sources[s].kind != SourceKind::camera) continue;
         SourceTimeline line = SourceTimeline::of(result, static_cast<int>(s), 0, true);
         for (const TimelinePiece& piece : line.pieces)
-            if (piece.video && std::max(piece.item.width, piece.item.height) > proxyWidth)
-                files.push_back({piece.item.url, piece.at, piece.duration});
+            // A chapter with its camera's own light copy needs none made.
+            if (piece.video && piece.item.previewCopy.empty() &&
+                std::max(piece.item.width, piece.item.height) > proxyWidth)
+                files.push_back({piece.item.url, piece.pictureStart(), piece.duration});
     }
     return files;
 }
@@ -132,9 +139,9 @@ void ProxyMaker::givePendingUp(FileState& f) {
     }
 }
 
-const ProxyMaker::Chunk* ProxyMaker::chunkUnder(const FileState& f, double t) {
+const ProxyMaker::Chunk* ProxyMaker::chunkUnder(const FileState& f, double t) const {
     if (t < f.file.at || t >= f.file.at + f.file.duration || f.chunks.empty()) return nullptr;
-    const int k = std::min(ProxyCache::chunkAt(t - f.file.at), static_cast<int>(f.chunks.size()) - 1);
+    const int k = std::min(cache_.chunkAt(t - f.file.at), static_cast<int>(f.chunks.size()) - 1);
     return &f.chunks[static_cast<size_t>(k)];
 }
 
@@ -155,7 +162,7 @@ void ProxyMaker::start(std::vector<ProxyFile> files) {
     for (ProxyFile& file : files) {
         FileState f;
         f.file = std::move(file);
-        f.chunks.assign(static_cast<size_t>(ProxyCache::chunkCount(f.file.duration)), Chunk::pending);
+        f.chunks.assign(static_cast<size_t>(cache_.chunkCount(f.file.duration)), Chunk::pending);
         if (auto stem = cache_.stem(f.file.path)) {
             f.stem = *stem;
             cache_.removeStale(f.file.path);
@@ -213,9 +220,10 @@ void ProxyMaker::setPlayhead(double time, bool playing) {
 }
 
 int ProxyMaker::step(const FileState& f, int index, double* distance) const {
+    // Steps are counted in preview chunks whatever this cache cuts.
     const double L = ProxyCache::chunkSeconds;
-    const double a = f.file.at + index * L;
-    const double b = std::min(a + L, f.file.at + f.file.duration);
+    const double a = f.file.at + cache_.chunkStart(index);
+    const double b = std::min(a + cache_.chunkLength(), f.file.at + f.file.duration);
     double d = 0;
     if (a > head_) d = a - head_;
     else if (b <= head_) d = (head_ - b) * 2;
@@ -286,11 +294,11 @@ void ProxyMaker::work(Worker& self, int worker) {
                 outcome.message = opened.error().message;
             }
         }
-        const double from = job->index * ProxyCache::chunkSeconds;
+        const double from = cache_.chunkStart(job->index);
         const fs::path target = cache_.chunkPath(stem, job->index);
         fs::path part = target;
         part += ".part";
-        if (writer) outcome = writer(part, from, from + ProxyCache::chunkSeconds, self.abort);
+        if (writer) outcome = writer(part, from, from + cache_.chunkLength(), self.abort);
         std::error_code ec;
         // The original must still be the one the chunk is named after.
         if (outcome.made() && cache_.stem(file.path) != stem) {

@@ -12,6 +12,7 @@
 #include <condition_variable>
 #include <filesystem>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -28,13 +29,17 @@ namespace qv {
 
 class ProxyCache {
 public:
-    // Length of a chunk on the original's time line; part of the key, so a
-    // change of length never mixes chunks of two cuttings.
+    // Length of a preview chunk on the original's time line. The length of
+    // a cache's chunks is part of the key, so a change of length never
+    // mixes chunks of two cuttings.
     static constexpr double chunkSeconds = 4;
+    // A chunk length for copies made whole: one chunk per file.
+    static constexpr double wholeFile = std::numeric_limits<double>::infinity();
 
-    explicit ProxyCache(std::filesystem::path folder = defaultFolder());
+    explicit ProxyCache(std::filesystem::path folder = defaultFolder(), double chunkLength = chunkSeconds);
     static std::filesystem::path defaultFolder();
     const std::filesystem::path& folder() const { return folder_; }
+    double chunkLength() const { return chunkLength_; }
 
     // The name the chunks of `file` as it is now share; nothing when the
     // file cannot be queried (gone, unreadable).
@@ -45,15 +50,18 @@ public:
     // Whether chunk `index` of the file of `stem` is there, not empty.
     bool hasChunk(const std::string& stem, int index) const;
     // Chunks covering a file of `duration` seconds (at least one).
-    static int chunkCount(double duration);
+    int chunkCount(double duration) const;
     // The chunk holding `fileTime` (a time a microsecond short of an edge
     // belongs to the later chunk, as the readers round).
-    static int chunkAt(double fileTime);
+    int chunkAt(double fileTime) const;
+    // Where chunk `index` starts on the original's time line.
+    double chunkStart(int index) const { return index == 0 ? 0.0 : index * chunkLength_; }
     // Removes the chunks of `file` made from an earlier state of it.
     void removeStale(const std::filesystem::path& file) const;
 
 private:
     std::filesystem::path folder_;
+    double chunkLength_;
 };
 
 // A camera file worth a proxy, where it stands on the set's time line.
@@ -105,8 +113,9 @@ public:
         bool folderFailed = false;                  // nothing more can be written
     };
 
-    // The camera files of `result` wider than `proxyWidth`, in the order of
-    // their sources, each at its place on the time line.
+    // The camera files of `result` wider than `proxyWidth` and without a
+    // light copy of their camera's own, in the order of their sources, each
+    // where its picture stands on the time line.
     static std::vector<ProxyFile> candidates(const std::vector<MediaSource>& sources, const SyncResult& result,
                                              int proxyWidth = media::ProxyOptions{}.width);
 
@@ -157,7 +166,7 @@ private:
     void giveUp(FileState& f, const std::string& line);  // lock held
     void givePendingUp(FileState& f);                    // lock held; the file is not counted failed
     // The chunk of `f` under set time t; null where the file has no picture.
-    static const Chunk* chunkUnder(const FileState& f, double t);
+    const Chunk* chunkUnder(const FileState& f, double t) const;
     void count(Chunk before, Chunk after);               // lock held
 
     ProxyCache cache_;

@@ -29,14 +29,23 @@ void ProxyPictures::setInterrupt(std::function<bool()> interrupted) {
     if (chunk_) chunk_->setInterrupt(std::move(interrupted));
 }
 
-std::optional<ProxyPictures::Shown> ProxyPictures::fromChunk(const TimelinePiece& piece, double t) {
+std::optional<ProxyPictures::LightCopy> ProxyPictures::lightCopy(const TimelinePiece& piece, double fileTime) {
+    // A camera's own preview copy covers its whole chapter with the same timing.
+    if (!piece.item.previewCopy.empty()) return LightCopy{piece.item.previewCopy, 0, piece.duration};
+    if (!cache_) return std::nullopt;
     auto [known, added] = stems_.try_emplace(&piece);
     if (added) known->second = cache_->stem(piece.item.url);
     if (!known->second) return std::nullopt;
-    const double fileTime = piece.fileTime(t);
-    const int index = ProxyCache::chunkAt(fileTime);
-    const fs::path path = cache_->chunkPath(*known->second, index);
-    const std::string name = path.filename().string();
+    const int index = cache_->chunkAt(fileTime);
+    return LightCopy{cache_->chunkPath(*known->second, index), cache_->chunkStart(index), cache_->chunkLength()};
+}
+
+std::optional<ProxyPictures::Shown> ProxyPictures::fromChunk(const TimelinePiece& piece, double t) {
+    const double fileTime = piece.pictureTime(t);
+    const auto copy = lightCopy(piece, fileTime);
+    if (!copy) return std::nullopt;
+    const fs::path& path = copy->path;
+    const std::string name = path.string();
     if (name != chunkName_) {
         if (unusable_.count(name)) return std::nullopt;
         // One look at the folder per picture: a chunk is used from the
@@ -55,7 +64,7 @@ std::optional<ProxyPictures::Shown> ProxyPictures::fromChunk(const TimelinePiece
         chunk_->setCost(cost_);
         chunk_->setInterrupt(interrupted_);
     }
-    const double from = index * ProxyCache::chunkSeconds;
+    const double from = copy->from;
     auto picture = chunk_->frameAt(fileTime - from);
     if (!picture) {
         unusable_[name] = true;
@@ -65,9 +74,9 @@ std::optional<ProxyPictures::Shown> ProxyPictures::fromChunk(const TimelinePiece
     }
     // File time back to the line: a drifting file's shift holds over one
     // stretch, and its picture ends with it.
-    const double base = piece.at - piece.shiftAt(t) + from;
-    const TimeRange steady = piece.steadyAround(t);
-    const double chunkEnd = std::min(base + ProxyCache::chunkSeconds, steady.end);
+    const double base = piece.pictureOrigin(t) + from;
+    const TimeRange steady = piece.pictureSteadyAround(t);
+    const double chunkEnd = std::min(base + copy->length, steady.end);
     Shown shown;
     shown.start = std::max({base + (*picture)->start, base, steady.start});
     shown.end = std::min(base + (*picture)->end, chunkEnd);
@@ -80,8 +89,7 @@ std::optional<ProxyPictures::Shown> ProxyPictures::fromChunk(const TimelinePiece
 
 Result<std::optional<std::pair<double, std::shared_ptr<const media::VideoPicture>>>> ProxyPictures::keyFrameBefore(
     double t) {
-    const TimelinePiece* piece = original_.line().pictureAt(t);
-    if (piece && cache_) {
+    if (const TimelinePiece* piece = original_.line().pictureAt(t)) {
         if (auto shown = fromChunk(*piece, t)) return std::optional(std::make_pair(shown->start, shown->picture));
     }
     return original_.keyFrameBefore(t);
@@ -90,15 +98,13 @@ Result<std::optional<std::pair<double, std::shared_ptr<const media::VideoPicture
 Result<ProxyPictures::Shown> ProxyPictures::pictureAt(double t) {
     const TimelinePiece* piece = original_.line().pictureAt(t);
     if (!piece) return Shown{};
-    if (cache_) {
-        if (auto shown = fromChunk(*piece, t)) return *shown;
-    }
+    if (auto shown = fromChunk(*piece, t)) return *shown;
     auto picture = original_.pictureAt(t);
     if (!picture) return picture.error();
     Shown shown;
     if (!*picture) return shown;
-    const double offset = piece->at - piece->shiftAt(t);
-    const TimeRange steady = piece->steadyAround(t);
+    const double offset = piece->pictureOrigin(t);
+    const TimeRange steady = piece->pictureSteadyAround(t);
     shown.start = std::max(offset + (*picture)->start, steady.start);
     shown.end = std::min(offset + (*picture)->end, steady.end);
     shown.picture = std::move(picture).value();

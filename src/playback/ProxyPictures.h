@@ -1,6 +1,7 @@
 // The pictures of one source's line as the preview shows them: at each
-// time, from the proxy chunk that covers it when that chunk is made, else
-// from the original. A chunk that appears while the source plays is taken
+// time, from the file's own preview copy (an action camera's .LRV) or the
+// proxy chunk that covers it when that chunk is made, else from the
+// original. A chunk that appears while the source plays is taken
 // from the next picture on; where none is made the original plays on.
 // Either way the frame shown at a time is the same.
 #pragma once
@@ -46,6 +47,15 @@ public:
     std::optional<double> keyFrameAfter(double t) { return original_.keyFrameAfter(t); }
 
 private:
+    // A light copy of part of a file: its path, and the stretch of the
+    // file's time line it starts at and covers.
+    struct LightCopy {
+        std::filesystem::path path;
+        double from = 0, length = 0;
+    };
+    // The camera's own preview copy (.LRV) of the file, else the proxy chunk
+    // holding `fileTime`, made or not.
+    std::optional<LightCopy> lightCopy(const TimelinePiece& piece, double fileTime);
     std::optional<Shown> fromChunk(const TimelinePiece& piece, double t);
 
     SourceReader original_;

@@ -25,6 +25,7 @@ SourceTimeline SourceTimeline::composition(std::vector<PlacedItem> items, double
         piece.video = video && p.item.hasVideo;
         piece.sound = p.item.audioChannels > 0;
         piece.drift = p.drift.value_or(0.0);
+        piece.pictureOffset = p.pictureOffset;
         piece.item = std::move(p.item);
         if (piece.sound) line.soundRanges.push_back({piece.at, piece.end()});
         cursor = piece.end();
@@ -83,7 +84,7 @@ bool SourceTimeline::drifts() const {
 
 const TimelinePiece* SourceTimeline::pictureAt(double t) const {
     for (const TimelinePiece& p : pieces)
-        if (p.video && p.at <= t && t < p.end()) return &p;
+        if (p.video && p.pictureStart() <= t && t < p.pictureEnd()) return &p;
     return nullptr;
 }
 
@@ -99,7 +100,7 @@ Result<std::shared_ptr<const media::VideoPicture>> SourceReader::pictureAt(doubl
     const TimelinePiece* piece = line_.pictureAt(t);
     if (!piece) return std::shared_ptr<const media::VideoPicture>();
     if (Status opened = openVideo(piece); !opened) return opened.error();
-    return video_->frameAt(piece->fileTime(t));
+    return video_->frameAt(piece->pictureTime(t));
 }
 
 void SourceReader::keepInStep(const std::vector<TimeRange>& windows) { line_.keepInStep(windows); }
@@ -133,19 +134,18 @@ Result<std::optional<std::pair<double, std::shared_ptr<const media::VideoPicture
     const TimelinePiece* piece = line_.pictureAt(t);
     if (!piece) return std::optional<std::pair<double, std::shared_ptr<const media::VideoPicture>>>();
     if (Status opened = openVideo(piece); !opened) return opened.error();
-    auto picture = video_->keyFrameBefore(piece->fileTime(t));
+    auto picture = video_->keyFrameBefore(piece->pictureTime(t));
     if (!picture) return picture.error();
     // File time back to the line, with a drifting file's shift at t.
-    const double offset = piece->at - piece->shiftAt(t);
-    return std::optional(std::make_pair(offset + (*picture)->start, *picture));
+    return std::optional(std::make_pair(piece->pictureOrigin(t) + (*picture)->start, *picture));
 }
 
 std::optional<double> SourceReader::keyFrameAfter(double t) {
     const TimelinePiece* piece = line_.pictureAt(t);
     if (!piece || !openVideo(piece)) return std::nullopt;
-    auto key = video_->keyFrameAfter(piece->fileTime(t));
-    const double offset = piece->at - piece->shiftAt(t);
-    if (!key || offset + *key >= piece->end()) return std::nullopt;
+    auto key = video_->keyFrameAfter(piece->pictureTime(t));
+    const double offset = piece->pictureOrigin(t);
+    if (!key || offset + *key >= piece->pictureEnd()) return std::nullopt;
     return offset + *key;
 }
 

@@ -45,6 +45,19 @@ struct TimelinePiece {
     double fileTime(double t) const { return t - at + shiftAt(t); }
     // The stretch of the piece around t over which the shift holds.
     TimeRange steadyAround(double t) const;
+
+    // The picture, moved later than the sound by `pictureOffset` seconds
+    // (PlacedItem::pictureOffset): where it lies on the line, the file time
+    // shown at line time t, and the line time of file time 0 around t.
+    double pictureOffset = 0;
+    double pictureStart() const { return at + pictureOffset; }
+    double pictureEnd() const { return end() + pictureOffset; }
+    double pictureTime(double t) const { return fileTime(t - pictureOffset); }
+    double pictureOrigin(double t) const { return pictureStart() - shiftAt(t - pictureOffset); }
+    TimeRange pictureSteadyAround(double t) const {
+        const TimeRange r = steadyAround(t - pictureOffset);
+        return {r.start + pictureOffset, r.end + pictureOffset};
+    }
 };
 
 struct SourceTimeline {
@@ -69,7 +82,8 @@ struct SourceTimeline {
     void keepInStep(const std::vector<TimeRange>& windows);
     bool drifts() const;
 
-    // The piece holding time t (at <= t < end) with a picture, or sound.
+    // The piece whose picture is shown at time t (pictureStart <= t <
+    // pictureEnd).
     const TimelinePiece* pictureAt(double t) const;
     bool hasPicture() const;
     bool hasSound() const;

@@ -51,23 +51,23 @@ public:
             const TimelinePiece* piece = line.pictureAt(next_);
             if (!piece) {
                 auto later = std::find_if(line.pieces.begin(), line.pieces.end(),
-                                          [&](const TimelinePiece& p) { return p.video && p.at > next_; });
+                                          [&](const TimelinePiece& p) { return p.video && p.pictureStart() > next_; });
                 if (later == line.pieces.end()) return std::nullopt;
-                next_ = later->at;
+                next_ = later->pictureStart();
                 continue;
             }
             // From the proxy chunk under next_ when one is made, else the original.
             auto shown = reader_.pictureAt(next_);
             if (!shown || !shown->picture) {
                 // The file went away or holds nothing readable: a hole in this angle.
-                next_ = piece->end();
+                next_ = piece->pictureEnd();
                 continue;
             }
             const media::VideoPicture& p = *shown->picture;
             PreviewFrame frame;
             frame.start = shown->start;
             frame.end = shown->end;
-            if (frame.end <= next_) frame.end = std::min(next_ + 1e-3, piece->end());
+            if (frame.end <= next_) frame.end = std::min(next_ + 1e-3, piece->pictureEnd());
             // Just past the end, so rounding never hands back the same picture.
             next_ = frame.end + 1e-6;
             frame.width = p.frame.width;

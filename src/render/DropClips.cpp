@@ -16,9 +16,8 @@ std::string fileName(const std::string& setName, int number, double dropTime, co
 }
 
 std::string progressLine(int current, int total, double fraction) {
-    const int percent = static_cast<int>(std::clamp(fraction, 0.0, 1.0) * 100);
     return "Clips des drops : " + std::to_string(current) + " / " + std::to_string(total) + " · " +
-           std::to_string(percent) + " %";
+           Format::percent(fraction);
 }
 
 namespace {

@@ -5,6 +5,8 @@
 #include <map>
 #include <string>
 
+#include "export/SetRate.h"
+
 namespace qv::VideoRender {
 
 namespace {
@@ -102,13 +104,7 @@ Built build(const Job& job) {
     built.hi = job.range.end;
     const double lo = built.lo, hi = built.hi;
 
-    double frameRate = 25;
-    for (const PlacedItem& p : job.result.placed)
-        if (isCamera(job, p.sourceIndex) && p.item.hasVideo) {
-            frameRate = p.item.frameRate;
-            break;
-        }
-    built.rate = PremiereExport::SequenceRate::closest(frameRate);
+    built.rate = PremiereExport::chosenRate(job.sources, job.result, job.rate);
     built.rateNum = built.rate.ntsc ? built.rate.timebase * 1000 : built.rate.timebase;
     built.rateDen = built.rate.ntsc ? 1001 : 1;
     built.frameCount = std::max<int64_t>(0, std::llround((hi - lo) * built.rateNum / built.rateDen));

@@ -49,6 +49,11 @@ struct Job {
     // Loudness of the mix in LUFS, reached by a gain and a true-peak limiter;
     // none: the mix as it is, sample for sample.
     std::optional<double> loudness;
+
+    // The set's rate as the user chose it; none: the standard rate that
+    // covers the most camera time (PremiereExport::setRate), as the
+    // timeline files take it.
+    std::optional<PremiereExport::SequenceRate> rate;
 };
 
 // A change of volume: a ramp over `duration` seconds from `from` to `to`,

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <chrono>
+#include <cmath>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -10,6 +11,7 @@
 
 #include "base/Uuid.h"
 #include "platform/ColourTags.h"
+#include "platform/PictureTags.h"
 
 namespace qv {
 
@@ -29,7 +31,18 @@ struct MediaItem {
     double sampleRate = 0;           // highest over audio streams, Hz
     std::optional<Date> recordedAt;  // container creation date
 
+    // The picture as the camera wrote it: fields, pixel shape, frame times.
+    // `width` × `height` is the display size, stored pixels widened by
+    // `pixelAspect`. `previewCopy` is the low-resolution copy an action
+    // camera writes beside a chapter (.LRV), same timing; empty without one.
+    media::PictureTags picture;
+    std::filesystem::path previewCopy;
+
     std::string fileName() const { return url.filename().string(); }
+    // The size of the stored pictures, before their pixels are widened.
+    int storedWidth() const {
+        return picture.anamorphic() ? static_cast<int>(std::lround(width / picture.pixelAspect)) : width;
+    }
 };
 
 struct MediaSource {

@@ -15,14 +15,25 @@ namespace fs = std::filesystem;
 
 namespace qv::MediaScanner {
 
-const std::vector<std::string> videoExtensions = {"mp4", "mov", "m4v", "mxf", "mts", "m2ts", "avi", "mkv", "webm"};
+const std::vector<std::string> videoExtensions = {"mp4", "mov", "m4v", "mxf", "mts", "m2ts", "avi", "mkv", "webm",
+                                                  "m2t", "mpg", "mpeg", "3gp", "ts",  "mod",  "tod", "dv"};
 const std::vector<std::string> audioExtensions = {"wav", "bwf", "mp3", "m4a", "aif", "aiff", "flac", "aac", "caf", "ogg", "oga", "opus"};
 
 std::string Refusal::message() const {
     return (folder ? "Dossier illisible : " : "Fichier illisible : ") + name + " (" + reason + ")";
 }
 
+std::string SetAside::message() const { return "Fichier écarté : " + name + " (" + reason + ")"; }
+
 namespace {
+
+// What action cameras write beside each chapter: a light copy with the same
+// timing, and a thumbnail that nothing here needs.
+const std::string previewExtension = "lrv";
+const std::string thumbnailExtension = "thm";
+
+// A preview copy's length may differ from its chapter's by a few frames.
+constexpr double previewSlack = 0.5;
 
 bool isHidden(const fs::path& p) {
     std::string name = p.filename().string();
@@ -56,13 +67,33 @@ std::string reasonFor(int code) { return code == EACCES || code == EPERM ? "acc�
 struct Walk {
     fs::path root;
     std::vector<Refusal>* refused = nullptr;
+    std::vector<SetAside>* setAside = nullptr;
     std::set<std::pair<dev_t, ino_t>> seen;  // files already taken, by identity
+    std::vector<fs::path> previews;          // .LRV files met since the last source was made
 
-    void refuse(const fs::path& p, std::string reason, bool folder) const {
-        if (!refused) return;
+    std::string relative(const fs::path& p) const {
         fs::path rel = root.empty() ? p.filename() : p.lexically_relative(root);
         if (rel.empty() || rel.native().rfind("..", 0) == 0) rel = p.filename();
-        refused->push_back({p, rel.string(), std::move(reason), folder});
+        return rel.string();
+    }
+
+    void refuse(const fs::path& p, std::string reason, bool folder) const {
+        if (refused) refused->push_back({p, relative(p), std::move(reason), folder});
+    }
+
+    void leaveAside(const fs::path& p, std::string reason) const {
+        if (setAside) setAside->push_back({p, relative(p), std::move(reason)});
+    }
+
+    // A file that is no media: a preview copy kept for its chapter, a
+    // thumbnail left quietly, anything else left aside and named.
+    void notMedia(const fs::path& p) {
+        const std::string ext = extensionOf(p);
+        if (ext == thumbnailExtension) return;
+        std::error_code ec;
+        if (!fs::is_regular_file(p, ec)) return;  // a folder of a flat walk, a dangling link
+        if (ext == previewExtension) previews.push_back(p);
+        else leaveAside(p, "format non pris en charge");
     }
 
     // Walks one folder; sub-folders are entered only when `recursive`, and
@@ -84,7 +115,10 @@ struct Walk {
                 collect(p, true, found);
                 continue;
             }
-            if (!hasMediaExtension(p)) continue;
+            if (!hasMediaExtension(p)) {
+                notMedia(p);
+                continue;
+            }
             struct stat st {};
             if (stat(p.c_str(), &st) != 0) {
                 refuse(p, isLink && errno == ENOENT ? "lien cassé" : reasonFor(errno), false);
@@ -116,8 +150,45 @@ SourceKind kindWithoutItems(const std::string& name, const std::vector<fs::path>
     return anyVideo ? SourceKind::camera : SourceKind::audio;
 }
 
-std::optional<MediaSource> makeSource(const std::string& name, const std::vector<fs::path>& files, const Walk& walk) {
-    if (files.empty()) return std::nullopt;
+// Stems a chapter and its preview copy share: the same name, or the same
+// but for an L in second place, which some action cameras give the copy.
+bool sameChapter(const fs::path& preview, const fs::path& chapter) {
+    if (preview.parent_path() != chapter.parent_path()) return false;
+    const std::string a = toLower(preview.stem().string()), b = toLower(chapter.stem().string());
+    if (a == b) return true;
+    return a.size() == b.size() && a.size() > 2 && a[1] == 'l' && a[0] == b[0] && a.compare(2, a.npos, b, 2) == 0;
+}
+
+// Gives each preview copy met to its chapter among `items`, or leaves it
+// aside with why.
+void matchPreviews(std::vector<MediaItem>& items, Walk& walk) {
+    sortNatural(walk.previews);
+    for (const fs::path& preview : walk.previews) {
+        auto chapter = std::find_if(items.begin(), items.end(), [&](const MediaItem& i) {
+            return i.hasVideo && i.previewCopy.empty() && sameChapter(preview, i.url);
+        });
+        if (chapter == items.end()) {
+            walk.leaveAside(preview, "copie légère sans chapitre du même nom");
+            continue;
+        }
+        auto info = media::probe(preview);
+        if (!info || !info->hasVideo) {
+            walk.leaveAside(preview, "copie légère illisible");
+        } else if (std::abs(info->duration - chapter->duration) > previewSlack) {
+            walk.leaveAside(preview, "copie légère d'une autre durée que son chapitre");
+        } else {
+            chapter->previewCopy = preview;
+        }
+    }
+    walk.previews.clear();
+}
+
+std::optional<MediaSource> makeSource(const std::string& name, const std::vector<fs::path>& files, Walk& walk) {
+    if (files.empty()) {
+        std::vector<MediaItem> none;
+        matchPreviews(none, walk);
+        return std::nullopt;
+    }
     MediaSource src;
     src.id = Uuid::make();
     src.name = name;
@@ -130,6 +201,7 @@ std::optional<MediaSource> makeSource(const std::string& name, const std::vector
             walk.refuse(f, why, false);
         }
     }
+    matchPreviews(src.items, walk);
     bool anyVideo = std::any_of(src.items.begin(), src.items.end(), [](const MediaItem& i) { return i.hasVideo; });
     if (!src.items.empty())
         src.kind = anyVideo ? SourceKind::camera : SourceKind::audio;
@@ -141,7 +213,7 @@ std::optional<MediaSource> makeSource(const std::string& name, const std::vector
 }  // namespace
 
 std::vector<fs::path> mediaFiles(const fs::path& folder, bool recursive, std::vector<Refusal>* refused) {
-    Walk walk{folder, refused, {}};
+    Walk walk{folder, refused, nullptr, {}, {}};
     std::vector<fs::path> found;
     walk.collect(folder, recursive, found);
     sortNatural(found);
@@ -166,28 +238,40 @@ std::optional<MediaItem> probe(const fs::path& file, std::string* whyNot) {
     item.audioChannels = info->audioChannels;
     item.sampleRate = info->sampleRate;
     item.recordedAt = info->creationTime;
+    item.picture = info->picture;
     return item;
 }
 
-std::optional<std::string> unknownColours(const std::vector<MediaSource>& sources) {
-    std::string names;
+std::vector<std::string> colourNotes(const std::vector<MediaSource>& sources) {
+    std::string unknown, untagged;
     for (const MediaSource& s : sources)
-        for (const MediaItem& item : s.items)
-            if (item.hasVideo && media::colourRoad(item.colour) == media::ColourRoad::unknownTransfer)
-                names += (names.empty() ? "" : ", ") + s.name + "/" + item.fileName() + " (" +
-                         media::describe(item.colour) + ")";
-    if (names.empty()) return std::nullopt;
-    return "Couleurs non reconnues, lues comme BT.709 : " + names;
+        for (const MediaItem& item : s.items) {
+            if (!item.hasVideo) continue;
+            const media::ColourTags& c = item.colour;
+            const bool bare = (c.transfer == media::h273::unspecified || c.transfer == 0) &&
+                              (c.primaries == media::h273::unspecified || c.primaries == 0) &&
+                              (c.matrix == media::h273::unspecified || c.matrix == 0);
+            std::string* list = media::colourRoad(c) == media::ColourRoad::unknownTransfer ? &unknown
+                                : bare && c.bitDepth > 8                               ? &untagged
+                                                                                         : nullptr;
+            if (list)
+                *list += (list->empty() ? "" : ", ") + s.name + "/" + item.fileName() + " (" + media::describe(c) + ")";
+        }
+    std::vector<std::string> lines;
+    if (!unknown.empty()) lines.push_back("Couleurs non reconnues, lues comme BT.709 : " + unknown);
+    if (!untagged.empty()) lines.push_back("Couleurs non étiquetées, lues comme BT.709 : " + untagged);
+    return lines;
 }
 
 std::optional<MediaSource> source(const std::string& name, const std::vector<fs::path>& files,
                                   std::vector<Refusal>* refused) {
-    return makeSource(name, files, Walk{{}, refused, {}});
+    Walk walk{{}, refused, nullptr, {}, {}};
+    return makeSource(name, files, walk);
 }
 
-std::vector<MediaSource> scan(const fs::path& folder, std::vector<Refusal>* refused) {
+std::vector<MediaSource> scan(const fs::path& folder, std::vector<Refusal>* refused, std::vector<SetAside>* setAside) {
     std::vector<MediaSource> sources;
-    Walk walk{folder, refused, {}};
+    Walk walk{folder, refused, setAside, {}, {}};
     std::error_code ec;
     fs::directory_iterator it(folder, ec);
     if (ec) {

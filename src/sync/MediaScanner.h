@@ -5,7 +5,11 @@
 //
 // Never fails: unreadable folders give nothing, unreadable files are listed
 // in their source's `unreadable`, and each refusal can be reported with its
-// reason. FIFOs, devices and sockets are never opened. A file reached twice
+// reason. Files that are not media are left aside, each with why, except
+// cameras' thumbnails (.THM), which are left quietly. The low-resolution copy
+// an action camera writes beside a chapter (.LRV, same name and length)
+// becomes that chapter's `previewCopy`, never an item of its own. FIFOs,
+// devices and sockets are never opened. A file reached twice
 // (a link back into the set) counts once. Blocking; call it off the
 // interface thread.
 #pragma once
@@ -34,9 +38,21 @@ struct Refusal {
     std::string message() const;
 };
 
+// A file of the set that is not taken, though readable: not media, or a
+// preview copy without its chapter.
+struct SetAside {
+    std::filesystem::path path;
+    std::string name;    // relative to the set folder
+    std::string reason;  // French: "format non pris en charge"...
+
+    // "Fichier écarté : Cam 1/notes.txt (format non pris en charge)".
+    std::string message() const;
+};
+
 // `refused`, when given, receives every refused file and folder in the
-// order of the scan.
-std::vector<MediaSource> scan(const std::filesystem::path& folder, std::vector<Refusal>* refused = nullptr);
+// order of the scan; `setAside` every file left aside.
+std::vector<MediaSource> scan(const std::filesystem::path& folder, std::vector<Refusal>* refused = nullptr,
+                              std::vector<SetAside>* setAside = nullptr);
 
 // The steps of `scan`, open for tests.
 std::vector<std::filesystem::path> mediaFiles(const std::filesystem::path& folder, bool recursive,
@@ -45,8 +61,11 @@ std::optional<MediaSource> source(const std::string& name, const std::vector<std
                                   std::vector<Refusal>* refused = nullptr);
 std::optional<MediaItem> probe(const std::filesystem::path& file, std::string* whyNot = nullptr);
 
-// One French line naming the video files whose colour transfer the program
-// does not know (they play as BT.709), for the log; nothing when all are known.
-std::optional<std::string> unknownColours(const std::vector<MediaSource>& sources);
+// French lines for the log naming the video files read as BT.709 for want
+// of colours the program can follow: one for transfers it does not know,
+// one for pictures of more than 8 bits that carry no colour tag at all (a
+// phone or a recorder that forgot them: they may well be HDR). Empty when
+// every file says what it is.
+std::vector<std::string> colourNotes(const std::vector<MediaSource>& sources);
 
 }  // namespace qv::MediaScanner

@@ -39,6 +39,12 @@ struct PlacedItem {
     std::vector<SyncCandidate> candidates{};  // the sync's best starts, at most maxCandidates
     bool byHand = false;                    // the user put it here, not the sound
 
+    // Seconds the file's picture is shown later than its sound, for a camera
+    // far from the speakers (its sound comes late, so placing it by sound
+    // puts its picture early). Set by the application from the project; 0
+    // from the synchronisation.
+    double pictureOffset = 0;
+
     double end() const { return start + item.duration; }
     // File seconds per line second.
     double clockRate() const { return 1.0 + drift.value_or(0.0) * 1e-6; }

@@ -31,6 +31,8 @@ public:
     };
     UnderWayCapture(QWidget& window, std::filesystem::path png, double from, Job job,
                     std::function<void(const Status&)> done, QObject* parent = nullptr);
+    // Still looking at the job: false once `done` has been called.
+    bool watching() const { return poll_.isActive(); }
 
 private:
     void check();

@@ -57,6 +57,8 @@ ExportPanel::ExportPanel(AppModel& model, QWidget* parent)
     lutNote_ = new PanelNote(QString(), xml);
     xml->add(lutNote_);
     add(xmlPart_);
+    rate_ = new FrameRateBox(model_, this);
+    add(rate_);
 
     auto* where = new PanelBox(QString(), this);
     range_ = textLabel(QString(), where, 12, Theme::ink(), Theme::Weight::medium);
@@ -89,7 +91,7 @@ ExportPanel::ExportPanel(AppModel& model, QWidget* parent)
         refresh();
     });
     add(main_);
-    progress_ = new ExportProgress(model_.videoExporter(), this);
+    progress_ = new ExportProgress(model_, this);
     add(progress_);
     syncXml_ = new WrapButton("square.and.arrow.up",
                             QStringLiteral("XML synchro (toutes les sources empilées, sans tes coupes)"), this);
@@ -103,6 +105,9 @@ ExportPanel::ExportPanel(AppModel& model, QWidget* parent)
     connect(&poll_, &QTimer::timeout, this, [this] {
         const bool running = model_.videoExporter() && model_.videoExporter()->isRunning();
         if (running != progress_->isVisibleTo(this)) refresh();
+        // Constant-rate copies tell their progress between whole files too.
+        if (model_.isConforming() || conforming_) rate_->refresh();
+        conforming_ = model_.isConforming();
     });
     poll_.start();
     refresh();
@@ -141,7 +146,11 @@ void ExportPanel::refresh() {
                              .arg(s.exportFolderPath() ? QString::fromStdString(s.exportFolder().filename().string())
                                                        : QStringLiteral("Téléchargements")));
     main_->setText(mainButtonText());
-    main_->setEnabled(model_.player() != nullptr);
+    // Clips of the drops need a drop; the panel's note says what they are.
+    const bool noDrop = target == ExportTarget::dropClips && model_.drops().empty();
+    main_->setEnabled(model_.player() != nullptr && !noDrop);
+    main_->setToolTip(noDrop ? QStringLiteral("Aucun drop repéré dans ce set : monte la sensibilité dans DROPS.")
+                             : QString());
     lutNote_->setText(
         target == ExportTarget::mlt
             ? QStringLiteral("Le projet MLT étalonne chaque caméra par sa LUT .cube, posée à côté (filtre lut3d). Flous, "
@@ -155,6 +164,7 @@ void ExportPanel::refresh() {
     syncXml_->setText(target == ExportTarget::mlt    ? QStringLiteral("Synchro MLT (toutes les sources empilées, sans tes coupes)")
                       : target == ExportTarget::otio ? QStringLiteral("Synchro .otio (toutes les sources empilées, sans tes coupes)")
                                                      : QStringLiteral("XML synchro (toutes les sources empilées, sans tes coupes)"));
+    rate_->refresh();
     const bool running = model_.videoExporter() && model_.videoExporter()->isRunning();
     main_->setVisible(!running);
     progress_->setVisible(running);

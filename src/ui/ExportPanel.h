@@ -1,11 +1,12 @@
 // ExportPanel: where the montage goes. One row per export target with its
-// note, the range and folder it is written to, the main button, and the
-// progress of a running video export.
+// note, the set's frame rate, the range and folder it is written to, the
+// main button, and the progress of a running video export.
 #pragma once
 
 #include <QTimer>
 #include <vector>
 
+#include "ui/FrameRateBox.h"
 #include "ui/PanelControls.h"
 
 namespace qv::ui {
@@ -18,6 +19,7 @@ public:
     QString mainButtonText() const;
     QAbstractButton* mainButton() const { return main_; }
     ExportProgress* progress() const { return progress_; }
+    FrameRateBox* rateBox() const { return rate_; }
 
 private:
     AppModel& model_;
@@ -30,6 +32,8 @@ private:
     QAbstractButton* main_ = nullptr;
     QAbstractButton* syncXml_ = nullptr;
     QLabel* lutNote_ = nullptr;  // where the cubes go, by target
+    FrameRateBox* rate_ = nullptr;
+    bool conforming_ = false;    // as last shown
     ExportProgress* progress_ = nullptr;
     QTimer poll_;
 };

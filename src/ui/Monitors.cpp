@@ -231,7 +231,7 @@ void MonitorsView::paintProgram(QPainter& p) {
     if (!player) return;
     const double t = player->currentTime();
     const auto index = e.segmentIndex(t);
-    const auto plans = e.segments();
+    const auto& plans = e.segments();
     const int camera = index ? plans[size_t(*index)].camera : 0;
     const PixelSize out = model_.outputSize(camera);
     const QRectF frame = fitted(QSizeF(out.width, out.height), zone.adjusted(0, 0, 0, -0));

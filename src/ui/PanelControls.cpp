@@ -117,6 +117,16 @@ double ValueSlider::snapped(double v) const {
     return std::clamp(minimum_ + std::round((v - minimum_) / step_) * step_, minimum_, maximum_);
 }
 
+void ValueSlider::setRange(double minimum, double maximum) {
+    if (minimum == minimum_ && maximum == maximum_) return;
+    minimum_ = minimum;
+    maximum_ = std::max(minimum, maximum);
+    neutral_ = std::clamp(neutral_, minimum_, maximum_);
+    const QSignalBlocker block(slider_);
+    slider_->setRange(0, int(std::lround((maximum_ - minimum_) / step_)));
+    refresh();
+}
+
 void ValueSlider::setValue(double v) {
     set_(snapped(v));
     refresh();
@@ -398,18 +408,18 @@ ChoiceRow* choiceButton(const QString& title, bool on, std::function<void()> act
 
 // --- ExportProgress
 
-ExportProgress::ExportProgress(VideoExporter* exporter, QWidget* parent) : QWidget(parent), exporter_(exporter) {
+ExportProgress::ExportProgress(AppModel& model, QWidget* parent) : QWidget(parent), model_(model) {
     auto* column = new QVBoxLayout(this);
     column->setContentsMargins(0, 0, 0, 0);
     column->setSpacing(6);
     auto* head = new QHBoxLayout();
-    auto* title = new QLabel(QStringLiteral("Export vidéo en cours"), this);
-    title->setFont(Theme::text(12, Theme::Weight::semibold));
-    setTextColor(title, Theme::ink());
+    title_ = new QLabel(this);
+    title_->setFont(Theme::text(12, Theme::Weight::semibold));
+    setTextColor(title_, Theme::ink());
     percent_ = new QLabel(this);
     percent_->setFont(Theme::numbers(12));
     setTextColor(percent_, Theme::accent());
-    head->addWidget(title, 1);
+    head->addWidget(title_, 1);
     head->addWidget(percent_);
     column->addLayout(head);
     bar_ = new QProgressBar(this);
@@ -418,7 +428,8 @@ ExportProgress::ExportProgress(VideoExporter* exporter, QWidget* parent) : QWidg
     column->addWidget(bar_);
     cancel_ = new QuorvelButton(QStringLiteral("Annuler l'export"), QuorvelButton::Kind::outlined, this);
     connect(cancel_, &QAbstractButton::clicked, this, [this] {
-        if (exporter_) exporter_->cancel();
+        if (model_.isExportingClips()) model_.cancelDropClips();
+        else if (VideoExporter* exporter = model_.videoExporter()) exporter->cancel();
     });
     column->addWidget(cancel_);
     auto* timer = new QTimer(this);
@@ -430,15 +441,19 @@ ExportProgress::ExportProgress(VideoExporter* exporter, QWidget* parent) : QWidg
     refresh();
 }
 
-QString ExportProgress::percentText() const {
-    const double p = exporter_ ? std::clamp(exporter_->progress(), 0.0, 1.0) : 0;
-    return formatValue("%.0f %%", p * 100);
+double ExportProgress::fraction() const {
+    if (model_.isExportingClips()) return model_.clipsProgress();
+    const VideoExporter* exporter = model_.videoExporter();
+    return exporter ? std::clamp(exporter->progress(), 0.0, 1.0) : 0;
 }
 
+QString ExportProgress::percentText() const { return QString::fromStdString(Format::percent(fraction())); }
+
 void ExportProgress::refresh() {
-    const double p = exporter_ ? std::clamp(exporter_->progress(), 0.0, 1.0) : 0;
+    title_->setText(model_.isExportingClips() ? QStringLiteral("Clips des drops en cours")
+                                              : QStringLiteral("Export vidéo en cours"));
     percent_->setText(percentText());
-    bar_->setValue(int(std::lround(p * 1000)));
+    bar_->setValue(int(std::lround(fraction() * 1000)));
 }
 
 // --- PanelPage

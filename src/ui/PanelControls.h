@@ -55,6 +55,8 @@ public:
     QSlider* slider() const { return slider_; }
     // Writes a value, kept within the range and on the steps.
     void setValue(double v);
+    // A range that follows the model (the neutral value stays inside it).
+    void setRange(double minimum, double maximum);
     void refresh();
 
 protected:
@@ -195,17 +197,21 @@ private:
 ChoiceRow* choiceButton(const QString& title, bool on, std::function<void()> action, QWidget* parent = nullptr);
 
 // Follows a running video export: title, percentage, bar, cancel button.
-// Polls the exporter every 0.25 s while it is shown.
+// The clips of the drops show as one job, with the percentage the drops
+// panel and the footer show. Polls every 0.25 s while it is shown.
 class ExportProgress : public QWidget {
     Q_OBJECT
 public:
-    explicit ExportProgress(VideoExporter* exporter, QWidget* parent = nullptr);
+    explicit ExportProgress(AppModel& model, QWidget* parent = nullptr);
     void refresh();
     QString percentText() const;
     QAbstractButton* cancelButton() const { return cancel_; }
 
 private:
-    VideoExporter* exporter_;
+    double fraction() const;
+
+    AppModel& model_;
+    QLabel* title_ = nullptr;
     QLabel* percent_ = nullptr;
     QProgressBar* bar_ = nullptr;
     QAbstractButton* cancel_ = nullptr;

@@ -1,5 +1,7 @@
 #include "ui/ScreenModel.h"
 
+#include <cmath>
+
 #include <memory>
 
 #include "base/Format.h"
@@ -56,6 +58,26 @@ void ScreenModel::openGrade(int camera) {
 bool ScreenModel::showsCropWindow(int camera) const {
     return format() != OutputFormat::landscape || !framing(camera).isNeutral() ||
            (app_.rightPanel() == RightPanel::crop && app_.editedCamera() == camera);
+}
+
+QString ScreenModel::offsetText(int camera, bool brief) const {
+    const double seconds = app_.pictureOffset(camera);
+    if (seconds == 0) return {};
+    const double frames = seconds * app_.cameraFrameRate(camera);
+    const long whole = std::lround(frames);
+    // A minus sign, not a hyphen, as the panels write numbers.
+    auto sign = [](double v) { return v < 0 ? QStringLiteral("−") : QStringLiteral("+"); };
+    const QString ms = sign(seconds) + QString::number(std::lround(std::abs(seconds) * 1000)) + QStringLiteral(" ms");
+    if (std::abs(frames - static_cast<double>(whole)) > 0.01) return ms;
+    const QString count = sign(frames) + QString::number(std::abs(whole));
+    if (brief) return count + QStringLiteral(" i");
+    return count + (std::abs(whole) > 1 ? QStringLiteral(" images (") : QStringLiteral(" image (")) + ms +
+           QStringLiteral(")");
+}
+
+void ScreenModel::openOffset(int camera) {
+    app_.setEditedCamera(camera);
+    app_.setRightPanel(RightPanel::sound);
 }
 
 TrackMix ScreenModel::mix(int source) const {

@@ -57,6 +57,13 @@ public:
     // that is not neutral, or the crop panel open on this camera.
     bool showsCropWindow(int camera) const;
 
+    // A camera's picture offset for the user: "+2 images (80 ms)", or
+    // brief "+2 i"; milliseconds alone when it is no whole number of frames
+    // ("+57 ms"); empty at 0.
+    QString offsetText(int camera, bool brief) const;
+    // Opens the sound panel on the camera's picture offset.
+    void openOffset(int camera);
+
     TrackMix mix(int source) const;
     void toggleMute(int source);
     void applyAudio(int source, double levelDb);

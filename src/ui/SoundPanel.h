@@ -1,5 +1,6 @@
 // SoundPanel: how the montage sounds. The audio mode (camera sound, table
-// sound, or both), the fades between plans and cameras, the master volume.
+// sound, or both), the fades between plans and cameras, the master volume,
+// and each camera's picture offset against its sound.
 #pragma once
 
 #include "ui/PanelControls.h"
@@ -16,6 +17,9 @@ private:
     AppModel& model_;
     std::vector<ChoiceRow*> modes_;
     PanelToggle* cutFade_ = nullptr;
+    CameraTabs* offsetTabs_ = nullptr;
+    ValueSlider* offsetMs_ = nullptr;        // its range: ten frames of the edited camera
+    ValueSlider* offsetMetres_ = nullptr;
 };
 
 }  // namespace qv::ui

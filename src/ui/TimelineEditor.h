@@ -111,7 +111,7 @@ private:
     };
     enum class DragKind { none, seek, cut, rangeIn, rangeOut, thumb, level, hand };
     struct Hit {
-        enum Kind { none, seek, drop, rangeIn, rangeOut, cut, plan, mute, level, overview, thumb } kind = none;
+        enum Kind { none, seek, drop, rangeIn, rangeOut, cut, plan, mute, level, overview, thumb, header } kind = none;
         int index = -1;  // drop, cut, plan or track index
     };
 
@@ -140,6 +140,8 @@ private:
     QString toolTipAt(QPointF pos) const;
     QString pictureTipAt(QPointF pos) const;
     void planMenu(int plan, QPoint globalPos);
+    // A camera row's menu: its picture offset against its sound.
+    void offsetMenu(int camera, QPoint globalPos);
     void setLevelFromX(const Track& track, double x);
     // Placing by hand (TimelineHand.cpp).
     const Track* trackOf(int source) const;

@@ -8,6 +8,7 @@
 #include <QNativeGestureEvent>
 #include <QToolTip>
 #include <QWheelEvent>
+#include <algorithm>
 #include <cmath>
 #include <functional>
 
@@ -41,6 +42,7 @@ TimelineEditor::Hit TimelineEditor::hitTest(QPointF pos) const {
             if (y < t.top || y >= t.top + t.height) continue;
             if (muteRect(t).contains(pos)) return {Hit::mute, int(i)};
             if (levelRect(t).adjusted(-6, -6, 6, 6).contains(pos)) return {Hit::level, int(i)};
+            if (!t.audio) return {Hit::header, int(i)};
         }
         return {};
     }
@@ -58,12 +60,16 @@ TimelineEditor::Hit TimelineEditor::hitTest(QPointF pos) const {
         return {Hit::seek};
     }
     if (y < rulerHeight + montageHeight) {
+        // Cuts and plans are in time order: found by halving, so hovering
+        // costs the same over ten cuts or a million.
         const auto& cuts = e.cuts();
-        for (size_t i = 0; i < cuts.size(); ++i)
-            if (cuts[i].time > 0.001 && std::abs(x - xOf(cuts[i].time)) <= 5) return {Hit::cut, int(i)};
+        auto near = std::partition_point(cuts.begin(), cuts.end(), [&](const Cut& c) { return xOf(c.time) < x - 5; });
+        for (; near != cuts.end() && xOf(near->time) <= x + 5; ++near)
+            if (near->time > 0.001 && std::abs(x - xOf(near->time)) <= 5) return {Hit::cut, int(near - cuts.begin())};
         const double t = timeAt(x);
-        for (const Segment& s : e.segments())
-            if (t >= s.start && t < s.end) return {Hit::plan, s.id};
+        const auto& plans = e.segments();
+        auto at = std::partition_point(plans.begin(), plans.end(), [t](const Segment& s) { return s.start <= t; });
+        if (at != plans.begin() && t < std::prev(at)->end) return {Hit::plan, std::prev(at)->id};
     }
     return {};
 }
@@ -108,7 +114,7 @@ QString TimelineEditor::toolTipAt(QPointF pos) const {
                 .arg(int(std::lround(d.strength * 100)));
         }
         case Hit::plan: {
-            const auto plans = e.segments();
+            const auto& plans = e.segments();
             const Segment& s = plans[size_t(hit.index)];
             return QStringLiteral("%1 · %2 → %3\nClic : sélectionner · 1 à 8 : changer de caméra · double-clic : y aller")
                 .arg(model_.cameraName(s.camera), tc(s.start), tc(s.end));
@@ -117,6 +123,12 @@ QString TimelineEditor::toolTipAt(QPointF pos) const {
             return model_.mix(tracks_[size_t(hit.index)].source).muted ? QStringLiteral("Remettre le son")
                                                                         : QStringLiteral("Couper le son");
         case Hit::level: return QStringLiteral("Volume en dB · double-clic : remettre à 0");
+        case Hit::header: {
+            const int camera = tracks_[size_t(hit.index)].number - 1;
+            const QString offset = model_.offsetText(camera, false);
+            return (offset.isEmpty() ? QString() : QStringLiteral("Décalage image : %1\n").arg(offset)) +
+                   QStringLiteral("Clic droit : décaler l'image par rapport au son");
+        }
         default: return {};
     }
 }
@@ -275,6 +287,8 @@ void TimelineEditor::contextMenuEvent(QContextMenuEvent* ev) {
     const Hit hit = hitTest(ev->pos());
     if (hit.kind == Hit::plan) {
         planMenu(hit.index, ev->globalPos());
+    } else if (hit.kind == Hit::header) {
+        offsetMenu(tracks_[size_t(hit.index)].number - 1, ev->globalPos());
     } else if (hit.kind == Hit::drop) {
         const Drop d = e.drops()[size_t(hit.index)];
         QMenu menu(this);
@@ -308,6 +322,36 @@ void TimelineEditor::planMenu(int plan, QPoint globalPos) {
     const QString name = model_.cameraName(camera);
     menu.addAction(QStringLiteral("Recadrer %1…").arg(name), this, [this, camera] { model_.openCrop(camera); });
     menu.addAction(QStringLiteral("Étalonner %1…").arg(name), this, [this, camera] { model_.openGrade(camera); });
+    menu.exec(globalPos);
+}
+
+void TimelineEditor::offsetMenu(int camera, QPoint globalPos) {
+    AppModel& app = model_.app();
+    const double frame = 1 / app.cameraFrameRate(camera);
+    const double now = app.pictureOffset(camera);
+    QMenu menu(this);
+    const QString offset = model_.offsetText(camera, false);
+    menu.addAction(QStringLiteral("Décalage image de %1 : %2")
+                       .arg(model_.cameraName(camera), offset.isEmpty() ? QStringLiteral("aucun") : offset))
+        ->setEnabled(false);
+    menu.addAction(QStringLiteral("Image plus tard d'une image"), this,
+                   [&app, camera, now, frame] { app.setPictureOffset(camera, now + frame); });
+    menu.addAction(QStringLiteral("Image plus tôt d'une image"), this,
+                   [&app, camera, now, frame] { app.setPictureOffset(camera, now - frame); });
+    QMenu* frames = menu.addMenu(QStringLiteral("Décalage image"));
+    for (int n = -AppModel::maxOffsetFrames; n <= AppModel::maxOffsetFrames; ++n) {
+        const bool here = std::abs(now - n * frame) < 1e-4;
+        QString text = n == 0 ? QStringLiteral("aucun")
+                              : (n > 0 ? QStringLiteral("+") : QStringLiteral("−")) + QString::number(std::abs(n)) +
+                                    (std::abs(n) > 1 ? QStringLiteral(" images") : QStringLiteral(" image"));
+        text.prepend(here ? QStringLiteral("✓ ") : QStringLiteral("    "));
+        frames->addAction(text, this, [&app, camera, n, frame] { app.setPictureOffset(camera, n * frame); });
+    }
+    menu.addAction(QStringLiteral("Distance des enceintes, millisecondes…"), this,
+                   [this, camera] { model_.openOffset(camera); });
+    menu.addSeparator();
+    menu.addAction(QStringLiteral("Remettre l'image avec le son"), this, [&app, camera] { app.setPictureOffset(camera, 0); })
+        ->setEnabled(now != 0);
     menu.exec(globalPos);
 }
 

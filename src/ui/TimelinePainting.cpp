@@ -4,6 +4,7 @@
 #include <QPaintEvent>
 #include <QPainter>
 #include <QPainterPath>
+#include <algorithm>
 #include <cmath>
 
 #include "base/Format.h"
@@ -68,7 +69,7 @@ void TimelineEditor::render(QPainter& p) {
     const EditModel& e = model_.edit();
     p.fillRect(rect(), Theme::paper());
     p.setRenderHint(QPainter::Antialiasing);
-    const std::vector<Segment> plans = e.segments();
+    const std::vector<Segment>& plans = e.segments();
     const int active = shownCamera_;
 
     // Lanes, clipped to their column.
@@ -179,9 +180,25 @@ void TimelineEditor::paintMontage(QPainter& p, const std::vector<Segment>& plans
     const QRectF lane(laneLeft(), rulerHeight, laneWidth(), montageHeight);
     p.fillRect(lane, Theme::paper());
     const auto selected = e.selectedSegment();
-    for (const Segment& s : plans) {
-        double x0 = xOf(s.start), x1 = xOf(s.end);
-        if (x1 < lane.left() || x0 > lane.right()) continue;
+    // Only the plans in view, found by halving. Plans thinner than two
+    // points are too many to draw one by one (an edit may hold a million):
+    // a column of points shows the camera of the first plan that starts in
+    // it, and the plans after it in that column are passed over at once.
+    const double pps = pointsPerSecond(), origin = laneLeft(), from = e.viewStart();
+    const auto x = [&](double t) { return origin + (t - from) * pps; };
+    auto it = std::partition_point(plans.begin(), plans.end(), [&](const Segment& s) { return x(s.start) <= lane.left(); });
+    if (it != plans.begin()) --it;
+    while (it != plans.end()) {
+        const Segment& s = *it;
+        double x0 = x(s.start), x1 = x(s.end);
+        if (x0 > lane.right()) break;
+        if (x1 < lane.left() || x1 - x0 < 2) {
+            const double column = std::floor(x0);
+            if (x1 >= lane.left()) p.fillRect(QRectF(column, lane.top() + 4, 1, montageHeight - 8), cameraColor(s.camera));
+            it = std::partition_point(it + 1, plans.end(), [&](const Segment& n) { return x(n.start) < column + 1; });
+            continue;
+        }
+        ++it;
         QRectF block(x0 + 0.5, lane.top() + 4, std::max(1.0, x1 - x0 - 1), montageHeight - 8);
         QColor c = cameraColor(s.camera);
         p.setPen(Qt::NoPen);
@@ -315,9 +332,20 @@ void TimelineEditor::paintHeader(QPainter& p, const Track& t, int active) {
     p.setFont(Theme::text(12, Theme::Weight::medium));
     p.setPen(mix.muted ? Theme::gray4() : Theme::gray1());
     QFontMetrics fm(p.font());
+    const bool offset = !t.audio && model_.app().pictureOffset(t.number - 1) != 0;
     p.drawText(QRectF(40, t.top, 74, t.height), Qt::AlignVCenter | Qt::AlignLeft,
-               fm.elidedText(name, Qt::ElideRight, mix.muted ? 44 : 74));
-    if (mix.muted) {
+               fm.elidedText(name, Qt::ElideRight, mix.muted || offset ? 40 : 74));
+    // The camera's picture moved against its sound, in the name's tail; it
+    // takes the place of the word "muet", which the speaker still tells.
+    if (const QString offset = t.audio ? QString() : model_.offsetText(t.number - 1, true); !offset.isEmpty()) {
+        p.setFont(Theme::numbers(9));
+        const QRectF badge(82, t.top + (t.height - 14) / 2.0, 34, 14);
+        p.setPen(Qt::NoPen);
+        p.setBrush(Theme::withAlpha(Theme::accent(), 0.18));
+        p.drawRoundedRect(badge, 3, 3);
+        p.setPen(Theme::accent());
+        p.drawText(badge, Qt::AlignCenter, offset);
+    } else if (mix.muted) {
         p.setFont(Theme::text(9, Theme::Weight::semibold, 0.8));
         p.setPen(Theme::warning());
         p.drawText(QRectF(84, t.top, 32, t.height), Qt::AlignVCenter | Qt::AlignLeft, QStringLiteral("muet"));
@@ -351,9 +379,25 @@ void TimelineEditor::paintBottom(QPainter& p) {
     p.drawRoundedRect(o, 3, 3);
     const double d = std::max(1.0, e.duration());
     auto ox = [&](double t) { return o.left() + t / d * o.width(); };
-    for (const Segment& s : e.segments())
-        p.fillRect(QRectF(ox(s.start), o.top() + 8, std::max(1.0, ox(s.end) - ox(s.start)), 8),
-                   Theme::withAlpha(cameraColor(s.camera), 0.9));
+    // The camera at each column of points, found by halving, in runs of one
+    // camera: a million plans cost the overview no more than a few.
+    const auto& plans = e.segments();
+    const int columns = std::max(0, int(o.width()));
+    int runStart = 0, runCamera = -1;
+    for (int c = 0; c <= columns; ++c) {
+        int camera = -1;
+        if (c < columns) {
+            const double t = (c + 0.5) / o.width() * d;
+            auto at = std::partition_point(plans.begin(), plans.end(), [t](const Segment& s) { return s.start <= t; });
+            if (at != plans.begin() && t < std::prev(at)->end) camera = std::prev(at)->camera;
+        }
+        if (camera == runCamera) continue;
+        if (runCamera >= 0)
+            p.fillRect(QRectF(o.left() + runStart, o.top() + 8, c - runStart, 8),
+                       Theme::withAlpha(cameraColor(runCamera), 0.9));
+        runStart = c;
+        runCamera = camera;
+    }
     if (e.inPoint() || e.outPoint()) {
         TimeRange r = e.exportRange();
         p.fillRect(QRectF(ox(r.start), o.bottom() - 3, ox(r.end) - ox(r.start), 3), Theme::accent());

@@ -157,5 +157,41 @@ TEST_F(ExportCommandsTest, VideoOutcomesReachStatusToastAndError) {
     EXPECT_EQ(model->errorMessage(), "L'export vidéo a échoué : disque plein");
 }
 
+TEST_F(ExportCommandsTest, DropClipsKeepOrReplaceClipsOfTheSameNameAsTheSettingSays) {
+    model->edit().setDrops({{0, 6, 0.9}});
+    settings->setExportTarget(ExportTarget::dropClips);
+    const fs::path older = exports / "tiny-21 - drop 1 (0:06).mp4";
+    writeText(older, "le clip d'hier");
+    // Each run is told at once that its one clip is done.
+    auto exportClips = [&]() -> std::optional<fs::path> {
+        exporter->done = nullptr;
+        model->exportMontage();
+        if (!exporter->done) return std::nullopt;
+        auto done = std::move(exporter->done);
+        exporter->done = nullptr;
+        done({VideoOutcome::Kind::success, {}});
+        return exporter->to;
+    };
+
+    // No dialog: as every export, beside the file already there.
+    EXPECT_EQ(exportClips(), exports / "tiny-21 - drop 1 (0:06) 2.mp4");
+    EXPECT_TRUE(dialogs.titles.empty());
+
+    // With the dialog: the folder is asked, then what to do with the name.
+    settings->setAskWhereToSave(true);
+    dialogs.folders = {exports, exports, exports, std::nullopt};
+    dialogs.alerts = {2, 1, 0};  // Annuler, Garder les deux, Remplacer
+    EXPECT_EQ(exportClips(), std::nullopt);
+    ASSERT_EQ(dialogs.titles.size(), 1u);
+    EXPECT_EQ(dialogs.titles[0], "Un clip du même nom existe déjà");
+    EXPECT_EQ(exportClips(), exports / "tiny-21 - drop 1 (0:06) 2.mp4");
+    EXPECT_EQ(exportClips(), older);
+    EXPECT_EQ(dialogs.titles.size(), 3u);
+    // A cancelled folder panel asks nothing more and starts nothing.
+    EXPECT_EQ(exportClips(), std::nullopt);
+    EXPECT_EQ(dialogs.titles.size(), 3u);
+    EXPECT_EQ(readText(older), "le clip d'hier");  // the exporter replaces it only once a clip is made
+}
+
 }  // namespace
 }  // namespace qv::test

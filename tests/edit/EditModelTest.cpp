@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "Fakes.h"
+#include "base/SplitMix64.h"
 #include "support/MontageSet.h"
 
 namespace qv {
@@ -138,6 +139,71 @@ TEST_F(EditModelTest, HistoryKeepsThreeHundredSteps) {
     EXPECT_FALSE(model.toast());
     model.undo();
     EXPECT_EQ(model.toast(), "Rien à annuler");
+}
+
+// Steps keep only what differs, yet any mix of edits, drags, outside
+// assignments and undos gives back exactly the cuts each step began with.
+TEST_F(EditModelTest, UndoBringsBackEveryEarlierEditExactly) {
+    std::vector<Cut> many;
+    for (int i = 0; i < 2000; ++i) many.push_back(cutAt(0.04 * i, i % 3 == 2 ? 1 : i % 2));
+    model.setCuts(many);
+    std::vector<std::vector<Cut>> expected;  // the cuts at each step's start
+    SplitMix64 rng(0x5eed);
+    auto below = [&](int n) { return static_cast<int>(rng.next() % static_cast<uint64_t>(n)); };
+    for (int round = 0; round < 280; ++round) {  // fewer steps than the history keeps
+        const std::vector<Cut> before = model.cuts();
+        const size_t steps = model.history().size();
+        const double t = 0.5 + below(7900) * 0.01;
+        switch (below(7)) {
+            case 0: at(t, true), model.pressCamera(below(2)); break;
+            case 1: at(t, false), model.select(std::nullopt), model.pressCamera(below(2)); break;
+            case 2: model.addEdit(t); break;
+            case 3: at(t, false), model.select(std::nullopt), model.deleteSegmentCut(); break;
+            case 4: {  // a drag: one step, several moves
+                model.record();
+                const int cut = 1 + below(static_cast<int>(model.cuts().size()) - 1);
+                for (int k = 0; k < 3; ++k) model.moveCut(cut, model.cuts()[size_t(cut)].time + 0.01 * (k - 1));
+                break;
+            }
+            case 5:
+                if (!expected.empty()) {
+                    model.undo();
+                    EXPECT_EQ(model.cuts(), expected.back()) << "round " << round;
+                    expected.pop_back();
+                }
+                continue;
+            case 6: {  // changed from outside, with no step of its own
+                std::vector<Cut> cuts = model.cuts();
+                cuts[size_t(below(static_cast<int>(cuts.size())))].camera = 2;
+                model.setCuts(cuts);
+                continue;
+            }
+        }
+        if (model.history().size() > steps) expected.push_back(before);
+    }
+    while (!expected.empty()) {
+        model.undo();
+        ASSERT_EQ(model.cuts(), expected.back());
+        expected.pop_back();
+    }
+}
+
+// With a million cuts, three hundred whole copies would not fit in memory.
+TEST_F(EditModelTest, StepsHoldTheCutsTheyChangedNotTheWholeEdit) {
+    std::vector<Cut> many;
+    for (int i = 0; i < 20000; ++i) many.push_back(cutAt(0.004 * i + 0.002, i % 2));
+    model.setCuts(many);
+    for (int i = 0; i < 100; ++i) {
+        const double t = 0.3 + 0.79 * i;
+        at(t, true);
+        model.pressCamera(model.activeCamera(t) == 0 ? 1 : 0);  // a live cut replacing the nearby ones
+        model.record();                // a drag
+        model.moveCut(5 * i + 1, model.cuts()[size_t(5 * i + 1)].time + 0.001);
+    }
+    ASSERT_EQ(model.history().size(), 200u);
+    size_t held = 0;
+    for (const auto& step : model.history()) held += step.middle.size() + (step.whole ? step.whole->size() : 0);
+    EXPECT_LE(held, many.size() + 20 * model.history().size());
 }
 
 TEST_F(EditModelTest, HandPlacementsAreUndoneWithTheCuts) {

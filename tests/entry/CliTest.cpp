@@ -5,6 +5,7 @@
 #include <pugixml.hpp>
 
 #include <cstdio>
+#include <optional>
 #include <regex>
 #include <sstream>
 
@@ -50,9 +51,9 @@ TEST(Cli, ModesAndUsage) {
         EXPECT_EQ(r.status, 1) << args;
         EXPECT_EQ(r.out, "Usage : Quorvel --cli <dossier du set> <sortie.xml>\n") << args;
     }
-    // The self check wins; "--cli" is an option, not its folder.
+    // The self check wins, and takes "--cli" as its fixtures folder.
     auto self = program("--selftest --cli x y");
-    EXPECT_NE(self.out.find("Aucun set de référence dans Tests/Fixtures"), std::string::npos) << self.out;
+    EXPECT_NE(self.out.find("Aucun set de référence dans --cli"), std::string::npos) << self.out;
     EXPECT_EQ(self.status, 0) << self.out;
     // Its own checks ran, and all passed.
     EXPECT_TRUE(std::regex_match(test::lastLine(self.out), std::regex("[1-9][0-9]* passed, 0 failed"))) << self.out;
@@ -187,6 +188,34 @@ TEST(Cli, TimelinesForTheOtherEditorsBesideOrInsteadOfTheXml) {
     EXPECT_EQ(refused.status, 1);
     EXPECT_TRUE(fs::exists(dir / "notes.txt"));
     EXPECT_EQ(cli({set.string()}).status, 1);  // neither xmeml nor timeline: the usage
+}
+
+// The set's rate is said and applied; the phone's variable-rate clip is
+// named, and with --cfr its copy is made once and pointed at.
+TEST(Cli, RateAndConstantRateCopies) {
+    fs::path set = test::generatedSet("rates", 1);
+    if (set.empty()) GTEST_SKIP() << "generator unavailable";
+    test::TempDir dir;
+    const char* before = std::getenv("XDG_CACHE_HOME");
+    const std::optional<std::string> saved = before ? std::optional<std::string>(before) : std::nullopt;
+    ::setenv("XDG_CACHE_HOME", (dir / "cache").c_str(), 1);
+    const std::string xml = (dir / "s.xml").string(), otio = (dir / "s.otio").string();
+    std::ostringstream out, err;
+    const int status = CLI::run({set.string(), xml, "--rate", "29.97df", "--cfr", "--otio", otio}, out, err);
+    if (saved) ::setenv("XDG_CACHE_HOME", saved->c_str(), 1);
+    else ::unsetenv("XDG_CACHE_HOME");
+    ASSERT_EQ(status, 0) << out.str() << err.str();
+    EXPECT_NE(out.str().find("Cadence : 29,97 i/s (choisie), drop-frame\n"), std::string::npos) << out.str();
+    EXPECT_NE(out.str().find("Copies à cadence fixe : 1 sur 1 dans " + (dir / "cache" / "quorvel" / "cadence-fixe").string()),
+              std::string::npos) << out.str();
+    EXPECT_NE(err.str().find("Fichier à cadence variable : Cam 1/clip 2.mp4\n"), std::string::npos) << err.str();
+
+    const std::string text = test::readText(xml);
+    EXPECT_TRUE(test::xmemlProblems(text).empty()) << test::joined(test::xmemlProblems(text));
+    EXPECT_NE(text.find("<displayformat>DF</displayformat>"), std::string::npos);
+    EXPECT_NE(text.find("/cache/quorvel/cadence-fixe/"), std::string::npos);
+    std::vector<std::string> problems;
+    EXPECT_NEAR(test::readOtio(test::readText(otio), problems).rate, 30000.0 / 1001, 1e-9);
 }
 
 TEST(Cli, AutoLeavesNoPlanWithoutPictureWhereCamerasFilmThroughout) {

@@ -3,16 +3,17 @@
 // process limited to 4 GB of address space and a minute of time: an abort,
 // a signal, a hang or an XML that a strict parser refuses fails the row.
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <signal.h>
+#include <sys/syscall.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
+#include <cerrno>
 #include <fcntl.h>
 #include <functional>
-#include <thread>
 
 #include "support/Fixtures.h"
 #include "support/XmemlCheck.h"
@@ -57,6 +58,8 @@ ChildRun runProgram(const std::vector<std::string>& args, const fs::path& scratc
             rlimit limit{4000000ull * 1024, 4000000ull * 1024};
             setrlimit(RLIMIT_AS, &limit);
         }
+        // The journal of each case goes into its own folder, never the user's.
+        setenv("XDG_STATE_HOME", (scratch / "etat").c_str(), 1);
         std::vector<char*> argv;
         std::string exe = QUORVEL_EXE;
         argv.push_back(exe.data());
@@ -68,17 +71,21 @@ ChildRun runProgram(const std::vector<std::string>& args, const fs::path& scratc
     }
     ChildRun r;
     int status = 0;
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    while (waitpid(pid, &status, WNOHANG) == 0) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            kill(pid, SIGKILL);
-            waitpid(pid, &status, 0);
-            r.out = test::readText(outFile);
-            r.err = test::readText(errFile);
-            return r;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    // The child's end is awaited as an event; a minute without it is a hang.
+    const int ending = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
+    pollfd watch{ending, POLLIN, 0};
+    int ready;
+    do ready = ending >= 0 ? poll(&watch, 1, 60000) : -1;
+    while (ready < 0 && errno == EINTR);
+    if (ending >= 0) close(ending);
+    if (ending >= 0 && ready == 0) {
+        kill(pid, SIGKILL);
+        waitpid(pid, &status, 0);
+        r.out = test::readText(outFile);
+        r.err = test::readText(errFile);
+        return r;
     }
+    waitpid(pid, &status, 0);
     r.finished = true;
     r.signalled = WIFSIGNALED(status);
     r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
@@ -280,6 +287,34 @@ const std::vector<Case>& cases() {
         {"control characters in arguments are shown escaped",
          [](const Place&) {}, {"--cli", "{set}", "{out}", "--\x1b[31mrouge"}, 0, {},
          {"Option inconnue ignorée : --\\x1b[31mrouge\n"}, true},
+
+        // The journal never holds the program up.
+        {"journal.log is a FIFO nobody reads",
+         [](const Place& p) {
+             fs::create_directories(p.dir / "etat" / "Quorvel");
+             mkfifo((p.dir / "etat" / "Quorvel" / "journal.log").c_str(), 0600);
+         },
+         {"--cli", "{set}", "{out}", "--video", "{dir}/film.mp4"}, 0, {"Vidéo : "}, {}, true,
+         [](const Place& p, const ChildRun&) {
+             EXPECT_TRUE(fs::is_fifo(p.dir / "etat" / "Quorvel" / "journal.log"));
+             EXPECT_TRUE(fs::exists(p.dir / "film.mp4"));
+         }},
+        // Camera files as cameras still write them, and what lies beside them:
+        // everything left aside is named, thumbnails quietly excepted.
+        {"HDV file, a note, a stray light copy and a thumbnail",
+         [](const Place& p) {
+             test::makeClip(p.set / "Cam 2" / "hdv.m2t", 3, true, {"-c:v", "mpeg2video", "-f", "mpegts"});
+             test::writeText(p.set / "Cam 2" / "GL010099.LRV", "pas une vidéo");
+             test::writeText(p.set / "Cam 2" / "hdv.THM", "pas une image");
+             test::writeText(p.set / "Cam 2" / "notes.txt", "batterie 2\n");
+         },
+         plain, 0, {"[CAM] Cam 2 : 1 fichiers"},
+         {"Fichier écarté : Cam 2/GL010099.LRV (copie légère sans chapitre du même nom)\n",
+          "Fichier écarté : Cam 2/notes.txt (format non pris en charge)\n"},
+         true, [](const Place&, const ChildRun& r) { EXPECT_EQ(r.err.find("THM"), std::string::npos) << r.err; }},
+        {"--rate asking drop-frame where there is none",
+         [](const Place&) {}, {"--cli", "{set}", "{out}", "--rate", "25df"}, 1, {},
+         {"Valeur invalide pour --rate : « 25df » (attendu : 23.976, 24, 25"}, false},
     };
     return table;
 }

@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdlib>
+#include <fstream>
+
 #include "looks/GradeMath.h"
 #include "support/Fixtures.h"
 
@@ -68,6 +71,38 @@ TEST_F(LookLibraryTest, BrokenFilesAreRefusedAndLeaveTheFolderAlone) {
     EXPECT_FALSE(LookLibrary::lut("../Cassée.cube"));
 }
 
+
+// A library file that fails is not read again at every bake, only once it changes.
+TEST_F(LookLibraryTest, ARefusedLutIsRememberedUntilItsFileChanges) {
+    const fs::path file = home / LookLibrary::kLutFolder / "Abîmée.cube";
+    const std::string good = CubeLUT::identity(2).text("Bonne");
+    std::string bad = good;
+    bad.replace(bad.find("LUT_3D_SIZE 2"), 13, "LUT_3D_SIZE 9");  // same length, wrong count
+    fs::create_directories(file.parent_path());
+    test::writeText(file, bad);
+    EXPECT_FALSE(LookLibrary::lut("Abîmée.cube"));
+
+    // Good bytes under the same stamp (same file, size and time): the
+    // remembered failure answers, so the file was not read again.
+    const auto written = fs::last_write_time(file);
+    {
+        std::ofstream in(file, std::ios::binary | std::ios::in | std::ios::out);
+        in << good;
+    }
+    fs::last_write_time(file, written);
+    EXPECT_FALSE(LookLibrary::lut("Abîmée.cube"));
+    GradeMath::cubeLUT(ColorGrade{.lut = "Abîmée.cube"}, 2);
+    EXPECT_FALSE(LookLibrary::lut("Abîmée.cube"));
+
+    // Once the file changes it is read again.
+    fs::last_write_time(file, written + std::chrono::seconds(1));
+    auto lut = LookLibrary::lut("Abîmée.cube");
+    ASSERT_TRUE(lut);
+    EXPECT_EQ(lut->size, 2);
+    // And a good file edited in place is not served stale.
+    test::writeText(file, CubeLUT::identity(3).text("Plus fine"));
+    EXPECT_EQ(LookLibrary::lut("Abîmée.cube")->size, 3);
+}
 TEST_F(LookLibraryTest, PresetsSaveListImportAndDelete) {
     LookLibrary::Preset night{"Nuit/Club 2", {}};
     night.grade.temperature = -40;

@@ -48,7 +48,9 @@ struct HeldExporter : VideoExporter {
 // n-th slider of a title in a panel, for titles that come twice.
 std::optional<double> neutralOf(const QString& panel, const QString& title, int nth) {
     static const std::map<QString, std::map<QString, std::vector<double>>> table = {
-        {"son", {{"Fondu quand une caméra se coupe", {0}}, {"Volume général", {0}}}},
+        {"son",
+         {{"Fondu quand une caméra se coupe", {0}}, {"Volume général", {0}}, {"Image par rapport au son", {0}},
+          {"En millisecondes", {0}}, {"Distance des enceintes", {0}}}},
         {"effets",
          {{"Part zoom avant / dézoom", {0.5}}, {"Force du zoom", {115}}, {"Part du chemin", {0.5}},
           {"Intensité", {0.5, 0.6}}, {"Rapidité", {0.5}}, {"Ampleur des mouvements", {0.5}},
@@ -295,7 +297,14 @@ private slots:
         held->shown = 0.36;
         panel.refresh();
         QCOMPARE(box->progressLine()->text(), QStringLiteral("Clips des drops : 2 / 2 · 68 %"));
-        QCOMPARE(QString::fromStdString(clips.status()), QStringLiteral("Clips des drops : 2 / 2 · 50 %"));
+        // The footer's line follows within a tick, and the export panel
+        // shows the same whole job, not the clip's own share.
+        main.advance(AppModel::clipsTick);
+        QCOMPARE(QString::fromStdString(clips.status()), box->progressLine()->text());
+        own.setExportTarget(ExportTarget::dropClips);
+        ExportPanel exportPanel(clips);
+        QVERIFY(exportPanel.mainButton()->isHidden());
+        QCOMPARE(exportPanel.progress()->percentText(), QStringLiteral("68 %"));
         box->cancelButton()->click();
         QVERIFY(held->cancelled);
         done = std::move(held->done);
@@ -306,9 +315,17 @@ private slots:
         panel.refresh();
         QVERIFY(!box->exportButton()->isHidden());
 
-        // Without drops there is nothing to export.
-        DropsPanel none(*model);
-        if (model->drops().empty()) QVERIFY(!none.clipsBox()->exportButton()->isEnabled());
+        // Without drops there is nothing to export, from either panel.
+        const std::vector<Drop> found = clips.drops();
+        clips.edit().setDrops({});
+        DropsPanel none(clips);
+        QVERIFY(!none.clipsBox()->exportButton()->isEnabled());
+        exportPanel.refresh();
+        QVERIFY(!exportPanel.mainButton()->isHidden());
+        QVERIFY(!exportPanel.mainButton()->isEnabled());
+        clips.edit().setDrops(found);
+        exportPanel.refresh();
+        QVERIFY(exportPanel.mainButton()->isEnabled());
     }
 
     void wheelCatchesCentreAndHoldsRim() {

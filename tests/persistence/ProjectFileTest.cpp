@@ -198,6 +198,40 @@ TEST(ProjectFile, CorruptedFilesNeverCrashAndLoseOnlyTheirDamage) {
     }
 }
 
+// The autosave's fast text is the document, byte for byte, whatever the
+// cuts hold: every effect, looks set or not, awkward numbers.
+TEST(ProjectFile, ItsTextIsItsDocumentByteForByte) {
+    ProjectFile p;
+    p.id.emplace("projet-3");
+    p.name.emplace("« Soirée »");
+    p.folder = "/tmp/f\xe9te";
+    p.inPoint = 1e-7;
+    const qv::PlanEffect effects[] = {qv::PlanEffect::automatic, qv::PlanEffect::none, qv::PlanEffect::zoomIn,
+                                  qv::PlanEffect::zoomOut, qv::PlanEffect::shake};
+    qv::SplitMix64 rng(7);
+    for (int i = 0; i < 400; ++i) {
+        ProjectFile::CutData c;
+        c.time = i == 0 ? 0.0 : i == 1 ? 1e21 : i == 2 ? -0.0 : static_cast<double>(rng.next() % 100000) / 7.0;
+        c.camera = static_cast<int>(rng.next() % 8);
+        c.effect = effects[rng.next() % 5];
+        const auto pick = [&]() -> std::optional<bool> {
+            switch (rng.next() % 3) {
+                case 0: return std::nullopt;
+                case 1: return true;
+                default: return false;
+            }
+        };
+        c.looks = {pick(), pick(), pick()};
+        p.cuts.push_back(c);
+        if (i % 97 != 0) continue;
+        for (int indent : {-1, 0, 2, 4})
+            ASSERT_EQ(p.toText(indent), p.toJson().dump(indent, ' ', false, Json::error_handler_t::replace))
+                << i << " cuts, indent " << indent;
+    }
+    p.cuts.clear();
+    EXPECT_EQ(p.toText(2), p.toJson().dump(2, ' ', false, Json::error_handler_t::replace));
+}
+
 TEST(ProjectFile, NamesThatAreNotUtf8AreWrittenReplaced) {
     TempHome home;
     std::vector<qv::MediaSource> sources{source("Cam \xff", qv::SourceKind::camera)};
@@ -227,4 +261,25 @@ TEST(ProjectFile, HandPlacementsByPathInTheSet) {
     const ProjectFile loaded = ProjectFile::fromJson(damaged);
     EXPECT_TRUE(loaded.handPlacements.empty());
     EXPECT_EQ(loaded.zoom, 3.0);
+}
+
+TEST(ProjectFile, PictureOffsetsRateAndDropFrameOnlyWhenSet) {
+    ProjectFile p;
+    p.pictureOffsets = {{"Cam 3", 0.05}, {"Cam 1", -0.08}};
+    p.frameRate = "29.97";
+    p.dropFrame = true;
+    const Json j = p.toJson();
+    EXPECT_EQ(j["pictureOffsets"], Json({{"Cam 1", -0.08}, {"Cam 3", 0.05}}));
+    EXPECT_EQ(j["frameRate"], "29.97");
+    EXPECT_EQ(ProjectFile::fromJson(j, p.savedAt), p);
+    const Json plain = ProjectFile().toJson();
+    for (const char* key : {"pictureOffsets", "frameRate", "dropFrame"}) EXPECT_FALSE(plain.contains(key)) << key;
+    // Damage loses that key alone.
+    Json damaged = j;
+    damaged["frameRate"] = 25;
+    damaged["dropFrame"] = "oui";
+    const ProjectFile loaded = ProjectFile::fromJson(damaged);
+    EXPECT_FALSE(loaded.frameRate);
+    EXPECT_FALSE(loaded.dropFrame);
+    EXPECT_EQ(loaded.pictureOffsets, p.pictureOffsets);
 }

@@ -57,6 +57,9 @@ struct SetFixture : ::testing::Test {
         result.placed[2].candidates = {{120, 11.5f}, {118.75, 10.25f}};
     }
 
+    // The cache of `result` under the files' stamps as they are now.
+    qv::SyncCache cacheNow() const { return store::cache(result, store::stamps(scan(set))); }
+
     TempHome home;
     fs::path set = home.root() / "Soirée";
     qv::SyncResult result;
@@ -73,10 +76,10 @@ void setModified(const fs::path& file, double seconds) {
 }  // namespace
 
 TEST_F(SetFixture, RoundTripThroughItsFile) {
-    store::saveSync(store::cache(result), set);
+    store::saveSync(cacheNow(), set);
     auto loaded = store::loadSync(set);
     ASSERT_TRUE(loaded);
-    EXPECT_EQ(*loaded, store::cache(result));
+    EXPECT_EQ(*loaded, cacheNow());
 
     auto restored = store::restore(*loaded, scan(set));
     ASSERT_TRUE(restored);
@@ -106,7 +109,7 @@ TEST_F(SetFixture, RoundTripThroughItsFile) {
 }
 
 TEST_F(SetFixture, ACacheWithoutCandidatesStillLoadsAndDamagedOnesRefuseIt) {
-    Json j = store::cache(result).toJson();
+    Json j = cacheNow().toJson();
     ASSERT_TRUE(j.contains("candidates"));
     Json older = j;
     older.erase("candidates");
@@ -143,7 +146,7 @@ TEST(SyncCache, StoresFloatsAsLittleEndianBase64) {
 }
 
 TEST_F(SetFixture, AnyChangeToTheSetRefusesTheCache) {
-    auto cache = store::cache(result);
+    auto cache = cacheNow();
     fs::path a001 = set / "Cam 1/A001.mp4";
     double modified = qv::SyncCache::FileStamp::of(a001)->modified;
     ASSERT_TRUE(store::restore(cache, scan(set)));
@@ -156,7 +159,7 @@ TEST_F(SetFixture, AnyChangeToTheSetRefusesTheCache) {
     TempHome::writeText(a001, "same time, other size");
     setModified(a001, modified);
     EXPECT_FALSE(store::restore(cache, scan(set)));
-    cache = store::cache(result);
+    cache = cacheNow();
 
     TempHome::writeText(set / "Cam 1/A003.mp4", "new");
     EXPECT_FALSE(store::restore(cache, scan(set)));
@@ -172,7 +175,7 @@ TEST_F(SetFixture, AnyChangeToTheSetRefusesTheCache) {
 
 // Damaged caches and projects must be refused quietly, never crash.
 TEST_F(SetFixture, RandomDamageNeverCrashes) {
-    const std::string valid = store::cache(result).toJson().dump();
+    const std::string valid = cacheNow().toJson().dump();
     const auto sources = scan(set);
     const fs::path projectFile = store::directory() / "projet-abime.json";
     const Json replacements[] = {nullptr, true, 3, -1.5, "x", Json::array(), Json::object(), 1e300,

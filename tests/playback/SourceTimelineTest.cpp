@@ -52,14 +52,15 @@ protected:
     void SetUp() override {
         if (!test::haveFFmpeg()) GTEST_SKIP() << "ffmpeg missing";
     }
-    // `count` frames, frame n grey 4n, with the given time stamps (ms).
+    // `count` frames, frame n grey 4n, with the given time stamps (ms), of
+    // square pixels (a rescale alone would keep the display aspect).
     fs::path clip(const std::string& name, int count, const std::string& ptsMs, const std::string& size,
                   const std::vector<std::string>& extra = {}) {
         fs::path out = dir_ / name;
         std::vector<std::string> args = {"-f", "lavfi", "-i",
                                          "color=black:s=64x64:r=25:d=" + std::to_string(count / 25 + 2),
                                          "-f", "lavfi", "-i", "sine=f=440:r=48000:d=" + std::to_string(count / 25 + 1),
-                                         "-vf", "geq=lum='16+4*N':cb=128:cr=128,scale=" + size + ",settb=1/1000,setpts='" + ptsMs + "'",
+                                         "-vf", "geq=lum='16+4*N':cb=128:cr=128,scale=" + size + ",setsar=1,settb=1/1000,setpts='" + ptsMs + "'",
                                          "-frames:v", std::to_string(count), "-fps_mode", "passthrough", "-enc_time_base", "1:1000",
                                          "-c:v", "libx264", "-preset", "ultrafast", "-g", "12", "-bf", "2",
                                          "-pix_fmt", "yuv444p", "-c:a", "aac"};
@@ -172,6 +173,27 @@ TEST_F(SourceReaderFiles, SoundIsReadFromTheFilesTimeZeroWhereverItsStreamStarts
         reader->read(48000, 1, out.data());  // 1 s into the file
         EXPECT_NEAR(out[0], (1.0 - c.lead) / 4, 0.003) << c.name;
     }
+}
+
+TEST_F(SourceReaderFiles, APictureOffsetShowsTheFilesPictureLaterAndLeavesItsSoundInPlace) {
+    fs::path file = clip("offset.mp4", 30, "N*40", "32x32");
+    PlacedItem p = placed(2, 1.2, true, 2, file);
+    p.pictureOffset = 0.08;  // two frames later
+    SourceReader reader(SourceTimeline::composition({p}, 5, true));
+    const SourceTimeline& line = reader.line();
+    EXPECT_DOUBLE_EQ(line.soundRanges.front().start, 2.0);
+    EXPECT_EQ(line.pictureAt(2.05), nullptr);
+    ASSERT_EQ(line.pictureAt(3.25), &line.pieces.front());
+    EXPECT_EQ(indexOf(reader.pictureAt(2.1).value()->frame), 0);
+    EXPECT_EQ(indexOf(reader.pictureAt(2.5).value()->frame), 10);
+    // A key frame comes back on the line where the moved picture shows it.
+    auto key = reader.keyFrameBefore(2.5);
+    ASSERT_TRUE(key.ok() && key->has_value());
+    EXPECT_NEAR((*key)->first, 2.08, 1e-6);
+
+    p.pictureOffset = -0.12;  // three frames earlier
+    SourceReader early(SourceTimeline::composition({p}, 5, true));
+    EXPECT_EQ(indexOf(early.pictureAt(2.5).value()->frame), 15);
 }
 
 TEST_F(SourceReaderFiles, AFileThatVanishedIsAFrenchErrorNotACrash) {

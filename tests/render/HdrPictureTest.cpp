@@ -8,6 +8,7 @@
 #include <cmath>
 #include <fstream>
 
+#include "platform/Notices.h"
 #include "platform/ProxyWriter.h"
 #include "playback/SourceTimeline.h"
 #include "render/RenderFixtures.h"
@@ -26,6 +27,13 @@ const char* const hdrRoad =
 const char* const gamutRoad =
     "zscale=t=linear:npl=100,format=gbrpf32le,zscale=p=bt709,zscale=t=bt709:m=bt709:r=tv,format=gbrp";
 const char* const bt709Reading = "scale=in_color_matrix=bt709:in_range=tv";
+// ffmpeg's tone curve takes a PQ picture without light metadata from
+// 10 000 cd/m², but in the road above it only sees linear light, where PQ
+// and HLG look alike, and falls back to HLG's 1 000: the peak it would have
+// chosen is given to it here.
+const char* const bareRoad =
+    "zscale=t=linear:npl=100,format=gbrpf32le,zscale=p=bt709,tonemap=tonemap=hable:peak=100,zscale=t=bt709:m=bt709:r=tv,"
+    "format=gbrp";
 
 class HdrPicture : public ::testing::Test {
 protected:
@@ -183,7 +191,48 @@ TEST_F(HdrPicture, TheRenderAndTheProxyShowHlgAndPqAsTheZscaleRoadMakesThem) {
     }
 }
 
-TEST_F(HdrPicture, UntaggedTenBitsAndAnUnknownTransferKeepThePlainBt709ReadingAndOnlyTheLatterIsLogged) {
+TEST_F(HdrPicture, PqWithoutLightMetadataIsMappedFromTheTopOfItsTransfer) {
+    // The HDR10 clip written again without its mastering display and light
+    // levels, as a camera that leaves them out would.
+    test::TempDir dir;
+    const fs::path bare = dir / "nu.mp4";
+    ASSERT_TRUE(test::ffmpeg({"-i", clip("hdr10-pq").string(), "-map", "0:v", "-c:v", "libx265", "-x265-params",
+                              "log-level=error:colorprim=bt2020:transfer=smpte2084:colormatrix=bt2020nc", "-pix_fmt",
+                              "yuv420p10le", "-color_primaries", "bt2020", "-color_trc", "smpte2084", "-colorspace",
+                              "bt2020nc", "-tag:v", "hvc1", bare.string()}));
+    auto tile = playerTile(bare, 12);
+    ASSERT_GT(tile.width, 0);
+    EXPECT_LE(errorNear(tile, bare, 12, bareRoad, true), 2.0);
+    // From a display of 1 000 cd/m² the same picture is clearly brighter.
+    EXPECT_GT(errorNear(tile, bare, 12, hdrRoad, true), 6.0);
+}
+
+TEST_F(HdrPicture, AConversionThatFailsFallsBackAndIsLoggedOncePerFile) {
+    // PQ in a packed layout the colour library cannot read, as capture
+    // cards write it: the pictures still show, and the journal hears of it once.
+    test::TempDir dir;
+    const fs::path packed = dir / "carte.mkv";
+    ASSERT_TRUE(test::ffmpeg({"-i", clip("hdr10-pq").string(), "-frames:v", "8", "-an", "-c:v", "rawvideo",
+                              "-pix_fmt", "uyvy422", "-color_trc", "smpte2084", "-color_primaries", "bt2020",
+                              "-colorspace", "bt2020nc", packed.string()}));
+    std::vector<std::string> notes;
+    media::setNoticeSink([&](const std::string& m) { notes.push_back(m); });
+    for (int pass = 0; pass < 2; ++pass) {
+        auto reader = media::VideoReader::open(packed);
+        ASSERT_TRUE(reader.ok());
+        for (int k = 0; k < 6; ++k) {
+            auto picture = reader->frameAt((k + 0.5) / 25);
+            ASSERT_TRUE(picture.ok());
+            EXPECT_GT((*picture)->frame.width, 0);
+        }
+    }
+    media::setNoticeSink(nullptr);
+    ASSERT_EQ(notes.size(), 1u);
+    EXPECT_EQ(notes[0].rfind("Couleurs HDR non converties, lues comme BT.709 : " + packed.string() + " (", 0), 0u)
+        << notes[0];
+}
+
+TEST_F(HdrPicture, UntaggedTenBitsAndAnUnknownTransferKeepThePlainBt709ReadingAndAreLogged) {
     for (const char* name : {"untagged-10bit", "unknown-transfer"}) {
         SCOPED_TRACE(name);
         const fs::path file = clip(name);
@@ -196,12 +245,12 @@ TEST_F(HdrPicture, UntaggedTenBitsAndAnUnknownTransferKeepThePlainBt709ReadingAn
         ASSERT_GT(tile.width, 0);
         EXPECT_LE(errorNear(tile, file, 5, bt709Reading, true), 2.0);
     }
-    auto line = MediaScanner::unknownColours(MediaScanner::scan(set_));
-    ASSERT_TRUE(line);
-    EXPECT_NE(line->find("Cam 6/clip 1.mp4"), std::string::npos) << *line;
-    EXPECT_EQ(line->find("Cam 5"), std::string::npos) << *line;
-    EXPECT_EQ(line->find("Cam 3"), std::string::npos) << *line;
-    EXPECT_EQ(line->find('\n'), std::string::npos);
+    // One line for each kind, naming only its files: the HLG phone (Cam 3)
+    // and the SDR cameras say what they are.
+    const auto lines = MediaScanner::colourNotes(MediaScanner::scan(set_));
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[0], "Couleurs non reconnues, lues comme BT.709 : Cam 6/clip 1.mp4 (transfert inconnu (9) BT.709 10 bits)");
+    EXPECT_EQ(lines[1], "Couleurs non étiquetées, lues comme BT.709 : Cam 5/clip 1.mp4 (non étiqueté 10 bits)");
 }
 
 }  // namespace

@@ -50,6 +50,23 @@ std::vector<std::string> xmemlProblems(const std::string& bytes) {
                 fault(std::string(leaf) + " n'est pas un nombre : " + n.node().text().get());
         }
 
+    // The names importers know for fields, pixels and time codes; drop-frame
+    // exists only at 29.97 and 59.94.
+    const std::set<std::string> fields{"none", "upper", "lower"};
+    const std::set<std::string> pixels{"square", "NTSC-601", "PAL-601", "HD-(960x720)", "HD-(1280x1080)", "HD-(1440x1080)"};
+    for (auto c : doc.select_nodes("//samplecharacteristics[width]")) {
+        const pugi::xml_node n = c.node();
+        if (!fields.count(n.child("fielddominance").text().get()))
+            fault(std::string("fielddominance inconnue : ") + n.child("fielddominance").text().get());
+        if (!pixels.count(n.child("pixelaspectratio").text().get()))
+            fault(std::string("pixelaspectratio inconnu : ") + n.child("pixelaspectratio").text().get());
+    }
+    const pugi::xml_node timecode = doc.select_node("/xmeml/sequence/timecode").node();
+    const std::string timebase = timecode.child("rate").child("timebase").text().get();
+    if (std::string(timecode.child("displayformat").text().get()) == "DF" &&
+        (std::string(timecode.child("rate").child("ntsc").text().get()) != "TRUE" || (timebase != "30" && timebase != "60")))
+        fault("drop-frame à " + timebase + " images par seconde");
+
     std::set<std::string> clipIds, fileIds;
     for (auto c : doc.select_nodes("//clipitem")) {
         const pugi::xml_node n = c.node();

@@ -2,7 +2,8 @@
 // it (the command line, the export commands, the interface): strict XML 1.0,
 // the xmeml head, numbers that read in the C locale and are numbers, clips of
 // at least a frame that stay inside their file, file definitions given once,
-// links and file references that resolve, keyframes inside their clip.
+// links and file references that resolve, keyframes inside their clip,
+// field, pixel and time-code names that importers know.
 //
 // Free of any test framework so GoogleTest and Qt Test suites share it.
 #pragma once

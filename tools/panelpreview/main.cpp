@@ -8,8 +8,11 @@
 //
 //   quorvel-panelpreview <dossier du set> --panneau son|effets|drops|auto|etalo|recadrage|export|parametres
 //                        [--taille LxH] [--temps s] [--format 9:16] [--camera n] [--etalo-fort]
-//                        [--roues] [--cadrage x] [--capture png [--capture-quand-export fraction]]
+//                        [--roues] [--cadrage x] [--decalage images]
+//                        [--capture png [--capture-quand-export fraction]]
 //
+// `--decalage` moves the picture of the camera given by `--camera` against
+// its sound by that many frames.
 // `--roues` opens the colour panel's wheels, vignette and presets instead of
 // its first two sections. `--capture` photographs the window into a PNG once
 // it shows its pictures. `--capture-quand-export` starts a real video export
@@ -52,6 +55,7 @@ struct Options {
     bool strongGrade = false;
     bool wheels = false;
     std::optional<double> cropX;
+    std::optional<double> offsetFrames;
     std::filesystem::path capture;
     std::optional<double> captureWhenExporting;
 };
@@ -92,6 +96,9 @@ std::optional<Options> parse(const QStringList& args) {
             o.wheels = true;
         } else if (a == "--cadrage") {
             o.cropX = parseDouble(next());
+        } else if (a == "--decalage") {
+            o.offsetFrames = parseDouble(next());
+            if (!o.offsetFrames) return std::nullopt;
         } else if (a == "--capture") {
             o.capture = next();
         } else if (a == "--capture-quand-export") {
@@ -132,7 +139,7 @@ int main(int argc, char** argv) {
     if (!options) {
         std::cerr << "Usage : quorvel-panelpreview <dossier du set> --panneau son|effets|drops|auto|etalo|recadrage|"
                      "export|parametres [--taille LxH] [--temps s] [--format 9:16] [--camera n] [--etalo-fort] "
-                     "[--roues] [--cadrage x] [--capture png [--capture-quand-export fraction]]\n";
+                     "[--roues] [--cadrage x] [--decalage images] [--capture png [--capture-quand-export fraction]]\n";
         return 2;
     }
 
@@ -225,6 +232,9 @@ int main(int argc, char** argv) {
             for (int c = 0; c < model.cameraCount(); ++c) model.setFraming({1, *options->cropX * (c % 2 ? -1 : 1), 0}, c);
         if (options->strongGrade && model.cameraCount() > 1) model.setGrade(strongGrade(), 1);
         model.setEditedCamera(std::clamp(options->camera, 0, std::max(0, model.cameraCount() - 1)));
+        if (options->offsetFrames)
+            model.setPictureOffset(model.editedCamera(),
+                                   *options->offsetFrames / model.cameraFrameRate(model.editedCamera()));
         if (options->panel == RightPanel::drops && !model.drops().empty()) model.edit().focusDrop(model.drops()[0]);
         if (options->captureWhenExporting) model.settings().setExportTarget(ExportTarget::video);
         model.setRightPanel(options->panel);

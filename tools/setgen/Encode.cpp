@@ -7,6 +7,7 @@
 #include <fstream>
 
 #include "FrameCode.h"
+#include "FrameTimes.h"
 #include "base/Text.h"
 #include "platform/Process.h"
 
@@ -46,16 +47,28 @@ std::vector<std::string> metadataArgs(const std::string& creationTime) {
 }
 
 // A flat colour for light pictures; with grain, soft gradients of the
-// camera's colour drifting slowly, as lights sweep a room.
+// camera's colour drifting slowly, as lights sweep a room. An interlaced
+// picture is drawn at its field rate.
 std::string backgroundSource(const Picture& picture, double length) {
     const unsigned colour = picture.colour;
+    const int num = picture.interlaced ? picture.fpsNum * 2 : picture.fpsNum;
     if (!picture.grain.on())
-        return cformat("color=c=0x%06x:s=%dx%d:r=%d/%d:d=%.6f", colour, picture.width, picture.height,
-                       picture.fpsNum, picture.fpsDen, length);
+        return cformat("color=c=0x%06x:s=%dx%d:r=%d/%d:d=%.6f", colour, picture.width, picture.height, num,
+                       picture.fpsDen, length);
     const unsigned dark = (colour >> 2) & 0x3f3f3f, light = std::min<unsigned>(colour * 2, 0xffffff) | 0x202020;
     return cformat("gradients=s=%dx%d:r=%d/%d:d=%.6f:n=3:c0=0x%06x:c1=0x%06x:c2=0x%06x:speed=0.015:seed=%u",
-                   picture.width, picture.height, picture.fpsNum, picture.fpsDen, length, colour, dark,
-                   light & 0xffffff, static_cast<unsigned>(picture.grain.seed % 2147483647u));
+                   picture.width, picture.height, num, picture.fpsDen, length, colour, dark, light & 0xffffff,
+                   static_cast<unsigned>(picture.grain.seed % 2147483647u));
+}
+
+bool isTransportStream(const std::string& ext) {
+    return ext == ".mts" || ext == ".m2ts" || ext == ".m2t" || ext == ".ts";
+}
+
+// The muxer the file's extension asks for.
+const char* muxerFor(const std::string& ext) {
+    if (isTransportStream(ext)) return "mpegts";
+    return ext == ".mov" ? "mov" : "mp4";
 }
 
 // Uniform noise drawn again for every frame, on luma and chroma.
@@ -203,14 +216,28 @@ Status encodeVideo(const Ffmpeg& ffmpeg, const fs::path& out, const std::string&
     // A scene seen through a lens carries no big label: it would stand still
     // while the scene moves behind it.
     const bool scene = !picture.events.empty();
+    // A phone's frames get their uneven times before anything is drawn, the
+    // frame code's too, so the two still meet frame for frame.
+    const std::string times = picture.variableRate ? frametimes::filters() + "," : std::string();
+    // A bar sweeps across the fields of an interlaced picture, which are
+    // then woven two by two: what moves shows combs until deinterlaced.
+    const std::string sweep = picture.interlaced
+                                  ? cformat("drawbox=x='mod(t*%d,iw)':y=0:w=iw/16:h=ih:color=white:t=fill,",
+                                            picture.width * 2)
+                                  : std::string();
+    const std::string weave = picture.interlaced ? ",tinterlace=mode=interleave_top,setfield=tff" : std::string();
+    // Anamorphic pixels: squeezed to the stored width, the pixel aspect widening them back.
+    const std::string squeeze = picture.storedWidth > 0 ? cformat(",scale=%d:%d,setsar=%d/%d", picture.storedWidth,
+                                                                  picture.height, picture.width, picture.storedWidth)
+                                                        : std::string();
     std::string filter =
-        "[0:v]" + (scene ? std::string() : drawText(picture.label, big, "(h-th)/2-h/12") + ",") +
+        "[0:v]" + times + sweep + (scene ? std::string() : drawText(picture.label, big, "(h-th)/2-h/12") + ",") +
         drawText(picture.caption, small, cformat("%d+h/40", strip)) + "," +
-        drawText(cformat("%%{pts\\:hms\\:%.6f}", picture.clock), small, "h-th-h/15") + grain + "[base];" +
-        cformat("color=c=black:s=%dx2:r=%d/%d:d=%.6f,format=gray,geq=lum='%s',scale=%d:%d:flags=neighbor[code];",
-                framecode::cells, picture.fpsNum, picture.fpsDen, length,
+        drawText(cformat("%%{pts\\:hms\\:%.6f}", picture.clock), small, "h-th-h/15") + grain + weave + "[base];" +
+        cformat("color=c=black:s=%dx2:r=%d/%d:d=%.6f,%sformat=gray,geq=lum='%s',scale=%d:%d:flags=neighbor[code];",
+                framecode::cells, picture.fpsNum, picture.fpsDen, length, times.c_str(),
                 framecode::geqExpression(picture.camera, picture.clip).c_str(), picture.width, strip) +
-        "[base][code]overlay=0:0:shortest=1" + lensFaults(picture) + "," + recordingFilter(picture) + "[v]";
+        "[base][code]overlay=0:0:shortest=1" + lensFaults(picture) + "," + recordingFilter(picture) + squeeze + "[v]";
 
     std::vector<std::string> args = {"-f", "lavfi", "-i",
                                      scene ? sceneSource(picture, length) : backgroundSource(picture, length)};
@@ -220,28 +247,49 @@ Status encodeVideo(const Ffmpeg& ffmpeg, const fs::path& out, const std::string&
     }
     args.insert(args.end(), {"-filter_complex", filter, "-map", "[v]"});
     for (size_t i = 0; i < tracks.size(); ++i) args.insert(args.end(), {"-map", cformat("%zu:a", i + 1)});
-    if (picture.recording != Recording::sdr) {
+    const std::string ext = extensionOf(out);
+    if (ext == ".m2t") {
+        // HDV: MPEG-2 with a GOP of half a second.
+        args.insert(args.end(), {"-c:v", "mpeg2video", "-q:v", "3", "-g", "12", "-bf", "2", "-threads", "1"});
+    } else if (picture.recording != Recording::sdr) {
         for (auto& a : tenBitCodecArgs(picture)) args.push_back(a);
     } else if (picture.grain.on()) {
         for (auto& a : cameraCodecArgs(picture)) args.push_back(a);
     } else {
         args.insert(args.end(), {"-c:v", "libx264", "-preset", "ultrafast", "-tune", "stillimage", "-pix_fmt",
                                  "yuv420p", "-threads", "1"});
+        // A camcorder's short GOP: half a second between key frames.
+        if (isTransportStream(ext)) args.insert(args.end(), {"-g", "12"});
+        if (picture.interlaced) args.insert(args.end(), {"-flags", "+ildct+ilme", "-x264-params", "tff=1"});
+    }
+    if (picture.variableRate) {
+        args.insert(args.end(), {"-fps_mode", "passthrough", "-enc_time_base", "1/90000"});
+        if (!isTransportStream(ext)) args.insert(args.end(), {"-video_track_timescale", "90000"});
     }
     if (tracks.empty()) {
         args.push_back("-an");
     } else {
         if (sound.pcmInVideo)
             args.insert(args.end(), {"-c:a", "pcm_s16le"});
+        else if (ext == ".m2t")
+            args.insert(args.end(), {"-c:a", "mp2", "-b:a", "192k"});
+        else if (isTransportStream(ext))
+            args.insert(args.end(), {"-c:a", "ac3", "-b:a", "192k"});
         else
             args.insert(args.end(), {"-c:a", "aac", "-b:a", sound.channels > 1 ? "160k" : "96k"});
         args.insert(args.end(), {"-ar", std::to_string(sound.sampleRate), "-ac", std::to_string(sound.channels)});
     }
     for (auto& a : metadataArgs(creationTime)) args.push_back(a);
-    args.insert(args.end(), {"-f", extensionOf(out) == ".mov" ? "mov" : "mp4", out.string()});
+    args.insert(args.end(), {"-f", muxerFor(ext), out.string()});
     Status encoded = ffmpeg.run(args, target);
     if (encoded && picture.rotation != 0) return writeRotation(ffmpeg, out, target, picture.rotation);
     return encoded;
+}
+
+Status writeThumbnail(const Ffmpeg& ffmpeg, const fs::path& out, const std::string& target, uint32_t colour) {
+    return ffmpeg.run({"-f", "lavfi", "-i", cformat("color=c=0x%06x:s=160x120:d=0.04", colour), "-frames:v", "1",
+                       "-f", "mjpeg", out.string()},
+                      target);
 }
 
 Status encodeAudio(const Ffmpeg& ffmpeg, const fs::path& out, const std::string& target, const fs::path& wav,

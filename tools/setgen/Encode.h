@@ -59,6 +59,14 @@ struct Picture {
     int rotation = 0;  // degrees of display rotation in the file's metadata; width × height is then the
                        // upright picture, stored turned
     Grain grain;               // off: the light synthetic picture
+    // Frames 33 to 50 ms apart (FrameTimes.h) instead of a constant rate.
+    bool variableRate = false;
+    // Interlaced, top field first: drawn at twice the rate with a bar
+    // sweeping across, each frame woven from two of those.
+    bool interlaced = false;
+    // Anamorphic: drawn at width × height, stored this wide (MPEG-2 with
+    // the pixel aspect that widens it back); 0 stores square pixels.
+    int storedWidth = 0;
     // Not empty: a textured scene seen through the lens, with these pans
     // and faults (SetPlan.h); the frame code stays on top of good pictures.
     std::vector<PictureEvent> events;
@@ -73,11 +81,16 @@ struct SoundFormat {
 };
 
 // A video file (H.264 yuv420p, or 10-bit HEVC for the recordings that say
-// so, in MP4 or MOV as the extension says) with one AAC stream per WAV of
-// `tracks`; none gives a file without sound.
+// so, in MP4 or MOV as the extension says; H.264 with AC-3 in an MPEG
+// transport stream for .mts and .ts, MPEG-2 with MPEG audio for HDV's .m2t)
+// with one sound stream per WAV of `tracks`; none gives a file without sound.
 Status encodeVideo(const Ffmpeg& ffmpeg, const std::filesystem::path& out, const std::string& target,
                    const Picture& picture, const std::vector<std::filesystem::path>& tracks,
                    const SoundFormat& sound, const std::string& creationTime);
+
+// A camera's thumbnail: one small JPEG picture of its colour.
+Status writeThumbnail(const Ffmpeg& ffmpeg, const std::filesystem::path& out, const std::string& target,
+                      uint32_t colour);
 
 // A sound file whose codec follows the extension: wav (PCM), flac, mp3,
 // m4a (AAC), mkv and webm (Opus, as phones and web recorders write it, or

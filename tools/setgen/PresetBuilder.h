@@ -181,6 +181,7 @@ void realFootage(FilePlan& f, double mbps);
 
 // The families kept in files of their own.
 const NamedPresets& footagePresets();
+const NamedPresets& picturePresets();
 const NamedPresets& visionPresets();
 
 }  // namespace qv::setgen

@@ -46,6 +46,18 @@ struct FilePlan {
     // 0 keeps the light synthetic picture.
     int grain = 0;
     int bitrateKbps = 0;
+    // How the camera lays its frames out beyond their size: spacing that
+    // follows light and heat (a phone, FrameTimes.h), interlaced fields with
+    // a bar sweeping across (a camcorder), or anamorphic pixels (HDV): then
+    // `width` is the display width and `storedWidth` what the file stores.
+    bool variableRate = false;
+    bool interlaced = false;
+    int storedWidth = 0;
+    // What an action camera writes beside a chapter, by file name (empty:
+    // nothing): a light copy of it with the same timing (.LRV) and a
+    // thumbnail (.THM).
+    std::string previewCopy;
+    std::string thumbnail;
     // A file with events films a textured scene instead of a flat colour,
     // so that focus, shake and pans show; its events go to the truth.
     std::vector<PictureEvent> events;

@@ -11,6 +11,7 @@
 #include <optional>
 
 #include "Encode.h"
+#include "FrameTimes.h"
 #include "base/Json.h"
 #include "base/Text.h"
 
@@ -223,7 +224,11 @@ Status writeSet(const SetPlan& plan, const fs::path& folder, std::ostream& log) 
             picture.height = f.height;
             picture.fpsNum = f.fpsNum;
             picture.fpsDen = f.fpsDen;
-            picture.frames = std::lround(f.duration * f.fpsNum / f.fpsDen);
+            picture.frames = f.variableRate ? frametimes::count(f.duration + 1e-9)
+                                            : std::lround(f.duration * f.fpsNum / f.fpsDen);
+            picture.variableRate = f.variableRate;
+            picture.interlaced = f.interlaced;
+            picture.storedWidth = f.storedWidth;
             picture.label = "CAM " + std::to_string(f.cameraNumber);
             picture.caption = "clip " + std::to_string(f.clipNumber);
             picture.colour = palette[static_cast<size_t>(f.cameraNumber - 1) % std::size(palette)];
@@ -240,6 +245,19 @@ Status writeSet(const SetPlan& plan, const fs::path& folder, std::ostream& log) 
             }
             picture.events = f.events;
             encoded = encodeVideo(*ffmpeg, target, f.path, picture, temps.paths(), sound, date);
+            // Beside the chapter, as an action camera leaves them: its light
+            // copy (half the size, the same timing and sound) and its thumbnail.
+            if (encoded && !f.previewCopy.empty()) {
+                Picture light = picture;
+                light.width = std::max(2, picture.width / 4 * 2);
+                light.height = std::max(2, picture.height / 4 * 2);
+                light.storedWidth = picture.storedWidth / 4 * 2;
+                light.grain = {};
+                encoded = encodeVideo(*ffmpeg, target.parent_path() / f.previewCopy, f.path, light, temps.paths(),
+                                      sound, date);
+            }
+            if (encoded && !f.thumbnail.empty())
+                encoded = writeThumbnail(*ffmpeg, target.parent_path() / f.thumbnail, f.path, picture.colour);
         } else {
             if (temps.paths().empty()) return Error{"Fichier son sans micro : " + f.path};
             encoded = encodeAudio(*ffmpeg, target, f.path, temps.paths().front(), sound, date);

@@ -63,6 +63,7 @@ AppModel::~AppModel() {
     alive_.reset();
     stopSync_->store(true);
     if (worker_.joinable()) worker_.join();
+    pictureJob_.reset();
     if (autosaveTimer_) services_.main.cancel(autosaveTimer_);
     if (looksTimer_) services_.main.cancel(looksTimer_);
     if (clipsTimer_) services_.main.cancel(clipsTimer_);
@@ -464,6 +465,7 @@ void AppModel::dropPlayer() {
 void AppModel::resetSync() {
     conform_.reset();
     dropPlayer();
+    stopAnalysis();
     appliedFade_ = -1;
     result_.reset();
     automatic_.reset();
@@ -539,6 +541,7 @@ void AppModel::install(SyncResult result, const std::vector<MediaSource>& source
     computeDrops();
     onsets_ = DropDetector::onsets(*result_, sources_);
     if (demoPending_ && player_) applyDemoScene();
+    if (placed > 0) startAnalysis();
 }
 
 void AppModel::startPlayer(const std::vector<MediaSource>& sources) {
@@ -575,6 +578,8 @@ void AppModel::applyHand() {
     }
     computeDrops();
     onsets_ = DropDetector::onsets(*result_, sources_);
+    // The files moved on the time line: their stretches move with them.
+    refreshAnalysis();
 }
 
 std::optional<std::string> AppModel::handKey(const MediaItem& item) const {
@@ -685,7 +690,8 @@ void AppModel::runAuto(bool newDraw) {
     const TimeRange r = edit_.exportRange();
     std::vector<std::vector<TimeRange>> ranges;
     for (const auto& angle : player_->angles()) ranges.push_back(angle.ranges);
-    std::vector<Cut> generated = AutoEditor::generate(r, ranges, allowed, edit_.drops(), onsets_, settings, weights);
+    std::vector<Cut> generated =
+        AutoEditor::generate(r, ranges, allowed, edit_.drops(), onsets_, settings, weights, picturesForAuto(settings));
     if (generated.empty()) {
         showToast("Aucune caméra choisie ne filme sur cette plage");
         return;

@@ -32,6 +32,8 @@
 #include <thread>
 #include <vector>
 
+#include "analysis/CameraAnalysis.h"
+#include "app/PictureJob.h"
 #include "app/Ports.h"
 #include "edit/AutoEditor.h"
 #include "edit/EditModel.h"
@@ -57,7 +59,8 @@ public:
         currentProjectId, projectName, projects, showNewProject, savedAt, prefill,
         clipDrops, clipsJob, saveProblem,
         channels,  // what is heard of each recorder
-        pictureOffsets, frameRate, conform
+        pictureOffsets, frameRate, conform,
+        pictures  // the picture analysis: its progress, then its stretches
     };
 
     static constexpr double autosaveDelay = 1.5;  // seconds after the last change
@@ -158,6 +161,19 @@ public:
     const std::string& prefillName() const { return prefillName_; }
     const std::optional<std::filesystem::path>& prefillFolder() const { return prefillFolder_; }
     void setPrefill(std::string name, std::optional<std::filesystem::path> folder);
+
+    // --- The picture analysis of the set, made in the background after each
+    // synchronisation (app/PictureJob.h).
+    // Each camera's weak and unusable stretches, by camera number; empty
+    // until the analysis ends.
+    const analysis::CameraPictures& pictures() const { return pictures_; }
+    // The share done while the analysis runs; nothing otherwise.
+    std::optional<double> picturesProgress() const { return picturesProgress_; }
+    // "Analyse des images : 40 %" while it runs, else empty.
+    std::string picturesLine() const;
+    // What the automatic editor is given: the stretches, unless the user
+    // asked it not to look at the pictures.
+    analysis::CameraPictures picturesForAuto(const AutoSettings& settings) const;
 
     // --- Plain state and derived values.
     AppSettings& settings() { return services_.settings; }
@@ -375,6 +391,11 @@ private:
     void resetPictures();
     void conformChanged();
 
+    void startAnalysis();
+    void stopAnalysis();
+    // The stretches again from the measures, after the files moved.
+    void refreshAnalysis();
+
     Services services_;
     EditModel edit_;
     std::function<void(Field)> onChange_;
@@ -442,6 +463,13 @@ private:
     bool dropFrame_ = false;
     struct Conform;
     std::shared_ptr<Conform> conform_;
+
+    // The picture analysis.
+    analysis::MeasuresByPath pictureMeasures_;
+    analysis::CameraPictures pictures_;
+    std::optional<double> picturesProgress_;
+    int picturesRun_ = 0;  // which run's posts are still wanted
+    std::unique_ptr<PictureJob> pictureJob_;
 };
 
 }  // namespace qv

@@ -66,6 +66,7 @@ void AppModel::exportDropClips() {
     request.onsets = onsets_;
     request.autoSettings = auto_;
     autoCameras(auto_, request.allowed, request.weights);
+    request.pictures = picturesForAuto(auto_);
     request.effectFor = [this](const Segment& plan) { return edit_.resolvedEffect(plan); };
     request.setName = folderName();
     const VideoCodec codec = services_.settings.videoCodec();

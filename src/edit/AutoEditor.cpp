@@ -40,6 +40,7 @@ void to_json(Json& j, const AutoSettings& s) {
     j["fasterOnDrops"] = s.fasterOnDrops;
     j["weights"] = std::move(weights);
     j["seed"] = s.seed;
+    j["avoidUnusable"] = s.avoidUnusable;
 }
 
 void from_json(const Json& j, AutoSettings& s) {
@@ -50,6 +51,7 @@ void from_json(const Json& j, AutoSettings& s) {
     s.snapToBeat = json::boolean(j, "snapToBeat", d.snapToBeat);
     s.fasterOnDrops = json::boolean(j, "fasterOnDrops", d.fasterOnDrops);
     s.seed = json::unsignedInteger(j, "seed", d.seed);
+    s.avoidUnusable = json::boolean(j, "avoidUnusable", d.avoidUnusable);
     // One bad entry spoils the whole collection, as a typed decode would.
     s.cameras = json::uuidSet(j, "cameras");
     if (const Json* v = json::field(j, "weights"); v && v->is_object()) {
@@ -91,10 +93,24 @@ std::vector<std::vector<TimeRange>> cameraRanges(const SyncResult& result, const
     return out;
 }
 
-std::vector<Cut> generate(TimeRange range, const std::vector<std::vector<TimeRange>>& cameraRanges,
+std::vector<TimeRange> without(const std::vector<TimeRange>& ranges, const std::vector<analysis::PictureStretch>& holes) {
+    std::vector<TimeRange> out;
+    for (const TimeRange& r : ranges) {
+        double from = r.start;
+        for (const analysis::PictureStretch& h : holes) {
+            if (h.end <= from || h.start >= r.end) continue;
+            if (h.start > from) out.push_back({from, h.start});
+            from = std::max(from, h.end);
+        }
+        if (from < r.end) out.push_back({from, r.end});
+    }
+    return out;
+}
+
+std::vector<Cut> generate(TimeRange range, const std::vector<std::vector<TimeRange>>& allRanges,
                           const std::set<int>& allowed, const std::vector<Drop>& drops,
                           const std::vector<double>& onsets, const AutoSettings& settings,
-                          const std::map<int, double>& weights) {
+                          const std::map<int, double>& weights, const analysis::CameraPictures& pictures) {
     const double lo = range.start, hi = range.end;
     const double minP = std::max(settings.minPlan, 0.5);
     const double maxP = std::max(settings.maxPlan, minP);
@@ -116,10 +132,30 @@ std::vector<Cut> generate(TimeRange range, const std::vector<std::vector<TimeRan
     auto share = [&](int c) {
         return total > 0 ? weightOf(c) / total : 1.0 / static_cast<double>(std::max<size_t>(allowed.size(), 1));
     };
+    // Unusable pictures are not filming; weak ones are looked up as drawn.
+    std::vector<std::vector<TimeRange>> cameraRanges = allRanges;
+    std::vector<std::vector<analysis::PictureStretch>> weak(allRanges.size());
+    for (size_t c = 0; c < std::min(allRanges.size(), pictures.size()); ++c) {
+        auto holes = analysis::ofGrade(pictures[c], analysis::PictureGrade::unusable);
+        for (analysis::PictureStretch& h : holes) {
+            h.start -= unusableMargin;
+            h.end += unusableMargin;
+        }
+        cameraRanges[c] = without(allRanges[c], holes);
+        weak[c] = analysis::ofGrade(pictures[c], analysis::PictureGrade::weak);
+    }
     auto filming = [&](int c, double at) { return filmingRange(cameraRanges, c, at); };
+    auto lostAt = [&](int c, double at) { return !filming(c, at) && filmingRange(allRanges, c, at); };
+    auto weakAt = [&](int c, double at) {
+        if (c < 0 || static_cast<size_t>(c) >= weak.size()) return false;
+        return std::any_of(weak[c].begin(), weak[c].end(),
+                           [at](const analysis::PictureStretch& s) { return s.start <= at && at < s.end; });
+    };
 
     std::vector<Cut> cuts;
     std::map<int, double> shown;  // seconds on screen per camera
+    std::map<int, double> lost;   // seconds a camera is not owed: its picture unusable or weak
+    std::map<int, double> cover;  // seconds a camera is owed for standing in meanwhile
     std::optional<int> current;
     double t = lo;
     while (t < endLimit) {
@@ -181,8 +217,11 @@ std::vector<Cut> generate(TimeRange range, const std::vector<std::vector<TimeRan
         double sum = 0;
         for (int c : candidates) {
             const double s = share(c);
-            const double achieved = shown.count(c) ? shown[c] / elapsed : 0;
-            const double w = std::max(s, 0.001) * std::max(1 + 4 * (s - achieved) / std::max(s, 0.05), 0.1);
+            const double own = std::max(elapsed - (lost.count(c) ? lost[c] : 0.0), 0.001);
+            const double achieved = shown.count(c) ? shown[c] / own : 0;
+            const double covered = cover.count(c) ? cover[c] / own : 0;
+            double w = std::max(s, 0.001) * std::max(1 + 4 * (s + covered - achieved) / std::max(s, 0.05), 0.1);
+            if (weakAt(c, t)) w *= weakWeight;
             weightsNow.push_back(w);
             sum += w;
         }
@@ -212,6 +251,18 @@ std::vector<Cut> generate(TimeRange range, const std::vector<std::vector<TimeRan
             cuts.push_back(cut);
         }
         shown[chosen] += e - t;
+        // A camera is not owed the time its picture is unusable, and only
+        // part of the time it is weak; the cameras that stand in for it share
+        // that time by their weights, so none is held back afterwards.
+        std::map<int, double> gone;
+        double lostShare = 0;
+        for (int c : allowed) {
+            gone[c] = lostAt(c, t) ? 1.0 : (weakAt(c, t) && filming(c, t)) ? 1 - weakWeight : 0.0;
+            lost[c] += (e - t) * gone[c];
+            lostShare += share(c) * gone[c];
+        }
+        if (lostShare > 0 && lostShare < 1)
+            for (int c : allowed) cover[c] += (e - t) * share(c) * (1 - gone[c]) * lostShare / (1 - lostShare);
         current = chosen;
         t = e;
     }

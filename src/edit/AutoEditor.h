@@ -15,6 +15,7 @@
 #include <set>
 #include <vector>
 
+#include "analysis/PictureGrades.h"
 #include "base/Json.h"
 #include "base/Uuid.h"
 #include "edit/Cut.h"
@@ -33,6 +34,8 @@ struct AutoSettings {
     bool fasterOnDrops = true;
     std::map<Uuid, double> weights;  // percent; a camera without entry has 100
     uint64_t seed = 1;
+    // The picture analysis: unusable stretches are left out, weak ones drawn less.
+    bool avoidUnusable = true;
 
     // What the automatic-edit panel offers; values read from files are held inside.
     static constexpr Range minPlanRange{0.5, 15};
@@ -57,13 +60,30 @@ std::vector<TimeRange> takeRanges(std::vector<PlacedItem> files);
 // indices), its placed video files merged by `takeRanges`.
 std::vector<std::vector<TimeRange>> cameraRanges(const SyncResult& result, const std::vector<int>& cameraSources);
 
+// `ranges` less the stretches of `holes` (both in time order).
+std::vector<TimeRange> without(const std::vector<TimeRange>& ranges, const std::vector<analysis::PictureStretch>& holes);
+
+// How much less a camera is drawn while its picture is weak.
+inline constexpr double weakWeight = 0.3;
+// How far a plan keeps from an unusable stretch: a fault's first
+// half-second may still be judged good (a half-second's grade stands for
+// most of it, and a camera's encoder takes a few pictures to settle on a
+// frozen one).
+inline constexpr double unusableMargin = 0.5;
+
 // Cuts over `range`, in time order; `weights` maps a camera number to its
 // weight in percent (100 without an entry). Cameras outside `allowed` are
 // never used. Nothing films: no cuts.
+//
+// `pictures` (by camera number; empty: all good) takes the unusable
+// stretches out of the filming ranges, so no plan lies on them, and draws a
+// camera less while its picture is weak. A camera's share is reckoned over
+// the time it could have been shown, its unusable stretches left out, so it
+// is neither chased for them afterwards nor favoured by them.
 std::vector<Cut> generate(TimeRange range, const std::vector<std::vector<TimeRange>>& cameraRanges,
                           const std::set<int>& allowed, const std::vector<Drop>& drops,
                           const std::vector<double>& onsets, const AutoSettings& settings,
-                          const std::map<int, double>& weights);
+                          const std::map<int, double>& weights, const analysis::CameraPictures& pictures = {});
 
 }  // namespace AutoEditor
 }  // namespace qv

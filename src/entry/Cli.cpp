@@ -16,6 +16,7 @@
 #include <set>
 #include <tuple>
 
+#include "analysis/CameraAnalysis.h"
 #include "base/Format.h"
 #include "base/SafeText.h"
 #include "base/SystemError.h"
@@ -116,24 +117,44 @@ std::vector<int> cameraSourceIndices(const std::vector<MediaSource>& sources) {
 }
 
 // The automatic editor's edit of the whole set: 2 to 6 s, on the beat,
-// faster on drops, seed 1.
-std::vector<Cut> autoCuts(const std::vector<MediaSource>& sources, const SyncResult& result) {
+// faster on drops, seed 1, away from the unusable pictures.
+std::vector<Cut> autoCuts(const std::vector<MediaSource>& sources, const SyncResult& result,
+                          const analysis::CameraPictures& pictures) {
     std::vector<int> cameras = cameraSourceIndices(sources);
     std::set<int> allowed;
     for (size_t c = 0; c < cameras.size(); ++c) allowed.insert(static_cast<int>(c));
     return AutoEditor::generate({0, result.duration()}, AutoEditor::cameraRanges(result, cameras), allowed,
                                 DropDetector::detect(result, sources, 0.5), DropDetector::onsets(result, sources),
-                                AutoSettings{}, {});
+                                AutoSettings{}, {}, pictures);
+}
+
+// The pictures of every camera looked at, with the progress on the bar and
+// a line of what was found: "Analyse des images : 12.5 s inutilisables, 3.0 s moyennes".
+analysis::CameraPictures analysePictures(const std::vector<MediaSource>& sources, const SyncResult& result,
+                                         ProgressBar& bar, std::ostream& out) {
+    const std::vector<int> cameras = cameraSourceIndices(sources);
+    const auto measures = analysis::measureCameras(result, cameras, {}, [&](double f) {
+        bar.show(f, "Analyse des images");
+        return true;
+    });
+    bar.finish();
+    analysis::CameraPictures pictures = analysis::picturesOf(result, cameras, measures);
+    double unusable = 0, weak = 0;
+    for (const auto& camera : pictures)
+        for (const auto& s : camera) (s.grade == analysis::PictureGrade::unusable ? unusable : weak) += s.end - s.start;
+    out << cformat("Analyse des images : %.1f s inutilisables, %.1f s moyennes", unusable, weak) << "\n";
+    return pictures;
 }
 
 // The automatic editor's statistics: how long its plans are, and the faults
 // an editor would see (a camera following itself, a plan with no picture).
-void printAutoStatistics(const std::vector<MediaSource>& sources, const SyncResult& result, std::ostream& out) {
+void printAutoStatistics(const std::vector<MediaSource>& sources, const SyncResult& result,
+                         const analysis::CameraPictures& pictures, std::ostream& out) {
     std::vector<int> cameras = cameraSourceIndices(sources);
     auto ranges = AutoEditor::cameraRanges(result, cameras);
     auto drops = DropDetector::detect(result, sources, 0.5);
     const double duration = result.duration();
-    auto plans = Segment::build(autoCuts(sources, result), duration);
+    auto plans = Segment::build(autoCuts(sources, result, pictures), duration);
 
     double shortest = 0, longest = 0, total = 0, afterDropTotal = 0;
     int sameCamera = 0, withoutPicture = 0, afterDrop = 0;
@@ -195,12 +216,12 @@ std::optional<double> finiteNumber(std::string_view text) {
 // `--montage` cuts, else the automatic edit with `--auto`, else none (one
 // plan on the first camera). What cannot be used is said on `err`.
 VideoRequest editOf(const CommandLine& line, const std::vector<MediaSource>& sources, const SyncResult& result,
-                    std::ostream& err) {
+                    const analysis::CameraPictures& pictures, std::ostream& err) {
     VideoRequest edit;
     const double duration = result.duration();
     std::vector<std::string> warnings;
     if (line.montage) edit.cuts = parseCuts(*line.montage, &warnings);
-    else if (line.autoEdit) edit.cuts = autoCuts(sources, result);
+    else if (line.autoEdit) edit.cuts = autoCuts(sources, result, pictures);
     edit.range = parseRange(line.range, duration, &warnings);
     for (const auto& w : warnings) err << w << "\n";
 
@@ -257,12 +278,13 @@ std::string montage(const VideoRequest& edit, const std::string& setName, const 
 }
 
 // The timelines for the editors of Linux and OpenTimelineIO, beside the
-// xmeml or instead of it: the montage with `--montage`, else the synchro.
+// xmeml or instead of it: the montage with `--montage` or `--auto`, else
+// the synchro.
 int writeTimelines(const CommandLine& line, const VideoRequest& edit, const std::string& setName,
                    const std::vector<MediaSource>& sources, const SyncResult& result,
                    const PremiereExport::PictureChoices& picture, std::ostream& out) {
     if (!line.mlt && !line.otio) return 0;
-    const bool montage = line.montage.has_value();
+    const bool montage = line.montage.has_value() || line.autoEdit;
     const std::string name = setName + (montage ? " - MONTAGE" : " - SYNCHRO");
     const PremiereExport::Timeline timeline =
         montage ? PremiereExport::montageTimeline(sources, result, Segment::build(edit.cuts, result.duration()),
@@ -426,17 +448,22 @@ int run(const CommandLine& line, std::ostream& out, std::ostream& err) {
     bar.finish();
     printSyncReport(sources, result, elapsed, out, err);
 
-    if (line.autoEdit) printAutoStatistics(sources, result, out);
+    // The automatic edits (the whole set's, the drops') look at the pictures first.
+    analysis::CameraPictures stretches;
+    if ((line.autoEdit || line.clipsFolder) && !line.noAnalysis) stretches = analysePictures(sources, result, bar, out);
+
+    if (line.autoEdit) printAutoStatistics(sources, result, stretches, out);
     if (line.drops) printDrops(sources, result, out);
 
-    VideoRequest edit = editOf(line, sources, result, err);
+    VideoRequest edit = editOf(line, sources, result, stretches, err);
     const PremiereExport::PictureChoices picture =
         pictureChoices(line.rate ? rateOf(*line.rate) : std::nullopt, line.constantRate, sources, result, out, err,
                        [&](double f, const std::string& text) { bar.show(f, text); });
     bar.finish();
     edit.rate = picture.rate;
     std::string document;
-    if (line.montage)
+    // The automatic edit is written as the montage, as a hand-given one.
+    if (line.montage || line.autoEdit)
         document = montage(edit, folderName(folder), sources, result, picture, out);
     else
         document = PremiereExport::makeXML(folderName(folder) + " - SYNC", sources, result, {}, {}, picture);
@@ -468,6 +495,7 @@ int run(const CommandLine& line, std::ostream& out, std::ostream& err) {
         clips.setName = folderName(folder);
         clips.drops = DropDetector::detect(result, sources, 0.5);
         clips.onsets = DropDetector::onsets(result, sources);
+        clips.pictures = stretches;
         if (line.dropMargins) std::tie(clips.pre, clips.post) = *line.dropMargins;
         clips.owned = owned;
         status = exportDropClips(std::move(clips), out, err, [&](double f, const std::string& text) { bar.show(f, text); });

@@ -160,6 +160,7 @@ int exportDropClips(ClipsRequest request, std::ostream& out, std::ostream& err,
     plan.base = jobOf(request.edit);
     plan.drops = request.drops;
     plan.onsets = request.onsets;
+    plan.pictures = request.pictures;
     plan.pre = request.pre;
     plan.post = request.post;
     for (size_t c = 0; c < plan.base.cameraSources.size(); ++c) plan.allowed.insert(static_cast<int>(c));

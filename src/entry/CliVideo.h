@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "analysis/PictureGrades.h"
 #include "edit/AudioSettings.h"
 #include "edit/Cut.h"
 #include "edit/TimeRange.h"
@@ -52,6 +53,7 @@ struct ClipsRequest {
     std::vector<double> onsets;
     double pre = 15, post = 30;
     OutputTarget::Protected owned;  // each clip's file is judged against it
+    analysis::CameraPictures pictures;  // empty: pictures not looked at
 };
 
 // "-14" or "-23" (a typographic minus too) as a loudness target.

@@ -94,7 +94,8 @@ void declare(cli11::App& app, CommandLine& line) {
 
     o.group = withoutScreen;
     o.flag("--drops", line.drops, "affiche les drops trouvés");
-    o.flag("--auto", line.autoEdit, "monte automatiquement et en donne les chiffres");
+    o.flag("--auto", line.autoEdit, "monte automatiquement, écrit ce montage et en donne les chiffres");
+    o.flag("--sans-analyse", line.noAnalysis, "le montage auto ne regarde pas les images");
     o.value("--montage", line.montage, "t:cam,...", "monte à la main : à t s, la caméra cam (de 1)");
     o.value("--range", line.range, "a-b", "la partie du set exportée, en secondes");
     o.flag("--effets", line.effects, "des zooms dessinés sur les plans");
@@ -142,7 +143,7 @@ void declare(cli11::App& app, CommandLine& line) {
 // Arguments that mean nothing for the run or shape nothing alone.
 void warnAboutCombinations(CommandLine& line) {
     auto& w = line.warnings;
-    const bool edits = line.montage || line.video || line.clipsFolder;
+    const bool edits = line.montage || line.autoEdit || line.video || line.clipsFolder;
     if (!edits) {
         const std::pair<const char*, bool> only[] = {{"--range", line.range.has_value()},
                                                      {"--format", line.format.has_value()},
@@ -157,6 +158,8 @@ void warnAboutCombinations(CommandLine& line) {
     if (!line.codec.empty() && !renders) w.push_back("Option ignorée sans --video : --codec");
     if (line.loudness && !renders) w.push_back("Option ignorée sans --video ni --clips-drops : --loudness");
     if (line.dropMargins && !line.clipsFolder) w.push_back("Option ignorée sans --clips-drops : --marges-drop");
+    if (line.noAnalysis && !line.autoEdit && !line.clipsFolder)
+        w.push_back("Option ignorée sans --auto ni --clips-drops : --sans-analyse");
 }
 
 size_t displayWidth(const std::string& s) {

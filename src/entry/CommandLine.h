@@ -48,6 +48,9 @@ struct CommandLine {
     std::optional<std::string> rate;
     bool constantRate = false;
 
+    // --sans-analyse: the automatic edits leave the pictures unlooked at.
+    bool noAnalysis = false;
+
     // The window.
     std::optional<std::string> open;
 

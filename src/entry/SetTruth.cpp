@@ -16,11 +16,16 @@ std::optional<SetTruth> SetTruth::read(const std::filesystem::path& set) {
     if (!j || !j->is_object()) return std::nullopt;
     SetTruth truth;
     if (const auto* files = json::field(*j, "files"); files && files->is_array())
-        for (const auto& f : *files)
-            truth.files[json::string(f, "path", "")] = {
-                json::number(f, "start", 0, limits::signedSetTime), json::boolean(f, "filtered", false),
-                json::string(f, "expect", ""), json::number(f, "drift", 0, Range{-1e4, 1e4}),
-                json::number(f, "duration", 0, limits::setTime)};
+        for (const auto& f : *files) {
+            File file{json::number(f, "start", 0, limits::signedSetTime), json::boolean(f, "filtered", false),
+                      json::string(f, "expect", ""), json::number(f, "drift", 0, Range{-1e4, 1e4}),
+                      json::number(f, "duration", 0, limits::setTime), {}};
+            if (const auto* events = json::field(f, "events"); events && events->is_array())
+                for (const auto& e : *events)
+                    file.events.push_back({json::string(e, "what", ""), json::number(e, "from", 0, limits::setTime),
+                                           json::number(e, "to", 0, limits::setTime)});
+            truth.files[json::string(f, "path", "")] = std::move(file);
+        }
     if (const auto* drops = json::field(*j, "drops"); drops && drops->is_array())
         for (const auto& d : *drops)
             if (d.is_number()) truth.drops.push_back(d.get<double>());

@@ -21,6 +21,13 @@ struct SetTruth {
         std::string expect;  // "placed", "unsynced", "unreadable" or "ignored"
         double drift = 0;     // ppm its clock runs fast against the music's
         double duration = 0;  // seconds of the file
+        // What the camera saw: "pan", or a fault ("black", "blur", "shake",
+        // "hand", "frozen"), on the file's own time line.
+        struct Event {
+            std::string what;
+            double from = 0, to = 0;
+        };
+        std::vector<Event> events;
     };
     std::map<std::string, File> files;  // by path inside the set
     std::vector<double> drops;           // seconds on the music's time line

@@ -196,7 +196,7 @@ std::vector<Json> documents(std::vector<Damaged>* damaged) {
     for (; !ec && it != fs::directory_iterator(); it.increment(ec)) {
         const fs::path& p = it->path();
         std::string name = p.filename().string();
-        if (p.extension() != ".json" || endsWith(name, ".sync.json")) continue;
+        if (p.extension() != ".json" || endsWith(name, ".sync.json") || endsWith(name, ".pictures.json")) continue;
         std::error_code typeError;
         if (!fs::is_regular_file(fs::symlink_status(p, typeError))) continue;
         auto text = paths::readFile(p, limits::projectBytes);

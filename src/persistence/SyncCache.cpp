@@ -201,6 +201,14 @@ Json stampJson(const SyncCache::FileStamp& s) {
 
 }  // namespace
 
+json::Json SyncCache::FileStamp::toJson() const { return stampJson(*this); }
+
+std::optional<SyncCache::FileStamp> SyncCache::FileStamp::fromJson(const Json& j) {
+    FileStamp s;
+    if (!readStamp(j, s)) return std::nullopt;
+    return s;
+}
+
 std::string base64Encode(const std::vector<uint8_t>& bytes) {
     std::string out;
     out.reserve((bytes.size() + 2) / 3 * 4);

@@ -32,6 +32,9 @@ struct SyncCache {
         // The file system's answer now; nothing when the file cannot be
         // queried. Links are followed, as opening the file would.
         static std::optional<FileStamp> of(const std::filesystem::path& file);
+        // {"path", "size", "modified"}, as every cache of a set writes it.
+        json::Json toJson() const;
+        static std::optional<FileStamp> fromJson(const json::Json& j);
 
         bool operator==(const FileStamp&) const = default;
     };

@@ -49,7 +49,8 @@ std::vector<Clip> plan(const Request& request) {
         std::vector<Segment> segments = userSegments;
         if (!hasCuts(request.cuts, clip.range)) {
             std::vector<Cut> drawn = AutoEditor::generate(clip.range, cameraRanges, request.allowed, request.drops,
-                                                          request.onsets, request.autoSettings, request.weights);
+                                                          request.onsets, request.autoSettings, request.weights,
+                                                          request.pictures);
             // Nothing films in the range: the user's plan stands.
             if (!drawn.empty()) {
                 segments = Segment::build(drawn, duration);

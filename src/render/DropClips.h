@@ -33,6 +33,9 @@ struct Request {
     std::set<int> allowed;            // camera numbers the editor may use
     std::map<int, double> weights;    // percent by camera number
     std::function<ResolvedEffect(const Segment&)> effectFor;  // empty: none
+    // Where each camera's picture is weak or unusable (by camera number);
+    // empty: every picture counts as good.
+    analysis::CameraPictures pictures;
     std::string setName;
     std::string extension = "mp4";
 };

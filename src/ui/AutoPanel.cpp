@@ -46,6 +46,7 @@ AutoPanel::AutoPanel(AppModel& model, QWidget* parent)
     plans->add(plan(QStringLiteral("Plan le plus long"), &AutoSettings::maxPlan, AutoSettings::maxPlanRange, defaults.maxPlan));
     plans->add(toggle(QStringLiteral("Couper sur les temps forts de la musique"), &AutoSettings::snapToBeat));
     plans->add(toggle(QStringLiteral("Plans plus courts juste après un drop"), &AutoSettings::fasterOnDrops));
+    plans->add(toggle(QStringLiteral("Éviter les images inutilisables"), &AutoSettings::avoidUnusable));
     add(plans);
 
     auto* cameras = new PanelBox(QString(), this);

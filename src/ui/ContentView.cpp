@@ -330,6 +330,12 @@ ContentView::ContentView(AppModel& model, ModelObject& object, QWidget* parent)
     saveProblem_ = makeLabel(QString(), Theme::text(11, Theme::Weight::semibold), Theme::warning(), footer_);
     saveProblem_->setObjectName("saveProblem");
     f->addWidget(saveProblem_);
+    picturesLabel_ = makeLabel(QString(), Theme::text(11), Theme::gray2(), footer_);
+    picturesLabel_->setObjectName("picturesWork");
+    picturesLabel_->setToolTip(QStringLiteral("Quorvel regarde les images de chaque caméra pour que le montage auto "
+                                              "évite les passages noirs, flous, tremblés, masqués ou figés."));
+    picturesLabel_->hide();
+    f->addWidget(picturesLabel_);
     previewLabel_ = makeLabel(QString(), Theme::text(11), Theme::gray2(), footer_);
     previewLabel_->setObjectName("previewWork");
     f->addWidget(previewLabel_);
@@ -468,6 +474,9 @@ void ContentView::refresh() {
     unsyncedButton_->setFixedWidth(unsyncedButton_->sizeHint().width());
     if (counts.isEmpty()) unsyncedPanel_->hide();
     refreshPreviewWork();
+    const QString pictures = q(model_.picturesLine());
+    if (picturesLabel_->text() != pictures) picturesLabel_->setText(pictures);
+    picturesLabel_->setVisible(screen_ == Screen::workspace && !pictures.isEmpty());
 
     if (model_.showNewProject() && !sheetOpen_) QTimer::singleShot(0, this, &ContentView::showNewProjectSheet);
     if (model_.errorMessage() && !alertOpen_) {

@@ -140,6 +140,7 @@ private:
     // they are made on threads that never call the interface.
     QProgressBar* previewBar_ = nullptr;
     QLabel* previewLabel_ = nullptr;
+    QLabel* picturesLabel_ = nullptr;  // "Analyse des images : 40 %" while it runs
     QTimer* previewPoll_ = nullptr;
     SymbolButton* unsyncedButton_ = nullptr;
     QWidget* unsyncedPanel_ = nullptr;

@@ -139,6 +139,7 @@ private:
     // The pointer (TimelineMouse.cpp).
     Hit hitTest(QPointF pos) const;
     QString toolTipAt(QPointF pos) const;
+    QString pictureTipAt(QPointF pos) const;
     void planMenu(int plan, QPoint globalPos);
     // A camera row's menu: its picture offset against its sound.
     void offsetMenu(int camera, QPoint globalPos);

@@ -74,9 +74,32 @@ TimelineEditor::Hit TimelineEditor::hitTest(QPointF pos) const {
     return {};
 }
 
+// Over a camera lane, where the picture analysis found a weak or unusable
+// stretch: what is wrong there, and what the automatic editor does about it.
+QString TimelineEditor::pictureTipAt(QPointF pos) const {
+    if (pos.x() < laneLeft() || pos.y() < trackBandTop()) return {};
+    const auto& pictures = model_.app().pictures();
+    for (const Track& t : tracks_) {
+        if (t.audio || pos.y() < t.top || pos.y() >= t.top + t.height) continue;
+        if (t.number < 1 || size_t(t.number) > pictures.size()) return {};
+        const double at = timeAt(pos.x());
+        for (const analysis::PictureStretch& s : pictures[size_t(t.number - 1)]) {
+            if (at < s.start || at >= s.end) continue;
+            const bool unusable = s.grade == analysis::PictureGrade::unusable;
+            return QStringLiteral("%1 · %2 → %3\n%4")
+                .arg(QString::fromStdString(analysis::faultLabel(s.fault)), tc(s.start), tc(s.end),
+                     unusable ? QStringLiteral("Image inutilisable : le montage auto n'y met pas de plan")
+                              : QStringLiteral("Image moyenne : le montage auto y va moins souvent"));
+        }
+        return {};
+    }
+    return {};
+}
+
 QString TimelineEditor::toolTipAt(QPointF pos) const {
     if (auto file = handFileAt(pos))
         return QStringLiteral("%1\nGlisse pour le placer à la main · clic droit : positions possibles").arg(file->name);
+    if (QString picture = pictureTipAt(pos); !picture.isEmpty()) return picture;
     const EditModel& e = model_.edit();
     const Hit hit = hitTest(pos);
     switch (hit.kind) {

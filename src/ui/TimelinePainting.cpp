@@ -36,6 +36,8 @@ QColor mixColor(const QColor& under, const QColor& over, double alpha) {
 
 const QColor audioBar(0x3a, 0x5c, 0x4a);
 const QColor audioWave(0x9c, 0xd9, 0xb0);
+const QColor pictureUnusable(0xe5, 0x48, 0x4d);
+const QColor pictureWeak(0xe8, 0xa3, 0x3d);
 
 std::vector<const PlacedItem*> placedOf(const std::optional<SyncResult>& result, int source) {
     std::vector<const PlacedItem*> out;
@@ -294,6 +296,18 @@ void TimelineEditor::paintTrack(QPainter& p, const Track& t, int) {
                 path.addRect(QRectF(x, mid - h, 1, 2 * h));
             }
             p.fillPath(path, Theme::withAlpha(mix.muted ? Theme::gray4() : audioWave, 0.92));
+        }
+    }
+    // The picture analysis: a thin strip along the lane's foot, red where the
+    // picture is unusable, amber and fainter where it is only weak.
+    const auto& pictures = model_.app().pictures();
+    if (!t.audio && t.number >= 1 && size_t(t.number) <= pictures.size()) {
+        for (const analysis::PictureStretch& s : pictures[size_t(t.number - 1)]) {
+            const double a = xOf(s.start), b = std::max(xOf(s.end), a + 1);
+            if (a > lane.right() || b < lane.left()) continue;
+            const bool unusable = s.grade == analysis::PictureGrade::unusable;
+            p.fillRect(QRectF(a, t.top + t.height - 4, b - a, 3),
+                       unusable ? pictureUnusable : Theme::withAlpha(pictureWeak, 0.8));
         }
     }
     paintWaiting(p, t);

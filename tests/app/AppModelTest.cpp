@@ -1,6 +1,7 @@
 #include <fstream>
 
 #include "Harness.h"
+#include "persistence/PictureCache.h"
 #include "platform/Paths.h"
 
 namespace qv::test {
@@ -305,6 +306,40 @@ TEST_F(AppModelTest, DemoArgumentsChooseThePanelAndFormat) {
     makeModel({"--demo-etalo", "--demo-son", "--demo-vertical"});
     EXPECT_EQ(model->rightPanel(), RightPanel::sound);
     EXPECT_EQ(model->format(), OutputFormat::portrait);
+}
+
+// The pictures are looked at in the background once the set is synchronised,
+// kept beside the sync cache, taken from there when the set is reopened, and
+// looked at again for a file that changed.
+TEST_F(AppModelTest, PictureAnalysisFollowsTheSyncAndIsKeptUntilAFileChanges) {
+    auto set = copySet("tiny", 24, "images");
+    openSynced(set);
+    auto analysed = [&] { return main.waitUntil([&] { return !model->picturesProgress(); }); };
+    ASSERT_TRUE(analysed());
+    EXPECT_TRUE(model->picturesLine().empty());
+    const fs::path cache = PictureCache::file(set);
+    const auto kept = PictureCache::load(set).fresh();
+    EXPECT_EQ(kept.size(), static_cast<size_t>(model->cameraCount()));
+    const auto pictures = model->pictures();
+    EXPECT_EQ(pictures.size(), static_cast<size_t>(model->cameraCount()));
+    const auto written = fs::last_write_time(cache);
+
+    model->closeProject();
+    EXPECT_TRUE(model->pictures().empty());
+    model->open(set, false);
+    ASSERT_TRUE(settle());
+    ASSERT_TRUE(analysed());
+    EXPECT_EQ(model->pictures(), pictures);
+    EXPECT_EQ(fs::last_write_time(cache), written);  // nothing measured again
+
+    model->closeProject();
+    auto rush = set / "Cam 1" / "clip 1.mp4";
+    fs::last_write_time(rush, fs::last_write_time(rush) + std::chrono::seconds(5));
+    model->open(set, false);
+    ASSERT_TRUE(settle());
+    ASSERT_TRUE(analysed());
+    EXPECT_NE(fs::last_write_time(cache), written);
+    EXPECT_EQ(PictureCache::load(set).fresh().size(), kept.size());
 }
 
 }  // namespace

@@ -151,5 +151,38 @@ TEST(AutoEditor, CameraRangesMergeSmallGaps) {
     EXPECT_TRUE(ranges[1].empty());
 }
 
+// The picture analysis as the editor takes it: unusable stretches are not
+// filming (with their margin), weak ones are drawn less, and a camera is not
+// chased afterwards for the time it lost.
+TEST(AutoEditor, PicturesSteerTheEdit) {
+    using analysis::PictureFault;
+    using analysis::PictureGrade;
+    const Ranges three{{{0, 600}}, {{0, 600}}, {{0, 600}}};
+    analysis::CameraPictures pictures(3);
+    pictures[0] = {{100, 160, PictureGrade::unusable, PictureFault::black},
+                   {300, 420, PictureGrade::weak, PictureFault::soft}};
+    const std::set<int> all = {0, 1, 2};
+    const auto cuts = AutoEditor::generate({0, 600}, three, all, {}, {}, AutoSettings{}, {}, pictures);
+    std::map<int, double> after, weak;
+    for (const Segment& s : Segment::build(cuts, 600)) {
+        if (s.camera == 0) {
+            EXPECT_TRUE(s.end <= 100 - AutoEditor::unusableMargin + 1e-9 || s.start >= 160 + AutoEditor::unusableMargin)
+                << s.start << " → " << s.end;
+        }
+        auto part = [&](double a, double b) { return std::max(0.0, std::min(s.end, b) - std::max(s.start, a)); };
+        after[s.camera] += part(160, 300) + part(420, 600);
+        weak[s.camera] += part(300, 420);
+    }
+    // Back from its black stretch, camera 0 takes its third, not the time lost.
+    EXPECT_NEAR(after[0] / 320, 1.0 / 3, 0.1);
+    EXPECT_LT(weak[0], 0.6 * (weak[1] + weak[2]) / 2);
+
+    // Unusable everywhere: nothing films; the same without the analysis cuts.
+    analysis::CameraPictures blind(1, {{0, 600, PictureGrade::unusable, PictureFault::frozen}});
+    EXPECT_TRUE(AutoEditor::generate({0, 600}, {{{0, 600}}}, {0}, {}, {}, AutoSettings{}, {}, blind).empty());
+    EXPECT_EQ(AutoEditor::without({{0, 10}, {20, 30}}, {{5, 22, PictureGrade::unusable, PictureFault::blur}}),
+              (std::vector<TimeRange>{{0, 5}, {22, 30}}));
+}
+
 }  // namespace
 }  // namespace qv

@@ -89,10 +89,9 @@ TEST(Cli, GeneratedSetRunsTheWholeRoad) {
     if (set.empty()) GTEST_SKIP() << "generator unavailable";
     test::TempDir dir;
     std::ostringstream out, err;
-    ASSERT_EQ(CLI::run({set.string(), (dir / "sync.xml").string(), "--drops", "--auto"}, out, err), 0) << out.str();
+    ASSERT_EQ(CLI::run({set.string(), (dir / "sync.xml").string(), "--drops"}, out, err), 0) << out.str();
     const std::string text = out.str();
     EXPECT_NE(text.find("\nDrops : "), std::string::npos);
-    EXPECT_NE(text.find("\nAuto : "), std::string::npos);
     // The report's lines keep their fixed shape for the scripts that read
     // them; drifts and reasons go to standard error.
     const std::regex placed("  .{8,} .{22,} début [ 0-9.-]{9} s  fiabilité (réf|[0-9]+\\.[0-9])( AMBIGU)?  \\(calé sur .+\\)");
@@ -122,9 +121,17 @@ TEST(Cli, MontageAndAutoOnAShortSet) {
     test::TempDir dir;
     const std::string out = (dir / "m.xml").string();
 
-    // Under 30 s there are no drops, so nothing is "after a drop".
+    // Under 30 s there are no drops, so nothing is "after a drop". The
+    // pictures are looked at first, and the automatic edit is written as
+    // the montage; without the analysis, the same edit is written unlooked.
     Outcome autoRun = cli({set.string(), out, "--auto"});
     EXPECT_NE(autoRun.out.find(" · moy. après drop : 0.0 s\n"), std::string::npos) << autoRun.out;
+    EXPECT_NE(autoRun.out.find("\nAnalyse des images : "), std::string::npos) << autoRun.out;
+    EXPECT_NE(autoRun.out.find("\nMontage : "), std::string::npos) << autoRun.out;
+    EXPECT_NE(test::readText(out).find(set.filename().string() + " - MONTAGE"), std::string::npos);
+    Outcome blind = cli({set.string(), out, "--auto", "--sans-analyse"});
+    EXPECT_EQ(blind.out.find("Analyse des images"), std::string::npos) << blind.out;
+    EXPECT_NE(blind.out.find("\nMontage : "), std::string::npos) << blind.out;
 
     // A piece without a colon is skipped; a reversed range means the whole set.
     Outcome m = cli({set.string(), out, "--montage", "2:1,zut,6:2", "--range", "30-20", "--effets", "--son-camera",

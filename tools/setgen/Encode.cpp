@@ -95,6 +95,75 @@ std::vector<std::string> cameraCodecArgs(const Picture& picture) {
     return args;
 }
 
+// "between(t,a,b)+..." over the events of one kind; empty when there are none.
+std::string during(const std::vector<PictureEvent>& events, LensEvent what) {
+    std::string out;
+    for (const PictureEvent& e : events)
+        if (e.what == what) out += cformat("%sbetween(t,%.4f,%.4f)", out.empty() ? "" : "+", e.from, e.to);
+    return out;
+}
+
+// A still texture twice the picture's size in each direction (blobs of
+// colour at several scales, nothing periodic for the motion measure to
+// mistake), seen through a window that pans slowly during the pan events
+// and is thrown about during the shakes.
+std::string sceneSource(const Picture& picture, double length) {
+    const double w = picture.width;
+    // Time from the frame number: the looped still carries no time of its own.
+    const std::string t = cformat("(n*%d/%d)", picture.fpsDen, picture.fpsNum);
+    const char* tc = t.c_str();
+    std::string x = cformat("%.3f", w / 2), y = cformat("%.3f", picture.height / 2.0);
+    for (const PictureEvent& e : picture.events) {
+        const double span = std::max(e.to - e.from, 0.1);
+        if (e.what == LensEvent::pan) {
+            // There and back: half a sine, so the motion starts and ends gently.
+            x += cformat("+%.3f*sin(PI*clip((%s-%.4f)/%.4f,0,1))", 0.3 * w, tc, e.from, span);
+            y += cformat("+%.3f*sin(PI*clip((%s-%.4f)/%.4f,0,1))", 0.08 * w, tc, e.from, span);
+        } else if (e.what == LensEvent::shake) {
+            const std::string on = cformat("between(%s,%.4f,%.4f)", tc, e.from, e.to);
+            x += cformat("+%s*%.3f*(sin(2*PI*5.3*%s)+sin(2*PI*7.9*%s+1.3)+0.7*sin(2*PI*12.1*%s+0.4))", on.c_str(),
+                         0.03 * w, tc, tc, tc);
+            y += cformat("+%s*%.3f*(sin(2*PI*6.1*%s+0.7)+sin(2*PI*9.7*%s+2.1)+0.7*sin(2*PI*13.3*%s))", on.c_str(),
+                         0.025 * w, tc, tc, tc);
+        }
+    }
+    const unsigned seed = static_cast<unsigned>(picture.grain.seed % 2147483647u);
+    return cformat("color=c=0x%06x:s=%dx%d:r=%d/%d:d=%.6f,noise=alls=100:allf=u:all_seed=%u,gblur=sigma=%.2f,"
+                   "eq=contrast=4:saturation=2.5:brightness=0.05,trim=end_frame=1,loop=loop=-1:size=1:start=0,"
+                   "setpts=N*%d/%d/TB,crop=w=%d:h=%d:x='%s':y='%s'",
+                   ((static_cast<unsigned>(picture.colour) >> 2) & 0x3f3f3fu) + 0x607080u, picture.width * 2,
+                   picture.height * 2, picture.fpsNum, picture.fpsDen, length, seed, std::max(1.0, w / 80),
+                   picture.fpsDen, picture.fpsNum, picture.width, picture.height, x.c_str(), y.c_str());
+}
+
+// What the lens and the camera do to the finished picture, frame code
+// included: strong blur, a cap or a hand in front (with the sensor's own
+// noise on them), and last the frozen stretches, where the camera writes the
+// same picture again and again.
+std::string lensFaults(const Picture& picture) {
+    std::string out;
+    if (std::string on = during(picture.events, LensEvent::blur); !on.empty())
+        out += cformat(",gblur=sigma=%.2f:enable='%s'", picture.width / 24.0, on.c_str());
+    if (std::string on = during(picture.events, LensEvent::black); !on.empty())
+        out += ",drawbox=x=0:y=0:w=iw:h=ih:color=0x080808:t=fill:enable='" + on + "'";
+    if (std::string on = during(picture.events, LensEvent::hand); !on.empty())
+        out += ",drawbox=x=0:y=0:w=iw:h=ih:color=0x5a3a2c:t=fill:enable='" + on + "'";
+    std::string covered = during(picture.events, LensEvent::black);
+    if (std::string hand = during(picture.events, LensEvent::hand); !hand.empty())
+        covered += (covered.empty() ? "" : "+") + hand;
+    if (!covered.empty()) out += ",noise=alls=6:allf=t+u:all_seed=7:enable='" + covered + "'";
+    int k = 0;
+    for (const PictureEvent& e : picture.events) {
+        if (e.what != LensEvent::frozen) continue;
+        const long first = std::lround(e.from * picture.fpsNum / picture.fpsDen);
+        const long last = std::lround(e.to * picture.fpsNum / picture.fpsDen);
+        out += cformat(",split[fz%da][fz%db];[fz%da][fz%db]freezeframes=first=%ld:last=%ld:replace=%ld", k, k, k, k,
+                       first, last, first);
+        ++k;
+    }
+    return out;
+}
+
 }  // namespace
 
 Result<Ffmpeg> Ffmpeg::locate() {
@@ -149,6 +218,9 @@ Status encodeVideo(const Ffmpeg& ffmpeg, const fs::path& out, const std::string&
     // smoothing, over the top of the picture; the caption sits below it.
     // Grain goes over the texts but under the frame code, which stays clean.
     const std::string grain = picture.grain.on() ? "," + grainFilter(picture.grain) : std::string();
+    // A scene seen through a lens carries no big label: it would stand still
+    // while the scene moves behind it.
+    const bool scene = !picture.events.empty();
     // A phone's frames get their uneven times before anything is drawn, the
     // frame code's too, so the two still meet frame for frame.
     const std::string times = picture.variableRate ? frametimes::filters() + "," : std::string();
@@ -164,15 +236,16 @@ Status encodeVideo(const Ffmpeg& ffmpeg, const fs::path& out, const std::string&
                                                                   picture.height, picture.width, picture.storedWidth)
                                                         : std::string();
     std::string filter =
-        "[0:v]" + times + sweep + drawText(picture.label, big, "(h-th)/2-h/12") + "," +
+        "[0:v]" + times + sweep + (scene ? std::string() : drawText(picture.label, big, "(h-th)/2-h/12") + ",") +
         drawText(picture.caption, small, cformat("%d+h/40", strip)) + "," +
         drawText(cformat("%%{pts\\:hms\\:%.6f}", picture.clock), small, "h-th-h/15") + grain + weave + "[base];" +
         cformat("color=c=black:s=%dx2:r=%d/%d:d=%.6f,%sformat=gray,geq=lum='%s',scale=%d:%d:flags=neighbor[code];",
                 framecode::cells, picture.fpsNum, picture.fpsDen, length, times.c_str(),
                 framecode::geqExpression(picture.camera, picture.clip).c_str(), picture.width, strip) +
-        "[base][code]overlay=0:0:shortest=1," + recordingFilter(picture) + squeeze + "[v]";
+        "[base][code]overlay=0:0:shortest=1" + lensFaults(picture) + "," + recordingFilter(picture) + squeeze + "[v]";
 
-    std::vector<std::string> args = {"-f", "lavfi", "-i", backgroundSource(picture, length)};
+    std::vector<std::string> args = {"-f", "lavfi", "-i",
+                                     scene ? sceneSource(picture, length) : backgroundSource(picture, length)};
     for (const auto& t : tracks) {
         args.push_back("-i");
         args.push_back(t.string());

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "Recording.h"
+#include "SetPlan.h"
 #include "base/Result.h"
 
 namespace qv::setgen {
@@ -69,6 +70,9 @@ struct Picture {
     // Anamorphic: drawn at width × height, stored this wide (MPEG-2 with
     // the pixel aspect that widens it back); 0 stores square pixels.
     int storedWidth = 0;
+    // Not empty: a textured scene seen through the lens, with these pans
+    // and faults (SetPlan.h); the frame code stays on top of good pictures.
+    std::vector<PictureEvent> events;
 };
 
 struct SoundFormat {

@@ -183,5 +183,6 @@ void realFootage(FilePlan& f, double mbps);
 const NamedPresets& footagePresets();
 const NamedPresets& devicePresets();
 const NamedPresets& picturePresets();
+const NamedPresets& visionPresets();
 
 }  // namespace qv::setgen

@@ -416,7 +416,7 @@ const NamedPresets& plainPresets() {
 // Every preset, family by family; a new family adds its list here.
 NamedPresets makers() {
     NamedPresets all;
-    for (const NamedPresets* family : {&plainPresets(), &footagePresets(), &devicePresets(), &picturePresets()})
+    for (const NamedPresets* family : {&plainPresets(), &footagePresets(), &devicePresets(), &picturePresets(), &visionPresets()})
         all.insert(all.end(), family->begin(), family->end());
     return all;
 }

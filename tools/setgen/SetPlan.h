@@ -18,6 +18,15 @@ namespace qv::setgen {
 
 enum class FileKind { camera, audio };
 
+// What happens in front of a camera over a stretch of its file: a slow pan
+// (a good shot that moves), or one of the faults that make a shot unusable.
+enum class LensEvent { pan, black, blur, shake, hand, frozen };
+
+struct PictureEvent {
+    LensEvent what = LensEvent::pan;
+    double from = 0, to = 0;  // seconds on the file's own time line
+};
+
 struct FilePlan {
     std::string path;    // relative to the set folder, "Cam 1/clip 1.mp4"
     std::string source;  // the top folder, "Cam 1"; empty for the set folder itself
@@ -55,6 +64,9 @@ struct FilePlan {
     // thumbnail (.THM).
     std::string previewCopy;
     std::string thumbnail;
+    // A file with events films a textured scene instead of a flat colour,
+    // so that focus, shake and pans show; its events go to the truth.
+    std::vector<PictureEvent> events;
 
     // Sound: one stream per microphone, none for a file without sound.
     int sampleRate = 48000;

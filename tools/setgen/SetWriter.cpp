@@ -197,6 +197,14 @@ json::Json truthOf(const SetPlan& plan, const std::vector<std::optional<Music>>&
         if (!f.follows.empty()) o["follows"] = f.follows;
         if (f.timeReference) o["timeReference"] = *f.timeReference;
         if (!f.timecode.empty()) o["timecode"] = f.timecode;
+        if (!f.events.empty()) {
+            // What the camera saw, on the file's own time line.
+            static const char* const names[] = {"pan", "black", "blur", "shake", "hand", "frozen"};
+            json::Json events = json::Json::array();
+            for (const PictureEvent& e : f.events)
+                events.push_back({{"what", names[static_cast<int>(e.what)]}, {"from", e.from}, {"to", e.to}});
+            o["events"] = std::move(events);
+        }
         files.push_back(std::move(o));
     }
     j["files"] = std::move(files);
@@ -301,6 +309,7 @@ Status writeSet(const SetPlan& plan, const fs::path& folder, std::ostream& log) 
                 picture.grain.bitsInP = f.bitsInP;
                 picture.grain.seed = plan.seed * 1000003u + i;
             }
+            picture.events = f.events;
             encoded = encodeVideo(*ffmpeg, target, f.path, picture, temps.paths(), sound, date);
             // Beside the chapter, as an action camera leaves them: its light
             // copy (half the size, the same timing and sound) and its thumbnail.

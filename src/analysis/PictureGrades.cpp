@@ -168,8 +168,10 @@ CameraPictures cameraPictures(const SyncResult& result, const std::vector<int>& 
             const std::vector<SlotGrade> grades = gradeFile(*measures[i], typical);
             for (size_t k = 0; k < grades.size(); ++k) {
                 if (grades[k].grade == PictureGrade::good) continue;
-                const double from = p.lineTime(static_cast<double>(k) * slotSeconds);
-                const double to = std::min(p.lineTime(static_cast<double>(k + 1) * slotSeconds), p.end());
+                // A camera far from the speakers shows its picture later than its sound.
+                const double from = p.lineTime(static_cast<double>(k) * slotSeconds) + p.pictureOffset;
+                const double to =
+                    std::min(p.lineTime(static_cast<double>(k + 1) * slotSeconds), p.end()) + p.pictureOffset;
                 if (!(to > from)) continue;
                 PictureStretch s{from, to, grades[k].grade, grades[k].fault};
                 if (!list.empty() && list.back().grade == s.grade && list.back().fault == s.fault &&

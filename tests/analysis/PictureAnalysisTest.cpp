@@ -74,6 +74,16 @@ TEST(PictureAnalysis, FindsTheFaultsAndLeavesGoodShotsAndPansAlone) {
             EXPECT_GT(same, 0.6 * (e.to - e.from)) << p.item.fileName() << " " << e.what << " à " << e.from;
         }
     }
+
+    // A camera whose picture comes late carries its faults along with it.
+    SyncResult late = s->job.result;
+    for (PlacedItem& p : late.placed) p.pictureOffset = 0.4;
+    const auto moved = analysis::picturesOf(late, s->job.cameraSources, s->measures);
+    ASSERT_EQ(moved.size(), pictures.size());
+    for (size_t c = 0; c < moved.size(); ++c) {
+        ASSERT_EQ(moved[c].size(), pictures[c].size());
+        for (size_t k = 0; k < moved[c].size(); ++k) EXPECT_NEAR(moved[c][k].start, pictures[c][k].start + 0.4, 1e-9);
+    }
 }
 
 TEST(PictureAnalysis, TheAutomaticEditShowsNoFaultAndKeepsTheShares) {

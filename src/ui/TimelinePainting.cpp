@@ -6,6 +6,7 @@
 #include <QPainterPath>
 #include <algorithm>
 #include <cmath>
+#include <optional>
 
 #include "base/Format.h"
 #include "ui/Theme.h"
@@ -280,35 +281,54 @@ void TimelineEditor::paintTrack(QPainter& p, const Track& t, int) {
             p.setPen(Qt::NoPen);
             p.setBrush(Theme::withAlpha(audioBar, 0.45));
             p.drawRoundedRect(bar, 2.5, 2.5);
-            // One bar per column, from the centre up and down, in one fill.
+            // One bar per column, from the centre up and down, on whole
+            // pixels: as one antialiased path, a lane of a thousand columns
+            // took 70 ms to fill and stalled the keys while playing.
             const auto& wave = item->waveform;
             if (wave.empty()) continue;
             const double left = std::max(bar.left(), lane.left()), right = std::min(bar.right(), lane.right());
             const double mid = bar.center().y(), half = bar.height() / 2 - 1;
-            QPainterPath path;
+            const QColor colour = Theme::withAlpha(mix.muted ? Theme::gray4() : audioWave, 0.92);
             for (double x = std::floor(left); x < right; x += 1) {
                 double t0 = (x - x0) / pps, t1 = (x + 1 - x0) / pps;
                 size_t a = size_t(std::max(0.0, t0 * 20)), b = size_t(std::max(0.0, std::ceil(t1 * 20)));
                 b = std::min(std::max(b, a + 1), wave.size());
                 float peak = 0;
                 for (size_t i = a; i < b; ++i) peak = std::max(peak, wave[i]);
-                double h = std::max(0.5, double(peak) * half);
-                path.addRect(QRectF(x, mid - h, 1, 2 * h));
+                const int h = std::max(1, int(std::lround(double(peak) * half)));
+                p.fillRect(QRect(int(x), int(std::lround(mid)) - h, 1, 2 * h), colour);
             }
-            p.fillPath(path, Theme::withAlpha(mix.muted ? Theme::gray4() : audioWave, 0.92));
         }
     }
     // The picture analysis: a thin strip along the lane's foot, red where the
     // picture is unusable, amber and fainter where it is only weak.
     const auto& pictures = model_.app().pictures();
+    // Whole pixels, neighbours of one grade joined: a fractional rectangle
+    // takes the rasterizer's slow road, and a set of weak half-seconds gives
+    // hundreds of them on every repaint while playing.
     if (!t.audio && t.number >= 1 && size_t(t.number) <= pictures.size()) {
+        const int top = int(std::lround(t.top + t.height - 4));
+        const int left = int(std::floor(lane.left())), right = int(std::ceil(lane.right()));
+        std::optional<QRect> run;
+        bool runUnusable = false;
+        auto flush = [&] {
+            if (run) p.fillRect(*run, runUnusable ? pictureUnusable : Theme::withAlpha(pictureWeak, 0.8));
+            run.reset();
+        };
         for (const analysis::PictureStretch& s : pictures[size_t(t.number - 1)]) {
-            const double a = xOf(s.start), b = std::max(xOf(s.end), a + 1);
-            if (a > lane.right() || b < lane.left()) continue;
+            const int a = std::max(left, int(std::floor(xOf(s.start))));
+            const int b = std::min(right, std::max(int(std::ceil(xOf(s.end))), a + 1));
+            if (a >= right || b <= left) continue;
             const bool unusable = s.grade == analysis::PictureGrade::unusable;
-            p.fillRect(QRectF(a, t.top + t.height - 4, b - a, 3),
-                       unusable ? pictureUnusable : Theme::withAlpha(pictureWeak, 0.8));
+            if (run && unusable == runUnusable && a <= run->right() + 1) {
+                run->setRight(std::max(run->right(), b - 1));
+                continue;
+            }
+            flush();
+            run = QRect(a, top, b - a, 3);
+            runUnusable = unusable;
         }
+        flush();
     }
     paintWaiting(p, t);
 }

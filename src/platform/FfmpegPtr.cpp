@@ -53,7 +53,7 @@ CodecPtr openDecoder(const AVStream* stream, int threads) {
 }
 
 int64_t streamStamp(const AVStream* s, double seconds) {
-    return av_rescale_q(std::llround(seconds * AV_TIME_BASE), AV_TIME_BASE_Q, s->time_base);
+    return av_rescale_q(std::llround(seconds * AV_TIME_BASE), AVRational{1, AV_TIME_BASE}, s->time_base);
 }
 
 bool usableSound(const AVCodecParameters* par) {

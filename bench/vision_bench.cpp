@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
 #include <set>
 
 #include "edit/AutoEditor.h"
@@ -48,13 +49,27 @@ double fullDecodeSpeed(const fs::path& file, double span) {
     return span / std::max(seconds(t0), 1e-9);
 }
 
-void speed(const fs::path& set) {
+// A generated set with its truth and the job that places its files;
+// nothing, said under `figure`'s name, when the set was not made.
+struct TruthSet {
+    SetTruth truth;
+    VideoRender::Job job;
+};
+
+std::optional<TruthSet> openSet(const fs::path& set, const char* figure, const char* preset) {
     auto truth = SetTruth::read(set);
     if (!truth) {
-        std::printf("vitesse : pas de set dans %s (quorvel-setgen --preset realcam)\n", set.c_str());
-        return;
+        std::printf("%s : pas de set dans %s (quorvel-setgen --preset %s)\n", figure, set.c_str(), preset);
+        return std::nullopt;
     }
-    const VideoRender::Job job = truth->placedJob(set);
+    VideoRender::Job job = truth->placedJob(set);
+    return TruthSet{std::move(*truth), std::move(job)};
+}
+
+void speed(const fs::path& set) {
+    const auto opened = openSet(set, "vitesse", "realcam");
+    if (!opened) return;
+    const VideoRender::Job& job = opened->job;
     std::printf("%-22s %7s %8s %8s %9s %8s  %s\n", "caméra", "durée s", "analyse", "× réel", "décodage", "rapport",
                 "lecture");
     double worst = 1e9;
@@ -78,12 +93,10 @@ void speed(const fs::path& set) {
 }
 
 void accuracy(const fs::path& set) {
-    auto truth = SetTruth::read(set);
-    if (!truth) {
-        std::printf("justesse : pas de set dans %s (quorvel-setgen --preset visionlong)\n", set.c_str());
-        return;
-    }
-    const VideoRender::Job job = truth->placedJob(set);
+    const auto opened = openSet(set, "justesse", "visionlong");
+    if (!opened) return;
+    const SetTruth* truth = &opened->truth;
+    const VideoRender::Job& job = opened->job;
     const auto t0 = std::chrono::steady_clock::now();
     const auto measures = analysis::measureCameras(job.result, job.cameraSources);
     const double took = seconds(t0);

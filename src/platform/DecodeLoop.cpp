@@ -44,11 +44,7 @@ FramePtr StreamDecoder::next() {
             if (ready_.empty()) ended_ = true;
             break;
         }
-        int r = av_read_frame(format_, packet_.get());
-        if (r == AVERROR(EAGAIN)) continue;
-        if (r < 0) {
-            // A broken stretch of a damaged file: read on a little, then end.
-            if (r != AVERROR_EOF && ++failures < 16 && !avio_feof(format_->pb)) continue;
+        if (!readPacket(format_, packet_.get(), failures)) {
             flushed_ = true;
             continue;
         }

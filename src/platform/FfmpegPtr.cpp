@@ -52,6 +52,15 @@ CodecPtr openDecoder(const AVStream* stream, int threads) {
     return ctx;
 }
 
+bool readPacket(AVFormatContext* format, AVPacket* packet, int& failures) {
+    for (;;) {
+        const int r = av_read_frame(format, packet);
+        if (r == AVERROR(EAGAIN)) continue;
+        if (r >= 0) return true;
+        if (r == AVERROR_EOF || ++failures >= 16 || avio_feof(format->pb)) return false;
+    }
+}
+
 int64_t streamStamp(const AVStream* s, double seconds) {
     return av_rescale_q(std::llround(seconds * AV_TIME_BASE), AVRational{1, AV_TIME_BASE}, s->time_base);
 }

@@ -57,6 +57,11 @@ std::string errorText(int code);
 // A real picture stream: cover art attached to a sound file does not count.
 bool isPictureStream(const AVStream* s);
 
+// The next packet of `format`. Past a damaged stretch it reads on a little
+// (`failures`, counted over the whole pass) before taking the end of the
+// file; false at that end.
+bool readPacket(AVFormatContext* format, AVPacket* packet, int& failures);
+
 // Sound whose header can be believed: a rate of 1 Hz or a thousand channels
 // would make the decoded signal thousands of times larger than the file.
 bool usableSound(const AVCodecParameters* par);

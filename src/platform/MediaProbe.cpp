@@ -74,12 +74,7 @@ double packetSpan(AVFormatContext* ctx) {
     if (!packet) return 0;
     std::vector<double> first(ctx->nb_streams, INFINITY), last(ctx->nb_streams, -INFINITY);
     int failures = 0;
-    while (true) {
-        int r = av_read_frame(ctx, packet.get());
-        if (r < 0) {
-            if (r != AVERROR_EOF && ++failures < 16 && !avio_feof(ctx->pb)) continue;
-            break;
-        }
+    while (ff::readPacket(ctx, packet.get(), failures)) {
         size_t i = static_cast<size_t>(packet->stream_index);
         const AVStream* s = ctx->streams[i];
         int64_t t = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
@@ -365,15 +360,8 @@ Result<DecodedSound> decodeMonoAudio(const std::filesystem::path& file, int samp
     if (!packet) return unreadable;
 
     int failures = 0;
-    while (true) {
-        int r = av_read_frame(ctx.get(), packet.get());
-        if (r == AVERROR(EAGAIN)) continue;
-        if (r < 0) {
-            // A broken stretch of a damaged file: keep reading a little,
-            // then give up with what was decoded.
-            if (r != AVERROR_EOF && ++failures < 16 && !avio_feof(ctx->pb)) continue;
-            break;
-        }
+    // A broken stretch of a damaged file ends the pass with what was decoded.
+    while (ff::readPacket(ctx.get(), packet.get(), failures)) {
         int lane = packet->stream_index < static_cast<int>(laneOf.size()) ? laneOf[static_cast<size_t>(packet->stream_index)] : -1;
         if (lane >= 0) decodePacket(lanes[static_cast<size_t>(lane)], ctx->streams[packet->stream_index], packet.get());
         av_packet_unref(packet.get());

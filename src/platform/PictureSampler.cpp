@@ -100,14 +100,7 @@ Result<SamplerRoad> samplePictures(const std::filesystem::path& file, const Samp
     ff::PacketPtr packet(av_packet_alloc());
     if (!packet) return unreadable(file);
     int failures = 0;
-    while (!stop) {
-        int r = av_read_frame(format.get(), packet.get());
-        if (r == AVERROR(EAGAIN)) continue;
-        if (r < 0) {
-            // A broken stretch of a damaged file: read on a little, then end.
-            if (r != AVERROR_EOF && ++failures < 16 && !avio_feof(format->pb)) continue;
-            break;
-        }
+    while (!stop && ff::readPacket(format.get(), packet.get(), failures)) {
         if (packet->stream_index == index) {
             const bool key = packet->flags & AV_PKT_FLAG_KEY;
             bool send = true;

@@ -78,7 +78,12 @@ AppModel::~AppModel() {
 
 void AppModel::notify(Field field) {
     if (onChange_) onChange_(field);
-    // Any change rearms the debounce: the save comes 1.5 s after the last one.
+    // Reports of work in the background change nothing the project keeps: the
+    // analysis reports ten times a second and would hold the save back for as
+    // long as it runs.
+    if (field == Field::pictures || field == Field::progress || field == Field::clipsJob || field == Field::conform)
+        return;
+    // Any other change rearms the debounce: the save comes 1.5 s after the last one.
     if (autosaveTimer_) services_.main.cancel(autosaveTimer_);
     autosaveTimer_ = services_.main.schedule(autosaveDelay, [this] {
         autosaveTimer_ = 0;

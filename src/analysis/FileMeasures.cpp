@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <optional>
 
 #include "analysis/PictureMeasures.h"
@@ -68,22 +69,33 @@ void measureJitter(std::vector<Step>& steps) {
 }  // namespace
 
 Result<FileMeasures> measureFile(const std::filesystem::path& file, const std::function<bool(double)>& progress) {
+    return measureFile(std::vector<PicturePiece>{{file, 0}}, progress);
+}
+
+Result<FileMeasures> measureFile(const std::vector<PicturePiece>& pieces, const std::function<bool(double)>& progress) {
     std::vector<Sample> samples;
     std::vector<Step> steps;
     std::optional<MeasuredPicture> previous;
     double previousTime = 0;
     bool cancelled = false;
-    auto road = media::samplePictures(file, media::SamplerOptions{}, [&](media::SampledPicture&& p) {
-        MeasuredPicture picture(p.frame);
-        samples.push_back({p.time, picture.look()});
-        if (previous && p.time - previousTime <= freezeStep)
-            steps.push_back({previousTime, p.time, previous->stepTo(picture)});
-        previous = std::move(picture);
-        previousTime = p.time;
-        if (progress && !progress(p.time)) cancelled = true;
-        return !cancelled;
-    });
-    if (!road) return road.error();
+    for (size_t k = 0; k < pieces.size() && !cancelled; ++k) {
+        const double start = pieces[k].start;
+        const double end = k + 1 < pieces.size() ? pieces[k + 1].start : std::numeric_limits<double>::infinity();
+        // Steps run on across pieces: the last picture of one and the first
+        // of the next are neighbours on the file's time line.
+        auto road = media::samplePictures(pieces[k].file, media::SamplerOptions{}, [&](media::SampledPicture&& p) {
+            const double t = start + p.time;
+            if (t >= end - 1e-6) return false;
+            MeasuredPicture picture(p.frame);
+            samples.push_back({t, picture.look()});
+            if (previous && t - previousTime <= freezeStep) steps.push_back({previousTime, t, previous->stepTo(picture)});
+            previous = std::move(picture);
+            previousTime = t;
+            if (progress && !progress(t)) cancelled = true;
+            return !cancelled;
+        });
+        if (!road) return road.error();
+    }
     if (cancelled) return Error{"annulé"};
     measureJitter(steps);
 

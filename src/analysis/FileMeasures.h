@@ -35,11 +35,23 @@ struct FileMeasures {
     bool operator==(const FileMeasures&) const = default;
 };
 
+// A stretch of a camera file's pictures kept in another file, such as a
+// preview chunk: its first picture stands at `start` on the camera file's
+// own time line and it holds the pictures up to the next piece.
+struct PicturePiece {
+    std::filesystem::path file;
+    double start = 0;
+};
+
 // Measures a camera file in one forward pass at low cost
 // (platform/PictureSampler.h). `progress` gets the file time reached and
 // answers false to stop: the result is then an error "annulé". Fails with
 // the sampler's French message on a file without readable pictures.
 Result<FileMeasures> measureFile(const std::filesystem::path& file,
+                                 const std::function<bool(double fileTime)>& progress = {});
+// The same read from pieces that together show the file's pictures, in
+// time order; fails when any piece cannot be read.
+Result<FileMeasures> measureFile(const std::vector<PicturePiece>& pieces,
                                  const std::function<bool(double fileTime)>& progress = {});
 
 }  // namespace qv::analysis

@@ -10,14 +10,16 @@ void AppModel::startAnalysis() {
     if (!result_ || !folder_) return;
     if (!pictureJob_) pictureJob_ = std::make_unique<PictureJob>([this](std::function<void()> f) { postBack(std::move(f)); });
     picturesProgress_ = 0;
+    picturesWaiting_ = false;
     notify(Field::pictures);
     // What an earlier run posted before it was stopped is dropped.
     const int run = ++picturesRun_;
     pictureJob_->start(
-        *folder_, *result_, cameraSources(),
-        [this, run](double f) {
+        *folder_, *result_, cameraSources(), player_ ? player_->previewOutlook() : nullptr,
+        [this, run](double f, bool waiting) {
             if (run != picturesRun_) return;
             picturesProgress_ = f;
+            picturesWaiting_ = waiting;
             notify(Field::pictures);
         },
         [this, run](analysis::MeasuresByPath measures) {
@@ -45,7 +47,10 @@ void AppModel::refreshAnalysis() {
 
 std::string AppModel::picturesLine() const {
     if (!picturesProgress_) return {};
-    return "Analyse des images : " + std::to_string(static_cast<int>(*picturesProgress_ * 100)) + " %";
+    std::string line = "Analyse des images : " + std::to_string(static_cast<int>(*picturesProgress_ * 100)) + " %";
+    // The chunks of the preview are read in place of the originals, once made.
+    if (picturesWaiting_) line += " · après l'aperçu";
+    return line;
 }
 
 analysis::CameraPictures AppModel::picturesForAuto(const AutoSettings& settings) const {

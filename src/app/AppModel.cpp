@@ -585,6 +585,8 @@ void AppModel::applyHand() {
     onsets_ = DropDetector::onsets(*result_, sources_);
     // The files moved on the time line: their stretches move with them.
     refreshAnalysis();
+    // A run under way may wait on the previews of the player just replaced.
+    if (picturesProgress_) startAnalysis();
 }
 
 std::optional<std::string> AppModel::handKey(const MediaItem& item) const {

@@ -169,7 +169,8 @@ public:
     const analysis::CameraPictures& pictures() const { return pictures_; }
     // The share done while the analysis runs; nothing otherwise.
     std::optional<double> picturesProgress() const { return picturesProgress_; }
-    // "Analyse des images : 40 %" while it runs, else empty.
+    // "Analyse des images : 40 %" while it runs ("… · après l'aperçu" while
+    // the files left wait for their preview chunks), else empty.
     std::string picturesLine() const;
     // What the automatic editor is given: the stretches, unless the user
     // asked it not to look at the pictures.
@@ -468,6 +469,7 @@ private:
     analysis::MeasuresByPath pictureMeasures_;
     analysis::CameraPictures pictures_;
     std::optional<double> picturesProgress_;
+    bool picturesWaiting_ = false;  // the files left wait for their preview chunks
     int picturesRun_ = 0;  // which run's posts are still wanted
     std::unique_ptr<PictureJob> pictureJob_;
 };

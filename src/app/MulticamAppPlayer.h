@@ -55,6 +55,7 @@ public:
     void setFrameObserver(std::function<void()> observer) override { frames_ = std::move(observer); }
     void setProgramAngle(int camera) override { player_->setProgramAngle(camera); }
     PreviewWork previewWork() const override;
+    std::shared_ptr<const ProxyOutlook> previewOutlook() const override { return maker_ ? maker_->outlook() : nullptr; }
 
     MulticamPlayer& engine() { return *player_; }
 

@@ -3,6 +3,7 @@
 #include <chrono>
 
 #include "persistence/PictureCache.h"
+#include "playback/PreviewRoad.h"
 #include "platform/ThreadPriority.h"
 
 namespace qv {
@@ -16,25 +17,36 @@ void PictureJob::stop() {
 }
 
 void PictureJob::start(const std::filesystem::path& folder, SyncResult result, std::vector<int> cameraSources,
-                       std::function<void(double)> progress, std::function<void(analysis::MeasuresByPath)> done) {
+                       std::shared_ptr<const ProxyOutlook> previews, std::function<void(double, bool)> progress,
+                       std::function<void(analysis::MeasuresByPath)> done) {
     stop();
     auto stopping = std::make_shared<std::atomic<bool>>(false);
     stop_ = stopping;
     worker_ = std::thread([post = post_, stopping, folder, result = std::move(result),
-                           cameras = std::move(cameraSources), progress = std::move(progress),
-                           done = std::move(done)]() mutable {
+                           cameras = std::move(cameraSources), previews = std::move(previews),
+                           progress = std::move(progress), done = std::move(done)]() mutable {
         platform::yieldToOthers(19);
         analysis::MeasuresByPath known = PictureCache::load(folder).fresh();
+        const ProxyCache chunks;
+        analysis::MeasureOptions options;
+        options.roadOf = [&](const MediaItem& item) { return previewRoad(chunks, item, previews.get()); };
+        // Chunks take seconds each: a look every half-second is enough.
+        options.pause = [&] {
+            for (int i = 0; i < 5 && !stopping->load(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        };
         // Reported at most ten times a second: the footer needs no more.
         auto last = std::chrono::steady_clock::now() - std::chrono::seconds(1);
-        auto measured = analysis::measureCameras(result, cameras, known, [&](double f) {
+        bool wasWaiting = false;
+        options.progress = [&](double f, bool waiting) {
             const auto now = std::chrono::steady_clock::now();
-            if (now - last >= std::chrono::milliseconds(100)) {
+            if (now - last >= std::chrono::milliseconds(100) || waiting != wasWaiting) {
                 last = now;
-                post([progress, f] { progress(f); });
+                wasWaiting = waiting;
+                post([progress, f, waiting] { progress(f, waiting); });
             }
             return !stopping->load();
-        });
+        };
+        auto measured = analysis::measureCameras(result, cameras, known, options);
         if (stopping->load()) return;
         // Only the files of this set are kept: a file gone from it leaves the cache.
         analysis::MeasuresByPath all;

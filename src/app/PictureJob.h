@@ -3,7 +3,9 @@
 // preview copies) takes the measures stored beside the sync cache for the
 // files that have not changed, measures the others, stores the whole and
 // hands it over. It never slows playback: every other thread of the program
-// goes first.
+// goes first. A file the player makes preview chunks of is read from them
+// once they are all made (playback/PreviewRoad.h): the job waits for them
+// rather than decode the original a second time beside the maker.
 //
 // Made and used on the main thread. The worker touches nothing of the
 // model: its progress and result come back through `post`, which runs them
@@ -18,6 +20,7 @@
 #include <vector>
 
 #include "analysis/CameraAnalysis.h"
+#include "playback/Proxies.h"
 #include "sync/SyncResult.h"
 
 namespace qv {
@@ -33,10 +36,13 @@ public:
     PictureJob& operator=(const PictureJob&) = delete;
 
     // Analyses the camera files of `result` (sources `cameraSources`) of the
-    // set in `folder`, after stopping a run under way. `progress` gets the
-    // share done, 0 to 1; `done` the measures of every file that could be read.
+    // set in `folder`, after stopping a run under way; `previews` tells which
+    // chunks are still coming (none: no preview is being made). `progress`
+    // gets the share done, 0 to 1, and whether the files left wait for their
+    // chunks; `done` the measures of every file that could be read.
     void start(const std::filesystem::path& folder, SyncResult result, std::vector<int> cameraSources,
-               std::function<void(double)> progress, std::function<void(analysis::MeasuresByPath)> done);
+               std::shared_ptr<const ProxyOutlook> previews, std::function<void(double, bool)> progress,
+               std::function<void(analysis::MeasuresByPath)> done);
     void stop();
 
 private:

@@ -36,6 +36,8 @@
 
 namespace qv {
 
+class ProxyOutlook;
+
 // The main thread's timers, and a hand-off from worker threads: `post` may be
 // called from any thread and runs its action on the main thread soon, in the
 // order of the calls. `now` is the wall clock the model stamps saves with.
@@ -111,6 +113,9 @@ public:
         int failedFiles = 0;
     };
     virtual PreviewWork previewWork() const { return {}; }
+    // Which preview chunks are still to come, to be asked from any thread;
+    // none when this player makes none.
+    virtual std::shared_ptr<const ProxyOutlook> previewOutlook() const { return nullptr; }
 };
 
 using PlayerFactory =

@@ -31,6 +31,7 @@
 #include "export/PremiereExport.h"
 #include "music/DropDetector.h"
 #include "platform/Paths.h"
+#include "playback/PreviewRoad.h"
 #include "sync/FolderSync.h"
 #include "sync/MediaScanner.h"
 
@@ -133,10 +134,16 @@ std::vector<Cut> autoCuts(const std::vector<MediaSource>& sources, const SyncRes
 analysis::CameraPictures analysePictures(const std::vector<MediaSource>& sources, const SyncResult& result,
                                          ProgressBar& bar, std::ostream& out) {
     const std::vector<int> cameras = cameraSourceIndices(sources);
-    const auto measures = analysis::measureCameras(result, cameras, {}, [&](double f) {
+    // Preview chunks an earlier run of the program left are read in place
+    // of the originals; none is made here.
+    analysis::MeasureOptions options;
+    const ProxyCache chunks;
+    options.roadOf = [&](const MediaItem& item) { return previewRoad(chunks, item, nullptr); };
+    options.progress = [&](double f, bool) {
         bar.show(f, "Analyse des images");
         return true;
-    });
+    };
+    const auto measures = analysis::measureCameras(result, cameras, {}, options);
     bar.finish();
     analysis::CameraPictures pictures = analysis::picturesOf(result, cameras, measures);
     double unusable = 0, weak = 0;

@@ -146,6 +146,17 @@ void ProxyMaker::stopWorkers() {
     std::lock_guard guard(lock_);
     workers_.clear();
     stopping_ = false;
+    outlook_->set({});
+}
+
+void ProxyMaker::tellOutlook() {
+    std::vector<fs::path> coming;
+    if (!progress_.folderFailed)
+        for (const FileState& f : files_)
+            if (!f.failed && std::any_of(f.chunks.begin(), f.chunks.end(),
+                                         [](Chunk c) { return c == Chunk::pending || c == Chunk::working; }))
+                coming.push_back(f.file.path);
+    outlook_->set(std::move(coming));
 }
 
 void ProxyMaker::count(Chunk before, Chunk after) {
@@ -213,6 +224,7 @@ void ProxyMaker::start(std::vector<ProxyFile> files) {
             options_.log("Aperçu : impossible de créer le dossier " + cache_.folder().string() +
                          " ; les originaux sont lus.");
     }
+    tellOutlook();
     if (progress_.finished) return;
     for (int w = 0, n = workersFor(options_.cores, false, 0); w < n; ++w) {
         workers_.push_back(std::make_unique<Worker>());
@@ -375,6 +387,7 @@ void ProxyMaker::work(Worker& self, int worker) {
         } else if (!failure.empty()) {
             giveUp(*f, failure);
         }
+        tellOutlook();
         if (progress_.finished) wake_.notify_all();
         if (options_.wakeup) {
             l.unlock();

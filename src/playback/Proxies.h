@@ -78,6 +78,26 @@ struct ProxyFile {
     bool fourK = false;
 };
 
+// What a maker will still write, safe to ask from any thread and outliving
+// the maker: the picture analysis waits on it for the files it would rather
+// read from their chunks than decode whole a second time.
+class ProxyOutlook {
+public:
+    // Whether chunks of `file` are still to come.
+    bool coming(const std::filesystem::path& file) const {
+        std::lock_guard guard(lock_);
+        return std::find(coming_.begin(), coming_.end(), file) != coming_.end();
+    }
+    void set(std::vector<std::filesystem::path> coming) {
+        std::lock_guard guard(lock_);
+        coming_ = std::move(coming);
+    }
+
+private:
+    mutable std::mutex lock_;
+    std::vector<std::filesystem::path> coming_;
+};
+
 // Makes the missing chunks of a list of files on worker threads of the
 // lowest priority, always the chunk nearest the play head first: the chunks
 // under the head for every file, then outward in steps of a chunk's length,
@@ -157,6 +177,7 @@ public:
     // (or given up, so that its original plays).
     bool readyAround(double time) const;
     const ProxyCache& cache() const { return cache_; }
+    std::shared_ptr<const ProxyOutlook> outlook() const { return outlook_; }
 
 private:
     enum class Chunk : uint8_t { pending, working, made, givenUp };
@@ -188,6 +209,7 @@ private:
     // The chunk of `f` under set time t; null where the file has no picture.
     const Chunk* chunkUnder(const FileState& f, double t) const;
     void count(Chunk before, Chunk after);               // lock held
+    void tellOutlook();                                  // lock held
 
     int allowed() const;  // workers that may work now; lock held
 
@@ -205,6 +227,7 @@ private:
     double playerLoad_ = 0;
     Progress progress_;
     std::vector<std::unique_ptr<Worker>> workers_;
+    std::shared_ptr<ProxyOutlook> outlook_ = std::make_shared<ProxyOutlook>();
 };
 
 }  // namespace qv

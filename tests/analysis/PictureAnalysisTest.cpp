@@ -1,12 +1,15 @@
 // The picture analysis on a generated set whose cameras film faults with
 // truth (preset "vision"): what it finds, what it wrongly flags, and the
-// automatic edit that follows from it.
+// automatic edit that follows from it, read from the originals or from
+// preview chunks.
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <fstream>
 
 #include "edit/AutoEditor.h"
 #include "entry/PictureScore.h"
+#include "playback/PreviewRoad.h"
 #include "support/Fixtures.h"
 
 namespace qv {
@@ -114,6 +117,72 @@ TEST(PictureAnalysis, TheAutomaticEditShowsNoFaultAndKeepsTheShares) {
     const auto other = autoEdit(*s, pictures, 2);
     EXPECT_FALSE(other.size() == first.size() && std::equal(other.begin(), other.end(), first.begin(),
                                                             [](const Cut& a, const Cut& b) { return a.time == b.time; }));
+}
+
+// Chunks of every camera file of the set, at its own size, as the player's maker cuts them.
+void makeChunks(const VisionSet& s, const ProxyCache& cache) {
+    media::ProxyOptions options;
+    options.width = 0;
+    std::filesystem::create_directories(cache.folder());
+    const std::atomic<bool> cancel{false};
+    for (const PlacedItem& p : s.job.result.placed) {
+        if (!p.item.hasVideo) continue;
+        auto writer = media::ProxyWriter::open(p.item.url, options);
+        ASSERT_TRUE(writer);
+        for (int k = 0; k < cache.chunkCount(p.item.duration); ++k)
+            ASSERT_TRUE(writer->write(cache.chunkPath(*cache.stem(p.item.url), k), cache.chunkStart(k),
+                                      cache.chunkStart(k + 1), cancel).made());
+    }
+}
+
+TEST(PictureAnalysis, ReadsPreviewChunksOnceMadeAndTheOriginalWhenTheyFail) {
+    const VisionSet* s = visionSet();
+    ASSERT_TRUE(s) << "jeu « vision » introuvable";
+    test::TempDir dir;
+    const ProxyCache cache(dir.path());
+    ProxyOutlook outlook;
+    std::vector<std::filesystem::path> files;
+    for (const PlacedItem& p : s->job.result.placed)
+        if (p.item.hasVideo) files.push_back(p.item.url);
+    outlook.set(files);
+
+    // While the chunks are on their way the analysis waits for them, says
+    // so, and reads them once made.
+    analysis::MeasureOptions options;
+    options.roadOf = [&](const MediaItem& item) { return previewRoad(cache, item, &outlook); };
+    int pauses = 0, waitingReports = 0;
+    options.pause = [&] {
+        if (pauses++ > 0) return;
+        makeChunks(*s, cache);
+        outlook.set({});
+    };
+    options.progress = [&](double, bool waiting) {
+        waitingReports += waiting;
+        return true;
+    };
+    const auto measures = analysis::measureCameras(s->job.result, s->job.cameraSources, {}, options);
+    EXPECT_EQ(pauses, 1);
+    EXPECT_EQ(waitingReports, 1);
+    ASSERT_EQ(measures.size(), 3u);
+    for (const auto& [path, m] : measures) {
+        // Re-encoded pictures measure a little differently: these are the chunks'.
+        EXPECT_NE(m, s->measures.at(path)) << path;
+        EXPECT_NEAR(static_cast<double>(m.halves.size()), static_cast<double>(s->measures.at(path).halves.size()), 1);
+    }
+    const PictureScore score = scorePictures(s->truth, s->folder, s->job, measures);
+    EXPECT_GE(score.foundShare(), 0.95);
+    EXPECT_LE(score.falseShare(), 0.05);
+
+    // A damaged chunk sends its file back to the original; a stop while
+    // waiting ends the run with nothing measured.
+    const std::filesystem::path first = files.front();
+    std::ofstream(*cache.findChunk(first, 3), std::ios::trunc) << "abîmé";
+    const auto again = analysis::measureCameras(s->job.result, s->job.cameraSources, {}, options);
+    EXPECT_EQ(again.at(first.string()), s->measures.at(first.string()));
+    outlook.set(files);
+    std::filesystem::remove_all(cache.folder());
+    options.progress = [](double, bool waiting) { return !waiting; };
+    EXPECT_TRUE(analysis::measureCameras(s->job.result, s->job.cameraSources, {}, options).empty());
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
-// `--cli … --clips-drops <folder>`: one vertical clip per drop with its name,
-// size and length, brought to the loudness asked; a set without drops;
-// a folder that fills up after the first clip.
+// `--cli … --video` and `--clips-drops <folder>`: the finished video of the
+// run's edit at the loudness asked; one vertical clip per drop with its name,
+// size and length; a set without drops; failures as one French line and exit
+// status 1, with no broken file left when the disk fills up.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -31,20 +32,23 @@ std::vector<int> dropSeconds(const std::string& out) {
     return seconds;
 }
 
-class CliClips : public ::testing::Test {
+class CliVideo : public ::testing::Test {
 protected:
     void SetUp() override {
         set_ = test::generatedSet("drops", 1);
         if (set_.empty()) GTEST_SKIP() << "generator missing";
     }
-    std::string args(const std::string& more) {
-        return "'" + set_.string() + "' '" + (dir_ / "sync.xml").string() + "' " + more;
+    std::string args(const std::string& more) { return on(set_, more); }
+    // The short "render" set, without drops.
+    std::string onRender(const std::string& more) { return on(test::generatedSet("render", 1), more); }
+    std::string on(const fs::path& set, const std::string& more) {
+        return "'" + set.string() + "' '" + (dir_ / "sync.xml").string() + "' " + more;
     }
     fs::path set_;
     test::TempDir dir_;
 };
 
-TEST_F(CliClips, OneVerticalClipPerDropAtTheLoudnessAsked) {
+TEST_F(CliVideo, OneVerticalClipPerDropAtTheLoudnessAsked) {
     const fs::path clips = dir_ / "clips";
     fs::create_directory(clips);
     auto r = quorvel(args("--drops --clips-drops '" + clips.string() + "' --marges-drop 1-1.5 --loudness -14"));
@@ -73,11 +77,19 @@ TEST_F(CliClips, OneVerticalClipPerDropAtTheLoudnessAsked) {
     EXPECT_EQ(count, drops.size());
 }
 
-TEST_F(CliClips, AFinishedVideoReachesTheBroadcastLoudness) {
-    fs::path small = test::generatedSet("render", 1);
+TEST_F(CliVideo, TheRunsEditBecomesAVideoOfItsRange) {
+    const fs::path video = dir_ / "montage.mov";
+    auto r = quorvel(onRender("--video '" + video.string() + "' --montage '0:1,3:2' --range 2-4 --effets --son-camera"));
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.lastLine, "Vidéo : " + video.string());
+    ASSERT_TRUE(fs::exists(video));
+    EXPECT_GT(fs::file_size(video), 10000u);
+    EXPECT_TRUE(fs::exists(dir_ / "sync.xml"));
+}
+
+TEST_F(CliVideo, AFinishedVideoReachesTheBroadcastLoudness) {
     const fs::path video = dir_ / "montage.mp4";
-    auto r = quorvel("'" + small.string() + "' '" + (dir_ / "s.xml").string() + "' --video '" + video.string() +
-                       "' --loudness -23");
+    auto r = quorvel(onRender("--video '" + video.string() + "' --loudness -23"));
     ASSERT_EQ(r.status, 0) << r.out;
     auto loudness = test::measureLoudness(video);
     ASSERT_TRUE(loudness);
@@ -85,15 +97,23 @@ TEST_F(CliClips, AFinishedVideoReachesTheBroadcastLoudness) {
     EXPECT_LE(loudness->truePeak, -1.0);
 }
 
-TEST_F(CliClips, ASetWithoutDropsMakesNoClip) {
-    fs::path shortSet = test::generatedSet("render", 1);
-    auto r = quorvel("'" + shortSet.string() + "' '" + (dir_ / "s.xml").string() + "' --clips-drops '" +
-                       dir_.path().string() + "'");
+TEST_F(CliVideo, ASetWithoutDropsMakesNoClip) {
+    auto r = quorvel(onRender("--clips-drops '" + dir_.path().string() + "'"));
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.lastLine, "Aucun drop : aucun clip");
 }
 
-TEST_F(CliClips, AFolderThatFillsUpKeepsTheFinishedClipsAndRemovesTheBrokenOne) {
+TEST_F(CliVideo, AVideoOnAFullDiskIsOneFrenchLineAndLeavesNoFile) {
+    const fs::path video = dir_ / "montage.mp4";
+    // The file-size limit stops the writing as a full disk would.
+    auto r = quorvel(onRender("--video '" + video.string() + "' --auto --range 0-12"), "ulimit -f 200; ");
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.lastLine, "L'export vidéo a échoué : le fichier dépasse la taille permise.");
+    EXPECT_FALSE(fs::exists(video));
+    for (const auto& e : fs::directory_iterator(dir_.path())) EXPECT_NE(e.path().extension(), ".partiel");
+}
+
+TEST_F(CliVideo, AFolderThatFillsUpKeepsTheFinishedClipsAndRemovesTheBrokenOne) {
     // In this set nothing films at the first drop: its clip is black and
     // small (about 90 kB), the next one shows a camera (about 220 kB);
     // the limit, in 512-byte blocks, lies between.

@@ -16,6 +16,7 @@ namespace qv {
 namespace {
 
 namespace fs = std::filesystem;
+using test::frameAt;
 
 const fs::path meltProgram = "/usr/bin/melt";
 
@@ -155,9 +156,7 @@ TEST_F(MeltPicture, AGradedCameraLooksAsInOurOwnRender) {
     test::writeText(look.cubes.begin()->second, GradeMath::cubeLUT(grade, GradeMath::kCubeSize).text("Cam 1"));
     auto melted = frameAt(meltMontage(j, dir_.path(), look), 0.2);
 
-    test::ManualScheduler scheduler;
-    VideoExportSession exporter(scheduler);
-    auto ours = test::exportNow(exporter, scheduler, j, VideoCodec::prores, dir_ / "ours.mov");
+    auto ours = test::renderNow(j, VideoCodec::prores, dir_ / "ours.mov");
     ASSERT_TRUE(ours.ok());
     auto own = frameAt(*ours, 0.2);
     ASSERT_EQ(melted.width, 320);

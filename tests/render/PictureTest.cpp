@@ -12,14 +12,12 @@ namespace qv {
 namespace {
 
 namespace fs = std::filesystem;
+using test::frameAt;
 
 class ExportPicture : public test::OneCameraPicture {
 protected:
     media::RgbaFrame frameOf(VideoRender::Job j, VideoCodec codec, double t) {
-        test::ManualScheduler scheduler;
-        VideoExportSession exporter(scheduler);
-        fs::path target = dir_ / (codec == VideoCodec::prores ? "out.mov" : "out.mp4");
-        auto out = test::exportNow(exporter, scheduler, std::move(j), codec, target);
+        auto out = test::renderNow(std::move(j), codec, dir_ / (codec == VideoCodec::prores ? "out.mov" : "out.mp4"));
         EXPECT_TRUE(out.ok()) << (out.ok() ? "" : out.error().message);
         return out ? frameAt(*out, t) : media::RgbaFrame{};
     }

@@ -69,17 +69,6 @@ TEST(Cli, AnEmptyFolderWritesAnEmptyTimeline) {
     expectSoundTimeline(dir / "out.xml", 0);
 }
 
-TEST(Cli, OneCameraIsTheReference) {
-    if (!test::haveFFmpeg()) GTEST_SKIP() << "ffmpeg absent";
-    test::TempDir dir;
-    ASSERT_TRUE(test::makeClip(dir / "set" / "Cam 1" / "a.mp4", 3));
-    Outcome r = cli({(dir / "set").string(), (dir / "o.xml").string()});
-    EXPECT_NE(r.out.find("[CAM] Cam 1 : 1 fichiers, 3 s\n"), std::string::npos) << r.out;
-    EXPECT_NE(r.out.find("  Cam 1    a.mp4                  début     0.000 s  fiabilité réf  (calé sur -)\n"),
-              std::string::npos)
-        << r.out;
-}
-
 TEST(Cli, GeneratedSetRunsTheWholeRoad) {
     fs::path set = test::generatedSet("hard", 3);
     if (set.empty()) GTEST_SKIP() << "generator unavailable";

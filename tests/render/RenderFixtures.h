@@ -14,6 +14,7 @@
 #include <thread>
 
 #include "edit/Fakes.h"
+#include "export/MltExport.h"
 #include "entry/SetTruth.h"
 #include "platform/MediaReader.h"
 #include "platform/Process.h"
@@ -96,6 +97,31 @@ inline media::RgbaFrame frameAt(const std::filesystem::path& video, double t) {
 // The frame code burnt into a picture of a generated set.
 inline std::optional<setgen::framecode::Code> codeOf(const media::RgbaFrame& f) {
     return setgen::framecode::read(f.pixels.data(), f.width, f.height, f.width * 4);
+}
+
+inline const std::filesystem::path meltProgram = "/usr/bin/melt";
+
+// Writes the montage of `job` as MLT and renders it with melt; the video, or
+// an empty path with the failure recorded.
+inline std::filesystem::path meltMontage(const VideoRender::Job& job, const std::filesystem::path& dir,
+                                         const TimelineLook& look) {
+    auto timeline = PremiereExport::montageTimeline(
+        job.sources, job.result, job.segments, job.cameraSources, job.range, job.levels, job.audio, job.effects,
+        [&](const Segment& s) {
+            auto at = std::find_if(job.segments.begin(), job.segments.end(),
+                                   [&](const Segment& x) { return x.start == s.start; }) -
+                      job.segments.begin();
+            return static_cast<size_t>(at) < job.planEffects.size() ? job.planEffects[static_cast<size_t>(at)]
+                                                                    : ResolvedEffect{};
+        },
+        true);
+    const std::filesystem::path mlt = dir / "montage l'été.mlt", video = dir / "melt.mp4";
+    writeText(mlt, MltExport::write("montage", job.sources, timeline, job.muted, look, {}));
+    auto run = process::run(meltProgram, {"-silent", "-quiet", mlt.string(), "-consumer", "avformat:" + video.string(),
+                                          "vcodec=libx264", "crf=0", "preset=ultrafast", "pix_fmt=yuv444p",
+                                          "acodec=aac", "real_time=0"});
+    EXPECT_TRUE(run.ok() && run->exitCode == 0) << "melt failed";
+    return std::filesystem::exists(video) ? video : std::filesystem::path();
 }
 
 // Reads the frame code of each of the `frames` frames of `video`, made from

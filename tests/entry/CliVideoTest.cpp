@@ -48,10 +48,10 @@ protected:
     test::TempDir dir_;
 };
 
-TEST_F(CliVideo, OneVerticalClipPerDropAtTheLoudnessAsked) {
+TEST_F(CliVideo, OneVerticalClipPerDropWithItsNameSizeAndLength) {
     const fs::path clips = dir_ / "clips";
     fs::create_directory(clips);
-    auto r = quorvel(args("--drops --clips-drops '" + clips.string() + "' --marges-drop 1-1.5 --loudness -14"));
+    auto r = quorvel(args("--drops --clips-drops '" + clips.string() + "' --marges-drop 1-1.5"));
     ASSERT_EQ(r.status, 0) << r.out;
     const std::vector<int> drops = dropSeconds(r.out);
     ASSERT_GE(drops.size(), 2u) << r.out;
@@ -67,10 +67,6 @@ TEST_F(CliVideo, OneVerticalClipPerDropAtTheLoudnessAsked) {
         const double fps = std::stod(rate.substr(0, rate.find('/'))) / std::stod(rate.substr(rate.find('/') + 1));
         const double frames = std::stod(test::ffprobe(clip, "stream=nb_frames"));
         EXPECT_NEAR(frames / fps, 2.5, 1.0 / fps + 1e-6) << clip;
-        auto loudness = test::measureLoudness(clip);
-        ASSERT_TRUE(loudness) << clip;
-        EXPECT_NEAR(loudness->integrated, -14.0, 0.5) << clip;
-        EXPECT_LE(loudness->truePeak, -1.0) << clip;
     }
     size_t count = 0;
     for (const auto& e : fs::directory_iterator(clips)) count += e.path().extension() == ".mp4";

@@ -1,7 +1,6 @@
-// The MLT export as melt renders it, read back from the pictures: each frame
-// of a montage shows its plan's camera at the set time, whatever its files'
-// names. (Zooms, crops and grades through melt stand beside our own render
-// in PictureTest.)
+// The MLT export as melt renders it: files whose names XML cannot hold are
+// found through a link. (Frames, zooms, crops and grades through melt stand
+// beside our own render in FrameExactTest and PictureTest.)
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -17,28 +16,6 @@ namespace {
 namespace fs = std::filesystem;
 using test::meltMontage;
 using test::meltProgram;
-
-TEST(MeltRender, EveryFrameOfAMontageIsItsPlansCameraAtTheSetTime) {
-    if (!fs::exists(meltProgram)) GTEST_SKIP() << "melt missing";
-    fs::path set = test::generatedSet("render", 1);
-    if (set.empty()) GTEST_SKIP() << "generator missing";
-    VideoRender::Job job = test::jobAt(set, test::truthStarts(set));
-    ASSERT_EQ(job.cameraSources.size(), 3u);
-    // Camera 1 leaves its first file at 9.5 s and starts its second at 10.
-    job.segments = test::plans({{0, 0}, {3.01, 1}, {6.5, 2}, {9.3, 0}, {12.7, 1}}, job.result.duration());
-    job.range = {2.3, 13.3};
-
-    test::TempDir dir;
-    fs::path out = meltMontage(job, dir.path(), {});
-    ASSERT_FALSE(out.empty());
-
-    const long frames = std::lround((13.3 - 2.3) * 25);
-    EXPECT_EQ(test::probeField(out, "v", "nb_frames"), std::to_string(frames));
-    EXPECT_EQ(test::probeField(out, "v", "r_frame_rate"), "25/1");
-    // melt may round a camera's frame to its neighbour.
-    const int black = test::checkFrameCodes(out, job, 2.3, frames, 25, 1.0);
-    EXPECT_EQ(black, 13);  // set times 9.5 to 10.0 s on camera 1
-}
 
 // A name XML cannot hold (bytes that are not UTF-8, control characters)
 // reaches melt through a link of a plain name; the link lives in the cache.

@@ -19,19 +19,8 @@ namespace {
 
 using namespace PremiereExport;
 
-MediaItem camera(const std::string& path, double duration, double fps, int channels = 2) {
-    MediaItem m;
-    m.id = Uuid::make();
-    m.url = path;
-    m.duration = duration;
-    m.hasVideo = true;
-    m.frameRate = fps;
-    m.width = 1920;
-    m.height = 1080;
-    m.audioChannels = channels;
-    m.sampleRate = 48000;
-    return m;
-}
+// A camera file with two channels of sound.
+MediaItem camera(const std::string& path, double duration, double fps) { return test::mediaFile(path, duration, 2, fps); }
 
 struct Set {
     std::vector<MediaSource> sources;

@@ -422,7 +422,6 @@ private slots:
         auto* name = panel.widget()->findChild<QLineEdit*>();
         QVERIFY(name);
         QTest::keyClicks(name, QStringLiteral("Chaud"));
-        auto buttons = panel.widget()->findChildren<QAbstractButton*>();
         auto find = [&](const QString& text) -> QAbstractButton* {
             for (auto* b : panel.widget()->findChildren<QAbstractButton*>())
                 if (b->text() == text) return b;

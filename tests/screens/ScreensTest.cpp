@@ -469,16 +469,6 @@ private slots:
             QCOMPARE(KeyMap::camera(azerty[i]), std::optional<int>(i));
         }
         QVERIFY(!KeyMap::camera(QChar(u'9')));
-
-        Rig rig;
-        QVERIFY2(rig.openSet(), "the generated set opens");
-        EditModel& e = rig.edit();
-        e.setCuts({cutAt(0, 0)});
-        const TimeRange films = rig.player().angles()[1].ranges.front();
-        rig.player().seek((films.start + films.end) / 2);
-        // Stopped: "é" puts camera 2 on the plan under the play head.
-        QVERIFY(rig.key(Qt::Key_2, QStringLiteral("é")));
-        QCOMPARE(e.segments()[size_t(*e.segmentIndex(rig.player().currentTime()))].camera, 1);
     }
 
     void aFocusedTextFieldKeepsItsKeys() {

@@ -6,9 +6,7 @@
 
 #include <chrono>
 #include <cmath>
-#include <tuple>
 
-#include "base/SplitMix64.h"
 #include "sync/Drift.h"
 #include "sync/FolderSync.h"
 #include "sync/Signals.h"

@@ -44,6 +44,12 @@ struct Rig : test::WindowRig {
     bool key(int k, const QString& text = {}, Qt::KeyboardModifiers mods = Qt::NoModifier) {
         return workspace().handle({k, text, mods});
     }
+    // The window at its usual size, on screen.
+    bool shown() {
+        window.resize(1300, 800);
+        window.show();
+        return QTest::qWaitForWindowExposed(&window);
+    }
 };
 
 using test::drag;
@@ -198,9 +204,7 @@ private slots:
     // project list shows its toasts too.
     void toastsShowOnEveryScreen() {
         Rig rig;
-        rig.window.resize(1300, 800);
-        rig.window.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&rig.window));
+        QVERIFY(rig.shown());
         QCOMPARE(rig.content().screen(), ContentView::Screen::home);
         QVERIFY2(rig.openSet(), "the generated set opens");
         rig.edit().setCuts({cutAt(0, 0), cutAt(4, 1)});
@@ -242,9 +246,7 @@ private slots:
                                                          {"--demo-auto", QStringLiteral("Mode auto : ")}};
         for (const auto& [flag, start] : cases) {
             Rig rig({"quorvel", flag});
-            rig.window.resize(1300, 800);
-            rig.window.show();
-            QVERIFY(QTest::qWaitForWindowExposed(&rig.window));
+            QVERIFY(rig.shown());
             QVERIFY2(rig.openSet("test", 3), flag);
             QLabel* toast = rig.content().toast();
             QTRY_VERIFY2(toast->isVisible() && toast->text().startsWith(start), qPrintable(toast->text()));
@@ -255,9 +257,7 @@ private slots:
     // The start screen shows the project that now stands, not the one before.
     void theStartScreenShowsTheProjectThatStands() {
         Rig rig;
-        rig.window.resize(1300, 800);
-        rig.window.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&rig.window));
+        QVERIFY(rig.shown());
         const auto shows = [&](const QString& name) {
             for (QLabel* l : rig.content().findChildren<QLabel*>())
                 if (l->isVisible() && l->text() == name) return true;
@@ -560,9 +560,7 @@ private slots:
         Rig rig;
         QVERIFY2(rig.openSet(), "the generated set opens");
         EditModel& e = rig.edit();
-        rig.window.resize(1300, 800);
-        rig.window.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&rig.window));
+        QVERIFY(rig.shown());
         const double drop = std::round(e.duration() / 2);
         e.setDrops({{0, drop, 1}});
         rig.model.setDropMargins(2, 5);  // a focused drop's range inside this short set
@@ -654,9 +652,7 @@ private slots:
     void playingRepaintsThePlayheadNotTheLanes() {
         Rig rig;
         QVERIFY2(rig.openSet(), "the generated set opens");
-        rig.window.resize(1300, 800);
-        rig.window.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&rig.window));
+        QVERIFY(rig.shown());
         TimelineEditor* tl = rig.workspace().timeline();
         QCoreApplication::processEvents();
         const int renders = tl->laneRenders();

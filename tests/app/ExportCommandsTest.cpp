@@ -40,7 +40,7 @@ TEST_F(ExportCommandsTest, SecondExportLandsBesideTheFirstAndNamesCarryRangeAndF
     EXPECT_EQ(model->status(), "XML exporté : tiny-21 - SYNC.xml dans exports");
 }
 
-TEST_F(ExportCommandsTest, OnlyGradedCamerasGetACubeThatFfmpegReads) {
+TEST_F(ExportCommandsTest, OnlyGradedCamerasGetACube) {
     model->exportMontage();
     size_t cubes = 0;
     for (auto& e : fs::directory_iterator(exports)) cubes += e.path().extension() == ".cube";
@@ -57,13 +57,10 @@ TEST_F(ExportCommandsTest, OnlyGradedCamerasGetACubeThatFfmpegReads) {
     EXPECT_FALSE(fs::exists(exports / "tiny-21 - MONTAGE 2 - Cam 1.cube"));
     EXPECT_NE(model->status().find(" + 1 LUT · "), std::string::npos) << model->status();
     EXPECT_EQ(viewer.shown.back().size(), 2u);
+    // What another reader makes of the cube is GradeMathTest's.
     auto parsed = CubeLUT::parse(*paths::readFile(cube, limits::projectBytes));
     ASSERT_TRUE(parsed);
     EXPECT_EQ(parsed->size, 33);
-    if (haveFFmpeg()) {
-        EXPECT_TRUE(ffmpeg({"-f", "lavfi", "-i", "testsrc=size=64x36:rate=1", "-frames:v", "1", "-vf",
-                            "lut3d=file='" + cube.string() + "'", "-f", "null", "-"}));
-    }
 
     settings->setExportLUTs(false);
     model->exportMontage();

@@ -1,7 +1,7 @@
 // One application model in a throw-away home, on virtual time, with scripted
 // dialogs, a file viewer that remembers, the light clock player, and a video
 // exporter that answers what the test tells it (RealRoadTest puts the real
-// player and render in their place).
+// player in its place).
 #pragma once
 
 #include <gtest/gtest.h>

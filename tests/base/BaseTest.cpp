@@ -4,7 +4,6 @@
 
 #include "base/Format.h"
 #include "base/SafeText.h"
-#include "base/SystemError.h"
 #include "base/SplitMix64.h"
 #include "base/Text.h"
 #include "base/Uuid.h"
@@ -88,13 +87,6 @@ TEST(SafeText, TerminalAndXmlForms) {
     EXPECT_EQ(xmlSafe(std::string("a\0b", 3)), "a" + r + "b");
     EXPECT_EQ(xmlSafe("\xf0\x9f\x8e"), r + r + r);  // cut short
     EXPECT_EQ(xmlSafe("\xc0\xaf"), r + r);            // overlong '/'
-}
-
-TEST(SystemError, FrenchWhateverTheLocale) {
-    EXPECT_EQ(systemMessage(ENOSPC), "plus de place sur le disque");
-    EXPECT_EQ(systemMessage(EACCES), "permission refusée");
-    EXPECT_EQ(systemMessage(EROFS), "système de fichiers en lecture seule");
-    EXPECT_EQ(systemMessage(4242), "erreur système 4242");
 }
 
 }  // namespace

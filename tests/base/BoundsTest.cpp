@@ -41,6 +41,8 @@ TEST(Bounds, NestingIsJudgedBeforeParsingAndStringsDoNotCount) {
 TEST(Bounds, SystemErrorsNeverReachTheUserInTheSystemsLanguage) {
     EXPECT_EQ(systemMessage(ENOSPC), "plus de place sur le disque");
     EXPECT_EQ(systemMessage(EISDIR), "c'est un dossier");
+    EXPECT_EQ(systemMessage(EROFS), "système de fichiers en lecture seule");
+    EXPECT_EQ(systemMessage(4242), "erreur système 4242");
     EXPECT_EQ(systemMessage(std::make_error_code(std::errc::permission_denied)), "permission refusée");
     // Whatever the code, the words are ours and not strerror's.
     const std::string before = std::setlocale(LC_MESSAGES, nullptr);

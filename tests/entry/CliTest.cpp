@@ -59,7 +59,7 @@ TEST(Cli, ModesAndUsage) {
     EXPECT_TRUE(std::regex_match(test::lastLine(self.out), std::regex("[1-9][0-9]* passed, 0 failed"))) << self.out;
 }
 
-TEST(Cli, EmptyFolderAndWriteFailure) {
+TEST(Cli, AnEmptyFolderWritesAnEmptyTimeline) {
     test::TempDir dir;
     fs::create_directories(dir / "set");
     Outcome r = cli({(dir / "set").string(), (dir / "out.xml").string()});
@@ -67,21 +67,6 @@ TEST(Cli, EmptyFolderAndWriteFailure) {
     EXPECT_EQ(r.out.rfind("Synchro en ", 0), 0u) << r.out;  // no source line before it
     EXPECT_EQ(test::lastLine(r.out), "XML : " + (dir / "out.xml").string());
     expectSoundTimeline(dir / "out.xml", 0);
-
-    Outcome bad = cli({(dir / "set").string(), (dir / "manquant" / "out.xml").string()});
-    EXPECT_EQ(bad.status, 1);
-    EXPECT_EQ(test::lastLine(bad.out).rfind("Erreur d'écriture : ", 0), 0u) << bad.out;
-}
-
-TEST(Cli, OneCameraIsTheReference) {
-    if (!test::haveFFmpeg()) GTEST_SKIP() << "ffmpeg absent";
-    test::TempDir dir;
-    ASSERT_TRUE(test::makeClip(dir / "set" / "Cam 1" / "a.mp4", 3));
-    Outcome r = cli({(dir / "set").string(), (dir / "o.xml").string()});
-    EXPECT_NE(r.out.find("[CAM] Cam 1 : 1 fichiers, 3 s\n"), std::string::npos) << r.out;
-    EXPECT_NE(r.out.find("  Cam 1    a.mp4                  début     0.000 s  fiabilité réf  (calé sur -)\n"),
-              std::string::npos)
-        << r.out;
 }
 
 TEST(Cli, GeneratedSetRunsTheWholeRoad) {

@@ -3,9 +3,9 @@
 // process limited to 4 GB of address space and a minute of time: an abort,
 // a signal, a hang or an XML that a strict parser refuses fails the row.
 // The rows at the end run the application model without a window
-// (quorvel-appprobe) over crafted project, settings and cache files, a full
-// disk and a project held by another program. Every child gets its own
-// homes under the row's folder.
+// (quorvel-appprobe) over crafted project, settings and cache files and a
+// project held by another program. Every child gets its own homes under the
+// row's folder.
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
@@ -16,7 +16,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <sys/mount.h>
 
 #include <chrono>
 #include <fcntl.h>
@@ -95,17 +94,11 @@ ChildRun runProgram(const std::string& exe, const std::vector<std::string>& args
     do ready = ending >= 0 ? poll(&watch, 1, 60000) : -1;
     while (ready < 0 && errno == EINTR);
     if (ending >= 0) close(ending);
-    if (ending >= 0 && ready == 0) {
-        kill(pid, SIGKILL);
-        waitpid(pid, &status, 0);
-        r.out = test::readText(outFile);
-        r.err = test::readText(errFile);
-        return r;
-    }
+    r.finished = !(ending >= 0 && ready == 0);
+    if (!r.finished) kill(pid, SIGKILL);
     waitpid(pid, &status, 0);
-    r.finished = true;
-    r.signalled = WIFSIGNALED(status);
-    r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    r.signalled = r.finished && WIFSIGNALED(status);
+    r.status = r.finished && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     r.out = test::readText(outFile);
     r.err = test::readText(errFile);
     return r;
@@ -168,14 +161,6 @@ const std::vector<std::string> probeOpen = {"{set}", "ouvrir"};
 
 fs::path projectFile(const Place& p) { return p.dir / "projets" / "projet-sonde.json"; }
 
-// A tmpfs of the test's, let go when the row is done.
-struct Mounted {
-    fs::path at;
-    ~Mounted() {
-        if (!at.empty()) umount2(at.c_str(), MNT_DETACH);
-    }
-};
-
 // A file of the child's homes, its folders made.
 void writeHomeFile(const fs::path& file, const std::string& text) {
     fs::create_directories(file.parent_path());
@@ -232,17 +217,6 @@ std::string readByProject(const std::string& target, const std::string& file) {
     return "« " + target + " » est « " + file + " », un fichier que le projet lit : il n'est pas remplacé.";
 }
 
-// The row of a crafted number: the project opens, a cut is saved, the value
-// comes back held inside its control's range.
-Case craftedNumber(const char* name, Json extra, std::function<void(const Json&)> expect) {
-    return {name, [extra](const Place& p) { writeProject(p, extra); }, probeOpen, 0, {"COUPES : 1\n"}, {}, false,
-            [expect](const Place& p, const ChildRun& r) {
-                EXPECT_EQ(r.out.find("ERREUR"), std::string::npos) << r.out;
-                expect(storedProject(p));
-            },
-            probe};
-}
-
 
 const std::vector<std::string> plain = {"--cli", "{set}", "{out}"};
 
@@ -297,32 +271,7 @@ const std::vector<Case>& cases() {
                                                                 "'\nfile '/dev/urandom'\nfile 'liste.mov'\n");
          },
          plain, 0, {}, {"Fichier illisible : Cam 2/liste.mov (pas un fichier vidéo ou audio)\n"}, true},
-        {"FIFO and device named like media",
-         [](const Place& p) {
-             fs::create_directories(p.set / "Son 2");
-             mkfifo((p.set / "Son 2" / "tube.wav").c_str(), 0600);
-             fs::create_symlink("/dev/urandom", p.set / "Son 2" / "hasard.mov");
-         },
-         plain, 0, {},
-         {"Fichier illisible : Son 2/hasard.mov (pas un fichier ordinaire)\n",
-          "Fichier illisible : Son 2/tube.wav (pas un fichier ordinaire)\n"},
-         true},
 
-        // Every refused file is named, and a camera stays a camera.
-        {"truncated, empty and text files in a camera folder",
-         [](const Place& p) {
-             test::makeClip(p.dir / "entier.mp4", 3);
-             std::string whole = test::readText(p.dir / "entier.mp4");
-             fs::create_directories(p.set / "Cam 3");
-             test::writeText(p.set / "Cam 3" / "clip 1.mp4", whole.substr(0, whole.size() / 2));
-             test::writeText(p.set / "Cam 3" / "clip 2.mp4", "");
-             test::writeText(p.set / "Cam 3" / "clip 3.mp4", "Ceci n'est pas une vidéo.\n");
-         },
-         plain, 0, {"[CAM] Cam 3 : 0 fichiers, 0 s\n"},
-         {"Fichier illisible : Cam 3/clip 1.mp4 (fichier tronqué)\n",
-          "Fichier illisible : Cam 3/clip 2.mp4 (fichier vide)\n",
-          "Fichier illisible : Cam 3/clip 3.mp4 (pas un fichier vidéo ou audio)\n"},
-         true},
         {"unreadable sub-folder",
          [](const Place& p) {
              if (geteuid() == 0) {  // root reads any folder; a link to itself it cannot
@@ -394,11 +343,6 @@ const std::vector<Case>& cases() {
           "Coupe de --montage ignorée : « :3 »", "Coupe de --montage ignorée : « 1e400:1 »",
           "Coupe de --montage ignorée : « 4:99999999999 »", "Coupe de --montage ignorée : « 5:1.5 »",
           "Coupe de --montage ignorée : « inf:1 »"},
-         true},
-        {"unknown option, option without value, unknown format",
-         [](const Place&) {}, {"--cli", "{set}", "{out}", "--montag", "0:1", "--format", "3:2", "--range"}, 0, {},
-         {"Option inconnue ignorée : --montag\n", "Argument en trop ignoré : 0:1\n",
-          "Option sans valeur ignorée : --range\n", "Option ignorée sans --montage : --format\n"},
          true},
         {"camera beyond the set's cameras",
          [](const Place&) {}, {"--cli", "{set}", "{out}", "--montage", "0:1,2:7"}, 0, {"Montage : 2 coupes"},
@@ -488,10 +432,6 @@ const std::vector<Case>& cases() {
         {"--video onto a folder", [](const Place&) {}, {"--cli", "{set}", "{out}", "--video", "{dir}"}, 1,
          {"Erreur d'écriture : « {dir} » est un dossier\n"}, {}, false,
          [](const Place&, const ChildRun& r) { EXPECT_EQ(r.out.find("Synchro"), std::string::npos); }},
-        {"--video into a missing folder", [](const Place&) {},
-         {"--cli", "{set}", "{out}", "--video", "{dir}/manque/rendu.mp4"}, 1,
-         {"Erreur d'écriture : fichier ou dossier introuvable : « {dir}/manque »\n"}, {}, false,
-         [](const Place&, const ChildRun& r) { EXPECT_EQ(r.out.find("Synchro"), std::string::npos); }},
         {"--clips-drops inside the set", [](const Place&) {},
          {"--cli", "{set}", "{out}", "--clips-drops", "{set}/Clips"}, 1, {insideSet("{set}/Clips")}, {}, false,
          [](const Place& p, const ChildRun&) { EXPECT_FALSE(fs::exists(p.set / "Clips")); }},
@@ -513,22 +453,7 @@ const std::vector<Case>& cases() {
              kill(pid, SIGTERM);
          }},
 
-        // Numbers from project, settings and cache files stay inside what their control allows.
-        craftedNumber("grain size 1e12", {{"grades", {{"Cam 1", {{"grain", 50}, {"grainSize", 1e12}}}}}},
-                      [](const Json& j) {
-                          EXPECT_EQ(j["grades"]["Cam 1"]["grainSize"], 100);
-                          EXPECT_EQ(j["grades"]["Cam 1"]["grain"], 50);  // the rest is kept
-                      }),
-        craftedNumber("sharpen -1e12", {{"grades", {{"Cam 1", {{"sharpen", -1e12}}}}}},
-                      [](const Json& j) { EXPECT_EQ(j["grades"]["Cam 1"]["sharpen"], -100); }),
-        craftedNumber("hand placement 1e15", {{"handPlacements", {{"Son 1/prise 1.wav", 1e15}}}},
-                      [](const Json& j) { EXPECT_EQ(j["handPlacements"]["Son 1/prise 1.wav"], 172800); }),
-        craftedNumber("hand placement 1e300", {{"handPlacements", {{"Son 1/prise 1.wav", 1e300}}}},
-                      [](const Json& j) { EXPECT_EQ(j["handPlacements"]["Son 1/prise 1.wav"], 172800); }),
-        craftedNumber("hand placement 1e8", {{"handPlacements", {{"Son 1/prise 1.wav", 1e8}}}},
-                      [](const Json& j) { EXPECT_EQ(j["handPlacements"]["Son 1/prise 1.wav"], 172800); }),
-        {"sync cache start 1e308", [](const Place& p) { writeCache(p, 1e308); }, probeOpen, 0, {"COUPES : 1\n"}, {},
-         false, expectSaneCache, probe},
+        // A cache start far past any set is no cache: the set is synchronised again.
         {"sync cache start 1e8", [](const Place& p) { writeCache(p, 1e8); }, probeOpen, 0, {"COUPES : 1\n"}, {}, false,
          expectSaneCache, probe},
         {"settings with a deeply nested value",
@@ -569,40 +494,8 @@ const std::vector<Case>& cases() {
              EXPECT_EQ(fs::file_size(kept[0]), uintmax_t{4} << 30);
          },
          probe},
-        {"the set's own project cut in half",
-         [](const Place& p) {
-             writeProject(p, {{"cuts", oneCut()}});
-             std::string whole = test::readText(projectFile(p));
-             writeHomeFile(projectFile(p), whole.substr(0, whole.size() / 2));
-         },
-         probeOpen, 0,
-         {"ERREUR : Le projet « projet-sonde.json » est endommagé (pas du JSON lisible (fichier tronqué ou abîmé)) : il "
-          "est gardé à part sous « projet-sonde.json.endommagé-",
-          "COUPES : 1\n"},
-         {}, false,
-         [](const Place& p, const ChildRun&) { EXPECT_EQ(keptAside(p.dir / "projets", "projet-sonde.json").size(), 1u); },
-         probe},
 
-        // Saves that cannot lie, a second program, an id that is a path.
-        {"../ in a project id", [](const Place& p) { writeProject(p, {{"id", "../../evil"}}); }, probeOpen, 0,
-         {"COUPES : 1\n"}, {}, false,
-         [](const Place& p, const ChildRun&) {
-             EXPECT_FALSE(fs::exists(p.dir.parent_path() / "evil.json"));
-             EXPECT_FALSE(fs::exists(p.dir / "evil.json"));
-             EXPECT_EQ(storedProject(p)["id"], "projet-sonde");
-         },
-         probe},
-        {"full disk on save", [](const Place&) {}, {"{set}", "disque-plein"}, 0,
-         {"PIED : Sauvegarde impossible : plus de place sur le disque\nCOUPES : 0\n", "TOAST : Projet enregistré\nCOUPES : 1\n"},
-         {}, false, nullptr, probe,
-         [](const Place& p) -> std::shared_ptr<void> {
-             const fs::path disk = p.dir / "projets";
-             fs::create_directories(disk);
-             if (mount("tmpfs", disk.c_str(), "tmpfs", 0, "size=256k") != 0) return nullptr;
-             auto mounted = std::make_shared<Mounted>();
-             mounted->at = disk;
-             return mounted;
-         }},
+        // A project another program holds opens read-only and is left as it was.
         {"project open in another program",
          [](const Place& p) {
              writeProject(p, {{"cuts", oneCut()}});

@@ -161,31 +161,6 @@ TEST(MontageTracks, OneVideoTrackPerCameraKeepsEmptyOnes) {
     EXPECT_EQ(doc.select_nodes("//audio/track[1]/clipitem").size(), 5u);  // the silent camera adds no sound
 }
 
-TEST_F(Montage, FullCommandLineMontageIsWellFormed) {
-    // Range, drawn effects (shake on the odd camera), sound following the
-    // camera, portrait and a crop: the combination the command line makes.
-    audio.mode = Mode::camera;
-    format = OutputFormat::portrait;
-    framing = {{sources[0].id, {1.5, 0.3, -1}}};
-    EffectSettings fx;
-    fx.shakeEnabled = true;
-    auto draw = [&](const Segment& s) {
-        return MotionFX::resolve(PlanEffect::automatic, {}, s.start, {true, s.camera % 2 == 1}, fx);
-    };
-    std::string text = makeMontageXML("Set - MONTAGE", sources, result, plans, {0, 1}, {10, 50}, {}, {}, audio,
-                                      fx, draw, format, framing);
-    // Every number reads in the C locale, though the tests run under French;
-    // keyframes stay inside their plans.
-    const auto problems = test::xmemlProblems(text);
-    EXPECT_TRUE(problems.empty()) << test::joined(problems);
-    auto doc = parse(text);
-    EXPECT_EQ(textAt(doc, "/xmeml/sequence/duration"), "1000");
-    for (auto c : doc.select_nodes("//video/track/clipitem")) {
-        bool shaken = std::string(c.node().child_value("name")) == "B.mov";
-        EXPECT_EQ(bool(c.node().select_node(".//parameter[parameterid='rotation']")), shaken);
-    }
-}
-
 // A camera whose clock runs 1000 ppm fast: each plan takes its in-point
 // from where the camera is at the plan's middle, 40 ms further into the
 // file by 45 s than its start alone says.

@@ -5,27 +5,14 @@
 #include <set>
 
 #include "export/PremiereExport.h"
+#include "support/MontageSet.h"
 #include "support/XmemlCheck.h"
 
 namespace qv {
 namespace {
 
 using namespace PremiereExport;
-
-MediaItem media(const std::string& path, double duration, int channels, bool video = true, double fps = 25,
-                int width = 1920, int height = 1080) {
-    MediaItem m;
-    m.id = Uuid::make();
-    m.url = path;
-    m.duration = duration;
-    m.hasVideo = video;
-    m.frameRate = video ? fps : 0;
-    m.width = video ? width : 0;
-    m.height = video ? height : 0;
-    m.audioChannels = channels;
-    m.sampleRate = channels ? 48000 : 0;
-    return m;
-}
+using test::mediaFile;
 
 MediaSource source(const std::string& name, SourceKind kind) { return {Uuid::make(), name, kind, {}, {}}; }
 
@@ -67,7 +54,7 @@ TEST(PremiereExportRates, FramesRoundHalfAwayFromZeroAtRealRates) {
 }
 
 TEST(PremiereExportRates, LanesDecideOverlapOnWholeFrames) {
-    MediaItem m = media("/a.mov", 10, 2);
+    MediaItem m = mediaFile("/a.mov", 10, 2);
     auto at = [&](double start) { return ExportClip{m, 0, start, 0, 10, Uuid::make(), {}}; };
     SequenceRate r{25, false};
     EXPECT_TRUE(lanes({}, r).empty());
@@ -97,13 +84,13 @@ struct SetFixture : ::testing::Test {
             p.start = start;
             result.placed.push_back(std::move(p));
         };
-        place(0, media("/set/Cam 1/A.mov", 60, 2, true, 29.97), 0);
-        place(0, media("/set/Cam 1/B.mov", 30, 2, true, 29.97), 50);
-        place(1, silent = media("/set/Cam 2/muet.mov", 40, 0, true, 29.97), 5);
-        place(2, foreignRate = media("/set/Cam 3/C.mp4", 40, 2, true, 25), 5);
-        for (int c = 3; c < 8; ++c) place(c, media("/set/Cam/" + std::to_string(c) + ".mov", 30, 1), c);
-        place(8, recorder = media("/set/Son 1/rec.wav", 90, 2, false), 0);
-        place(9, media("/set/Son 2/rec.wav", 90, 1, false), 1);
+        place(0, mediaFile("/set/Cam 1/A.mov", 60, 2, 29.97), 0);
+        place(0, mediaFile("/set/Cam 1/B.mov", 30, 2, 29.97), 50);
+        place(1, silent = mediaFile("/set/Cam 2/muet.mov", 40, 0, 29.97), 5);
+        place(2, foreignRate = mediaFile("/set/Cam 3/C.mp4", 40, 2, 25), 5);
+        for (int c = 3; c < 8; ++c) place(c, mediaFile("/set/Cam/" + std::to_string(c) + ".mov", 30, 1), c);
+        place(8, recorder = mediaFile("/set/Son 1/rec.wav", 90, 2), 0);
+        place(9, mediaFile("/set/Son 2/rec.wav", 90, 1), 1);
     }
 };
 
@@ -135,7 +122,7 @@ TEST(PremiereExportSequence, EndsWithItsLastClip) {
     std::vector<MediaSource> sources{source("Cam 1", SourceKind::camera)};
     SyncResult result;
     PlacedItem p;
-    p.item = media("/set/Cam 1/a.mov", 10.03, 2);
+    p.item = mediaFile("/set/Cam 1/a.mov", 10.03, 2);
     p.start = 0.01;
     result.placed.push_back(p);
     auto x = parse(makeXML("Set", sources, result, {}, {}));
@@ -190,7 +177,7 @@ TEST(PremiereExportRender, EmptySetGivesAValidSequence) {
 
 TEST(PremiereExportRender, FadesAndMotionFilters) {
     std::vector<MediaSource> sources{source("Cam 1", SourceKind::camera)};
-    MediaItem hd = media("/hd.mov", 20, 2), small = media("/small.mov", 20, 0, true, 25, 1280, 720);
+    MediaItem hd = mediaFile("/hd.mov", 20, 2), small = mediaFile("/small.mov", 20, 0, 25, 1280, 720);
     auto clip = [&](const MediaItem& m, double start, std::optional<ClipMotion> motion = {}) {
         return ExportClip{m, 0, start, 1, 4, Uuid::make(), motion};
     };

@@ -43,6 +43,10 @@ struct HeldExporter : VideoExporter {
     void cancel() override { cancelled = true; }
     bool isRunning() const override { return bool(done); }
     double progress() const override { return shown; }
+    // Ends the running export as `kind`; the callback may start the next one.
+    void finish(VideoOutcome::Kind kind) {
+        std::exchange(done, nullptr)({kind, {}});
+    }
 };
 
 // What a double click puts back, written from the panels' tables and, where
@@ -320,10 +324,8 @@ private slots:
         QVERIFY(!box->progressLine()->isHidden());
         QCOMPARE(box->progressLine()->text(), QStringLiteral("Clips des drops : 1 / 2 · 25 %"));
         // The first clip ends: the second starts on the same exporter.
-        auto done = std::move(held->done);
-        held->done = nullptr;
         held->shown = 0;
-        done({VideoOutcome::Kind::success, {}});
+        held->finish(VideoOutcome::Kind::success);
         QVERIFY(held->isRunning());
         held->shown = 0.36;
         panel.refresh();
@@ -338,9 +340,7 @@ private slots:
         QCOMPARE(exportPanel.progress()->percentText(), QStringLiteral("68 %"));
         box->cancelButton()->click();
         QVERIFY(held->cancelled);
-        done = std::move(held->done);
-        held->done = nullptr;
-        done({VideoOutcome::Kind::cancelled, {}});
+        held->finish(VideoOutcome::Kind::cancelled);
         QVERIFY(!clips.isExportingClips());
         QCOMPARE(QString::fromStdString(clips.status()), QStringLiteral("Clips des drops annulés : 1 sur 2 faits"));
         panel.refresh();
@@ -422,7 +422,6 @@ private slots:
         auto* name = panel.widget()->findChild<QLineEdit*>();
         QVERIFY(name);
         QTest::keyClicks(name, QStringLiteral("Chaud"));
-        auto buttons = panel.widget()->findChildren<QAbstractButton*>();
         auto find = [&](const QString& text) -> QAbstractButton* {
             for (auto* b : panel.widget()->findChildren<QAbstractButton*>())
                 if (b->text() == text) return b;
@@ -489,9 +488,7 @@ private slots:
         QCOMPARE(panel.progress()->percentText(), QStringLiteral("42 %"));
         panel.progress()->cancelButton()->click();
         QVERIFY(exporter->cancelled);
-        auto done = std::move(exporter->done);
-        exporter->done = nullptr;
-        done({VideoOutcome::Kind::cancelled, {}});
+        exporter->finish(VideoOutcome::Kind::cancelled);
         panel.refresh();
         QVERIFY(!panel.mainButton()->isHidden());
         settings->setExportTarget(ExportTarget::premiere);

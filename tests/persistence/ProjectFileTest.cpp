@@ -246,53 +246,40 @@ TEST(ProjectFile, NamesThatAreNotUtf8AreWrittenReplaced) {
     EXPECT_EQ(listed[0].crops.count("Cam \uFFFD"), 1u);
 }
 
-TEST(ProjectFile, HandPlacementsByPathInTheSet) {
+// Keys newer than the first files: written only when set, read back the
+// same, held to their bounds, and damage to one loses that key alone.
+TEST(ProjectFile, LaterKeysOnlyWhenSetAndLostAloneWhenDamaged) {
     ProjectFile p;
     p.handPlacements = {{"Cam 1/clip 2.mp4", 61.25}, {"Son 1/rec.wav", 0}};
+    p.channels = {{"Son 2", 3}, {"Son 5", 4}};
+    p.pictureOffsets = {{"Cam 3", 0.05}, {"Cam 1", -0.08}};
+    p.frameRate = "29.97";
+    p.dropFrame = true;
     const Json j = p.toJson();
     EXPECT_EQ(j["handPlacements"], Json({{"Cam 1/clip 2.mp4", 61.25}, {"Son 1/rec.wav", 0.0}}));
+    EXPECT_EQ(j["pictureOffsets"], Json({{"Cam 1", -0.08}, {"Cam 3", 0.05}}));
+    EXPECT_EQ(j["frameRate"], "29.97");
     EXPECT_EQ(ProjectFile::fromJson(j, p.savedAt), p);
     // None: no key at all, so older files and newer ones read alike.
-    EXPECT_FALSE(ProjectFile().toJson().contains("handPlacements"));
-    // A damaged entry loses the placements only.
-    Json damaged = j;
-    damaged["handPlacements"]["Cam 1/clip 2.mp4"] = "loin";
-    damaged["zoom"] = 3.0;
-    const ProjectFile loaded = ProjectFile::fromJson(damaged);
-    EXPECT_TRUE(loaded.handPlacements.empty());
-    EXPECT_EQ(loaded.zoom, 3.0);
-}
+    const Json plain = ProjectFile().toJson();
+    for (const char* key : {"handPlacements", "channels", "pictureOffsets", "frameRate", "dropFrame"})
+        EXPECT_FALSE(plain.contains(key)) << key;
 
-TEST(ProjectFile, ChannelChoicesAreKeptByNameAndHeldToTheirBounds) {
-    ProjectFile p;
-    p.channels = {{"Son 2", 3}, {"Son 5", 4}};
-    const Json j = p.toJson();
-    EXPECT_EQ(ProjectFile::fromJson(j, p.savedAt), p);
-    EXPECT_FALSE(ProjectFile().toJson().contains("channels"));
     for (const Json& wrong : {Json(-1), Json(65), Json(2.5), Json("4")}) {
         Json damaged = j;
         damaged["channels"]["Son 5"] = wrong;
         EXPECT_TRUE(ProjectFile::fromJson(damaged).channels.empty()) << wrong.dump();
     }
-}
-
-TEST(ProjectFile, PictureOffsetsRateAndDropFrameOnlyWhenSet) {
-    ProjectFile p;
-    p.pictureOffsets = {{"Cam 3", 0.05}, {"Cam 1", -0.08}};
-    p.frameRate = "29.97";
-    p.dropFrame = true;
-    const Json j = p.toJson();
-    EXPECT_EQ(j["pictureOffsets"], Json({{"Cam 1", -0.08}, {"Cam 3", 0.05}}));
-    EXPECT_EQ(j["frameRate"], "29.97");
-    EXPECT_EQ(ProjectFile::fromJson(j, p.savedAt), p);
-    const Json plain = ProjectFile().toJson();
-    for (const char* key : {"pictureOffsets", "frameRate", "dropFrame"}) EXPECT_FALSE(plain.contains(key)) << key;
-    // Damage loses that key alone.
     Json damaged = j;
+    damaged["handPlacements"]["Cam 1/clip 2.mp4"] = "loin";
     damaged["frameRate"] = 25;
     damaged["dropFrame"] = "oui";
+    damaged["zoom"] = 3.0;
     const ProjectFile loaded = ProjectFile::fromJson(damaged);
+    EXPECT_TRUE(loaded.handPlacements.empty());
     EXPECT_FALSE(loaded.frameRate);
     EXPECT_FALSE(loaded.dropFrame);
     EXPECT_EQ(loaded.pictureOffsets, p.pictureOffsets);
+    EXPECT_EQ(loaded.channels, p.channels);
+    EXPECT_EQ(loaded.zoom, 3.0);
 }

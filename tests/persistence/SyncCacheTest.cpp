@@ -76,6 +76,15 @@ void setModified(const fs::path& file, double seconds) {
 }  // namespace
 
 TEST_F(SetFixture, RoundTripThroughItsFile) {
+    // A001/A002 as one take (the second muted), A002 continuing A001, the
+    // recorder heard on its fourth channel of its second stream.
+    result.placed[1].take = result.placed[2].take = 1;
+    result.placed[1].lane = "LR";
+    result.placed[2].lane = "Tr1";
+    result.placed[2].heard = false;
+    result.placed[2].follows = result.placed[1].item.url;
+    result.placed[0].sound = {1, 0b1000};
+    result.placed[0].placedBy = qv::PlacedBy::clock;
     store::saveSync(cacheNow(), set);
     auto loaded = store::loadSync(set);
     ASSERT_TRUE(loaded);
@@ -106,6 +115,17 @@ TEST_F(SetFixture, RoundTripThroughItsFile) {
     EXPECT_EQ(restored->placed[2].candidates, result.placed[2].candidates);
     EXPECT_TRUE(restored->placed[0].candidates.empty());
     EXPECT_EQ(restored->unsynced[0].candidates, result.unsynced[0].candidates);
+
+    const auto& first = restored->placed[0];
+    const auto& second = restored->placed[2];
+    EXPECT_EQ(first.take, 1);
+    EXPECT_EQ(first.lane, "LR");
+    EXPECT_TRUE(first.heard);
+    EXPECT_EQ(second.lane, "Tr1");
+    EXPECT_FALSE(second.heard);
+    EXPECT_EQ(second.follows, first.item.url);
+    EXPECT_EQ(rec.sound, (qv::SoundPick{1, 0b1000}));
+    EXPECT_EQ(rec.placedBy, qv::PlacedBy::clock);
 }
 
 TEST_F(SetFixture, ACacheWithoutCandidatesStillLoadsAndDamagedOnesRefuseIt) {
@@ -120,31 +140,10 @@ TEST_F(SetFixture, ACacheWithoutCandidatesStillLoadsAndDamagedOnesRefuseIt) {
     EXPECT_FALSE(qv::SyncCache::fromJson(j));
 }
 
-TEST_F(SetFixture, TakesPiecesAndSoundPicksComeBackAndOutOfBoundsValuesRefuseTheCache) {
-    // A01/A02 as one take (the second muted), A002 continuing A001, the
-    // recorder heard on its fourth channel of its second stream.
-    result.placed[1].take = result.placed[2].take = 1;
-    result.placed[1].lane = "LR";
-    result.placed[2].lane = "Tr1";
-    result.placed[2].heard = false;
-    result.placed[2].follows = result.placed[1].item.url;
-    result.placed[0].sound = {1, 0b1000};
-    result.placed[0].placedBy = qv::PlacedBy::clock;
-    store::saveSync(cacheNow(), set);
-    auto restored = store::restore(*store::loadSync(set), scan(set));
-    ASSERT_TRUE(restored);
-    const auto& first = restored->placed[0];
-    const auto& second = restored->placed[2];
-    EXPECT_EQ(first.take, 1);
-    EXPECT_EQ(first.lane, "LR");
-    EXPECT_TRUE(first.heard);
-    EXPECT_EQ(second.lane, "Tr1");
-    EXPECT_FALSE(second.heard);
-    EXPECT_EQ(second.follows, first.item.url);
-    EXPECT_EQ(restored->placed[1].sound, (qv::SoundPick{1, 0b1000}));
-    EXPECT_EQ(restored->placed[1].placedBy, qv::PlacedBy::clock);
-
+TEST_F(SetFixture, OutOfBoundsValuesRefuseTheCache) {
     // Read back, every value is held to what a synchronisation can give.
+    result.placed[1].take = result.placed[2].take = 1;
+    result.placed[2].follows = result.placed[1].item.url;
     const Json good = cacheNow().toJson();
     auto damaged = [&](const char* key, const Json& value) {
         Json j = good;

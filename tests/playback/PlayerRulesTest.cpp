@@ -1,5 +1,5 @@
 // The rules of the player that need no media: where an angle has pictures,
-// its caption, preview volumes and fades, the silent output's clock, and
+// its caption, preview fades, the silent output's clock, and
 // the time line's clamps and end on a player without readers.
 #include <gtest/gtest.h>
 
@@ -49,15 +49,6 @@ TEST(AngleTest, CaptionsCountDownAndTurnUrgentUnderFifteenSeconds) {
     angle.hasPlayer = false;
     EXPECT_EQ(angle.status(30), (AngleStatus{"NON CALÉE", false}));
     EXPECT_FALSE(angle.hasImage(30));
-}
-
-TEST(SoundMixTest, VolumesAreCappedMutedAndFollowTheCut) {
-    EXPECT_DOUBLE_EQ(SoundMix::volume(6, 0, false, false), 1.0);
-    EXPECT_DOUBLE_EQ(SoundMix::volume(3, 3, false, false), 1.0);
-    EXPECT_NEAR(SoundMix::volume(-6, 0, false, false), 0.501, 0.001);
-    EXPECT_NEAR(SoundMix::volume(-3, -3, false, false), 0.501, 0.001);
-    EXPECT_EQ(SoundMix::volume(0, 0, true, false), 0.0);
-    EXPECT_EQ(SoundMix::volume(0, 0, false, true), 0.0);
 }
 
 TEST(SoundMixTest, FadesOfTwoSecondsOnAThreeSecondFileTakeHalfOfIt) {

@@ -7,15 +7,9 @@
 //   ERREUR : {error message}     TOAST : {toast, as it comes}     PIED : {save problem}
 //   COUPES : {cuts in the saved project}
 //
-//   quorvel-appprobe <set> ouvrir          the road above
-//   quorvel-appprobe <set> disque-plein    the same with the projects' disk
-//       filled before the cut, then freed: the save must fail, say so, keep
-//       the cut and succeed once there is room
+//   quorvel-appprobe <set> ouvrir
 //
 // Homes come from the environment (QUORVEL_PROJECTS_DIR, XDG_*).
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <filesystem>
 #include <iostream>
 #include <string>
@@ -63,29 +57,14 @@ void showStored(const AppModel& model) {
     std::cout << "COUPES : " << (stored ? std::to_string(stored->cuts.size()) : "illisible") << "\n";
 }
 
-// Fills the file system of `folder` until it refuses; the filler's path.
-fs::path fill(const fs::path& folder) {
-    const fs::path filler = folder / "remplissage";
-    int fd = ::open(filler.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    std::string block(4096, 'x');
-    while (fd >= 0 && ::write(fd, block.data(), block.size()) > 0) {
-    }
-    for (size_t n = 512; n > 0; n /= 2)  // the last bytes too
-        while (fd >= 0 && ::write(fd, block.data(), n) > 0) {
-        }
-    if (fd >= 0) ::close(fd);
-    return filler;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 3) {
-        std::cerr << "usage : quorvel-appprobe <set> ouvrir|disque-plein\n";
+    if (argc < 3 || std::string(argv[2]) != "ouvrir") {
+        std::cerr << "usage : quorvel-appprobe <set> ouvrir\n";
         return 2;
     }
     const fs::path set = argv[1];
-    const std::string command = argv[2];
     VirtualMainThread main;
     ScriptedDialogs dialogs;
     Viewer viewer;
@@ -106,8 +85,6 @@ int main(int argc, char** argv) {
     model->clearError();
     if (!model->result()) return 4;
 
-    fs::path filler;
-    if (command == "disque-plein") filler = fill(ProjectStore::directory());
     std::vector<Cut> cuts = model->cuts();
     Cut cut;
     cut.time = 0.5;
@@ -116,12 +93,6 @@ int main(int argc, char** argv) {
     main.advance(2);
     show(*model);
     showStored(*model);
-    if (!filler.empty()) {
-        fs::remove(filler);
-        main.advance(AppModel::saveRetryDelay);
-        show(*model);
-        showStored(*model);
-    }
 
     // What the window does with the numbers read: looks on a frame, the montage.
     LookRenderer looks;

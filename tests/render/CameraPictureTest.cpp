@@ -17,10 +17,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::optional<setgen::framecode::Code> codeOf(const media::RgbaFrame& f) {
-    return setgen::framecode::read(f.pixels.data(), f.width, f.height, f.width * 4);
-}
-
 // Share of the pixels whose line differs from both lines around it in the
 // same direction by more than a few levels: the teeth that woven fields of
 // a moving picture leave, which whole frames do not have.
@@ -33,17 +29,11 @@ double combing(const media::RgbaFrame& f) {
     return all ? static_cast<double>(teeth) / static_cast<double>(all) : 0;
 }
 
-media::RgbaFrame frameAt(const fs::path& video, double t) {
-    auto reader = media::VideoReader::open(video);
-    if (!reader) return {};
-    auto f = reader->frameAt(t);
-    return f ? (*f)->frame : media::RgbaFrame{};
-}
+using test::codeOf;
+using test::frameAt;
 
 fs::path render(VideoRender::Job job, const fs::path& to) {
-    test::ManualScheduler scheduler;
-    VideoExportSession exporter(scheduler);
-    auto out = test::exportNow(exporter, scheduler, std::move(job), VideoCodec::h264, to);
+    auto out = test::renderNow(std::move(job), VideoCodec::h264, to);
     EXPECT_TRUE(out.ok()) << (out.ok() ? "" : out.error().message);
     return out ? *out : fs::path();
 }

@@ -29,9 +29,7 @@ TEST(ChapterRender, FrameCodesRunOnAcrossEveryChapterBoundary) {
         job.audio.mode = AudioSettings::Mode::table;
 
         test::TempDir dir;
-        test::ManualScheduler scheduler;
-        VideoExportSession exporter(scheduler);
-        auto out = test::exportNow(exporter, scheduler, job, VideoCodec::h264, dir / "chapitre.mp4");
+        auto out = test::renderNow(job, VideoCodec::h264, dir / "chapitre.mp4");
         ASSERT_TRUE(out.ok()) << out.error().message;
 
         auto reader = media::VideoReader::open(*out);
@@ -41,8 +39,7 @@ TEST(ChapterRender, FrameCodesRunOnAcrossEveryChapterBoundary) {
         for (long n = 0; n < 50; ++n) {
             auto picture = reader->frameAt((n + 0.5) / 25);
             ASSERT_TRUE(picture) << later << " frame " << n;
-            const auto& f = (*picture)->frame;
-            auto code = setgen::framecode::read(f.pixels.data(), f.width, f.height, f.width * 4);
+            auto code = test::codeOf((*picture)->frame);
             ASSERT_TRUE(code) << later << " frame " << n << " is black";
             EXPECT_EQ(code->camera, 1);
             if (last && code->clip == last->clip) {

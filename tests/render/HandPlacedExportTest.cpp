@@ -63,20 +63,13 @@ TEST_F(HandPlacedExport, TheXmlAndTheVideoShowTheFileWhereTheHandPutIt) {
     settings->setVideoCodec(VideoCodec::prores);
     model->exportMontage();
     ASSERT_TRUE(exporter->done);
-    ManualScheduler scheduler;
-    VideoExportSession session(scheduler);
     TempDir out;
-    auto video = exportNow(session, scheduler, exporter->job, VideoCodec::prores, out / "main.mov");
+    auto video = renderNow(exporter->job, VideoCodec::prores, out / "main.mov");
     ASSERT_TRUE(video.ok()) << video.error().message;
     // Every frame is the file's frame for its set time counted from the hand's start...
     EXPECT_EQ(checkFrameCodes(*video, exporter->job, from, std::lround(2 * fps), fps), 0);
     // ...which is a second of frames behind where the sound had put it.
-    auto reader = media::VideoReader::open(*video);
-    ASSERT_TRUE(reader.ok());
-    auto picture = reader->frameAt(1 + 0.5 / fps);
-    ASSERT_TRUE(picture.ok());
-    const auto& f = (*picture)->frame;
-    auto code = setgen::framecode::read(f.pixels.data(), f.width, f.height, f.width * 4);
+    auto code = codeOf(frameAt(*video, 1 + 0.5 / fps));
     ASSERT_TRUE(code);
     EXPECT_EQ(code->camera, 2);
     EXPECT_NEAR(code->frame, (from + 1 - sound) * fps - fps, 1);

@@ -160,10 +160,8 @@ TEST_F(HdrPicture, TheRenderAndTheProxyShowHlgAndPqAsTheZscaleRoadMakesThem) {
         job.segments = test::plans({{0, camera}}, item->duration);
         job.planEffects.resize(job.segments.size());
         job.range = {0, 0.8};
-        test::ManualScheduler scheduler;
-        VideoExportSession exporter(scheduler);
         test::TempDir out;
-        auto video = test::exportNow(exporter, scheduler, job, VideoCodec::prores, out / "out.mov");
+        auto video = test::renderNow(job, VideoCodec::prores, out / "out.mov");
         ASSERT_TRUE(video.ok()) << video.error().message;
         auto reader = media::VideoReader::open(*video);
         ASSERT_TRUE(reader.ok());
@@ -172,8 +170,7 @@ TEST_F(HdrPicture, TheRenderAndTheProxyShowHlgAndPqAsTheZscaleRoadMakesThem) {
         ASSERT_TRUE(rendered.ok());
         EXPECT_LE(errorNear((*rendered)->frame, file, k, hdrRoad), 2.0);
         // The phone's picture stands upright, its frame code along the top.
-        const media::RgbaFrame& f = (*rendered)->frame;
-        auto code = setgen::framecode::read(f.pixels.data(), f.width, f.height, f.width * 4);
+        auto code = test::codeOf((*rendered)->frame);
         ASSERT_TRUE(code) << "the frame code survives the tone curve";
         EXPECT_EQ(code->camera, camera + 1);
         EXPECT_NEAR(code->frame, k, 1);

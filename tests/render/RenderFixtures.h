@@ -14,6 +14,7 @@
 #include <thread>
 
 #include "edit/Fakes.h"
+#include "export/MltExport.h"
 #include "entry/SetTruth.h"
 #include "platform/MediaReader.h"
 #include "platform/Process.h"
@@ -78,6 +79,51 @@ inline Result<std::filesystem::path> exportNow(VideoExportSession& exporter, Man
     return std::move(*outcome);
 }
 
+// One export in a session of its own, run to its end.
+inline Result<std::filesystem::path> renderNow(VideoRender::Job job, VideoCodec codec, const std::filesystem::path& to) {
+    ManualScheduler scheduler;
+    VideoExportSession exporter(scheduler);
+    return exportNow(exporter, scheduler, std::move(job), codec, to);
+}
+
+// The picture of `video` at `t`; empty when it cannot be read.
+inline media::RgbaFrame frameAt(const std::filesystem::path& video, double t) {
+    auto reader = media::VideoReader::open(video);
+    if (!reader) return {};
+    auto f = reader->frameAt(t);
+    return f ? (*f)->frame : media::RgbaFrame{};
+}
+
+// The frame code burnt into a picture of a generated set.
+inline std::optional<setgen::framecode::Code> codeOf(const media::RgbaFrame& f) {
+    return setgen::framecode::read(f.pixels.data(), f.width, f.height, f.width * 4);
+}
+
+inline const std::filesystem::path meltProgram = "/usr/bin/melt";
+
+// Writes the montage of `job` as MLT and renders it with melt; the video, or
+// an empty path with the failure recorded.
+inline std::filesystem::path meltMontage(const VideoRender::Job& job, const std::filesystem::path& dir,
+                                         const TimelineLook& look) {
+    auto timeline = PremiereExport::montageTimeline(
+        job.sources, job.result, job.segments, job.cameraSources, job.range, job.levels, job.audio, job.effects,
+        [&](const Segment& s) {
+            auto at = std::find_if(job.segments.begin(), job.segments.end(),
+                                   [&](const Segment& x) { return x.start == s.start; }) -
+                      job.segments.begin();
+            return static_cast<size_t>(at) < job.planEffects.size() ? job.planEffects[static_cast<size_t>(at)]
+                                                                    : ResolvedEffect{};
+        },
+        true);
+    const std::filesystem::path mlt = dir / "montage l'été.mlt", video = dir / "melt.mp4";
+    writeText(mlt, MltExport::write("montage", job.sources, timeline, job.muted, look, {}));
+    auto run = process::run(meltProgram, {"-silent", "-quiet", mlt.string(), "-consumer", "avformat:" + video.string(),
+                                          "vcodec=libx264", "crf=0", "preset=ultrafast", "pix_fmt=yuv444p",
+                                          "acodec=aac", "real_time=0"});
+    EXPECT_TRUE(run.ok() && run->exitCode == 0) << "melt failed";
+    return std::filesystem::exists(video) ? video : std::filesystem::path();
+}
+
 // Reads the frame code of each of the `frames` frames of `video`, made from
 // `job` at `rate` fps from set time `from`: each must show its plan's camera,
 // the right file, and that file's frame for the set time (within `slack`
@@ -111,8 +157,7 @@ inline int checkFrameCodes(const std::filesystem::path& video, const VideoRender
             ADD_FAILURE() << label << " frame " << n << " unreadable";
             return -1;
         }
-        const auto& f = (*pic)->frame;
-        auto code = setgen::framecode::read(f.pixels.data(), f.width, f.height, f.width * 4);
+        auto code = codeOf((*pic)->frame);
         const Segment* plan = nullptr;
         for (const Segment& s : job.segments)
             if (s.start <= setTime + 0.0005) plan = &s;
@@ -174,12 +219,6 @@ protected:
         j.segments = plans({{0, 0}}, 4);
         j.planEffects.resize(j.segments.size());
         return j;
-    }
-    static media::RgbaFrame frameAt(const std::filesystem::path& video, double t) {
-        auto reader = media::VideoReader::open(video);
-        if (!reader) return {};
-        auto f = reader->frameAt(t);
-        return f ? (*f)->frame : media::RgbaFrame{};
     }
     static int green(const media::RgbaFrame& f, int x, int y) {
         return f.pixels[(static_cast<size_t>(y) * f.width + x) * 4 + 1];

@@ -34,9 +34,7 @@ protected:
     }
     // The left channel of the export, 48 kHz, from 0 to its end.
     std::vector<float> render(VideoRender::Job job) {
-        test::ManualScheduler scheduler;
-        VideoExportSession exporter(scheduler);
-        auto out = test::exportNow(exporter, scheduler, std::move(job), VideoCodec::prores, dir_ / "out.mov");
+        auto out = test::renderNow(std::move(job), VideoCodec::prores, dir_ / "out.mov");
         EXPECT_TRUE(out.ok()) << (out.ok() ? "" : out.error().message);
         if (!out) return {};
         auto reader = media::AudioReader::open(*out, 48000, 2);

@@ -23,6 +23,7 @@
 #include "platform/VideoFrame.h"
 #include "support/Fixtures.h"
 #include "support/TempHome.h"
+#include "support/WindowRig.h"
 #include "support/XmemlCheck.h"
 #include "ui/ColorPanel.h"
 #include "ui/ContentView.h"
@@ -38,17 +39,9 @@ namespace fs = std::filesystem;
 namespace {
 
 // The folder panel answers with the set; nothing else asks.
-struct SetDialogs : Dialogs {
+struct SetDialogs : qv::test::NoDialogs {
     fs::path set;
-    int alert(const std::string&, const std::string&, const std::vector<std::string>&) override { return -1; }
     std::optional<fs::path> chooseFolder(const std::string&) override { return set; }
-    std::optional<fs::path> chooseFile(const std::string&, const std::vector<std::string>&) override {
-        return std::nullopt;
-    }
-    std::optional<fs::path> saveFile(const std::string&, const std::string&, const std::string&,
-                                     const fs::path&) override {
-        return std::nullopt;
-    }
 };
 
 struct ShownFiles : FileViewer {

@@ -15,18 +15,20 @@
 
 namespace qv::test {
 
-// A file of `duration` seconds: pictures at 25 fps in full HD for ".mov", sound only otherwise.
-inline MediaItem mediaFile(const std::string& path, double duration, int channels) {
+// A file of `duration` seconds: pictures (full HD at 25 fps unless told) for
+// any name but a ".wav" one, and `channels` of sound at 48 kHz.
+inline MediaItem mediaFile(const std::string& path, double duration, int channels, double fps = 25,
+                           int width = 1920, int height = 1080) {
     MediaItem m;
     m.id = Uuid::make();
     m.url = path;
     m.duration = duration;
-    m.hasVideo = path.ends_with(".mov");
-    m.frameRate = m.hasVideo ? 25 : 0;
-    m.width = m.hasVideo ? 1920 : 0;
-    m.height = m.hasVideo ? 1080 : 0;
+    m.hasVideo = !path.ends_with(".wav");
+    m.frameRate = m.hasVideo ? fps : 0;
+    m.width = m.hasVideo ? width : 0;
+    m.height = m.hasVideo ? height : 0;
     m.audioChannels = channels;
-    m.sampleRate = 48000;
+    m.sampleRate = channels ? 48000 : 0;
     return m;
 }
 

@@ -6,10 +6,11 @@
 #include <stdlib.h>
 
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <optional>
 #include <string>
+
+#include "support/Fixtures.h"
 
 class TempHome {
 public:
@@ -38,15 +39,12 @@ public:
 
     const std::filesystem::path& root() const { return root_; }
 
+    // Folders are made for the file.
     static void writeText(const std::filesystem::path& file, const std::string& text) {
         std::filesystem::create_directories(file.parent_path());
-        std::ofstream(file, std::ios::binary) << text;
+        qv::test::writeText(file, text);
     }
-
-    static std::string readText(const std::filesystem::path& file) {
-        std::ifstream in(file, std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(in), {});
-    }
+    static std::string readText(const std::filesystem::path& file) { return qv::test::readText(file); }
 
 private:
     void set(const char* name, const std::filesystem::path& value) {

@@ -6,9 +6,7 @@
 
 #include <chrono>
 #include <cmath>
-#include <tuple>
 
-#include "base/SplitMix64.h"
 #include "sync/Drift.h"
 #include "sync/FolderSync.h"
 #include "sync/Signals.h"
@@ -58,33 +56,6 @@ TEST(ClubSync, UnclearShortClipIsPlacedAmbiguousWhereTheRecorderHearsItFirst) {
     ASSERT_NE(find(r, "court.mp4"), nullptr);
     EXPECT_NEAR(startOf(r, "court.mp4", "table.wav"), 121.3, 1e-9);
     EXPECT_TRUE(find(r, "court.mp4")->ambiguous);
-}
-
-TEST(ClubSync, CameraClockOutweighsAWeakMatch) {
-    // A phone dates its clips truly. Its first clip is heard clearly; the
-    // second was filmed after the table stopped, and all the table shares
-    // with it is a faint likeness of another moment: a weak match that its
-    // clock puts 130 s away, outside every recording.
-    auto set = noise(180, 400);
-    auto late = noise(181, 22);
-    auto likeness = slice(set, 200, 22);
-    for (size_t i = 0; i < late.size(); ++i) late[i] += 0.09f * likeness[i];
-    std::vector<FolderSync::Entry> entries = {entry(0, SourceKind::audio, "table.wav", slice(set, 0, 300))};
-    for (auto [name, start, signal] : {std::tuple{"a.mp4", 100.0, mix(slice(set, 100, 22), 1.0f, 182, 0.3f)},
-                                       std::tuple{"b.mp4", 330.0, late}}) {
-        auto e = entry(1, SourceKind::camera, name, signal);
-        e.item.recordedAt = Date{} + std::chrono::hours(5) + std::chrono::seconds(std::lround(start));
-        entries.push_back(std::move(e));
-    }
-    auto r = place(entries);
-    ASSERT_NE(find(r, "a.mp4"), nullptr);
-    EXPECT_NEAR(startOf(r, "a.mp4", "table.wav"), 100.0, 1e-9);
-    ASSERT_NE(findUnsynced(r, "b.mp4"), nullptr);
-    EXPECT_EQ(findUnsynced(r, "b.mp4")->reason, "la date de sa caméra le place hors de tout enregistrement");
-
-    // Without the dates the same weak match is all there is, and it stands.
-    for (auto& e : entries) e.item.recordedAt.reset();
-    ASSERT_NE(find(place(entries), "b.mp4"), nullptr);
 }
 
 TEST(ClubSync, IsolatedClipIsRefusedWhileShortTrueOverlapsArePlaced) {

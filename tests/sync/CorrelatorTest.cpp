@@ -4,22 +4,18 @@
 #include <cmath>
 #include <cstring>
 
-#include "base/SplitMix64.h"
 #include "platform/Fft.h"
 #include "platform/Paths.h"
 #include "platform/Process.h"
 #include "support/Fixtures.h"
+#include "sync/Signals.h"
 #include "sync/Correlator.h"
 
 namespace qv {
 namespace {
 
-std::vector<float> noise(uint64_t seed, size_t n) {
-    SplitMix64 rng(seed);
-    std::vector<float> x(n);
-    for (auto& v : x) v = static_cast<float>(rng.unit() * 2 - 1);
-    return x;
-}
+// `n` samples of the placement tests' noise.
+std::vector<float> noise(uint64_t seed, size_t n) { return test::noise(seed, static_cast<double>(n) / test::kRate); }
 
 std::vector<Match> correlate(const std::vector<float>& cam, const std::vector<float>& aud, int minOverlap = 2000,
                              int maxPeaks = 50, int separation = 500) {

@@ -100,24 +100,39 @@ TEST(DeviceSync, ARecorderClockPlacesAFileItsSoundCannotAndDatesNeverDo) {
     EXPECT_EQ(find(d, "b.mp4"), nullptr);
 }
 
-TEST(DeviceSync, ACameraClockThatPutsAWeakMatchElsewhereRefusesIt) {
-    // The phone's second clip is covered by the table, but its microphone
-    // was muffled: all it shares is a faint likeness of another moment,
-    // 50 s before where its clock puts it.
-    auto set = noise(40, 400);
-    auto late = noise(41, 22);
-    auto likeness = slice(set, 200, 22);
-    for (size_t i = 0; i < late.size(); ++i) late[i] += 0.09f * likeness[i];
-    std::vector<FolderSync::Entry> entries = {entry(0, SourceKind::audio, "table.wav", slice(set, 0, 400))};
-    for (auto [name, start, signal] : {std::tuple{"a.mp4", 100.0, mix(slice(set, 100, 22), 1.0f, 42, 0.3f)},
-                                       std::tuple{"b.mp4", 250.0, late}}) {
-        auto e = entry(1, SourceKind::camera, name, signal);
-        e.item.recordedAt = Date{} + std::chrono::hours(5) + std::chrono::seconds(std::lround(start));
-        entries.push_back(std::move(e));
+TEST(DeviceSync, ACameraClockRefusesAWeakMatchItPutsElsewhere) {
+    // A phone dates its clips truly. Its first clip is heard clearly; the
+    // second's microphone was muffled: all it shares with the table is a
+    // faint likeness of the moment at 200 s, while its clock puts it later,
+    // inside the table's recording or past its end.
+    struct Case {
+        uint64_t seed;
+        double tableEnd, late;
+        const char* reason;
+    };
+    for (const Case& c : {Case{40, 400, 250, "son trop faible, la date de sa caméra le place ailleurs"},
+                          Case{180, 300, 330, "la date de sa caméra le place hors de tout enregistrement"}}) {
+        auto set = noise(c.seed, 400);
+        auto late = noise(c.seed + 1, 22);
+        auto likeness = slice(set, 200, 22);
+        for (size_t i = 0; i < late.size(); ++i) late[i] += 0.09f * likeness[i];
+        std::vector<FolderSync::Entry> entries = {entry(0, SourceKind::audio, "table.wav", slice(set, 0, c.tableEnd))};
+        for (auto [name, start, signal] : {std::tuple{"a.mp4", 100.0, mix(slice(set, 100, 22), 1.0f, c.seed + 2, 0.3f)},
+                                           std::tuple{"b.mp4", c.late, late}}) {
+            auto e = entry(1, SourceKind::camera, name, signal);
+            e.item.recordedAt = Date{} + std::chrono::hours(5) + std::chrono::seconds(std::lround(start));
+            entries.push_back(std::move(e));
+        }
+        auto r = place(entries);
+        ASSERT_NE(find(r, "a.mp4"), nullptr) << c.reason;
+        EXPECT_NEAR(startOf(r, "a.mp4"), 100.0, 1e-9);
+        ASSERT_NE(findUnsynced(r, "b.mp4"), nullptr) << c.reason;
+        EXPECT_EQ(findUnsynced(r, "b.mp4")->reason, c.reason);
+
+        // Without the dates the same weak match is all there is, and it stands.
+        for (auto& e : entries) e.item.recordedAt.reset();
+        EXPECT_NE(find(place(entries), "b.mp4"), nullptr) << c.reason;
     }
-    auto r = place(entries);
-    ASSERT_NE(findUnsynced(r, "b.mp4"), nullptr);
-    EXPECT_EQ(findUnsynced(r, "b.mp4")->reason, "son trop faible, la date de sa caméra le place ailleurs");
 }
 
 TEST(DeviceSync, AFileHeardClearlyAtOneOfTwoStartsIsPlacedWhenNoRecordingCoversBoth) {

@@ -5,7 +5,6 @@
 #include <atomic>
 #include <chrono>
 
-#include "base/SplitMix64.h"
 #include "sync/FolderSync.h"
 #include "sync/Signals.h"
 
@@ -13,15 +12,6 @@ namespace qv {
 namespace {
 
 using namespace test;
-
-
-// Mixes some independent noise in, so two copies of one stretch never score
-// exactly alike.
-std::vector<float> withNoise(std::vector<float> x, uint64_t seed, float amount) {
-    SplitMix64 rng(seed);
-    for (auto& v : x) v += amount * static_cast<float>(rng.unit() * 2 - 1);
-    return x;
-}
 
 TEST(FolderSync, LoneCameraIsTheReference) {
     auto r = place({entry(0, SourceKind::camera, "cam.mp4", noise(1, 20))});
@@ -97,9 +87,9 @@ TEST(FolderSync, SecondAgreeingAnchorBeatsABetterScoringWrongBar) {
     // the true place, agrees with it and stays silent at the wrong one.
     auto set = noise(5, 120);
     auto clip = slice(set, 40, 20);
-    auto rec1 = withNoise(set, 50, 1.5f);
+    auto rec1 = mix(set, 1.0f, 50, 1.5f);
     std::copy(clip.begin(), clip.end(), rec1.begin() + 42 * kRate);
-    auto rec2 = withNoise(slice(set, 10, 90), 51, 0.3f);
+    auto rec2 = mix(slice(set, 10, 90), 1.0f, 51, 0.3f);
 
     auto alone = place({entry(0, SourceKind::audio, "rec1.wav", rec1), entry(2, SourceKind::camera, "cam.mp4", clip)});
     ASSERT_NE(find(alone, "cam.mp4"), nullptr);
@@ -117,7 +107,7 @@ TEST(FolderSync, SiblingDateChoosesTheNearStartWithoutAmbiguity) {
     // far away in the recording.
     auto set = noise(6, 300);
     auto a = slice(set, 10, 30), b = slice(set, 110, 30);
-    auto rec = withNoise(set, 60, 1.0f);
+    auto rec = mix(set, 1.0f, 60, 1.0f);
     std::copy(b.begin(), b.end(), rec.begin() + 250 * kRate);
     auto ea = entry(1, SourceKind::camera, "a.mp4", a), eb = entry(1, SourceKind::camera, "b.mp4", b);
     Date base{};
@@ -155,24 +145,6 @@ TEST(FolderSync, DoubtIsMarkedOnlyWhenNoLaterAnchorSettlesIt) {
     ASSERT_NE(find(settled, "u.mp4"), nullptr);
     EXPECT_NEAR(find(settled, "u.mp4")->start - find(settled, "rec.wav")->start, 20.0, 1e-9);
     EXPECT_FALSE(find(settled, "u.mp4")->ambiguous);
-}
-
-TEST(FolderSync, NothingCorrelatesLeavesTheReferenceAlone) {
-    auto r = place({entry(0, SourceKind::audio, "rec.wav", noise(8, 60)),
-                    entry(1, SourceKind::camera, "a.mp4", noise(9, 30)),
-                    entry(2, SourceKind::camera, "b.mp4", noise(10, 30))});
-    ASSERT_EQ(r.placed.size(), 1u);
-    EXPECT_EQ(r.placed[0].item.fileName(), "rec.wav");
-    EXPECT_EQ(r.unsynced.size(), 2u);
-}
-
-TEST(FolderSync, ThreadsNeverChangeTheResult) {
-    auto set = noise(11, 200);
-    std::vector<FolderSync::Entry> entries = {entry(0, SourceKind::audio, "rec.wav", slice(set, 0, 200))};
-    for (int i = 0; i < 8; ++i)
-        entries.push_back(entry(1 + i % 4, SourceKind::camera, "c" + std::to_string(i) + ".mp4",
-                                withNoise(slice(set, 5 + 23 * i, 20), 100 + i, 0.5f)));
-    test::expectSameWithTwoThreads(entries);
 }
 
 // A run no longer wanted decodes no further file and gives no placement,

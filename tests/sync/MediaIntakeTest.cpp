@@ -133,6 +133,8 @@ TEST_F(MediaIntake, BadFilesAreSkippedOrUnreadableNeverFatal) {
         {"loop.mp4", [](const fs::path& p) { fs::create_symlink(p.filename(), p); }, false,
          "trop de liens symboliques"},
         {"fifo.wav", [](const fs::path& p) { mkfifo(p.c_str(), 0600); }, false, "pas un fichier ordinaire"},
+        {"hasard.mov", [](const fs::path& p) { fs::create_symlink("/dev/urandom", p); }, false,
+         "pas un fichier ordinaire"},
         {"nom\xff\xfe.wav", [](const fs::path& p) { makeWav(p, 1); }, false},
     };
     // Without read permission a clip is unreadable; root reads it anyway.

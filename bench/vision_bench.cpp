@@ -153,6 +153,11 @@ void accuracy(const fs::path& set, const char* preset, bool fromPreviews) {
                 preset, fromPreviews ? "sur l'aperçu" : "sur les originaux", score.found, score.unusable,
                 100 * score.foundShare(), score.falseAlarms, score.good, 100 * score.falseShare(), took);
 
+    if (!score.missed.empty()) {
+        std::printf("  manquées :");
+        for (const auto& [kind, n] : score.missed) std::printf(" %s %d", kind.c_str(), n);
+        std::printf("\n");
+    }
     const auto pictures = analysis::picturesOf(job.result, job.cameraSources, measures);
     // Weak stretches weigh on the edit's shares: their seconds by camera.
     std::printf("  moyennes par caméra :");

@@ -14,10 +14,18 @@ const SetTruth::File* truthOf(const SetTruth& truth, const std::filesystem::path
 
 bool isFault(const SetTruth::File::Event& e) { return e.what != "pan"; }
 
-double faultOverlap(const SetTruth::File& file, double from, double to) {
-    double sum = 0;
-    for (const auto& e : file.events)
-        if (isFault(e)) sum += std::max(0.0, std::min(to, e.to) - std::max(from, e.from));
+// Seconds of [from, to) under a fault, and the fault covering most of it.
+double faultOverlap(const SetTruth::File& file, double from, double to, std::string* kind = nullptr) {
+    double sum = 0, most = 0;
+    for (const auto& e : file.events) {
+        if (!isFault(e)) continue;
+        const double o = std::max(0.0, std::min(to, e.to) - std::max(from, e.from));
+        sum += o;
+        if (kind && o > most) {
+            most = o;
+            *kind = e.what;
+        }
+    }
     return sum;
 }
 
@@ -43,11 +51,13 @@ PictureScore scorePictures(const SetTruth& truth, const std::filesystem::path& s
             for (size_t k = 0; k < grades.size(); ++k) {
                 const double from = static_cast<double>(k) * analysis::slotSeconds, to = from + analysis::slotSeconds;
                 if (to > files[i]->item.duration) break;
-                const double covered = faultOverlap(*t, from, to);
+                std::string kind;
+                const double covered = faultOverlap(*t, from, to, &kind);
                 const bool marked = grades[k].grade == analysis::PictureGrade::unusable;
                 if (covered >= analysis::slotSeconds / 2) {
                     ++score.unusable;
                     score.found += marked;
+                    if (!marked) ++score.missed[kind];
                 } else if (covered <= 0) {
                     ++score.good;
                     score.falseAlarms += marked;

@@ -21,6 +21,7 @@ struct PictureScore {
     int found = 0;         // of those, graded unusable
     int good = 0;          // half-seconds no fault touches
     int falseAlarms = 0;   // of those, graded unusable
+    std::map<std::string, int> missed;  // unusable ones not found, by the truth's name of their fault
     double foundShare() const { return unusable ? static_cast<double>(found) / unusable : 1.0; }
     double falseShare() const { return good ? static_cast<double>(falseAlarms) / good : 0.0; }
 };

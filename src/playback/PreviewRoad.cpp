@@ -3,22 +3,18 @@
 namespace qv {
 
 analysis::PictureRoad previewRoad(const ProxyCache& cache, const MediaItem& item, const ProxyOutlook* outlook) {
-    using Kind = analysis::PictureRoad::Kind;
     analysis::PictureRoad road;
-    if (item.duration > 0) {
-        std::vector<analysis::PicturePiece> pieces;
-        for (int k = 0, n = cache.chunkCount(item.duration); k < n; ++k) {
-            auto chunk = cache.findChunk(item.url, k);
-            if (!chunk) break;
-            pieces.push_back({*chunk, cache.chunkStart(k)});
-        }
-        if (!pieces.empty() && static_cast<int>(pieces.size()) == cache.chunkCount(item.duration)) {
-            road.kind = Kind::copies;
-            road.pieces = std::move(pieces);
-            return road;
-        }
+    // The original is looked at once: its chunks are named after its state now.
+    const auto stem = item.duration > 0 ? cache.stem(item.url) : std::nullopt;
+    const int count = cache.chunkCount(item.duration);
+    for (int k = 0; stem && k < count && cache.hasChunk(*stem, k); ++k)
+        road.pieces.push_back({cache.chunkPath(*stem, k), cache.chunkStart(k)});
+    if (stem && static_cast<int>(road.pieces.size()) == count) {
+        road.kind = analysis::PictureRoad::Kind::copies;
+        return road;
     }
-    if (outlook && outlook->coming(item.url)) road.kind = Kind::later;
+    road.pieces.clear();
+    if (outlook && outlook->coming(item.url)) road.kind = analysis::PictureRoad::Kind::later;
     return road;
 }
 
